@@ -1,0 +1,77 @@
+#include "net/NewsFetcher.h"
+
+#include "config/BuildSettings.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr auto kNewsPath = "api/news.php"_L1;
+
+// The welcome text's green differs from the titles' teal on purpose.
+const auto kWelcomeNews =
+    u"<span style='color: #8bc34a;'>Bienvenue sur Veyra !</span><br/>Le serveur est en cours de "
+    u"préparation. Restez connectés pour les dernières actualités."_s;
+const auto kNoNews = u"Aucune actualité pour le moment."_s;
+const auto kDatedItem = u"<b>[%1]</b> <span style='color: #10b981;'>%2</span><br/>%3"_s;
+const auto kUndatedItem = u"<span style='color: #10b981;'>%1</span><br/>%2"_s;
+
+/// Placeholders are filled one after the other, so a "%2" inside a date receives the title.
+QString formatItem(const QJsonObject &item)
+{
+    const QString title = item.value("title"_L1).toString();
+    const QString date = item.value("date"_L1).toString();
+    const QString content = item.value("content"_L1).toString();
+
+    if (date.isEmpty())
+        return kUndatedItem.arg(title).arg(content);
+    return kDatedItem.arg(date).arg(title).arg(content);
+}
+
+} // namespace
+
+NewsFetcher::NewsFetcher(QObject *parent)
+    : QObject(parent)
+    , m_networkManager(new QNetworkAccessManager(this))
+{
+}
+
+void NewsFetcher::fetchNews()
+{
+    QNetworkRequest request(QUrl(BuildSettings::serverBaseUrl() + kNewsPath));
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         int{QNetworkRequest::NoLessSafeRedirectPolicy});
+
+    QNetworkReply *reply = m_networkManager->get(request);
+    connect(reply, &QNetworkReply::finished, reply, [this, reply] { onFetchFinished(reply); });
+}
+
+void NewsFetcher::onFetchFinished(QNetworkReply *reply)
+{
+    reply->deleteLater();
+    QStringList news;
+    if (reply->error() != QNetworkReply::NoError) {
+        news.append(kWelcomeNews);
+        emit newsReceived(news);
+        return;
+    }
+
+    const QJsonArray items = QJsonDocument::fromJson(reply->readAll()).array();
+    for (const QJsonValue item : items) {
+        if (item.isString())
+            news.append(item.toString());
+        else if (item.isObject())
+            news.append(formatItem(item.toObject()));
+    }
+
+    if (news.isEmpty())
+        news.append(kNoNews);
+    emit newsReceived(news);
+}
