@@ -1,0 +1,38 @@
+#include "install/ArchiveUnpacker.h"
+
+#include <QStandardPaths>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+// The paths stand between single quotes as they are; one that holds a quote breaks the command,
+// and PowerShell's complaint is shown.
+const auto kExpandArchive = u"Expand-Archive -Path '%1' -DestinationPath '%2' -Force"_s;
+
+bool hasProgram(const QString &name)
+{
+    return !QStandardPaths::findExecutable(name).isEmpty();
+}
+
+bool hasPowerShell()
+{
+#ifdef Q_OS_WIN
+    return true;
+#else
+    return hasProgram(u"powershell"_s);
+#endif
+}
+
+} // namespace
+
+UnpackCommand unpackCommand(const QString &archivePath, const QString &destination)
+{
+    if (hasPowerShell()) {
+        const QString command = kExpandArchive.arg(archivePath).arg(destination);
+        return {u"powershell"_s, {u"-NoProfile"_s, u"-Command"_s, command}};
+    }
+    if (!hasProgram(u"unzip"_s) && hasProgram(u"bsdtar"_s))
+        return {u"bsdtar"_s, {u"-x"_s, u"-f"_s, archivePath, u"-C"_s, destination}};
+    return {u"unzip"_s, {u"-q"_s, u"-o"_s, archivePath, u"-d"_s, destination}};
+}

@@ -1,0 +1,183 @@
+#include "install/ClientDownloader.h"
+
+#include "config/BuildSettings.h"
+#include "config/Config.h"
+#include "config/Download.h"
+#include "install/ArchiveUnpacker.h"
+
+#include <QDir>
+#include <QFile>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr auto kArchivePath = "client/DofusClient.zip"_L1;
+constexpr auto kArchiveName = "/DofusClient.zip"_L1;
+constexpr auto kMarker = "/DofusInvoker.swf"_L1;
+constexpr auto kMarkerInSubfolder = "/Client 2.51/DofusInvoker.swf"_L1;
+
+const auto kConnecting = u"Connexion au serveur..."_s;
+// The printf-style marks reach the user as they stand: they are no placeholders of QString::arg.
+const auto kDownloadOfKnownSize = u"Téléchargement du client: %.1f / %.1f MB"_s;
+const auto kDownloadOfUnknownSize = u"Téléchargement du client: %.1f MB"_s;
+const auto kDownloadDone = u"Téléchargement terminé"_s;
+const auto kCannotCreateFile = u"Erreur: Impossible de créer le fichier %1"_s;
+const auto kDownloadFailed = u"Erreur de téléchargement: %1"_s;
+const auto kExtracting = u"Extraction du client en cours..."_s;
+const auto kExtractionFailed = u"Erreur d'extraction: %1"_s;
+const auto kClientMissing = u"Erreur: Le client n'a pas été trouvé après extraction"_s;
+const auto kInstallationDone = u"Installation terminée !"_s;
+const auto kClientInstalled = u"Client installé avec succès !"_s;
+
+} // namespace
+
+ClientDownloader::ClientDownloader(QObject *parent)
+    : QObject(parent)
+    , m_networkManager(new QNetworkAccessManager(this))
+{
+}
+
+ClientDownloader::~ClientDownloader() = default;
+
+void ClientDownloader::startDownload()
+{
+    if (m_reply)
+        return;
+
+    QDir().mkpath(Config::instance().dofusPath());
+    m_zipFile = std::make_unique<QFile>(zipPath());
+    if (!m_zipFile->open(QIODevice::WriteOnly)) {
+        emit downloadFinished(false, kCannotCreateFile.arg(zipPath()));
+        m_zipFile.reset();
+        return;
+    }
+    emit progressChanged(0, kConnecting);
+
+    QNetworkRequest request(QUrl(BuildSettings::serverBaseUrl() + kArchivePath));
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         int{QNetworkRequest::NoLessSafeRedirectPolicy});
+    m_reply = m_networkManager->get(request);
+    m_reply->setReadBufferSize(Download::kReadBufferSize);
+    connect(m_reply, &QNetworkReply::downloadProgress, this,
+            &ClientDownloader::onDownloadProgress);
+    connect(m_reply, &QNetworkReply::finished, this, &ClientDownloader::onDownloadFinished);
+    connect(m_reply, &QNetworkReply::readyRead, m_reply, [this] {
+        if (m_zipFile && m_reply)
+            m_zipFile->write(m_reply->readAll());
+    });
+}
+
+void ClientDownloader::onDownloadProgress(qint64 received, qint64 total)
+{
+    const double receivedMegabytes = static_cast<double>(received) * Download::kBytesToMegabytes;
+    if (total <= 0) {
+        emit progressChanged(-1, kDownloadOfUnknownSize.arg(receivedMegabytes));
+        return;
+    }
+
+    m_totalBytes = total;
+    const double totalMegabytes = static_cast<double>(total) * Download::kBytesToMegabytes;
+    emit progressChanged(static_cast<int>(received * 100 / total),
+                         kDownloadOfKnownSize.arg(receivedMegabytes).arg(totalMegabytes));
+}
+
+void ClientDownloader::onDownloadFinished()
+{
+    if (!m_reply)
+        return;
+
+    m_zipFile->close();
+    if (m_reply->error() != QNetworkReply::NoError) {
+        const QString errorText = m_reply->errorString();
+        m_zipFile->remove();
+        m_zipFile.reset();
+        m_reply->deleteLater();
+        m_reply = nullptr;
+        emit downloadFinished(false, kDownloadFailed.arg(errorText));
+        return;
+    }
+
+    m_reply->deleteLater();
+    m_reply = nullptr;
+    m_zipFile.reset();
+    emit downloadFinished(true, kDownloadDone);
+    startExtraction();
+}
+
+void ClientDownloader::startExtraction()
+{
+    emit extractionStarted();
+    emit progressChanged(-1, kExtracting);
+
+    const UnpackCommand command = unpackCommand(zipPath(), Config::instance().dofusPath());
+    m_process = new QProcess(this);
+    connect(m_process, &QProcess::finished, this, &ClientDownloader::onExtractionFinished);
+    m_process->start(command.program, command.arguments, QIODevice::ReadWrite);
+}
+
+void ClientDownloader::onExtractionFinished(int exitCode, QProcess::ExitStatus exitStatus)
+{
+    QFile::remove(zipPath());
+
+    if (exitCode != 0 || exitStatus != QProcess::NormalExit) {
+        const QString errorText = QString::fromUtf8(m_process->readAllStandardError());
+        m_process->deleteLater();
+        m_process = nullptr;
+        emit extractionFinished(false, kExtractionFailed.arg(errorText));
+        return;
+    }
+
+    m_process->deleteLater();
+    m_process = nullptr;
+    if (!isClientInstalled()) {
+        emit extractionFinished(false, kClientMissing);
+        return;
+    }
+    emit progressChanged(100, kInstallationDone);
+    emit extractionFinished(true, kClientInstalled);
+}
+
+bool ClientDownloader::isClientInstalled()
+{
+    const QString gamePath = Config::instance().dofusPath();
+    return QFile::exists(gamePath + kMarker) || QFile::exists(gamePath + kMarkerInSubfolder);
+}
+
+QString ClientDownloader::zipPath()
+{
+    return Config::instance().dofusPath() + kArchiveName;
+}
+
+QString ClientDownloader::installPath()
+{
+    return Config::instance().dofusPath();
+}
+
+void ClientDownloader::cancel()
+{
+    if (QNetworkReply *reply = m_reply) {
+        // Delivers finished() before it returns: by then onDownloadFinished() has released both
+        // the reply and the file.
+        reply->abort();
+        if (m_reply == reply) {
+            reply->deleteLater();
+            m_reply = nullptr;
+        }
+    }
+    if (m_zipFile) {
+        m_zipFile->close();
+        m_zipFile->remove();
+        m_zipFile.reset();
+    }
+    if (m_process) {
+        // Its end comes later, when the pointer is already cleared, and is of no interest then.
+        m_process->disconnect(this);
+        m_process->kill();
+        m_process->deleteLater();
+        m_process = nullptr;
+    }
+}
