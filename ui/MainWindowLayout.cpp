@@ -1,0 +1,182 @@
+#include "app/MainWindow.h"
+
+#include "config/BuildSettings.h"
+#include "ui/Colors.h"
+#include "ui/NewsView.h"
+#include "ui/StyleSheets.h"
+
+#include <QGraphicsDropShadowEffect>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr QMargins kWindowMargins(40, 30, 40, 30);
+constexpr int kRowSpacing = 20;
+constexpr int kLinkSpacing = 10;
+constexpr QSize kLogoBounds(300, 150);
+constexpr int kNewsMinimumHeight = 200;
+constexpr int kProgressBarHeight = 25;
+constexpr QSize kSettingsButtonSize(150, 50);
+constexpr QSize kPlayButtonSize(300, 70);
+constexpr qreal kPlayButtonGlow = 20;
+
+// The rows add up to more than the window when the logo's label is as high as its picture. The
+// drawing in the picture keeps to the middle 55 % of its height, so the label may cut the rest.
+constexpr int kLogoMinimumHeight = 84;
+
+} // namespace
+
+void MainWindow::setupUi()
+{
+    centralWidget = new QWidget(this);
+    centralWidget->setObjectName(u"centralWidget"_s);
+    setCentralWidget(centralWidget);
+
+    auto *layout = new QVBoxLayout(centralWidget);
+    layout->setContentsMargins(kWindowMargins);
+    layout->setSpacing(kRowSpacing);
+
+    layout->addLayout(createHeader());
+    layout->addLayout(createStatusRow());
+    layout->addWidget(createNewsHeading());
+    createNewsPanel();
+    layout->addWidget(newsWidget);
+    createProgressArea();
+    layout->addWidget(progressLabel);
+    layout->addWidget(progressBar);
+    QHBoxLayout *buttonRow = createButtonRow();
+    layout->addStretch();
+    layout->addLayout(buttonRow);
+    layout->addWidget(createVersionLabel());
+
+    connect(playButton, &QPushButton::clicked, this, &MainWindow::onPlayClicked);
+    connect(settingsButton, &QPushButton::clicked, this, &MainWindow::onSettingsClicked);
+    connect(websiteButton, &QPushButton::clicked, this, &MainWindow::onWebsiteClicked);
+    connect(discordButton, &QPushButton::clicked, this, &MainWindow::onDiscordClicked);
+}
+
+QHBoxLayout *MainWindow::createHeader()
+{
+    auto *logoLabel = new QLabel;
+    const QPixmap logo(u":/images/logo.png"_s);
+    if (!logo.isNull()) {
+        logoLabel->setPixmap(
+            logo.scaled(kLogoBounds, Qt::KeepAspectRatio, Qt::SmoothTransformation));
+        logoLabel->setMinimumHeight(kLogoMinimumHeight);
+    }
+    logoLabel->setObjectName(u"logoLabel"_s);
+
+    titleLabel = new QLabel(u"Veyra Launcher"_s);
+    titleLabel->setObjectName(u"titleLabel"_s);
+    if (!logo.isNull())
+        titleLabel->hide();
+
+    auto *links = new QHBoxLayout;
+    links->setSpacing(kLinkSpacing);
+    websiteButton = new QPushButton(u"Site Web"_s);
+    discordButton = new QPushButton(u"Discord"_s);
+    for (QPushButton *button : {websiteButton, discordButton}) {
+        // One style rule serves both, so they share the name.
+        button->setObjectName(u"socialButton"_s);
+        button->setCursor(Qt::PointingHandCursor);
+        links->addWidget(button);
+    }
+
+    auto *header = new QHBoxLayout;
+    header->addWidget(logoLabel);
+    header->addWidget(titleLabel);
+    header->addStretch();
+    header->addLayout(links);
+    return header;
+}
+
+QHBoxLayout *MainWindow::createStatusRow()
+{
+    statusLabel = new QLabel(u"Vérification du serveur..."_s);
+    statusLabel->setObjectName(u"statusLabel"_s);
+    playersLabel = new QLabel;
+    playersLabel->setObjectName(u"playersLabel"_s);
+
+    auto *row = new QHBoxLayout;
+    row->addWidget(statusLabel);
+    row->addStretch();
+    row->addWidget(playersLabel);
+    return row;
+}
+
+QLabel *MainWindow::createNewsHeading()
+{
+    auto *heading = new QLabel(u"Actualités"_s);
+    heading->setObjectName(u"sectionTitle"_s);
+    return heading;
+}
+
+void MainWindow::createNewsPanel()
+{
+    newsWidget = new NewsView;
+    newsWidget->setObjectName(u"newsWidget"_s);
+    newsWidget->setReadOnly(true);
+    newsWidget->setMinimumHeight(kNewsMinimumHeight);
+    newsWidget->setPlaceholderText(u"Chargement des actualités..."_s);
+}
+
+void MainWindow::createProgressArea()
+{
+    progressLabel = new QLabel(u"Vérification des mises à jour..."_s);
+    progressLabel->setObjectName(u"progressLabel"_s);
+
+    progressBar = new QProgressBar;
+    progressBar->setObjectName(u"progressBar"_s);
+    progressBar->setMinimum(0);
+    progressBar->setMaximum(100);
+    progressBar->setValue(0);
+    progressBar->setTextVisible(false);
+    progressBar->setFixedHeight(kProgressBarHeight);
+}
+
+QHBoxLayout *MainWindow::createButtonRow()
+{
+    settingsButton = new QPushButton(u"Paramètres"_s);
+    settingsButton->setObjectName(u"settingsButton"_s);
+    settingsButton->setCursor(Qt::PointingHandCursor);
+    settingsButton->setFixedSize(kSettingsButtonSize);
+
+    playButton = new QPushButton(u"JOUER"_s);
+    playButton->setObjectName(u"playButton"_s);
+    playButton->setCursor(Qt::PointingHandCursor);
+    playButton->setFixedSize(kPlayButtonSize);
+    playButton->setEnabled(false);
+
+    auto *glow = new QGraphicsDropShadowEffect;
+    glow->setBlurRadius(kPlayButtonGlow);
+    glow->setColor(QColor(Colors::kAccent));
+    glow->setOffset(0, 0);
+    playButton->setGraphicsEffect(glow);
+
+    auto *row = new QHBoxLayout;
+    row->setSpacing(kRowSpacing);
+    row->addWidget(settingsButton);
+    row->addStretch();
+    row->addWidget(playButton);
+    row->addStretch();
+    return row;
+}
+
+QLabel *MainWindow::createVersionLabel()
+{
+    auto *label = new QLabel(u"Version %1"_s.arg(BuildSettings::launcherVersion()));
+    label->setObjectName(u"versionLabel"_s);
+    label->setAlignment(Qt::AlignCenter);
+    return label;
+}
+
+void MainWindow::applyStyles()
+{
+    setStyleSheet(StyleSheets::mainWindow());
+}
