@@ -1,0 +1,53 @@
+#include "app/Identity.h"
+
+#include "config/BuildSettings.h"
+#include "ui/Colors.h"
+
+#include <QApplication>
+#include <QColor>
+#include <QIcon>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+struct RoleColor
+{
+    QPalette::ColorRole role;
+    QLatin1StringView color;
+};
+
+// Tool tips are inverted against the dark theme on purpose.
+constexpr RoleColor kDarkPalette[] = {
+    {QPalette::Window, Colors::kDarkest},
+    {QPalette::WindowText, Colors::kText},
+    {QPalette::Base, Colors::kPanel},
+    {QPalette::AlternateBase, Colors::kDarkest},
+    {QPalette::ToolTipBase, Colors::kText},
+    {QPalette::ToolTipText, Colors::kDarkest},
+    {QPalette::Text, Colors::kText},
+    {QPalette::Button, Colors::kPanel},
+    {QPalette::ButtonText, Colors::kText},
+    {QPalette::BrightText, Colors::kAccent},
+    {QPalette::Link, Colors::kAccent},
+    {QPalette::Highlight, Colors::kAccent},
+    {QPalette::HighlightedText, Colors::kText},
+};
+
+} // namespace
+
+void Identity::apply()
+{
+    QApplication::setApplicationName(u"Veyra Launcher"_s);
+    QApplication::setApplicationVersion(BuildSettings::launcherVersion());
+    QApplication::setOrganizationName(u"Veyra"_s);
+    QApplication::setWindowIcon(QIcon(u":/images/logo.png"_s));
+}
+
+QPalette Identity::darkPalette()
+{
+    QPalette palette;
+    for (const auto &[role, color] : kDarkPalette)
+        palette.setBrush(QPalette::All, role, QBrush(QColor(color), Qt::SolidPattern));
+    return palette;
+}

@@ -1,0 +1,379 @@
+#include "app/MainWindow.h"
+
+#include "config/BuildSettings.h"
+#include "config/Config.h"
+#include "install/ClientDownloader.h"
+#include "net/NewsFetcher.h"
+#include "net/ServerChecker.h"
+#include "ui/Colors.h"
+#include "update/SelfUpdater.h"
+#include "update/Updater.h"
+
+#include <QCoreApplication>
+#include <QDesktopServices>
+#include <QFile>
+#include <QFileInfo>
+#include <QLabel>
+#include <QMessageBox>
+#include <QProcess>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTextEdit>
+#include <QTimer>
+#include <QUrl>
+
+#include <chrono>
+
+using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+// Lets the window appear and settle before the start-up chain begins.
+constexpr auto kStartupDelay = 500ms;
+// Leaves the success of the installation readable before the verification's messages replace it.
+constexpr auto kVerificationDelay = 1000ms;
+
+constexpr QSize kWindowSize(1000, 700);
+
+const auto kPlay = u"JOUER"_s;
+const auto kDownloading = u"Téléchargement..."_s;
+const auto kUpdating = u"Mise à jour..."_s;
+
+const auto kCheckingLauncher = u"Vérification des mises à jour du launcher..."_s;
+const auto kReadyToPlay = u"Prêt à jouer !"_s;
+const auto kExtracting = u"Extraction du client en cours..."_s;
+const auto kInstallingUpdate = u"Installation de la mise à jour..."_s;
+const auto kGameStarted = u"Jeu lancé !"_s;
+
+const auto kErrorTitle = u"Erreur"_s;
+const auto kDownloadErrorTitle = u"Erreur de téléchargement"_s;
+const auto kExtractionErrorTitle = u"Erreur d'extraction"_s;
+const auto kUpdateErrorTitle = u"Erreur de mise à jour"_s;
+
+const auto kUpdateTitle = u"Mise à jour disponible"_s;
+const auto kUpdateText = u"Une nouvelle version du launcher est disponible !\n\n"
+                         u"Version actuelle: %1\nNouvelle version: %2\n\nNouveautés:\n%3"_s;
+const auto kUpdateRequired = u"\n\nCette mise à jour est obligatoire."_s;
+const auto kUpdateQuestion = u"\n\nVoulez-vous mettre à jour maintenant ?"_s;
+const auto kUpdaterFailed = u"Impossible de lancer le programme de mise à jour.\n"
+                            u"Veuillez télécharger la nouvelle version manuellement."_s;
+
+constexpr auto kGameExecutable = "/Dofus.exe"_L1;
+constexpr auto kGameSubfolder = "/Client 2.51"_L1;
+const auto kGameMissing =
+    u"Dofus.exe introuvable:\n%1\n\nConfigurez le chemin dans les paramètres."_s;
+
+const auto kOnline = u"Serveur en ligne"_s;
+const auto kOffline = u"Serveur hors ligne"_s;
+// The label's own sheet replaces all of the window's rule for it, not only the colour.
+const auto kStatusStyle =
+    u"color: %1; font-size: 16px; font-weight: bold; padding: 10px 20px; "
+    u"background: rgba(0, 0, 0, 0.5); border-radius: 10px;"_s;
+const auto kPlayerCount = u"%1 joueur%2 connecté%3"_s;
+const auto kNewsItem = u"<p style='margin: 10px 0;'>• %1</p>"_s;
+const auto kColorStyle = u"color: %1;"_s;
+
+} // namespace
+
+MainWindow::MainWindow(QWidget *parent)
+    : QMainWindow(parent)
+{
+    setWindowTitle(u"Veyra Launcher"_s);
+    setFixedSize(kWindowSize);
+    backgroundPixmap.load(u":/images/background.png"_s);
+    setupUi();
+    applyStyles();
+
+    updater = new Updater(this);
+    serverChecker = new ServerChecker(this);
+    newsFetcher = new NewsFetcher(this);
+    clientDownloader = new ClientDownloader(this);
+    selfUpdater = new SelfUpdater(this);
+    connectWorkers();
+
+    serverChecker->checkStatus();
+    newsFetcher->fetchNews();
+    QTimer::singleShot(kStartupDelay, this, &MainWindow::checkLauncherUpdate);
+}
+
+void MainWindow::connectWorkers()
+{
+    connect(updater, &Updater::progressChanged, this, &MainWindow::onUpdateProgress);
+    connect(updater, &Updater::finished, this, &MainWindow::onUpdateFinished);
+    connect(serverChecker, &ServerChecker::statusReceived, this,
+            &MainWindow::onServerStatusReceived);
+    connect(newsFetcher, &NewsFetcher::newsReceived, this, &MainWindow::onNewsReceived);
+    connect(clientDownloader, &ClientDownloader::progressChanged, this,
+            &MainWindow::onClientDownloadProgress);
+    connect(clientDownloader, &ClientDownloader::downloadFinished, this,
+            &MainWindow::onClientDownloadFinished);
+    connect(clientDownloader, &ClientDownloader::extractionStarted, this,
+            &MainWindow::onClientExtractionStarted);
+    connect(clientDownloader, &ClientDownloader::extractionFinished, this,
+            &MainWindow::onClientExtractionFinished);
+    connect(selfUpdater, &SelfUpdater::updateCheckFinished, this,
+            &MainWindow::onLauncherUpdateCheckFinished);
+    connect(selfUpdater, &SelfUpdater::downloadProgress, this,
+            &MainWindow::onLauncherDownloadProgress);
+    connect(selfUpdater, &SelfUpdater::downloadFinished, this,
+            &MainWindow::onLauncherDownloadFinished);
+    connect(selfUpdater, &SelfUpdater::readyToInstall, this,
+            &MainWindow::onLauncherReadyToInstall);
+}
+
+// --- Is there a newer launcher? ---
+
+void MainWindow::checkLauncherUpdate()
+{
+    progressLabel->setText(kCheckingLauncher);
+    selfUpdater->checkForUpdate();
+}
+
+void MainWindow::onLauncherUpdateCheckFinished(bool updateAvailable, const QString &newVersion,
+                                               const QString &changelog, bool required)
+{
+    if (!updateAvailable) {
+        checkClientInstallation();
+        return;
+    }
+
+    // The change notes come last: a "%1" in them stays as it is.
+    const QString text =
+        kUpdateText.arg(BuildSettings::launcherVersion()).arg(newVersion).arg(changelog);
+    if (required) {
+        QMessageBox::information(this, kUpdateTitle, text + kUpdateRequired);
+        startLauncherDownload();
+        return;
+    }
+
+    const auto answer = QMessageBox::question(this, kUpdateTitle, text + kUpdateQuestion,
+                                              QMessageBox::Yes | QMessageBox::No);
+    if (answer == QMessageBox::Yes)
+        startLauncherDownload();
+    else
+        checkClientInstallation();
+}
+
+void MainWindow::startLauncherDownload()
+{
+    isUpdatingLauncher = true;
+    setPlayButton(false, kUpdating);
+    selfUpdater->downloadUpdate();
+}
+
+void MainWindow::onLauncherDownloadProgress(int percent, const QString &message)
+{
+    showProgress(percent, message);
+}
+
+void MainWindow::onLauncherDownloadFinished(bool success, const QString &message)
+{
+    if (success)
+        return;
+
+    isUpdatingLauncher = false;
+    progressBar->setMaximum(100);
+    progressBar->setValue(0);
+    progressLabel->setText(message);
+    setProgressColor(Colors::kError);
+    QMessageBox::critical(this, kUpdateErrorTitle, message);
+    checkClientInstallation();
+}
+
+void MainWindow::onLauncherReadyToInstall(const QString &updaterPath,
+                                          const QString &newLauncherPath)
+{
+    progressLabel->setText(kInstallingUpdate);
+
+    const QString folder = QCoreApplication::applicationDirPath();
+    const QString fileName = QFileInfo(QCoreApplication::applicationFilePath()).fileName();
+    if (QProcess::startDetached(updaterPath, {newLauncherPath, folder, fileName}, QString())) {
+        QCoreApplication::quit();
+        return;
+    }
+
+    QMessageBox::critical(this, kErrorTitle, kUpdaterFailed);
+    isUpdatingLauncher = false;
+    checkClientInstallation();
+}
+
+// --- Is the client installed? ---
+
+void MainWindow::checkClientInstallation()
+{
+    if (!clientDownloader->isClientInstalled()) {
+        startClientDownload();
+        return;
+    }
+
+    // An installed client is not verified: that follows a fresh installation only.
+    progressBar->setValue(100);
+    progressLabel->setText(kReadyToPlay);
+    setPlayButton(true, kPlay);
+}
+
+void MainWindow::startClientDownload()
+{
+    isDownloadingClient = true;
+    setPlayButton(false, kDownloading);
+    progressBar->setMaximum(100);
+    progressBar->setValue(0);
+    clientDownloader->startDownload();
+}
+
+void MainWindow::onClientDownloadProgress(int percent, const QString &message)
+{
+    showProgress(percent, message);
+}
+
+void MainWindow::onClientDownloadFinished(bool success, const QString &message)
+{
+    if (success)
+        return;
+
+    isDownloadingClient = false;
+    setPlayButton(true, kPlay);
+    progressLabel->setText(message);
+    setProgressColor(Colors::kError);
+    progressBar->setMaximum(100);
+    progressBar->setValue(0);
+    QMessageBox::critical(this, kDownloadErrorTitle, message);
+}
+
+void MainWindow::onClientExtractionStarted()
+{
+    progressBar->setMaximum(0);
+    progressLabel->setText(kExtracting);
+}
+
+void MainWindow::onClientExtractionFinished(bool success, const QString &message)
+{
+    isDownloadingClient = false;
+    progressBar->setMaximum(100);
+    if (!success) {
+        setPlayButton(true, kPlay);
+        progressLabel->setText(message);
+        setProgressColor(Colors::kError);
+        progressBar->setValue(0);
+        QMessageBox::critical(this, kExtractionErrorTitle, message);
+        return;
+    }
+
+    progressLabel->setText(message);
+    setProgressColor(Colors::kAccent);
+    progressBar->setValue(100);
+    QTimer::singleShot(kVerificationDelay, this, &MainWindow::startGameUpdate);
+}
+
+// --- Are the game's files intact? ---
+
+void MainWindow::startGameUpdate()
+{
+    isUpdating = true;
+    setPlayButton(false, kUpdating);
+    updater->checkForUpdates();
+}
+
+void MainWindow::onUpdateProgress(int percent, const QString &message)
+{
+    progressBar->setValue(percent);
+    progressLabel->setText(message);
+}
+
+void MainWindow::onUpdateFinished(bool success, const QString &message)
+{
+    isUpdating = false;
+    setPlayButton(true, kPlay);
+    progressLabel->setText(message);
+    if (success)
+        progressBar->setValue(100);
+    else
+        setProgressColor(Colors::kError);
+}
+
+// --- Buttons ---
+
+void MainWindow::onPlayClicked()
+{
+    if (isUpdating || isDownloadingClient || isUpdatingLauncher)
+        return;
+
+    const QString gamePath = Config::instance().dofusPath();
+    QString workingDirectory = gamePath;
+    QString executable = gamePath + kGameExecutable;
+    if (!QFile::exists(executable)) {
+        const QString subfolder = gamePath + kGameSubfolder;
+        if (QFile::exists(subfolder + kGameExecutable)) {
+            executable = subfolder + kGameExecutable;
+            workingDirectory = subfolder;
+        }
+    }
+
+    if (!QFile::exists(executable)) {
+        QMessageBox::critical(this, kErrorTitle, kGameMissing.arg(executable));
+        return;
+    }
+    QProcess::startDetached(executable, {}, workingDirectory);
+    progressLabel->setText(kGameStarted);
+}
+
+void MainWindow::onWebsiteClicked()
+{
+    QDesktopServices::openUrl(QUrl(BuildSettings::serverBaseUrl()));
+}
+
+void MainWindow::onDiscordClicked()
+{
+    QDesktopServices::openUrl(QUrl(BuildSettings::discordInviteUrl()));
+}
+
+// --- Server status and news ---
+
+void MainWindow::onServerStatusReceived(bool online, int players)
+{
+    statusLabel->setText(online ? kOnline : kOffline);
+    statusLabel->setStyleSheet(kStatusStyle.arg(online ? Colors::kAccent : Colors::kError));
+
+    if (!online || players < 0) {
+        playersLabel->setText(QString());
+        return;
+    }
+    // French counts 0 and 1 in the singular.
+    const QString suffix = players >= 2 ? u"s"_s : QString();
+    playersLabel->setText(kPlayerCount.arg(players).arg(suffix).arg(suffix));
+}
+
+void MainWindow::onNewsReceived(const QStringList &news)
+{
+    QString html;
+    for (const QString &item : news)
+        html += kNewsItem.arg(item);
+    newsWidget->setHtml(html);
+}
+
+// --- Progress display ---
+
+void MainWindow::setPlayButton(bool enabled, const QString &text)
+{
+    playButton->setEnabled(enabled);
+    playButton->setText(text);
+}
+
+/// The colour stays until the next change; the text changes independently of it.
+void MainWindow::setProgressColor(QLatin1StringView color)
+{
+    progressLabel->setStyleSheet(kColorStyle.arg(color));
+}
+
+/// A negative percentage turns the bar into a busy indicator.
+void MainWindow::showProgress(int percent, const QString &message)
+{
+    if (percent >= 0) {
+        progressBar->setMaximum(100);
+        progressBar->setValue(percent);
+    } else {
+        progressBar->setMaximum(0);
+    }
+    progressLabel->setText(message);
+}

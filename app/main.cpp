@@ -1,0 +1,27 @@
+#include "app/Identity.h"
+#include "app/MainWindow.h"
+#include "update/Updater.h"
+
+#include <QApplication>
+#include <QThreadPool>
+
+using namespace Qt::Literals::StringLiterals;
+
+int main(int argc, char **argv)
+{
+    QApplication application(argc, argv);
+    Identity::apply();
+    QApplication::setStyle(u"Fusion"_s);
+    const QPalette palette = Identity::darkPalette();
+    QApplication::setPalette(palette);
+
+    MainWindow window;
+    window.show();
+    const int exitCode = QApplication::exec();
+
+    // A verification posts its progress to the window's Updater: the window may go only once the
+    // pool is idle.
+    Updater::abandonVerifications();
+    QThreadPool::globalInstance()->waitForDone();
+    return exitCode;
+}
