@@ -1,0 +1,112 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QTcpServer>
+#include <QUrl>
+
+#include <chrono>
+#include <utility>
+
+class QTcpSocket;
+
+/// One answer of the scripted server, built by chaining: HttpAnswer::ok("{}").chunked().
+struct HttpAnswer
+{
+    enum class Framing {
+        ContentLength, ///< the usual header
+        Chunked,       ///< Transfer-Encoding: chunked, size unknown to the client
+        UntilClose,    ///< neither: the body ends with the connection
+    };
+
+    static HttpAnswer ok(const QByteArray &body);
+    static HttpAnswer status(int code, const QByteArray &body = {});
+    static HttpAnswer redirect(const QByteArray &location, int code = 302);
+    /// Accepts the request and never says a word.
+    static HttpAnswer never();
+
+    HttpAnswer &header(const QByteArray &name, const QByteArray &value);
+    HttpAnswer &chunked();
+    HttpAnswer &withoutLength();
+    /// Closes the connection in good order after this many bytes of the body.
+    HttpAnswer &truncatedAfter(qint64 bytes);
+    /// Resets the connection (RST) after this many bytes of the body.
+    HttpAnswer &resetAfter(qint64 bytes);
+    /// Waits before the first byte.
+    HttpAnswer &delayed(std::chrono::milliseconds wait);
+    /// Sends the body in pieces, with a pause after each.
+    HttpAnswer &dripped(qint64 pieceSize, std::chrono::milliseconds pause);
+    /// Sends head and `bytes` of the body, then waits for HttpServer::release() before the rest.
+    HttpAnswer &heldAfter(qint64 bytes);
+
+    int code = 200;
+    QList<std::pair<QByteArray, QByteArray>> headers;
+    QByteArray body;
+    Framing framing = Framing::ContentLength;
+    bool silent = false;
+    qint64 truncateAt = -1;
+    qint64 resetAt = -1;
+    qint64 holdAt = -1;
+    std::chrono::milliseconds delay{0};
+    qint64 pieceSize = -1;
+    std::chrono::milliseconds pause{0};
+};
+
+struct HttpRequest
+{
+    QByteArray method;
+    QByteArray target; ///< as it came: a path, or a whole URL when the client uses a proxy
+    QByteArray path;   ///< path and query of the target
+    QHash<QByteArray, QByteArray> headers; ///< names in lower case
+};
+
+/// A real HTTP/1.1 server on a free loopback port whose answers a test scripts per path. It lives on
+/// the event loop of its thread.
+class HttpServer : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit HttpServer(QObject *parent = nullptr);
+    ~HttpServer() override;
+
+    quint16 port() const { return m_server.serverPort(); }
+    QUrl url(const QString &path) const;
+
+    /// Answers every request for `path` ("/api/status.php") with this; 404 for paths without one.
+    void answer(const QByteArray &path, const HttpAnswer &answer);
+    /// Answers one request for each with these in turn, then goes on with the last of them.
+    void answerInTurn(const QByteArray &path, const QList<HttpAnswer> &answers);
+    /// Sends what heldAfter() holds back on the connections that are waiting for `path`.
+    void release(const QByteArray &path);
+    /// Forgets answers and requests; connections are dropped.
+    void clear();
+
+    const QList<HttpRequest> &requests() const { return m_requests; }
+    qsizetype requestCount(const QByteArray &path) const;
+    /// The last request for `path`.
+    HttpRequest lastRequest(const QByteArray &path) const;
+
+    /// Makes every request of this process come here, whatever server its URL names (other than a
+    /// loopback address): the way to reach the launcher's fixed server address on a free port.
+    void becomeProxy();
+    /// Stops listening, so that connections are refused.
+    void stopListening();
+
+signals:
+    void requestReceived(const QByteArray &path);
+
+private:
+    class Connection;
+
+    HttpAnswer nextAnswer(const QByteArray &path);
+    void onNewConnection();
+
+    QTcpServer m_server;
+    QHash<QByteArray, QList<HttpAnswer>> m_answers;
+    QList<HttpRequest> m_requests;
+    QList<QPointer<Connection>> m_connections;
+};
