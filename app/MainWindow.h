@@ -58,6 +58,7 @@ private:
     void createProgressArea();
     QHBoxLayout *createButtonRow();
     QLabel *createVersionLabel();
+    void setupKeyboardAccess();
 
     void connectWorkers();
     void checkLauncherUpdate();

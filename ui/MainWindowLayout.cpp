@@ -2,6 +2,7 @@
 
 #include "config/BuildSettings.h"
 #include "ui/Colors.h"
+#include "ui/FocusRing.h"
 #include "ui/NewsView.h"
 #include "ui/StyleSheets.h"
 
@@ -10,6 +11,7 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QShortcut>
 #include <QVBoxLayout>
 
 using namespace Qt::Literals::StringLiterals;
@@ -54,6 +56,7 @@ void MainWindow::setupUi()
     layout->addStretch();
     layout->addLayout(buttonRow);
     layout->addWidget(createVersionLabel());
+    setupKeyboardAccess();
 
     connect(playButton, &QPushButton::clicked, this, &MainWindow::onPlayClicked);
     connect(settingsButton, &QPushButton::clicked, this, &MainWindow::onSettingsClicked);
@@ -174,6 +177,32 @@ QLabel *MainWindow::createVersionLabel()
     label->setObjectName(u"versionLabel"_s);
     label->setAlignment(Qt::AlignCenter);
     return label;
+}
+
+void MainWindow::setupKeyboardAccess()
+{
+    setTabOrder(websiteButton, discordButton);
+    setTabOrder(discordButton, newsWidget);
+    setTabOrder(newsWidget, settingsButton);
+    setTabOrder(settingsButton, playButton);
+    newsWidget->setTabChangesFocus(true);
+    // The first focus is on something that a stray Enter does nothing to.
+    newsWidget->setFocus();
+    new FocusRing(this);
+
+    // Outside of dialogs a button listens to Space alone.
+    for (QPushButton *button : {websiteButton, discordButton, settingsButton, playButton}) {
+        auto *enter = new QShortcut(button);
+        enter->setKeys({QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)});
+        enter->setContext(Qt::WidgetShortcut);
+        connect(enter, &QShortcut::activated, button, &QPushButton::click);
+    }
+
+    websiteButton->setAccessibleName(u"Ouvrir le site web"_s);
+    discordButton->setAccessibleName(u"Ouvrir le salon Discord"_s);
+    newsWidget->setAccessibleName(u"Actualités"_s);
+    progressBar->setAccessibleName(u"Progression"_s);
+    playButton->setAccessibleName(u"Lancer le jeu"_s);
 }
 
 void MainWindow::applyStyles()

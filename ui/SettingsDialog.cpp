@@ -22,9 +22,11 @@ void MainWindow::onSettingsClicked()
     dialog.setStyleSheet(StyleSheets::settingsDialog());
 
     auto *layout = new QVBoxLayout(&dialog);
-    layout->addWidget(new QLabel(u"Chemin d'installation de Dofus:"_s));
+    auto *caption = new QLabel(u"Chemin d'installation de Dofus:"_s);
+    layout->addWidget(caption);
     auto *pathRow = new QHBoxLayout;
     auto *pathEdit = new QLineEdit(Config::instance().dofusPath());
+    caption->setBuddy(pathEdit); // what a screen reader calls the field
     auto *browseButton = new QPushButton(u"Parcourir"_s);
     pathRow->addWidget(pathEdit);
     pathRow->addWidget(browseButton);
