@@ -4,6 +4,7 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QFocusEvent>
 #include <QPainter>
 #include <QPen>
 #include <QTextEdit>
@@ -27,14 +28,27 @@ bool needsRing(const QWidget *widget)
 FocusRing::FocusRing(QWidget *parent)
     : QFocusFrame(parent)
 {
-    connect(qApp, &QApplication::focusChanged, this,
-            [this](QWidget *, QWidget *now) { follow(now); });
+    hide(); // or the window would show it with its other children
+    qApp->installEventFilter(this);
 }
 
-void FocusRing::follow(QWidget *widget)
+bool FocusRing::eventFilter(QObject *watched, QEvent *event)
 {
-    const bool byKeyboard = widget && widget->window()->testAttribute(Qt::WA_KeyboardFocusChange);
-    setWidget(byKeyboard && needsRing(widget) ? widget : nullptr);
+    if (event->type() == QEvent::FocusIn && watched->isWidgetType()) {
+        follow(static_cast<QWidget *>(watched),
+               static_cast<const QFocusEvent *>(event)->reason());
+    }
+    return QFocusFrame::eventFilter(watched, event);
+}
+
+void FocusRing::follow(QWidget *widget, Qt::FocusReason reason)
+{
+    // A window that becomes active again shows what it showed before.
+    if (reason != Qt::ActiveWindowFocusReason && reason != Qt::PopupFocusReason) {
+        m_byKeyboard = reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason
+            || reason == Qt::ShortcutFocusReason;
+    }
+    setWidget(m_byKeyboard && needsRing(widget) ? widget : nullptr);
 }
 
 void FocusRing::paintEvent(QPaintEvent *)

@@ -2,8 +2,8 @@
 
 #include <QFocusFrame>
 
-/// Shows people who use the keyboard where they are: a ring around the widget that has the focus,
-/// once they have moved it with the keyboard. The style sheets draw no focus of their own.
+/// Shows people who use the keyboard where they are: a ring around the widget that has the focus
+/// when the keyboard has moved it there. The style sheets draw no focus of their own.
 /// One for all of the application's windows; GUI thread.
 class FocusRing : public QFocusFrame
 {
@@ -12,9 +12,13 @@ class FocusRing : public QFocusFrame
 public:
     explicit FocusRing(QWidget *parent);
 
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 protected:
     void paintEvent(QPaintEvent *event) override;
 
 private:
-    void follow(QWidget *widget);
+    void follow(QWidget *widget, Qt::FocusReason reason);
+
+    bool m_byKeyboard = false;
 };

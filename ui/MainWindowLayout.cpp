@@ -181,10 +181,6 @@ QLabel *MainWindow::createVersionLabel()
 
 void MainWindow::setupKeyboardAccess()
 {
-    setTabOrder(websiteButton, discordButton);
-    setTabOrder(discordButton, newsWidget);
-    setTabOrder(newsWidget, settingsButton);
-    setTabOrder(settingsButton, playButton);
     newsWidget->setTabChangesFocus(true);
     // The first focus is on something that a stray Enter does nothing to.
     newsWidget->setFocus();

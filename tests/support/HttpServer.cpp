@@ -348,7 +348,7 @@ HttpAnswer HttpServer::nextAnswer(const QByteArray &path)
 {
     const auto answers = m_answers.find(path);
     if (answers == m_answers.end())
-        return HttpAnswer::status(404, "not found");
+        return m_defaultAnswer;
     return answers->size() > 1 ? answers->takeFirst() : answers->first();
 }
 

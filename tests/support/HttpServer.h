@@ -76,10 +76,12 @@ public:
     quint16 port() const { return m_server.serverPort(); }
     QUrl url(const QString &path) const;
 
-    /// Answers every request for `path` ("/api/status.php") with this; 404 for paths without one.
+    /// Answers every request for `path` ("/api/status.php") with this.
     void answer(const QByteArray &path, const HttpAnswer &answer);
     /// Answers one request for each with these in turn, then goes on with the last of them.
     void answerInTurn(const QByteArray &path, const QList<HttpAnswer> &answers);
+    /// Answers requests for all other paths with this instead of 404.
+    void answerEverythingWith(const HttpAnswer &answer) { m_defaultAnswer = answer; }
     /// Sends what heldAfter() holds back on the connections that are waiting for `path`.
     void release(const QByteArray &path);
     /// Forgets answers and requests; connections are dropped.
@@ -107,6 +109,7 @@ private:
 
     QTcpServer m_server;
     QHash<QByteArray, QList<HttpAnswer>> m_answers;
+    HttpAnswer m_defaultAnswer = HttpAnswer::status(404, "not found");
     QList<HttpRequest> m_requests;
     QList<QPointer<Connection>> m_connections;
 };

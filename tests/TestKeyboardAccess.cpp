@@ -1,0 +1,237 @@
+#include "app/Identity.h"
+#include "app/MainWindow.h"
+#include "config/Config.h"
+#include "tests/support/BoxAnswers.h"
+#include "tests/support/HttpServer.h"
+#include "tests/support/TestEnvironment.h"
+
+#include <QAccessible>
+#include <QApplication>
+#include <QDesktopServices>
+#include <QDialog>
+#include <QFocusFrame>
+#include <QLabel>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTextEdit>
+
+#include <memory>
+
+using namespace Qt::Literals::StringLiterals;
+
+/// What a person without a mouse needs.
+class TestKeyboardAccess : public QObject
+{
+    Q_OBJECT
+
+public slots:
+    void openUrl(const QUrl &url) { m_opened.append(url); }
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void init();
+    void cleanup();
+    void tabGoesFromTopToBottom();
+    void tabSkipsTheDisabledPlayButton();
+    void theFirstFocusIsOnTheNews();
+    void keysPressButtons_data();
+    void keysPressButtons();
+    void enterStartsNothingWhileThePlayButtonIsDisabled();
+    void aRingShowsTheKeyboardFocus();
+    void noRingAfterAClick();
+    void accessibleNames_data();
+    void accessibleNames();
+    void theSettingsFieldIsNamedByItsCaption();
+
+private:
+    template<typename T>
+    T *child(const char *name) const
+    {
+        return m_window->findChild<T *>(QString::fromLatin1(name));
+    }
+    QPushButton *button(const QString &text) const;
+    QFocusFrame *ring() const { return QApplication::focusWidget()->window()->findChild<QFocusFrame *>(); }
+
+    HttpServer m_server; // answers nothing that would change the window meanwhile
+    std::unique_ptr<MainWindow> m_window;
+    QList<QUrl> m_opened;
+};
+
+void TestKeyboardAccess::initTestCase()
+{
+    m_server.becomeProxy();
+    m_server.answerEverythingWith(HttpAnswer::never());
+    QApplication::setStyle(u"Fusion"_s);
+    QApplication::setPalette(Identity::darkPalette());
+    QDesktopServices::setUrlHandler(u"http"_s, this, "openUrl");
+    QDesktopServices::setUrlHandler(u"https"_s, this, "openUrl");
+}
+
+void TestKeyboardAccess::cleanupTestCase()
+{
+    QDesktopServices::unsetUrlHandler(u"http"_s);
+    QDesktopServices::unsetUrlHandler(u"https"_s);
+}
+
+void TestKeyboardAccess::init()
+{
+    m_opened.clear();
+    m_window = std::make_unique<MainWindow>();
+    m_window->show();
+    QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+}
+
+void TestKeyboardAccess::cleanup()
+{
+    m_window.reset();
+}
+
+QPushButton *TestKeyboardAccess::button(const QString &text) const
+{
+    for (QPushButton *candidate : m_window->findChildren<QPushButton *>()) {
+        if (candidate->text() == text)
+            return candidate;
+    }
+    return nullptr;
+}
+
+void TestKeyboardAccess::tabGoesFromTopToBottom()
+{
+    child<QPushButton>("playButton")->setEnabled(true);
+    button(u"Site Web"_s)->setFocus();
+    const QList<QWidget *> order{button(u"Site Web"_s), button(u"Discord"_s),
+                                 child<QTextEdit>("newsWidget"), button(u"Paramètres"_s),
+                                 child<QPushButton>("playButton")};
+    for (QWidget *expected : order) {
+        QCOMPARE(QApplication::focusWidget(), expected);
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    }
+    QCOMPARE(QApplication::focusWidget(), order.first());
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Backtab);
+    QCOMPARE(QApplication::focusWidget(), order.last());
+}
+
+void TestKeyboardAccess::tabSkipsTheDisabledPlayButton()
+{
+    button(u"Paramètres"_s)->setFocus();
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    QCOMPARE(QApplication::focusWidget(), button(u"Site Web"_s));
+}
+
+void TestKeyboardAccess::theFirstFocusIsOnTheNews()
+{
+    QCOMPARE(QApplication::focusWidget(), child<QTextEdit>("newsWidget"));
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+    QVERIFY(m_opened.isEmpty());
+    QVERIFY(!QApplication::activeModalWidget());
+}
+
+void TestKeyboardAccess::keysPressButtons_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<Qt::Key>("key");
+    for (const QString &text : {u"Site Web"_s, u"Discord"_s, u"Paramètres"_s, u"JOUER"_s}) {
+        for (const auto &[name, key] : {std::pair{"Enter", Qt::Key_Return},
+                                        std::pair{"the keypad's Enter", Qt::Key_Enter},
+                                        std::pair{"Space", Qt::Key_Space}}) {
+            QTest::addRow("%s presses %s", name, qPrintable(text)) << text << key;
+        }
+    }
+}
+
+void TestKeyboardAccess::keysPressButtons()
+{
+    QFETCH(const QString, text);
+    QFETCH(const Qt::Key, key);
+    QPushButton *target = button(text);
+    target->setEnabled(true);
+    target->setFocus();
+    QSignalSpy clicked(target, &QPushButton::clicked);
+
+    // Settings and a missing game open a modal window: close what appears.
+    BoxAnswers answers;
+    answers.click(QMessageBox::Ok);
+    QTimer closer;
+    connect(&closer, &QTimer::timeout, this, [] {
+        if (auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+            dialog && !qobject_cast<QMessageBox *>(dialog)) {
+            dialog->reject();
+        }
+    });
+    closer.start(10);
+    Config::instance().setDofusPath(u"/nowhere"_s);
+    QTest::keyClick(target, key);
+    QCOMPARE(clicked.count(), 1);
+}
+
+void TestKeyboardAccess::enterStartsNothingWhileThePlayButtonIsDisabled()
+{
+    auto *play = child<QPushButton>("playButton");
+    QSignalSpy clicked(play, &QPushButton::clicked);
+    QVERIFY(!play->isEnabled());
+    QTest::keyClick(play, Qt::Key_Return);
+    QCOMPARE(clicked.count(), 0);
+}
+
+void TestKeyboardAccess::aRingShowsTheKeyboardFocus()
+{
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    QPushButton *settings = button(u"Paramètres"_s);
+    QCOMPARE(QApplication::focusWidget(), settings);
+    QVERIFY(ring());
+    QCOMPARE(ring()->widget(), settings);
+    QTRY_VERIFY(ring()->isVisible());
+    QVERIFY(ring()->geometry().contains(settings->geometry()));
+
+    // Seen on the pixels: white in the middle of the ring's left edge.
+    const QImage grabbed = m_window->grab().toImage();
+    const qreal ratio = grabbed.devicePixelRatio();
+    const QPoint edge = ring()->mapTo(m_window.get(), QPoint(1, ring()->height() / 2));
+    QCOMPARE(grabbed.pixelColor((QPointF(edge) * ratio).toPoint()), QColor(Qt::white));
+}
+
+void TestKeyboardAccess::noRingAfterAClick()
+{
+    QTest::mouseClick(child<QTextEdit>("newsWidget")->viewport(), Qt::LeftButton);
+    QVERIFY(!ring() || !ring()->isVisible());
+}
+
+void TestKeyboardAccess::accessibleNames_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("name");
+    QTest::newRow("the website button") << u"Site Web"_s << u"Ouvrir le site web"_s;
+    QTest::newRow("the chat button") << u"Discord"_s << u"Ouvrir le salon Discord"_s;
+    QTest::newRow("the play button") << u"JOUER"_s << u"Lancer le jeu"_s;
+    QTest::newRow("the progress bar") << QString() << u"Progression"_s;
+}
+
+void TestKeyboardAccess::accessibleNames()
+{
+    QFETCH(const QString, text);
+    QWidget *widget = text.isEmpty() ? static_cast<QWidget *>(child<QProgressBar>("progressBar"))
+                                     : button(text);
+    QAccessibleInterface *interface = QAccessible::queryAccessibleInterface(widget);
+    QVERIFY(interface);
+    QTEST(interface->text(QAccessible::Name), "name");
+}
+
+void TestKeyboardAccess::theSettingsFieldIsNamedByItsCaption()
+{
+    QString name;
+    QTimer::singleShot(50, this, [&name] {
+        auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+        name = QAccessible::queryAccessibleInterface(dialog->findChild<QLineEdit *>())
+                   ->text(QAccessible::Name);
+        dialog->reject();
+    });
+    QTest::mouseClick(button(u"Paramètres"_s), Qt::LeftButton);
+    QCOMPARE(name, u"Chemin d'installation de Dofus:"_s);
+}
+
+VEYRA_WIDGET_TEST_MAIN(TestKeyboardAccess)
+#include "TestKeyboardAccess.moc"

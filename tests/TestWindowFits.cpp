@@ -1,0 +1,185 @@
+#include "app/Identity.h"
+#include "app/MainWindow.h"
+#include "tests/support/HttpServer.h"
+#include "tests/support/TestEnvironment.h"
+
+#include <QApplication>
+#include <QFocusFrame>
+#include <QFontDatabase>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QStyle>
+#include <QTest>
+#include <QTextEdit>
+
+#include <memory>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+const QStringList kFamilies{u"Noto Sans"_s, u"DejaVu Sans"_s, u"Liberation Sans"_s, u"Roboto"_s};
+
+/// The widgets that show something; the central widget holds them all.
+QList<QWidget *> shownWidgets(const MainWindow &window)
+{
+    QList<QWidget *> shown;
+    const auto *ground = window.findChild<QWidget *>(u"centralWidget"_s);
+    for (QWidget *widget : ground->findChildren<QWidget *>(QString(), Qt::FindDirectChildrenOnly)) {
+        if (widget->isVisible() && !qobject_cast<QFocusFrame *>(widget))
+            shown.append(widget);
+    }
+    return shown;
+}
+
+QString describe(const QWidget *widget)
+{
+    const QRect r = widget->geometry();
+    return u"%1 at %2,%3 %4x%5"_s.arg(widget->objectName()).arg(r.x()).arg(r.y())
+        .arg(r.width()).arg(r.height());
+}
+
+/// Rows of a picture that show anything, as [first, last], in pixels of the picture.
+std::pair<int, int> drawnRows(const QImage &image)
+{
+    int first = image.height();
+    int last = -1;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            if (qAlpha(image.pixel(x, y)) > 8) {
+                first = std::min(first, y);
+                last = y;
+            }
+        }
+    }
+    return {first, last};
+}
+
+} // namespace
+
+/// Nothing in the window overlaps or is cut, whatever font the system has and however it is scaled.
+class TestWindowFits : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void nothingOverlapsOrIsCut_data();
+    void nothingOverlapsOrIsCut();
+    void theLogosDrawingIsWhole_data();
+    void theLogosDrawingIsWhole();
+    void aLongMessageMovesNothing();
+
+private:
+    HttpServer m_server; // answers nothing that would change the texts meanwhile
+    std::unique_ptr<MainWindow> shownWindow(const QString &family);
+};
+
+void TestWindowFits::initTestCase()
+{
+    m_server.becomeProxy();
+    m_server.answerEverythingWith(HttpAnswer::never());
+    QApplication::setStyle(u"Fusion"_s);
+    QApplication::setPalette(Identity::darkPalette());
+    qsizetype installed = 0;
+    for (const QString &family : kFamilies)
+        installed += QFontDatabase::hasFamily(family) ? 1 : 0;
+    QVERIFY2(installed >= 3, "Install the fonts named in scripts/test: three families are needed.");
+}
+
+std::unique_ptr<MainWindow> TestWindowFits::shownWindow(const QString &family)
+{
+    QApplication::setFont(QFont(family));
+    auto window = std::make_unique<MainWindow>();
+    window->findChild<QLabel *>(u"playersLabel"_s)->setText(u"1234 joueurs connectés"_s);
+    window->findChild<QLabel *>(u"statusLabel"_s)->setText(u"Vérification du serveur..."_s);
+    window->findChild<QLabel *>(u"progressLabel"_s)
+        ->setText(u"Mode hors ligne - Impossible de vérifier les mises à jour"_s);
+    window->findChild<QPushButton *>(u"playButton"_s)->setText(u"Téléchargement..."_s);
+    window->show();
+    return window;
+}
+
+void TestWindowFits::nothingOverlapsOrIsCut_data()
+{
+    QTest::addColumn<QString>("family");
+    for (const QString &family : kFamilies) {
+        if (QFontDatabase::hasFamily(family))
+            QTest::addRow("with %s", qPrintable(family)) << family;
+    }
+}
+
+void TestWindowFits::nothingOverlapsOrIsCut()
+{
+    QFETCH(const QString, family);
+    const auto window = shownWindow(family);
+    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+
+    const QRect inside = window->findChild<QWidget *>(u"centralWidget"_s)->rect();
+    QCOMPARE(inside.size(), QSize(1000, 700));
+    const QList<QWidget *> widgets = shownWidgets(*window);
+    QCOMPARE(widgets.size(), 12);
+    for (qsizetype i = 0; i < widgets.size(); ++i) {
+        QVERIFY2(inside.contains(widgets[i]->geometry()), qPrintable(describe(widgets[i])));
+        for (qsizetype j = i + 1; j < widgets.size(); ++j) {
+            QVERIFY2(!widgets[i]->geometry().intersects(widgets[j]->geometry()),
+                     qPrintable(describe(widgets[i]) + u" overlaps "_s + describe(widgets[j])));
+        }
+    }
+    for (const QWidget *widget : widgets) {
+        if (widget->objectName() == u"logoLabel" || qobject_cast<const QTextEdit *>(widget)
+            || qobject_cast<const QProgressBar *>(widget)) {
+            continue;
+        }
+        // A fixed-size button is judged by its text, not by the size that its padding asks for.
+        const auto *button = qobject_cast<const QPushButton *>(widget);
+        const QSize needed = button
+            ? button->fontMetrics().size(Qt::TextShowMnemonic, button->text())
+            : widget->sizeHint();
+        QVERIFY2(needed.width() <= widget->width() && needed.height() <= widget->height(),
+                 qPrintable(describe(widget) + u" is too small for its text"_s));
+    }
+}
+
+void TestWindowFits::theLogosDrawingIsWhole_data()
+{
+    nothingOverlapsOrIsCut_data();
+}
+
+void TestWindowFits::theLogosDrawingIsWhole()
+{
+    QFETCH(const QString, family);
+    const auto window = shownWindow(family);
+    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+
+    const auto *label = window->findChild<QLabel *>(u"logoLabel"_s);
+    const QImage logo = label->pixmap().toImage();
+    const auto [first, last] = drawnRows(logo);
+    // The label centres its picture, so what it lacks in height is cut at both ends alike.
+    const int cut = std::max(0, (logo.height() - label->height() + 1) / 2);
+    QVERIFY2(first >= cut, qPrintable(u"row %1 of the logo is cut (%2 rows)"_s.arg(first).arg(cut)));
+    QVERIFY2(last < logo.height() - cut,
+             qPrintable(u"row %1 of the logo is cut (%2 rows)"_s.arg(last).arg(cut)));
+    QVERIFY(label->width() >= logo.width());
+}
+
+void TestWindowFits::aLongMessageMovesNothing()
+{
+    const auto window = shownWindow(kFamilies.first());
+    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+    QList<QRect> before;
+    for (const QWidget *widget : shownWidgets(*window))
+        before.append(widget->geometry());
+
+    window->findChild<QLabel *>(u"progressLabel"_s)->setText(u"Erreur de téléchargement: "_s.repeated(20));
+    QApplication::sendPostedEvents();
+    QApplication::processEvents();
+    QList<QRect> after;
+    for (const QWidget *widget : shownWidgets(*window))
+        after.append(widget->geometry());
+    QCOMPARE(after, before);
+}
+
+VEYRA_WIDGET_TEST_MAIN(TestWindowFits)
+#include "TestWindowFits.moc"
