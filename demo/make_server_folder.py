@@ -27,6 +27,7 @@ import zipfile
 
 MEGABYTE = 1024 * 1024
 ARCHIVE_DATE = (2025, 1, 1, 12, 0, 0)
+LAUNCHER_MEGABYTES = 20  # about what a launcher with Qt's libraries takes
 PUBLISHED_LAUNCHER = "launcher/VeyraLauncher_update.zip"
 
 # Name and size of the client's data files, in MB. The bytes do not compress, like those of a real
@@ -143,8 +144,8 @@ def make_launcher_archive(folder, version):
     with zipfile.ZipFile(content, "w") as archive:
         add_to_archive(archive, "LISEZMOI.txt",
                        f"Archive d'exemple du launcher {version}.\n".encode(), 0o644)
-        # Large enough for the download to be seen.
-        add_to_archive(archive, "VeyraLauncher.exe", data_bytes(version, 6 * MEGABYTE), 0o755)
+        add_to_archive(archive, "VeyraLauncher.exe",
+                       data_bytes(version, LAUNCHER_MEGABYTES * MEGABYTE), 0o755)
     write_if_different(folder / PUBLISHED_LAUNCHER, content.getvalue())
 
 

@@ -45,11 +45,11 @@ TOOL_TIMEOUT = 30
 PAINT_DELAY = 0.3  # for a new window to be painted before its picture is taken
 GAME_LIFETIME = 120  # a game that nobody closes ends by itself
 
-HAND_OVER_DELAY = 0.4  # from the answer to the middle of the launcher's download
 
 VERSION_CHECK = "/api/launcher_version.json"
 STATUS = "/api/status.php"
 NEWS = "/api/news.php"
+LAUNCHER_ARCHIVE = "/launcher/VeyraLauncher_update.zip"
 ARCHIVE = "/client/DofusClient.zip"
 MANIFEST = "/updates/version.json"
 
@@ -275,12 +275,16 @@ def see_version_check(launcher):
     launcher.take_picture("1-checking")
 
 
-def see_installation(launcher, client, server_folder):
-    size = (server_folder / ARCHIVE.lstrip("/")).stat().st_size
-    archive = client / "DofusClient.zip"
-    launcher.wait_for("a third of the client is downloaded",
-                      lambda: archive.is_file() and archive.stat().st_size > size / 3,
+def see_third_of_download(launcher, what, target, published):
+    size = published.stat().st_size
+    launcher.wait_for(f"a third of {what} is downloaded",
+                      lambda: target.is_file() and target.stat().st_size > size / 3,
                       DOWNLOAD_TIMEOUT)
+
+
+def see_installation(launcher, client, server_folder):
+    see_third_of_download(launcher, "the client", client / "DofusClient.zip",
+                          server_folder / ARCHIVE.lstrip("/"))
     if not launcher.play_button_is_grey():
         raise Failure("the play button is not greyed out during the download")
     launcher.take_picture("2-downloading")
@@ -328,14 +332,16 @@ def is_running(process_id):
     return state != "Z"
 
 
-def see_hand_over(launcher):
+def see_hand_over(launcher, server_folder):
     """An update is offered: accept it and see it handed over."""
+    archive = pathlib.Path(os.environ["TMPDIR"], "VeyraLauncher_update.zip")
     record = launcher.program.parent / UPDATER_RECORD
     prompt = launcher.wait_for_window("a newer launcher is offered", PROMPT_TITLE)
     launcher.take_picture("2-update-offered")
     tool("xdotool", "windowfocus", "--sync", str(prompt), "key", "alt+y", check=True)
     say('answered "Yes" by the keyboard')
-    time.sleep(HAND_OVER_DELAY)
+    see_third_of_download(launcher, "the new launcher", archive,
+                          server_folder / LAUNCHER_ARCHIVE.lstrip("/"))
     launcher.take_picture("3-update-downloading")
 
     launcher.wait_for_end()
@@ -345,7 +351,7 @@ def see_hand_over(launcher):
     if not record.is_file():
         raise Failure("the updater program was not started")
     expected = ["Nombre d'arguments : 3",
-                f"Argument : {os.environ['TMPDIR']}/VeyraLauncher_update.zip",
+                f"Argument : {archive}",
                 f"Argument : {launcher.program.parent}",
                 f"Argument : {launcher.program.name}"]
     if record.read_text().splitlines() != expected:
@@ -359,7 +365,7 @@ def see_everything(launcher, arguments):
 
     see_version_check(launcher)
     if arguments.update:
-        see_hand_over(launcher)
+        see_hand_over(launcher, arguments.server_folder)
         return
     if freshly_installed:
         see_installation(launcher, client, arguments.server_folder)
@@ -376,7 +382,7 @@ def see_everything(launcher, arguments):
 
 def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    for name in ("launcher", "server-folder", "access-log", "screenshots"):
+    for name in ("launcher", "launcher-log", "server-folder", "access-log", "screenshots"):
         parser.add_argument(f"--{name}", type=pathlib.Path, required=True)
     parser.add_argument("--update", action="store_true", help="a newer launcher is on offer")
     return parser.parse_args()
@@ -385,11 +391,11 @@ def parse_arguments():
 def walk(arguments):
     shutil.rmtree(arguments.screenshots, ignore_errors=True)
     arguments.screenshots.mkdir(parents=True)
-    with virtual_display():
+    with virtual_display(), open(arguments.launcher_log, "wb") as launcher_log:
         environment = dict(os.environ, QT_QPA_PLATFORM="xcb",
                            VEYRA_DEMO_GAME_SECONDS=str(GAME_LIFETIME))
         environment.pop("DBUS_SESSION_BUS_ADDRESS", None)
-        process = subprocess.Popen([arguments.launcher], env=environment)
+        process = subprocess.Popen([arguments.launcher], env=environment, stderr=launcher_log)
         with ended_at_last(process):
             launcher = Launcher(process, arguments)
             try:
@@ -407,8 +413,9 @@ def main():
         walk(arguments)
     except Failure as failure:
         say(f"FAILED: {failure}")
-        print(f"The pictures are in {arguments.screenshots}, what the server was asked in "
-              f"{arguments.access_log}. After a broken installation, scripts/run --fresh helps.")
+        print(f"The pictures are in {arguments.screenshots}, the server's log is "
+              f"{arguments.access_log}, the launcher's {arguments.launcher_log}.\n"
+              "After an installation that was broken off, scripts/run --fresh helps.")
         return 1
     except (subprocess.SubprocessError, OSError) as error:
         say(f"FAILED: {error}")
