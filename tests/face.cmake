@@ -21,3 +21,8 @@ foreach(percent 125 150 200)
     set_tests_properties(test_window_fits_at_${percent}_percent PROPERTIES
         ENVIRONMENT "${environment};QT_SCALE_FACTOR=${factor}")
 endforeach()
+
+# Takes pictures of the window in every state; run by scripts/screenshots.
+qt_add_executable(take_screenshots tools/Screenshots.cpp
+    $<TARGET_OBJECTS:veyra_resources> $<TARGET_OBJECTS:veyra_test_settings>)
+target_link_libraries(take_screenshots PRIVATE veyra_app veyra_test_support)

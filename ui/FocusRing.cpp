@@ -7,6 +7,7 @@
 #include <QFocusEvent>
 #include <QPainter>
 #include <QPen>
+#include <QProxyStyle>
 #include <QTextEdit>
 
 #include <algorithm>
@@ -14,7 +15,8 @@
 namespace {
 
 constexpr qreal kRingWidth = 2;
-constexpr qreal kLargestRadius = 17; // goes round the play button
+constexpr int kRingDistance = 4; // from the widget's edge to the ring's outer edge
+constexpr qreal kLargestRadius = 18; // goes round the play button
 
 /// Line edits show their caret; what else takes the focus shows nothing by itself.
 bool needsRing(const QWidget *widget)
@@ -23,11 +25,36 @@ bool needsRing(const QWidget *widget)
         || qobject_cast<const QTextEdit *>(widget);
 }
 
+/// Lets the ring stand off, and whole: its round corners reach into the widget's rectangle, which
+/// styles mask out.
+class RingStyle : public QProxyStyle
+{
+public:
+    int styleHint(StyleHint hint, const QStyleOption *option, const QWidget *widget,
+                  QStyleHintReturn *returnData) const override
+    {
+        if (hint == SH_FocusFrame_Mask)
+            return 0;
+        return QProxyStyle::styleHint(hint, option, widget, returnData);
+    }
+
+    int pixelMetric(PixelMetric metric, const QStyleOption *option,
+                    const QWidget *widget) const override
+    {
+        if (metric == PM_FocusFrameHMargin || metric == PM_FocusFrameVMargin)
+            return kRingDistance;
+        return QProxyStyle::pixelMetric(metric, option, widget);
+    }
+};
+
 } // namespace
 
 FocusRing::FocusRing(QWidget *parent)
     : QFocusFrame(parent)
 {
+    auto *ringStyle = new RingStyle;
+    ringStyle->setParent(this);
+    setStyle(ringStyle);
     hide(); // or the window would show it with its other children
     qApp->installEventFilter(this);
 }

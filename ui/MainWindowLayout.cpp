@@ -14,6 +14,8 @@
 #include <QShortcut>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -30,7 +32,7 @@ constexpr qreal kPlayButtonGlow = 20;
 
 // The rows add up to more than the window when the logo's label is as high as its picture. The
 // drawing in the picture keeps to the middle 55 % of its height, so the label may cut the rest.
-constexpr int kLogoMinimumHeight = 84;
+constexpr int kLogoHeight = 84;
 
 } // namespace
 
@@ -69,9 +71,15 @@ QHBoxLayout *MainWindow::createHeader()
     auto *logoLabel = new QLabel;
     const QPixmap logo(u":/images/logo.png"_s);
     if (!logo.isNull()) {
-        logoLabel->setPixmap(
-            logo.scaled(kLogoBounds, Qt::KeepAspectRatio, Qt::SmoothTransformation));
-        logoLabel->setMinimumHeight(kLogoMinimumHeight);
+        const QPixmap scaled =
+            logo.scaled(kLogoBounds, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+        logoLabel->setPixmap(scaled);
+        logoLabel->setMinimumHeight(kLogoHeight);
+        // Where a label has to cut its picture, Qt cuts at the wrong place on scaled screens. With
+        // negative margins it draws the whole of it, and the widget's own edge cuts.
+        logoLabel->setAttribute(Qt::WA_ContentsMarginsRespectsSafeArea, false); // allows them
+        const int overhang = std::max(0, (scaled.height() - kLogoHeight) / 2);
+        logoLabel->setContentsMargins(0, -overhang, 0, -overhang);
     }
     logoLabel->setObjectName(u"logoLabel"_s);
 
