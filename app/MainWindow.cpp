@@ -36,6 +36,11 @@ constexpr auto kVerificationDelay = 1000ms;
 
 constexpr QSize kWindowSize(1000, 700);
 
+// Characters. A server that answers nonsense may send texts of many megabytes; laying those out
+// would freeze the window for minutes.
+constexpr qsizetype kNewsLimit = 200'000;
+constexpr qsizetype kBoxTextLimit = 20'000;
+
 const auto kPlay = u"JOUER"_s;
 const auto kDownloading = u"Téléchargement..."_s;
 const auto kUpdating = u"Mise à jour..."_s;
@@ -139,8 +144,9 @@ void MainWindow::onLauncherUpdateCheckFinished(bool updateAvailable, const QStri
     }
 
     // The change notes come last: a "%1" in them stays as it is.
-    const QString text =
-        kUpdateText.arg(BuildSettings::launcherVersion()).arg(newVersion).arg(changelog);
+    const QString text = kUpdateText.arg(BuildSettings::launcherVersion())
+                             .arg(newVersion.left(kBoxTextLimit))
+                             .arg(changelog.left(kBoxTextLimit));
     if (required) {
         QMessageBox::information(this, kUpdateTitle, text + kUpdateRequired);
         startLauncherDownload();
@@ -256,7 +262,7 @@ void MainWindow::onClientExtractionFinished(bool success, const QString &message
         progressLabel->setText(message);
         setProgressColor(Colors::kError);
         progressBar->setValue(0);
-        QMessageBox::critical(this, kExtractionErrorTitle, message);
+        QMessageBox::critical(this, kExtractionErrorTitle, message.left(kBoxTextLimit));
         return;
     }
 
@@ -347,8 +353,11 @@ void MainWindow::onServerStatusReceived(bool online, int players)
 void MainWindow::onNewsReceived(const QStringList &news)
 {
     QString html;
-    for (const QString &item : news)
-        html += kNewsItem.arg(item);
+    for (const QString &item : news) {
+        if (html.size() >= kNewsLimit)
+            break;
+        html += kNewsItem.arg(item.left(kNewsLimit - html.size()));
+    }
     newsWidget->setHtml(html);
 }
 

@@ -117,6 +117,8 @@ void ClientDownloader::startExtraction()
     m_process = new QProcess(this);
     connect(m_process, &QProcess::finished, this, &ClientDownloader::onExtractionFinished);
     m_process->start(command.program, command.arguments, QIODevice::ReadWrite);
+    // An unpacker that asks what to do, as unzip does on a full disk, must not wait for an answer.
+    m_process->closeWriteChannel();
 }
 
 void ClientDownloader::onExtractionFinished(int exitCode, QProcess::ExitStatus exitStatus)

@@ -87,7 +87,8 @@ private slots:
     void nothingOverlapsOrIsCut();
     void theLogosDrawingIsWhole_data();
     void theLogosDrawingIsWhole();
-    void aLongMessageMovesNothing();
+    void noMessageMovesAnything_data();
+    void noMessageMovesAnything();
 
 private:
     HttpServer m_server; // answers nothing that would change the texts meanwhile
@@ -193,21 +194,34 @@ void TestWindowFits::theLogosDrawingIsWhole()
     QVERIFY(firstSeen > 0 && lastSeen < with.height() - 1);
 }
 
-void TestWindowFits::aLongMessageMovesNothing()
+void TestWindowFits::noMessageMovesAnything_data()
 {
-    const auto window = shownWindow(kFamilies.first());
-    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-    QList<QRect> before;
-    for (const QWidget *widget : shownWidgets(*window))
-        before.append(widget->geometry());
+    QTest::addColumn<QString>("message");
+    QTest::newRow("an empty one") << QString();
+    QTest::newRow("one wider than the window") << u"Erreur de téléchargement: "_s.repeated(20);
+    QTest::newRow("one of many lines") << u"Erreur d'extraction: ligne\n"_s.repeated(30);
+}
 
-    window->findChild<QLabel *>(u"progressLabel"_s)->setText(u"Erreur de téléchargement: "_s.repeated(20));
-    QApplication::sendPostedEvents();
-    QApplication::processEvents();
-    QList<QRect> after;
-    for (const QWidget *widget : shownWidgets(*window))
-        after.append(widget->geometry());
-    QCOMPARE(after, before);
+void TestWindowFits::noMessageMovesAnything()
+{
+    QFETCH(const QString, message);
+    for (const QString &style : {QString(), u"color: #f44336;"_s}) {
+        const auto window = shownWindow(kFamilies.first());
+        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+        QList<QRect> before;
+        for (const QWidget *widget : shownWidgets(*window))
+            before.append(widget->geometry());
+
+        auto *label = window->findChild<QLabel *>(u"progressLabel"_s);
+        label->setStyleSheet(style);
+        label->setText(message);
+        QApplication::sendPostedEvents();
+        QApplication::processEvents();
+        QList<QRect> after;
+        for (const QWidget *widget : shownWidgets(*window))
+            after.append(widget->geometry());
+        QCOMPARE(after, before);
+    }
 }
 
 VEYRA_WIDGET_TEST_MAIN(TestWindowFits)

@@ -7,6 +7,7 @@ target_compile_definitions(test_window_face PRIVATE
 veyra_add_test(test_keyboard_access
     SOURCES TestKeyboardAccess.cpp $<TARGET_OBJECTS:veyra_resources>
     LIBRARIES veyra_app)
+veyra_add_test(test_server_nonsense SOURCES TestServerNonsense.cpp LIBRARIES veyra_app)
 
 # The scaling of a process is fixed when it starts.
 veyra_add_test(test_window_fits

@@ -141,6 +141,7 @@ void MainWindow::createProgressArea()
 {
     progressLabel = new QLabel(u"Vérification des mises à jour..."_s);
     progressLabel->setObjectName(u"progressLabel"_s);
+    progressLabel->setAlignment(Qt::AlignLeft | Qt::AlignTop);
 
     progressBar = new QProgressBar;
     progressBar->setObjectName(u"progressBar"_s);
@@ -212,4 +213,9 @@ void MainWindow::setupKeyboardAccess()
 void MainWindow::applyStyles()
 {
     setStyleSheet(StyleSheets::mainWindow());
+
+    // One line high whatever its text: an unpacker's error has several lines and would push the
+    // rows into each other. The message box shows them all.
+    progressLabel->ensurePolished();
+    progressLabel->setFixedHeight(progressLabel->sizeHint().height());
 }
