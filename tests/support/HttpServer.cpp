@@ -124,6 +124,8 @@ public:
         , m_socket(socket)
     {
         m_socket->setParent(this);
+        // Small answers would wait 40 ms each for the client's acknowledgement.
+        m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
         connect(m_socket, &QTcpSocket::readyRead, this, &Connection::readRequest);
         connect(m_socket, &QTcpSocket::bytesWritten, this, &Connection::sendMore);
         connect(m_socket, &QTcpSocket::disconnected, this, &QObject::deleteLater);

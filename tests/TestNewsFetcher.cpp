@@ -1,0 +1,269 @@
+#include "net/NewsFetcher.h"
+
+#include "tests/support/BadAnswers.h"
+#include "tests/support/Introspection.h"
+#include "tests/support/SignalSequence.h"
+#include "tests/support/TestEnvironment.h"
+
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QPointer>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <type_traits>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr auto kPath = "/api/news.php";
+const QStringList kWelcome{
+    u"<span style='color: #8bc34a;'>Bienvenue sur Veyra !</span><br/>Le serveur est en cours de préparation. Restez connectés pour les dernières actualités."_s};
+const QStringList kNothing{u"Aucune actualité pour le moment."_s};
+
+} // namespace
+
+static_assert(!std::is_default_constructible_v<NewsFetcher>);
+static_assert(std::is_constructible_v<NewsFetcher, QObject *>);
+static_assert(std::is_same_v<decltype(&NewsFetcher::fetchNews), void (NewsFetcher::*)()>);
+
+class TestNewsFetcher : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+
+    void declaresOneSignalAndOneSlot();
+    void ownsItsManager();
+    void constructorSendsNothing();
+    void requestNamesOnlyTheRedirectPolicy();
+
+    void formatsTheItems_data();
+    void formatsTheItems();
+    void brokenBodyMeansNoNews_data();
+    void brokenBodyMeansNoNews();
+    void failureMeansWelcome_data();
+    void failureMeansWelcome();
+    void unreachableServerMeansWelcome();
+    void manyItemsKeepTheirOrder();
+
+    void followsRedirects();
+    void replyIsGoneAfterItsReport();
+    void mayBeDestroyedWhileTheRequestIsUnderWay();
+
+private:
+    QStringList fetch();
+    HttpServer m_server;
+};
+
+void TestNewsFetcher::init()
+{
+    m_server.clear();
+    m_server.becomeProxy();
+}
+
+/// The news of the one report.
+QStringList TestNewsFetcher::fetch()
+{
+    NewsFetcher fetcher(nullptr);
+    QSignalSpy received(&fetcher, &NewsFetcher::newsReceived);
+    fetcher.fetchNews();
+    if (!received.wait(60000) || received.size() != 1)
+        return {};
+    return received.first().first().toStringList();
+}
+
+void TestNewsFetcher::declaresOneSignalAndOneSlot()
+{
+    QCOMPARE(Introspection::declarations(NewsFetcher::staticMetaObject),
+             (QStringList{u"public signal newsReceived(QStringList news)"_s,
+                          u"private slot onFetchFinished(QNetworkReply* reply)"_s}));
+    QCOMPARE(NewsFetcher::staticMetaObject.superClass(), &QObject::staticMetaObject);
+}
+
+void TestNewsFetcher::ownsItsManager()
+{
+    QObject parent;
+    const auto *fetcher = new NewsFetcher(&parent);
+    QCOMPARE(fetcher->parent(), &parent);
+    QCOMPARE(fetcher->children().size(), 1);
+    QVERIFY(qobject_cast<QNetworkAccessManager *>(fetcher->children().first()));
+}
+
+void TestNewsFetcher::constructorSendsNothing()
+{
+    const NewsFetcher fetcher(nullptr);
+    QCOMPARE(fetcher.findChildren<QNetworkReply *>().size(), 0);
+    QTest::qWait(50);
+    QCOMPARE(m_server.requests().size(), 0);
+}
+
+void TestNewsFetcher::requestNamesOnlyTheRedirectPolicy()
+{
+    NewsFetcher fetcher(nullptr);
+    SignalSequence reports(&fetcher);
+    fetcher.fetchNews();
+
+    const QNetworkReply *reply = Introspection::pendingReply(fetcher);
+    QVERIFY(reply);
+    QCOMPARE(reply->operation(), QNetworkAccessManager::GetOperation);
+    QCOMPARE(Introspection::traits(reply->request()),
+             QStringList{u"attribute %1 = int 1"_s.arg(int(QNetworkRequest::RedirectPolicyAttribute))});
+
+    QVERIFY(reports.waitFor(u"newsReceived"_s));
+    QCOMPARE(m_server.requests().size(), 1);
+    QCOMPARE(m_server.requests().first().method, "GET"_ba);
+    QCOMPARE(m_server.requests().first().target, "http://veyra.test/api/news.php"_ba);
+}
+
+void TestNewsFetcher::formatsTheItems_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QStringList>("news");
+
+    const auto row = [](const char *name, const char *body, const QStringList &news) {
+        QTest::newRow(name) << QByteArray(body) << news;
+    };
+    const auto undated = u"<span style='color: #10b981;'>%1</span><br/>%2"_s;
+
+    row("an empty array", "[]", kNothing);
+    row("an object instead of an array", R"({"news": []})", kNothing);
+    row("an object that holds items", R"({"news": ["Maintenance"]})", kNothing);
+    row("nothing but other types", "[3, true, null, [\"x\"], 1.5]", kNothing);
+    row("an array of empty arrays", "[[], [[]]]", kNothing);
+    row("other types between the items", R"(["Maintenance ce soir", 3, null])",
+        {u"Maintenance ce soir"_s});
+    row("a text keeps its markup", R"(["<b>Événement</b> & <i>fête</i>"])",
+        {u"<b>Événement</b> & <i>fête</i>"_s});
+    row("an empty text is an item", R"([""])", {u""_s});
+    row("a text with placeholders stays as it is", R"(["%1 et %2"])", {u"%1 et %2"_s});
+    row("a whole item", R"([{"title": "A", "date": "12/05", "content": "B"}])",
+        {u"<b>[12/05]</b> <span style='color: #10b981;'>A</span><br/>B"_s});
+    row("an item without date", R"([{"title": "A", "content": "B"}])",
+        {u"<span style='color: #10b981;'>A</span><br/>B"_s});
+    row("an item with an empty date", R"([{"title": "A", "date": "", "content": "B"}])",
+        {u"<span style='color: #10b981;'>A</span><br/>B"_s});
+    row("an item with a title only", R"([{"title": "A"}])",
+        {u"<span style='color: #10b981;'>A</span><br/>"_s});
+    row("an item with a date only", R"([{"date": "12/05"}])",
+        {u"<b>[12/05]</b> <span style='color: #10b981;'></span><br/>"_s});
+    row("an empty item", "[{}]", {u"<span style='color: #10b981;'></span><br/>"_s});
+    row("a date that is a number", R"([{"title": "A", "date": 1205, "content": "B"}])",
+        {u"<span style='color: #10b981;'>A</span><br/>B"_s});
+    row("values of other types read as empty", R"([{"title": 1, "date": "12/05", "content": ["B"]}])",
+        {u"<b>[12/05]</b> <span style='color: #10b981;'></span><br/>"_s});
+    row("other keys do not matter", R"([{"id": 7, "title": "A", "content": "B", "tags": []}])",
+        {u"<span style='color: #10b981;'>A</span><br/>B"_s});
+    row("a date of blanks is a date", R"([{"title": "A", "date": " ", "content": "B"}])",
+        {u"<b>[ ]</b> <span style='color: #10b981;'>A</span><br/>B"_s});
+    row("accents and an emoji", R"([{"title": "Été à Astrub", "date": "1ᵉʳ août", "content": "🎉"}])",
+        {u"<b>[1ᵉʳ août]</b> <span style='color: #10b981;'>Été à Astrub</span><br/>🎉"_s});
+
+    // The fillings come one after the other, each into the lowest placeholder that is left.
+    row("a date that holds %2 receives the title",
+        R"([{"title": "A", "date": "le %2", "content": "B"}])",
+        {u"<b>[le A]</b> <span style='color: #10b981;'>A</span><br/>B"_s});
+    row("a date that holds %1 takes the title's turn",
+        R"([{"title": "A", "date": "le %1", "content": "B"}])",
+        {u"<b>[le A]</b> <span style='color: #10b981;'>B</span><br/>%3"_s});
+    row("a title that holds %2 receives the content", R"([{"title": "A %2", "content": "B"}])",
+        {u"<span style='color: #10b981;'>A B</span><br/>B"_s});
+    row("a content that holds %1 stays as it is", R"([{"title": "A", "content": "100 %1"}])",
+        {undated.arg(u"A"_s, u"100 %1"_s)});
+    row("both forms in one feed", R"(["un", {"title": "deux"}, "trois"])",
+        {u"un"_s, u"<span style='color: #10b981;'>deux</span><br/>"_s, u"trois"_s});
+    row("a byte order mark does no harm", "\xef\xbb\xbf[\"un\"]", {u"un"_s});
+}
+
+void TestNewsFetcher::formatsTheItems()
+{
+    QFETCH(const QByteArray, body);
+    m_server.answer(kPath, HttpAnswer::ok(body));
+    QTEST(fetch(), "news");
+}
+
+void TestNewsFetcher::brokenBodyMeansNoNews_data()
+{
+    QTest::addColumn<HttpAnswer>("answer");
+    for (const auto &[name, answer] : BadAnswers::brokenJson())
+        QTest::newRow(name) << answer;
+}
+
+void TestNewsFetcher::brokenBodyMeansNoNews()
+{
+    QFETCH(const HttpAnswer, answer);
+    m_server.answer(kPath, answer);
+    QCOMPARE(fetch(), kNothing);
+}
+
+void TestNewsFetcher::failureMeansWelcome_data()
+{
+    QTest::addColumn<HttpAnswer>("answer");
+    for (const auto &[name, answer] : BadAnswers::failures(R"(["Maintenance ce soir"])"))
+        QTest::newRow(name) << answer;
+}
+
+void TestNewsFetcher::failureMeansWelcome()
+{
+    QFETCH(const HttpAnswer, answer);
+    m_server.answer(kPath, answer);
+    BadAnswers::loopAt(m_server);
+    QCOMPARE(fetch(), kWelcome);
+}
+
+void TestNewsFetcher::unreachableServerMeansWelcome()
+{
+    HttpServer dead;
+    dead.becomeProxy();
+    dead.stopListening();
+    QCOMPARE(fetch(), kWelcome);
+}
+
+void TestNewsFetcher::manyItemsKeepTheirOrder()
+{
+    QByteArray body = "[";
+    QStringList expected;
+    for (int i = 0; i < 10000; ++i) {
+        body += (i > 0 ? ", \"" : "\"") + QByteArray::number(i) + '"';
+        expected.append(QString::number(i));
+    }
+    m_server.answer(kPath, HttpAnswer::ok(body + ']').chunked());
+    QCOMPARE(fetch(), expected);
+}
+
+void TestNewsFetcher::followsRedirects()
+{
+    m_server.answer(kPath, HttpAnswer::redirect("/moved", 301));
+    m_server.answer("/moved", HttpAnswer::ok(R"(["ailleurs"])"));
+    QCOMPARE(fetch(), QStringList{u"ailleurs"_s});
+}
+
+void TestNewsFetcher::replyIsGoneAfterItsReport()
+{
+    for (const HttpAnswer &answer :
+         {HttpAnswer::ok("[]"), HttpAnswer::ok(R"(["x"])"), HttpAnswer::status(500)}) {
+        m_server.answer(kPath, answer);
+        NewsFetcher fetcher(nullptr);
+        fetcher.fetchNews();
+        const QPointer<QNetworkReply> reply = Introspection::pendingReply(fetcher);
+        QVERIFY(reply);
+        QTRY_VERIFY(!reply);
+    }
+}
+
+void TestNewsFetcher::mayBeDestroyedWhileTheRequestIsUnderWay()
+{
+    m_server.answer(kPath, HttpAnswer::never());
+    auto fetcher = std::make_unique<NewsFetcher>(nullptr);
+    SignalSequence reports(fetcher.get());
+    fetcher->fetchNews();
+    QTRY_COMPARE(m_server.requestCount(kPath), 1);
+    fetcher.reset();
+    QTest::qWait(20);
+    QCOMPARE(reports.texts(), QStringList());
+}
+
+VEYRA_CORE_TEST_MAIN(TestNewsFetcher)
+#include "TestNewsFetcher.moc"

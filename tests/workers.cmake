@@ -1,0 +1,4 @@
+# The tests of the classes below the window.
+
+veyra_add_test(test_server_checker SOURCES TestServerChecker.cpp LIBRARIES veyra_net)
+veyra_add_test(test_news_fetcher SOURCES TestNewsFetcher.cpp LIBRARIES veyra_net)
