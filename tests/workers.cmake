@@ -2,3 +2,4 @@
 
 veyra_add_test(test_server_checker SOURCES TestServerChecker.cpp LIBRARIES veyra_net)
 veyra_add_test(test_news_fetcher SOURCES TestNewsFetcher.cpp LIBRARIES veyra_net)
+veyra_add_test(test_self_updater SOURCES TestSelfUpdater.cpp LIBRARIES veyra_update)
