@@ -24,15 +24,26 @@ bool hasPowerShell()
 #endif
 }
 
+/// In a session without a UTF-8 locale bsdtar refuses every name that holds an accent.
+QProcessEnvironment withUtf8Names()
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
+    return environment;
+}
+
 } // namespace
 
 UnpackCommand unpackCommand(const QString &archivePath, const QString &destination)
 {
     if (hasPowerShell()) {
         const QString command = kExpandArchive.arg(archivePath).arg(destination);
-        return {u"powershell"_s, {u"-NoProfile"_s, u"-Command"_s, command}};
+        return {u"powershell"_s, {u"-NoProfile"_s, u"-Command"_s, command},
+                QProcessEnvironment(QProcessEnvironment::InheritFromParent)};
     }
-    if (!hasProgram(u"unzip"_s) && hasProgram(u"bsdtar"_s))
-        return {u"bsdtar"_s, {u"-x"_s, u"-f"_s, archivePath, u"-C"_s, destination}};
-    return {u"unzip"_s, {u"-q"_s, u"-o"_s, archivePath, u"-d"_s, destination}};
+    if (!hasProgram(u"unzip"_s) && hasProgram(u"bsdtar"_s)) {
+        return {u"bsdtar"_s, {u"-x"_s, u"-f"_s, archivePath, u"-C"_s, destination},
+                withUtf8Names()};
+    }
+    return {u"unzip"_s, {u"-q"_s, u"-o"_s, archivePath, u"-d"_s, destination}, withUtf8Names()};
 }

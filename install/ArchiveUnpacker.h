@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
@@ -8,6 +9,7 @@ struct UnpackCommand
 {
     QString program;
     QStringList arguments;
+    QProcessEnvironment environment;
 };
 
 /// Unpacks the zip file `archivePath` into `destination` and overwrites what is there. Where there

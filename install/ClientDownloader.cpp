@@ -56,6 +56,8 @@ void ClientDownloader::startDownload()
         return;
     }
     emit progressChanged(0, kConnecting);
+    if (!m_zipFile)
+        return; // cancelled from within a slot
 
     QNetworkRequest request(QUrl(BuildSettings::serverBaseUrl() + kArchivePath));
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
@@ -116,6 +118,7 @@ void ClientDownloader::startExtraction()
     const UnpackCommand command = unpackCommand(zipPath(), Config::instance().dofusPath());
     m_process = new QProcess(this);
     connect(m_process, &QProcess::finished, this, &ClientDownloader::onExtractionFinished);
+    m_process->setProcessEnvironment(command.environment);
     m_process->start(command.program, command.arguments, QIODevice::ReadWrite);
     // An unpacker that asks what to do, as unzip does on a full disk, must not wait for an answer.
     m_process->closeWriteChannel();
@@ -161,17 +164,11 @@ QString ClientDownloader::installPath()
 
 void ClientDownloader::cancel()
 {
-    if (QNetworkReply *reply = m_reply) {
-        // Delivers finished() before it returns: by then onDownloadFinished() has released both
-        // the reply and the file.
-        reply->abort();
-        if (m_reply == reply) {
-            reply->deleteLater();
-            m_reply = nullptr;
-        }
-    }
-    if (m_zipFile) {
-        m_zipFile->close();
+    if (m_reply) {
+        // Delivers finished() before it returns, and onDownloadFinished() releases both the reply
+        // and the file. By then a slot may have started another download.
+        m_reply->abort();
+    } else if (m_zipFile) {
         m_zipFile->remove();
         m_zipFile.reset();
     }

@@ -3,3 +3,5 @@
 veyra_add_test(test_server_checker SOURCES TestServerChecker.cpp LIBRARIES veyra_net)
 veyra_add_test(test_news_fetcher SOURCES TestNewsFetcher.cpp LIBRARIES veyra_net)
 veyra_add_test(test_self_updater SOURCES TestSelfUpdater.cpp LIBRARIES veyra_update)
+veyra_add_test(test_archive_unpacker SOURCES TestArchiveUnpacker.cpp LIBRARIES veyra_install)
+veyra_add_test(test_client_downloader SOURCES TestClientDownloader.cpp LIBRARIES veyra_install)

@@ -16,8 +16,8 @@ public:
 
     struct Behaviour
     {
-        QByteArray standardError;
-        QStringList created; ///< files it makes, with their folders
+        QByteArray standardError = {};
+        QStringList created = {}; ///< files it makes, with their folders
         int exitCode = 0;
         bool crashes = false;
         bool hangs = false;

@@ -1,0 +1,245 @@
+#include "install/ArchiveUnpacker.h"
+
+#include "tests/support/FakePrograms.h"
+#include "tests/support/Files.h"
+#include "tests/support/TestEnvironment.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QTest>
+
+using namespace Qt::Literals::StringLiterals;
+
+class TestArchiveUnpacker : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void choosesFromWhatThereIs_data();
+    void choosesFromWhatThereIs();
+    void powerShellCommandHoldsThePathsAsTheyStand_data();
+    void powerShellCommandHoldsThePathsAsTheyStand();
+    void unpacks_data();
+    void unpacks();
+    void overwritesWhatIsThere_data();
+    void overwritesWhatIsThere();
+    void saysWhatIsWrong_data();
+    void saysWhatIsWrong();
+};
+
+void TestArchiveUnpacker::choosesFromWhatThereIs_data()
+{
+    QTest::addColumn<QStringList>("available");
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QStringList>("arguments");
+
+    const QStringList powershell{
+        u"-NoProfile"_s, u"-Command"_s,
+        u"Expand-Archive -Path '/jeu/a.zip' -DestinationPath '/jeu' -Force"_s};
+    const QStringList unzip{u"-q"_s, u"-o"_s, u"/jeu/a.zip"_s, u"-d"_s, u"/jeu"_s};
+    const QStringList bsdtar{u"-x"_s, u"-f"_s, u"/jeu/a.zip"_s, u"-C"_s, u"/jeu"_s};
+
+    QTest::newRow("powershell is first choice")
+        << QStringList{u"powershell"_s, u"unzip"_s, u"bsdtar"_s} << u"powershell"_s << powershell;
+    QTest::newRow("powershell alone") << QStringList{u"powershell"_s} << u"powershell"_s
+                                      << powershell;
+#ifndef Q_OS_WIN // has a powershell at all times
+    QTest::newRow("unzip is second choice")
+        << QStringList{u"unzip"_s, u"bsdtar"_s} << u"unzip"_s << unzip;
+    QTest::newRow("unzip alone") << QStringList{u"unzip"_s} << u"unzip"_s << unzip;
+    QTest::newRow("bsdtar alone") << QStringList{u"bsdtar"_s} << u"bsdtar"_s << bsdtar;
+    QTest::newRow("nothing at all") << QStringList{} << u"unzip"_s << unzip;
+#endif
+}
+
+void TestArchiveUnpacker::choosesFromWhatThereIs()
+{
+    QFETCH(const QStringList, available);
+    FakePrograms programs;
+    for (const QString &name : available)
+        programs.addFake(name, {});
+    const UnpackCommand command = unpackCommand(u"/jeu/a.zip"_s, u"/jeu"_s);
+    QTEST(command.program, "program");
+    QTEST(command.arguments, "arguments");
+}
+
+void TestArchiveUnpacker::powerShellCommandHoldsThePathsAsTheyStand_data()
+{
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<QString>("command");
+    QTest::newRow("blanks and accents")
+        << u"C:/Jeux vidéo"_s
+        << u"Expand-Archive -Path 'C:/Jeux vidéo/a.zip' -DestinationPath 'C:/Jeux vidéo' -Force"_s;
+    QTest::newRow("a single quote is not escaped")
+        << u"C:/L'été"_s
+        << u"Expand-Archive -Path 'C:/L'été/a.zip' -DestinationPath 'C:/L'été' -Force"_s;
+    QTest::newRow("a lone percent sign")
+        << u"C:/100 %"_s
+        << u"Expand-Archive -Path 'C:/100 %/a.zip' -DestinationPath 'C:/100 %' -Force"_s;
+    // The first path is filled in before the second.
+    QTest::newRow("a %2 in the folder takes the destination")
+        << u"C:/%2"_s
+        << u"Expand-Archive -Path 'C:/C:/%2/a.zip' -DestinationPath 'C:/%2' -Force"_s;
+}
+
+void TestArchiveUnpacker::powerShellCommandHoldsThePathsAsTheyStand()
+{
+    QFETCH(const QString, folder);
+    FakePrograms programs;
+    programs.addFake(u"powershell"_s, {});
+    const UnpackCommand command = unpackCommand(folder + u"/a.zip"_s, folder);
+    QCOMPARE(command.arguments.size(), 3);
+    QTEST(command.arguments.last(), "command");
+}
+
+namespace {
+
+struct Outcome
+{
+    int exitCode = -1;
+    QByteArray standardError;
+};
+
+Outcome run(const UnpackCommand &command)
+{
+    QProcess process;
+    process.setProcessEnvironment(command.environment);
+    process.start(command.program, command.arguments);
+    if (!process.waitForFinished() || process.exitStatus() != QProcess::NormalExit)
+        return {};
+    return {process.exitCode(), process.readAllStandardError()};
+}
+
+/// Sets a locale for the time of a test, as a person's session would.
+class Locale
+{
+public:
+    explicit Locale(const QByteArray &name)
+    {
+        qputenv("LANG", name);
+        qputenv("LC_ALL", name);
+    }
+    ~Locale()
+    {
+        qputenv("LANG", m_oldLang);
+        if (m_hadAll)
+            qputenv("LC_ALL", m_oldAll);
+        else
+            qunsetenv("LC_ALL");
+    }
+    Q_DISABLE_COPY_MOVE(Locale)
+
+private:
+    QByteArray m_oldLang = qgetenv("LANG");
+    QByteArray m_oldAll = qgetenv("LC_ALL");
+    bool m_hadAll = qEnvironmentVariableIsSet("LC_ALL");
+};
+
+/// Rows for every unpacker that a machine without PowerShell may have.
+void addUnpackers()
+{
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QByteArray>("locale");
+#ifdef Q_OS_WIN
+    QTest::newRow("not on Windows") << QString() << QByteArray();
+#else
+    for (const char *program : {"unzip", "bsdtar"}) {
+        for (const char *locale : {"C", "C.UTF-8", "POSIX", "xx_YY.ISO-8859-1"}) {
+            QTest::addRow("%s in the locale %s", program, locale)
+                << QString::fromLatin1(program) << QByteArray(locale);
+        }
+    }
+#endif
+}
+
+constexpr auto kAccents = "données/été à Astrub/fichier n° 1 — œuvre.txt";
+
+} // namespace
+
+void TestArchiveUnpacker::unpacks_data()
+{
+    addUnpackers();
+}
+
+void TestArchiveUnpacker::unpacks()
+{
+    QFETCH(const QString, program);
+    QFETCH(const QByteArray, locale);
+    if (program.isEmpty())
+        QSKIP("Windows unpacks with PowerShell");
+
+    const QTemporaryDir folder;
+    const QString source = folder.filePath(u"source"_s);
+    // A game folder as people name theirs; brackets are a pattern for some programs.
+    const QString target = folder.filePath(u"L'été [jeux] %1 & co"_s);
+    Files::write(source + u"/DofusInvoker.swf"_s, "swf");
+    Files::write(source + u'/' + QString::fromUtf8(kAccents), Files::noise(100000));
+    Files::write(source + u"/vide/rien.txt"_s, "");
+    Files::write(target + u"/a.zip"_s, Files::zipped(source));
+
+    FakePrograms programs;
+    programs.addReal(program);
+    const Locale session(locale);
+    const UnpackCommand command = unpackCommand(target + u"/a.zip"_s, target);
+    QCOMPARE(command.program, program);
+    const Outcome outcome = run(command);
+    QCOMPARE(outcome.standardError, ""_ba);
+    QCOMPARE(outcome.exitCode, 0);
+
+    QVERIFY(QFile::remove(target + u"/a.zip"_s));
+    QCOMPARE(Files::tree(target), Files::tree(source));
+    QCOMPARE(Files::read(target + u'/' + QString::fromUtf8(kAccents)), Files::noise(100000));
+}
+
+void TestArchiveUnpacker::overwritesWhatIsThere_data()
+{
+    addUnpackers();
+}
+
+void TestArchiveUnpacker::overwritesWhatIsThere()
+{
+    QFETCH(const QString, program);
+    QFETCH(const QByteArray, locale);
+    if (program.isEmpty())
+        QSKIP("Windows unpacks with PowerShell");
+
+    const QTemporaryDir folder;
+    const QString source = folder.filePath(u"source"_s);
+    const QString target = folder.filePath(u"target"_s);
+    Files::write(source + u"/été/jeu.txt"_s, "new");
+    Files::write(target + u"/été/jeu.txt"_s, "old and longer");
+    Files::write(target + u"/été/à moi.txt"_s, "mine");
+    Files::write(target + u"/a.zip"_s, Files::zipped(source));
+
+    FakePrograms programs;
+    programs.addReal(program);
+    const Locale session(locale);
+    QCOMPARE(run(unpackCommand(target + u"/a.zip"_s, target)).exitCode, 0);
+    QCOMPARE(Files::read(target + u"/été/jeu.txt"_s), "new"_ba);
+    QCOMPARE(Files::read(target + u"/été/à moi.txt"_s), "mine"_ba);
+}
+
+void TestArchiveUnpacker::saysWhatIsWrong_data()
+{
+    addUnpackers();
+}
+
+void TestArchiveUnpacker::saysWhatIsWrong()
+{
+    QFETCH(const QString, program);
+    QFETCH(const QByteArray, locale);
+    if (program.isEmpty())
+        QSKIP("Windows unpacks with PowerShell");
+
+    const QTemporaryDir folder;
+    Files::write(folder.filePath(u"a.zip"_s), "no archive");
+    FakePrograms programs;
+    programs.addReal(program);
+    const Locale session(locale);
+    const Outcome outcome = run(unpackCommand(folder.filePath(u"a.zip"_s), folder.path()));
+    QVERIFY(outcome.exitCode > 0);
+    QVERIFY(!outcome.standardError.isEmpty());
+}
+
+VEYRA_CORE_TEST_MAIN(TestArchiveUnpacker)
+#include "TestArchiveUnpacker.moc"

@@ -1,0 +1,1028 @@
+#include "install/ClientDownloader.h"
+
+#include "config/Config.h"
+#include "install/ArchiveUnpacker.h"
+#include "tests/support/BadAnswers.h"
+#include "tests/support/FakePrograms.h"
+#include "tests/support/Files.h"
+#include "tests/support/FullDisk.h"
+#include "tests/support/Introspection.h"
+#include "tests/support/SignalSequence.h"
+#include "tests/support/TestEnvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QPointer>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <optional>
+#include <type_traits>
+
+using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto kPath = "/client/DofusClient.zip";
+
+const auto kConnecting = u"progressChanged(0, \"Connexion au serveur...\")"_s;
+const auto kKnownSize = u"progressChanged(%1, \"Téléchargement du client: %.1f / %.1f MB\")"_s;
+const auto kUnknownSize = u"progressChanged(-1, \"Téléchargement du client: %.1f MB\")"_s;
+const auto kDownloaded = u"downloadFinished(true, \"Téléchargement terminé\")"_s;
+const auto kExtractionStarted = u"extractionStarted()"_s;
+const auto kExtracting = u"progressChanged(-1, \"Extraction du client en cours...\")"_s;
+const auto kInstalled = u"progressChanged(100, \"Installation terminée !\")"_s;
+const auto kSuccess = u"extractionFinished(true, \"Client installé avec succès !\")"_s;
+const auto kMissing =
+    u"extractionFinished(false, \"Erreur: Le client n'a pas été trouvé après extraction\")"_s;
+const auto kCancelled =
+    u"downloadFinished(false, \"Erreur de téléchargement: Operation canceled\")"_s;
+
+const QStringList kExtraction{kExtractionStarted, kExtracting};
+const QStringList kInstallation = kExtraction + QStringList{kInstalled, kSuccess};
+
+QString downloadFailed(const QString &errorText)
+{
+    return u"downloadFinished(false, \"Erreur de téléchargement: "_s + errorText + u"\")"_s;
+}
+
+QString extractionFailed(const QString &errorText)
+{
+    return u"extractionFinished(false, \"Erreur d'extraction: "_s + errorText + u"\")"_s;
+}
+
+} // namespace
+
+static_assert(!std::is_default_constructible_v<ClientDownloader>);
+static_assert(std::is_constructible_v<ClientDownloader, QObject *>);
+static_assert(std::is_same_v<decltype(&ClientDownloader::startDownload), void (ClientDownloader::*)()>);
+static_assert(
+    std::is_same_v<decltype(&ClientDownloader::startExtraction), void (ClientDownloader::*)()>);
+static_assert(
+    std::is_same_v<decltype(&ClientDownloader::isClientInstalled), bool (ClientDownloader::*)()>);
+static_assert(std::is_same_v<decltype(&ClientDownloader::zipPath), QString (ClientDownloader::*)()>);
+static_assert(
+    std::is_same_v<decltype(&ClientDownloader::installPath), QString (ClientDownloader::*)()>);
+static_assert(std::is_same_v<decltype(&ClientDownloader::cancel), void (ClientDownloader::*)()>);
+
+class TestClientDownloader : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void declaresFourSignalsAndThreeSlots();
+    void ownsItsManager();
+    void constructorDoesNothing();
+    void pathsFollowTheGameFolder();
+    void tellsWhetherTheClientIsInstalled_data();
+    void tellsWhetherTheClientIsInstalled();
+
+    void requestNamesOnlyTheRedirectPolicy();
+    void installs_data();
+    void installs();
+    void powerShellGetsThreeArguments();
+    void reportsProgressAsItComes();
+    void reportsUnknownSize();
+    void progressTexts_data();
+    void progressTexts();
+    void largeArchiveArrivesWhole();
+    void slowDiskLosesNothing();
+    void followsRedirects();
+    void olderArchiveIsReplaced();
+    void secondStartIsIgnored();
+    void archiveThatCannotBeCreated_data();
+    void archiveThatCannotBeCreated();
+    void failedDownloadLeavesNothing_data();
+    void failedDownloadLeavesNothing();
+    void unreachableServer();
+    void fullDiskShowsInTheExtraction();
+
+    void failedExtractionCarriesTheStandardError_data();
+    void failedExtractionCarriesTheStandardError();
+    void crashIsAFailureWhateverItsExitCode();
+    void successWithoutMarkerIsAFailure_data();
+    void successWithoutMarkerIsAFailure();
+    void unpackerThatCannotBeStartedSaysNothing_data();
+    void unpackerThatCannotBeStartedSaysNothing();
+    void realUnpackerInstalls_data();
+    void realUnpackerInstalls();
+    void brokenArchiveCarriesTheUnpackersWords_data();
+    void brokenArchiveCarriesTheUnpackersWords();
+
+    void everyOutcomeLeavesItReadyForAnother_data();
+    void everyOutcomeLeavesItReadyForAnother();
+    void gameFolderChangedDuringTheDownload();
+    void replyIsGoneAfterTheDownload();
+
+    void cancelWhileIdleDoesNothing();
+    void cancelWhileDownloading_data();
+    void cancelWhileDownloading();
+    void cancelWhileExtracting();
+    void cancelFromWithinASlot_data();
+    void cancelFromWithinASlot();
+    void slotMayStartAnewWhenCancelled();
+    void mayBeDestroyedDuringTheDownload();
+    void mayBeDestroyedDuringTheExtraction();
+
+private:
+    QString game(const QString &name) const { return m_gamePath + u'/' + name; }
+    /// A PowerShell that "unpacks" the marker.
+    void addGoodPowerShell(const QString &marker = u"DofusInvoker.swf"_s);
+
+    HttpServer m_server;
+    std::optional<QTemporaryDir> m_folder;
+    QString m_gamePath;
+    std::optional<FakePrograms> m_programs;
+};
+
+void TestClientDownloader::init()
+{
+    m_server.clear();
+    m_server.becomeProxy();
+    m_folder.emplace();
+    m_gamePath = m_folder->filePath(u"Jeux vidéo/Veyra 2"_s);
+    Config::instance().setDofusPath(m_gamePath);
+    m_programs.emplace();
+}
+
+void TestClientDownloader::cleanup()
+{
+    m_programs.reset();
+    m_folder.reset();
+}
+
+void TestClientDownloader::addGoodPowerShell(const QString &marker)
+{
+    m_programs->addFake(u"powershell"_s, {.created = {game(marker)}});
+}
+
+void TestClientDownloader::declaresFourSignalsAndThreeSlots()
+{
+    QCOMPARE(Introspection::declarations(ClientDownloader::staticMetaObject),
+             (QStringList{
+                 u"public signal progressChanged(int percent, QString message)"_s,
+                 u"public signal downloadFinished(bool success, QString message)"_s,
+                 u"public signal extractionStarted()"_s,
+                 u"public signal extractionFinished(bool success, QString message)"_s,
+                 u"private slot onDownloadProgress(qlonglong received, qlonglong total)"_s,
+                 u"private slot onDownloadFinished()"_s,
+                 u"private slot onExtractionFinished(int exitCode, "
+                 "QProcess::ExitStatus exitStatus)"_s,
+             }));
+    QCOMPARE(ClientDownloader::staticMetaObject.superClass(), &QObject::staticMetaObject);
+}
+
+void TestClientDownloader::ownsItsManager()
+{
+    QObject parent;
+    const auto *downloader = new ClientDownloader(&parent);
+    QCOMPARE(downloader->parent(), &parent);
+    QCOMPARE(downloader->children().size(), 1);
+    QVERIFY(qobject_cast<QNetworkAccessManager *>(downloader->children().first()));
+}
+
+void TestClientDownloader::constructorDoesNothing()
+{
+    const ClientDownloader downloader(nullptr);
+    QCOMPARE(downloader.findChildren<QNetworkReply *>().size(), 0);
+    QTest::qWait(50);
+    QCOMPARE(m_server.requests().size(), 0);
+    QVERIFY(!QDir(m_gamePath).exists());
+}
+
+void TestClientDownloader::pathsFollowTheGameFolder()
+{
+    ClientDownloader downloader(nullptr);
+    QCOMPARE(downloader.installPath(), m_gamePath);
+    QCOMPARE(downloader.zipPath(), game(u"DofusClient.zip"_s));
+    Config::instance().setDofusPath(u"/ailleurs"_s);
+    QCOMPARE(downloader.installPath(), u"/ailleurs"_s);
+    QCOMPARE(downloader.zipPath(), u"/ailleurs/DofusClient.zip"_s);
+}
+
+void TestClientDownloader::tellsWhetherTheClientIsInstalled_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<bool>("installed");
+    QTest::newRow("no game folder") << QString() << false;
+    QTest::newRow("marker in the game folder") << u"DofusInvoker.swf"_s << true;
+    QTest::newRow("marker in its sub-folder") << u"Client 2.51/DofusInvoker.swf"_s << true;
+    QTest::newRow("marker in another sub-folder") << u"Client/DofusInvoker.swf"_s << false;
+    QTest::newRow("marker too deep") << u"Client 2.51/bin/DofusInvoker.swf"_s << false;
+    QTest::newRow("something else") << u"Dofus.exe"_s << false;
+    QTest::newRow("the archive alone") << u"DofusClient.zip"_s << false;
+    QTest::newRow("a folder of the marker's name counts")
+        << u"DofusInvoker.swf/something"_s << true;
+}
+
+void TestClientDownloader::tellsWhetherTheClientIsInstalled()
+{
+    QFETCH(const QString, file);
+    if (!file.isEmpty())
+        Files::write(game(file), "x");
+    ClientDownloader downloader(nullptr);
+    QTEST(downloader.isClientInstalled(), "installed");
+}
+
+void TestClientDownloader::requestNamesOnlyTheRedirectPolicy()
+{
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+
+    const QNetworkReply *reply = Introspection::pendingReply(downloader);
+    QVERIFY(reply);
+    QCOMPARE(reply->operation(), QNetworkAccessManager::GetOperation);
+    QCOMPARE(Introspection::traits(reply->request()),
+             QStringList{u"attribute %1 = int 1"_s.arg(int(QNetworkRequest::RedirectPolicyAttribute))});
+
+    QVERIFY(reports.waitFor(u"downloadFinished"_s));
+    QCOMPARE(m_server.requests().size(), 1);
+    QCOMPARE(m_server.requests().first().method, "GET"_ba);
+    QCOMPARE(m_server.requests().first().target, "http://veyra.test/client/DofusClient.zip"_ba);
+}
+
+void TestClientDownloader::installs_data()
+{
+    QTest::addColumn<HttpAnswer>("answer");
+    QTest::addColumn<QString>("marker");
+    QTest::addColumn<QString>("lastProgress");
+    const QByteArray archive = Files::noise(300001);
+    const auto marker = u"DofusInvoker.swf"_s;
+    // Once everything is there Qt knows the size of any body but an empty one.
+    const QString whole = kKnownSize.arg(100);
+
+    QTest::newRow("with its length") << HttpAnswer::ok(archive) << marker << whole;
+    QTest::newRow("a client in its sub-folder")
+        << HttpAnswer::ok(archive) << u"Client 2.51/DofusInvoker.swf"_s << whole;
+    QTest::newRow("in chunks") << HttpAnswer::ok(archive).chunked() << marker << whole;
+    QTest::newRow("until the connection ends")
+        << HttpAnswer::ok(archive).withoutLength() << marker << whole;
+    QTest::newRow("in small chunks, slowly")
+        << HttpAnswer::ok(archive.left(2000)).chunked().dripped(100, 1ms) << marker << whole;
+    QTest::newRow("one byte") << HttpAnswer::ok("x") << marker << whole;
+    QTest::newRow("nothing at all") << HttpAnswer::ok({}) << marker << kUnknownSize;
+    QTest::newRow("late") << HttpAnswer::ok(archive).delayed(100ms) << marker << whole;
+}
+
+void TestClientDownloader::installs()
+{
+    QFETCH(const HttpAnswer, answer);
+    QFETCH(const QString, marker);
+    QFETCH(const QString, lastProgress);
+    m_server.answer(kPath, answer);
+    addGoodPowerShell(marker);
+
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    QByteArray archive;
+    connect(&downloader, &ClientDownloader::downloadFinished, this,
+            [&] { archive = Files::read(downloader.zipPath()); });
+    bool archiveGone = false;
+    connect(&downloader, &ClientDownloader::extractionFinished, this,
+            [&] { archiveGone = !QFile::exists(downloader.zipPath()); });
+    downloader.startDownload();
+    QCOMPARE(reports.texts(), QStringList{kConnecting});
+    QVERIFY(QFile::exists(downloader.zipPath()));
+
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QTest::qWait(20);
+    QStringList tail = reports.withoutRepeats();
+    tail.remove(0, tail.size() - 6);
+    QCOMPARE(tail, (QStringList{lastProgress, kDownloaded} + kInstallation));
+    QCOMPARE(reports.texts().first(), kConnecting);
+    QCOMPARE(archive, answer.body);
+    QVERIFY(archiveGone);
+    QVERIFY(downloader.isClientInstalled());
+}
+
+void TestClientDownloader::powerShellGetsThreeArguments()
+{
+    m_server.answer(kPath, HttpAnswer::ok("archive"));
+    addGoodPowerShell();
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(m_programs->arguments(u"powershell"_s),
+             (QStringList{u"-NoProfile"_s, u"-Command"_s,
+                          u"Expand-Archive -Path '"_s + m_gamePath
+                              + u"/DofusClient.zip' -DestinationPath '"_s + m_gamePath
+                              + u"' -Force"_s}));
+}
+
+void TestClientDownloader::reportsProgressAsItComes()
+{
+    // Qt reports at most ten times a second, for the first time after a tenth.
+    m_server.answer(kPath, HttpAnswer::ok("abc").delayed(150ms).dripped(1, 150ms));
+    addGoodPowerShell();
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(reports.withoutRepeats(),
+             (QStringList{kConnecting, kKnownSize.arg(33), kKnownSize.arg(66), kKnownSize.arg(100),
+                          kDownloaded}
+              + kInstallation));
+}
+
+void TestClientDownloader::reportsUnknownSize()
+{
+    m_server.answer(kPath, HttpAnswer::ok("abc").chunked().delayed(150ms).dripped(1, 150ms));
+    addGoodPowerShell();
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    // The last report is Qt's: with all bytes there, their number is the size.
+    QCOMPARE(reports.texts(), (QStringList{kConnecting, kUnknownSize, kUnknownSize, kUnknownSize,
+                                           kKnownSize.arg(100), kDownloaded}
+                               + kInstallation));
+}
+
+void TestClientDownloader::progressTexts_data()
+{
+    QTest::addColumn<qint64>("received");
+    QTest::addColumn<qint64>("total");
+    QTest::addColumn<QString>("report");
+    const auto row = [](const char *name, qint64 received, qint64 total, const QString &report) {
+        QTest::newRow(name) << received << total << report;
+    };
+    row("half of 10 MB", 5242880, 10485760, kKnownSize.arg(50));
+    row("a third is cut, not rounded", 1, 3, kKnownSize.arg(33));
+    row("two thirds are cut, not rounded", 2, 3, kKnownSize.arg(66));
+    row("nothing yet", 0, 10, kKnownSize.arg(0));
+    row("one byte of one", 1, 1, kKnownSize.arg(100));
+    row("almost all", 999999, 1000000, kKnownSize.arg(99));
+    row("more than 2^31 bytes", 3000000000, 6000000000, kKnownSize.arg(50));
+    row("total 0", 5, 0, kUnknownSize);
+    row("total -1", 5, -1, kUnknownSize);
+}
+
+void TestClientDownloader::progressTexts()
+{
+    QFETCH(const qint64, received);
+    QFETCH(const qint64, total);
+    QFETCH(const QString, report);
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    QVERIFY(QMetaObject::invokeMethod(&downloader, "onDownloadProgress", Q_ARG(qint64, received),
+                                      Q_ARG(qint64, total)));
+    QCOMPARE(reports.texts(), QStringList{report});
+}
+
+void TestClientDownloader::largeArchiveArrivesWhole()
+{
+    const QByteArray archive = Files::noise(64 * 1024 * 1024 + 7);
+    m_server.answer(kPath, HttpAnswer::ok(archive));
+    addGoodPowerShell();
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    QString hash;
+    connect(&downloader, &ClientDownloader::downloadFinished, this,
+            [&] { hash = Files::sha256(Files::read(downloader.zipPath())); });
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(hash, Files::sha256(archive));
+}
+
+/// While the GUI thread is busy more arrives than a reply may hold; the rest waits in the network.
+void TestClientDownloader::slowDiskLosesNothing()
+{
+    const QByteArray archive = Files::noise(16 * 1024 * 1024 + 3);
+    for (const HttpAnswer &answer : {HttpAnswer::ok(archive), HttpAnswer::ok(archive).chunked(),
+                                     HttpAnswer::ok(archive).withoutLength()}) {
+        m_server.answer(kPath, answer);
+        addGoodPowerShell();
+        ClientDownloader downloader(nullptr);
+        SignalSequence reports(&downloader);
+        QString hash;
+        connect(&downloader, &ClientDownloader::downloadFinished, this,
+                [&] { hash = Files::sha256(Files::read(downloader.zipPath())); });
+        downloader.startDownload();
+        QNetworkReply *reply = Introspection::pendingReply(downloader);
+        QVERIFY(reply);
+        QVERIFY(reply->readBufferSize() > 0);
+        connect(reply, &QNetworkReply::readyRead, this, [] { QTest::qSleep(2); });
+        QVERIFY(reports.waitFor(u"extractionFinished"_s));
+        QCOMPARE(hash, Files::sha256(archive));
+    }
+}
+
+void TestClientDownloader::followsRedirects()
+{
+    m_server.answer(kPath, HttpAnswer::redirect("http://mirror.test/moved", 307));
+    m_server.answer("/moved", HttpAnswer::ok("archive"));
+    addGoodPowerShell();
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    QByteArray archive;
+    connect(&downloader, &ClientDownloader::downloadFinished, this,
+            [&] { archive = Files::read(downloader.zipPath()); });
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(archive, "archive"_ba);
+    QCOMPARE(reports.last(), kSuccess);
+}
+
+void TestClientDownloader::olderArchiveIsReplaced()
+{
+    Files::write(game(u"DofusClient.zip"_s), QByteArray(1000, 'o'));
+    m_server.answer(kPath, HttpAnswer::ok("archive"));
+    addGoodPowerShell();
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    QByteArray archive;
+    connect(&downloader, &ClientDownloader::downloadFinished, this,
+            [&] { archive = Files::read(downloader.zipPath()); });
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(archive, "archive"_ba);
+}
+
+void TestClientDownloader::secondStartIsIgnored()
+{
+    m_server.answer(kPath, HttpAnswer::ok("abcdef").heldAfter(3));
+    addGoodPowerShell();
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    QByteArray archive;
+    connect(&downloader, &ClientDownloader::downloadFinished, this,
+            [&] { archive = Files::read(downloader.zipPath()); });
+    downloader.startDownload();
+    downloader.startDownload();
+    QTRY_COMPARE(m_server.requestCount(kPath), 1);
+    downloader.startDownload();
+    QCOMPARE(reports.texts(), QStringList{kConnecting});
+
+    m_server.release(kPath);
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(reports.withoutRepeats(),
+             (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} + kInstallation));
+    QCOMPARE(archive, "abcdef"_ba);
+    QCOMPARE(m_server.requestCount(kPath), 1);
+}
+
+void TestClientDownloader::archiveThatCannotBeCreated_data()
+{
+    QTest::addColumn<QString>("inTheWay"); // a file of this name below the test's folder
+    QTest::newRow("a folder lies in the archive's place")
+        << u"Jeux vidéo/Veyra 2/DofusClient.zip/something"_s;
+    QTest::newRow("a file lies in the game folder's place") << u"Jeux vidéo/Veyra 2"_s;
+    QTest::newRow("a file lies in the place of its parent") << u"Jeux vidéo"_s;
+}
+
+void TestClientDownloader::archiveThatCannotBeCreated()
+{
+    QFETCH(const QString, inTheWay);
+    Files::write(m_folder->filePath(inTheWay), "in the way");
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    QCOMPARE(reports.texts(),
+             QStringList{u"downloadFinished(false, \"Erreur: Impossible de créer le fichier "_s
+                         + m_gamePath + u"/DofusClient.zip\")"_s});
+    QCOMPARE(downloader.findChildren<QNetworkReply *>().size(), 0);
+    QTest::qWait(20);
+    QCOMPARE(m_server.requests().size(), 0);
+
+    // The way is free again, and so is the downloader.
+    QVERIFY(QFile::remove(m_folder->filePath(u"Jeux vidéo"_s))
+            || QDir(m_folder->filePath(u"Jeux vidéo"_s)).removeRecursively());
+    m_server.answer(kPath, HttpAnswer::ok("archive"));
+    addGoodPowerShell();
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(reports.last(), kSuccess);
+}
+
+void TestClientDownloader::failedDownloadLeavesNothing_data()
+{
+    QTest::addColumn<HttpAnswer>("answer");
+    const QByteArray archive = Files::noise(300000);
+    for (const auto &[name, answer] : BadAnswers::failures(archive))
+        QTest::newRow(name) << answer;
+    QTest::newRow("cut off after half") << HttpAnswer::ok(archive).truncatedAfter(150000);
+    QTest::newRow("reset after half") << HttpAnswer::ok(archive).resetAfter(150000);
+    QTest::newRow("chunks that are cut off after half")
+        << HttpAnswer::ok(archive).chunked().truncatedAfter(150000);
+    QTest::newRow("chunks that are reset after half")
+        << HttpAnswer::ok(archive).chunked().resetAfter(150000);
+}
+
+void TestClientDownloader::failedDownloadLeavesNothing()
+{
+    QFETCH(const HttpAnswer, answer);
+    m_server.answer(kPath, answer);
+    BadAnswers::loopAt(m_server);
+    addGoodPowerShell();
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+
+    QNetworkReply *reply = Introspection::pendingReply(downloader);
+    QVERIFY(reply);
+    QString errorText;
+    bool goneByThen = false;
+    connect(reply, &QNetworkReply::finished, this, [&] { errorText = reply->errorString(); });
+    connect(&downloader, &ClientDownloader::downloadFinished, this,
+            [&] { goneByThen = !QFile::exists(downloader.zipPath()); });
+
+    QVERIFY(reports.waitFor(u"downloadFinished"_s));
+    QTest::qWait(20);
+    QVERIFY(goneByThen);
+    QVERIFY(!QFile::exists(downloader.zipPath()));
+    QVERIFY(!errorText.isEmpty());
+    QCOMPARE(reports.texts().first(), kConnecting);
+    QCOMPARE(reports.last(), downloadFailed(errorText));
+    QCOMPARE(reports.count(u"downloadFinished"_s), 1);
+    QCOMPARE(reports.count(u"extractionStarted"_s), 0);
+    QVERIFY(!m_programs->wasCalled(u"powershell"_s));
+}
+
+void TestClientDownloader::unreachableServer()
+{
+    HttpServer dead;
+    dead.becomeProxy();
+    dead.stopListening();
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    QNetworkReply *reply = Introspection::pendingReply(downloader);
+    QString errorText;
+    connect(reply, &QNetworkReply::finished, this, [&] { errorText = reply->errorString(); });
+    QVERIFY(reports.waitFor(u"downloadFinished"_s));
+    QTest::qWait(0); // our own slot comes after the downloader's
+    QCOMPARE(reports.texts().first(), kConnecting);
+    QCOMPARE(reports.last(), downloadFailed(errorText));
+    QCOMPARE(reports.count(u"downloadFinished"_s), 1);
+    QVERIFY(!QFile::exists(downloader.zipPath()));
+}
+
+void TestClientDownloader::fullDiskShowsInTheExtraction()
+{
+    if (!FullDisk::isPossible())
+        QSKIP("This system knows no limit for the size of files");
+    m_server.answer(kPath, HttpAnswer::ok(Files::noise(300000)));
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    m_programs->addFake(u"powershell"_s, {.standardError = "archive incomplète", .exitCode = 1});
+    {
+        const FullDisk disk(1000);
+        downloader.startDownload();
+        QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    }
+    QCOMPARE(reports.withoutRepeats(),
+             (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} + kExtraction
+              + QStringList{extractionFailed(u"archive incomplète"_s)}));
+    QVERIFY(!QFile::exists(downloader.zipPath()));
+}
+
+void TestClientDownloader::failedExtractionCarriesTheStandardError_data()
+{
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<bool>("crashes");
+    QTest::addColumn<QByteArray>("standardError");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("a complaint")
+        << 1 << false << "Expand-Archive : échec\r\n"_ba << u"Expand-Archive : échec\r\n"_s;
+    QTest::newRow("no complaint") << 1 << false << ""_ba << QString();
+    QTest::newRow("another exit code") << 255 << false << "x"_ba << u"x"_s;
+    QTest::newRow("a crash") << 0 << true << "juste avant"_ba << u"juste avant"_s;
+    QTest::newRow("a silent crash") << 0 << true << ""_ba << QString();
+    QTest::newRow("placeholders in the complaint") << 1 << false << "%1 %2"_ba << u"%1 %2"_s;
+    QTest::newRow("a complaint that is no UTF-8") << 1 << false << "\xe9t\xe9"_ba << u"\ufffdt\ufffd"_s;
+    QTest::newRow("a complaint of 1 MB")
+        << 1 << false << QByteArray(1 << 20, 'x') << QString(1 << 20, u'x');
+}
+
+void TestClientDownloader::failedExtractionCarriesTheStandardError()
+{
+    QFETCH(const int, exitCode);
+    QFETCH(const bool, crashes);
+    QFETCH(const QByteArray, standardError);
+    QFETCH(const QString, text);
+    // The marker does not help: the exit tells.
+    m_programs->addFake(u"powershell"_s,
+                        {.standardError = standardError,
+                         .created = {game(u"DofusInvoker.swf"_s)},
+                         .exitCode = exitCode,
+                         .crashes = crashes});
+    m_server.answer(kPath, HttpAnswer::ok("archive"));
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    bool archiveGone = false;
+    connect(&downloader, &ClientDownloader::extractionFinished, this,
+            [&] { archiveGone = !QFile::exists(downloader.zipPath()); });
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QTest::qWait(20);
+    QCOMPARE(reports.withoutRepeats(),
+             (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} + kExtraction
+              + QStringList{extractionFailed(text)}));
+    QVERIFY(archiveGone);
+    QCOMPARE(Files::tree(m_gamePath), QStringList{u"DofusInvoker.swf"_s});
+    QCOMPARE(downloader.findChildren<QProcess *>().size(), 0);
+}
+
+void TestClientDownloader::crashIsAFailureWhateverItsExitCode()
+{
+    m_programs->addFake(u"powershell"_s, {.created = {game(u"DofusInvoker.swf"_s)}, .hangs = true});
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startExtraction();
+    QTRY_VERIFY(downloader.isClientInstalled());
+    QVERIFY(QMetaObject::invokeMethod(&downloader, "onExtractionFinished", Q_ARG(int, 0),
+                                      Q_ARG(QProcess::ExitStatus, QProcess::CrashExit)));
+    QCOMPARE(reports.texts(), (kExtraction + QStringList{extractionFailed({})}));
+}
+
+void TestClientDownloader::successWithoutMarkerIsAFailure_data()
+{
+    QTest::addColumn<QString>("created");
+    QTest::newRow("nothing unpacked") << QString();
+    QTest::newRow("another file") << u"Dofus.exe"_s;
+    QTest::newRow("the marker in another folder") << u"Client/DofusInvoker.swf"_s;
+}
+
+void TestClientDownloader::successWithoutMarkerIsAFailure()
+{
+    QFETCH(const QString, created);
+    m_programs->addFake(u"powershell"_s,
+                        {.standardError = "not shown",
+                         .created = created.isEmpty() ? QStringList() : QStringList{game(created)}});
+    m_server.answer(kPath, HttpAnswer::ok("archive"));
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QTest::qWait(20);
+    QCOMPARE(reports.withoutRepeats(),
+             (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} + kExtraction
+              + QStringList{kMissing}));
+    QVERIFY(!QFile::exists(downloader.zipPath()));
+    QVERIFY(created.isEmpty() || QFile::exists(game(created)));
+}
+
+void TestClientDownloader::unpackerThatCannotBeStartedSaysNothing_data()
+{
+    QTest::addColumn<bool>("present");
+    QTest::newRow("there is none") << false;
+    QTest::newRow("it is no program") << true;
+}
+
+void TestClientDownloader::unpackerThatCannotBeStartedSaysNothing()
+{
+    QFETCH(const bool, present);
+    if (present)
+        m_programs->addBroken(u"powershell"_s);
+    m_server.answer(kPath, HttpAnswer::ok("archive"));
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionStarted"_s));
+    QTest::qWait(100);
+    QCOMPARE(reports.withoutRepeats(),
+             (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} + kExtraction));
+    QCOMPARE(Files::read(downloader.zipPath()), "archive"_ba);
+
+    // Nothing keeps another attempt from success.
+    reports.clear();
+    addGoodPowerShell();
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(reports.last(), kSuccess);
+}
+
+namespace {
+
+/// Rows for what unpacks on a machine without PowerShell.
+void addRealUnpackers()
+{
+    QTest::addColumn<QString>("program");
+#ifdef Q_OS_WIN
+    QTest::newRow("not on Windows") << QString();
+#else
+    QTest::newRow("unzip") << u"unzip"_s;
+    QTest::newRow("bsdtar") << u"bsdtar"_s;
+#endif
+}
+
+} // namespace
+
+void TestClientDownloader::realUnpackerInstalls_data()
+{
+    addRealUnpackers();
+}
+
+void TestClientDownloader::realUnpackerInstalls()
+{
+    QFETCH(const QString, program);
+    if (program.isEmpty())
+        QSKIP("Windows unpacks with PowerShell");
+    const QString source = m_folder->filePath(u"source"_s);
+    const auto accents = u"Client 2.51/données/été à Astrub.d2p"_s;
+    Files::write(source + u"/Client 2.51/DofusInvoker.swf"_s, "new");
+    Files::write(source + u'/' + accents, Files::noise(1000000));
+    m_programs.reset(); // to find the program that makes the archive
+    m_server.answer(kPath, HttpAnswer::ok(Files::zipped(source)));
+    m_programs.emplace();
+    m_programs->addReal(program);
+    Files::write(game(u"Client 2.51/DofusInvoker.swf"_s), "an older one, and longer");
+    Files::write(game(u"Client 2.51/réglages.xml"_s), "mine");
+
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    // A session in which nobody set up a language.
+    const QByteArray oldLocale = qgetenv("LC_ALL");
+    qputenv("LC_ALL", "C");
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    qputenv("LC_ALL", oldLocale);
+    QCOMPARE(reports.withoutRepeats(),
+             (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} + kInstallation));
+    QCOMPARE(Files::tree(m_gamePath),
+             (QStringList{u"Client 2.51/"_s, u"Client 2.51/DofusInvoker.swf"_s,
+                          u"Client 2.51/données/"_s, accents, u"Client 2.51/réglages.xml"_s}));
+    QCOMPARE(Files::read(game(accents)), Files::noise(1000000));
+    QCOMPARE(Files::read(game(u"Client 2.51/DofusInvoker.swf"_s)), "new"_ba);
+    QCOMPARE(Files::read(game(u"Client 2.51/réglages.xml"_s)), "mine"_ba);
+}
+
+void TestClientDownloader::brokenArchiveCarriesTheUnpackersWords_data()
+{
+    addRealUnpackers();
+}
+
+void TestClientDownloader::brokenArchiveCarriesTheUnpackersWords()
+{
+    QFETCH(const QString, program);
+    if (program.isEmpty())
+        QSKIP("Windows unpacks with PowerShell");
+    m_programs->addReal(program);
+    ClientDownloader downloader(nullptr);
+
+    // What it says when it is called by hand.
+    Files::write(downloader.zipPath(), "no archive");
+    const UnpackCommand command = unpackCommand(downloader.zipPath(), m_gamePath);
+    QProcess byHand;
+    byHand.setProcessEnvironment(command.environment);
+    byHand.start(command.program, command.arguments);
+    QVERIFY(byHand.waitForFinished());
+    const QString words = QString::fromUtf8(byHand.readAllStandardError());
+    QVERIFY(!words.isEmpty());
+
+    m_server.answer(kPath, HttpAnswer::ok("no archive"));
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(reports.last(), extractionFailed(words));
+    QCOMPARE(Files::tree(m_gamePath), QStringList());
+}
+
+void TestClientDownloader::everyOutcomeLeavesItReadyForAnother_data()
+{
+    QTest::addColumn<HttpAnswer>("answer");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("last");
+    QTest::newRow("after a success") << HttpAnswer::ok("a") << 0 << u"extractionFinished"_s;
+    QTest::newRow("after a failed download")
+        << HttpAnswer::status(404) << 0 << u"downloadFinished"_s;
+    QTest::newRow("after a failed extraction")
+        << HttpAnswer::ok("a") << 1 << u"extractionFinished"_s;
+}
+
+void TestClientDownloader::everyOutcomeLeavesItReadyForAnother()
+{
+    QFETCH(const HttpAnswer, answer);
+    QFETCH(const int, exitCode);
+    QFETCH(const QString, last);
+    m_server.answer(kPath, answer);
+    m_programs->addFake(u"powershell"_s,
+                        {.created = {game(u"DofusInvoker.swf"_s)}, .exitCode = exitCode});
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(last));
+    QTest::qWait(0);
+    QCOMPARE(downloader.children().size(), 1);
+
+    reports.clear();
+    m_server.answer(kPath, HttpAnswer::ok("archive"));
+    addGoodPowerShell();
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(reports.withoutRepeats(),
+             (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} + kInstallation));
+}
+
+void TestClientDownloader::gameFolderChangedDuringTheDownload()
+{
+    const QString other = m_folder->filePath(u"autre"_s);
+    m_server.answer(kPath, HttpAnswer::ok("archive").heldAfter(3));
+    m_programs->addFake(u"powershell"_s, {.created = {other + u"/DofusInvoker.swf"_s}});
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    QTRY_COMPARE(m_server.requestCount(kPath), 1);
+    Config::instance().setDofusPath(other);
+    m_server.release(kPath);
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+
+    // The transfer went on where it began; everything after it looks at the new folder.
+    QCOMPARE(Files::read(game(u"DofusClient.zip"_s)), "archive"_ba);
+    QCOMPARE(m_programs->arguments(u"powershell"_s).last(),
+             u"Expand-Archive -Path '"_s + other + u"/DofusClient.zip' -DestinationPath '"_s + other
+                 + u"' -Force"_s);
+    QCOMPARE(reports.last(), kSuccess);
+}
+
+void TestClientDownloader::replyIsGoneAfterTheDownload()
+{
+    for (const HttpAnswer &answer : {HttpAnswer::ok("archive"), HttpAnswer::status(500)}) {
+        m_server.answer(kPath, answer);
+        addGoodPowerShell();
+        ClientDownloader downloader(nullptr);
+        downloader.startDownload();
+        const QPointer<QNetworkReply> reply = Introspection::pendingReply(downloader);
+        QVERIFY(reply);
+        QTRY_VERIFY(!reply);
+    }
+}
+
+void TestClientDownloader::cancelWhileIdleDoesNothing()
+{
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.cancel();
+    downloader.cancel();
+    QTest::qWait(20);
+    QCOMPARE(reports.texts(), QStringList());
+    QVERIFY(!QDir(m_gamePath).exists());
+}
+
+void TestClientDownloader::cancelWhileDownloading_data()
+{
+    QTest::addColumn<HttpAnswer>("answer");
+    QTest::addColumn<int>("wait");
+    QTest::newRow("at once") << HttpAnswer::ok("archive") << 0;
+    QTest::newRow("before the server says anything") << HttpAnswer::never() << 50;
+    QTest::newRow("after the head") << HttpAnswer::ok("archive").heldAfter(0) << 50;
+    QTest::newRow("in the middle")
+        << HttpAnswer::ok(Files::noise(300000)).heldAfter(150000) << 50;
+    QTest::newRow("in the middle of chunks")
+        << HttpAnswer::ok(Files::noise(300000)).chunked().heldAfter(150000) << 50;
+}
+
+void TestClientDownloader::cancelWhileDownloading()
+{
+    QFETCH(const HttpAnswer, answer);
+    QFETCH(const int, wait);
+    m_server.answer(kPath, answer);
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    const QPointer<QNetworkReply> reply = Introspection::pendingReply(downloader);
+    if (wait > 0)
+        QTest::qWait(wait);
+    reports.clear();
+
+    downloader.cancel();
+    QCOMPARE(reports.last(), kCancelled);
+    QCOMPARE(reports.count(u"downloadFinished"_s), 1);
+    QVERIFY(!QFile::exists(downloader.zipPath()));
+    const qsizetype count = reports.texts().size();
+    QTRY_VERIFY(!reply);
+    QTest::qWait(20);
+    QCOMPARE(reports.texts().size(), count);
+
+    m_server.answer(kPath, HttpAnswer::ok("archive"));
+    addGoodPowerShell();
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(reports.last(), kSuccess);
+}
+
+void TestClientDownloader::cancelWhileExtracting()
+{
+    m_server.answer(kPath, HttpAnswer::ok("archive"));
+    m_programs->addFake(u"powershell"_s, {.hangs = true});
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionStarted"_s));
+    QTRY_VERIFY(m_programs->wasCalled(u"powershell"_s));
+    const QPointer<QProcess> process = downloader.findChild<QProcess *>();
+    QVERIFY(process);
+    reports.clear();
+
+    downloader.cancel();
+    QTRY_VERIFY(!process);
+    QTest::qWait(50);
+    QCOMPARE(reports.texts(), QStringList());
+
+    addGoodPowerShell();
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(reports.last(), kSuccess);
+}
+
+void TestClientDownloader::cancelFromWithinASlot_data()
+{
+    QTest::addColumn<QString>("moment");
+    QTest::addColumn<QStringList>("after");
+    QTest::newRow("when it connects: nothing is under way yet") << kConnecting << QStringList();
+    QTest::newRow("when the transfer progresses")
+        << kKnownSize.arg(33) << QStringList{kCancelled};
+    // Between its two steps nothing runs that could be dropped.
+    QTest::newRow("when the transfer is done")
+        << kDownloaded << kInstallation;
+    QTest::newRow("when the extraction begins")
+        << kExtractionStarted << kInstallation.mid(1);
+    QTest::newRow("when the extraction is announced") << kExtracting << kInstallation.mid(2);
+    QTest::newRow("when it is installed") << kInstalled << QStringList{kSuccess};
+    QTest::newRow("at the very end") << kSuccess << QStringList();
+}
+
+void TestClientDownloader::cancelFromWithinASlot()
+{
+    QFETCH(const QString, moment);
+    QFETCH(const QStringList, after);
+    m_server.answer(kPath, HttpAnswer::ok("abc").delayed(150ms).dripped(1, 150ms));
+    addGoodPowerShell();
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    const auto cancelAtTheMoment = [&] {
+        if (reports.last() == moment)
+            downloader.cancel();
+    };
+    connect(&downloader, &ClientDownloader::progressChanged, this, cancelAtTheMoment);
+    connect(&downloader, &ClientDownloader::downloadFinished, this, cancelAtTheMoment);
+    connect(&downloader, &ClientDownloader::extractionStarted, this, cancelAtTheMoment);
+    connect(&downloader, &ClientDownloader::extractionFinished, this, cancelAtTheMoment);
+
+    downloader.startDownload();
+    QTRY_VERIFY(reports.texts().contains(moment));
+    if (!after.isEmpty())
+        QTRY_COMPARE(reports.last(), after.last());
+    QTRY_COMPARE(downloader.children().size(), 1); // no process
+    QTRY_COMPARE(downloader.findChildren<QNetworkReply *>().size(), 0);
+    QTest::qWait(50);
+    const QStringList texts = reports.withoutRepeats();
+    QCOMPARE(texts.sliced(texts.indexOf(moment) + 1), after);
+    QVERIFY(!QFile::exists(downloader.zipPath()));
+}
+
+void TestClientDownloader::slotMayStartAnewWhenCancelled()
+{
+    m_server.answerInTurn(kPath, {HttpAnswer::ok("abcdef").heldAfter(3), HttpAnswer::ok("xyz")});
+    addGoodPowerShell();
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    QByteArray archive;
+    connect(&downloader, &ClientDownloader::downloadFinished, this, [&](bool success) {
+        if (success)
+            archive = Files::read(downloader.zipPath());
+        else
+            downloader.startDownload();
+    });
+    downloader.startDownload();
+    QTRY_COMPARE(m_server.requestCount(kPath), 1);
+    downloader.cancel();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(archive, "xyz"_ba);
+    QCOMPARE(reports.last(), kSuccess);
+}
+
+void TestClientDownloader::mayBeDestroyedDuringTheDownload()
+{
+    m_server.answer(kPath, HttpAnswer::ok(Files::noise(1000000)).heldAfter(500000));
+    auto downloader = std::make_unique<ClientDownloader>(nullptr);
+    SignalSequence reports(downloader.get());
+    downloader->startDownload();
+    QTRY_VERIFY(QFile(downloader->zipPath()).size() > 0);
+    downloader.reset();
+    QTest::qWait(20);
+    QCOMPARE(reports.count(u"downloadFinished"_s), 0);
+}
+
+void TestClientDownloader::mayBeDestroyedDuringTheExtraction()
+{
+    m_programs->addFake(u"powershell"_s, {.hangs = true});
+    auto downloader = std::make_unique<ClientDownloader>(nullptr);
+    SignalSequence reports(downloader.get());
+    downloader->startExtraction();
+    QTRY_VERIFY(m_programs->wasCalled(u"powershell"_s));
+    downloader.reset();
+    QTest::qWait(20);
+    QCOMPARE(reports.texts(), kExtraction);
+}
+
+VEYRA_CORE_TEST_MAIN(TestClientDownloader)
+#include "TestClientDownloader.moc"
