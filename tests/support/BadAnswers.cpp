@@ -59,7 +59,7 @@ QList<BadAnswers::NamedAnswer> BadAnswers::brokenJson()
         {"invalid UTF-8 in an array", ok("[\"\xc3\x28\"]")},
         {"UTF-16", ok(QByteArray("{\0}\0", 4))},
         {"NUL bytes", ok(QByteArray(1000, '\0'))},
-        {"a NUL byte within an object", ok(QByteArray("{\"a\0\": 1}", 9))},
+        {"a NUL byte within an object", ok(QByteArray("{\0}", 3))},
         {"a number beyond the range", ok(R"({"online": true, "players": 1e400})")},
         {"not a number", ok(R"({"online": true, "players": NaN})")},
         {"100,000 brackets", ok(QByteArray(kDeep, '['))},
