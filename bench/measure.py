@@ -1,0 +1,287 @@
+"""Measures the launcher beside its yardsticks and prints the table. Started by scripts/bench."""
+
+import argparse
+import json
+import os
+import platform
+import shutil
+import statistics
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+import materials
+from surroundings import Surroundings, Threads, first_line
+
+IDLE_SAMPLE = 0.25  # seconds; wake-ups closer together than two of them count as one burst
+POLL_INTERVAL = 30
+SLOW_DISK_RATE = 16 * materials.MEGABYTE  # bytes per second
+
+
+class Table:
+    def __init__(self):
+        self.rows = []
+
+    def add(self, figure, unit, launcher, bound, yardstick=None, digits=1):
+        """Medians of what was measured; the bound is one of the ratio, or of the launcher alone."""
+        value = statistics.median(launcher)
+        base = statistics.median(yardstick) if yardstick else None
+        ratio = value / base if base else None
+        ok = (value if ratio is None else ratio) <= bound
+        self.rows.append((
+            figure,
+            f"{value:.{digits}f} {unit}",
+            "-" if base is None else f"{base:.{digits}f} {unit}",
+            "-" if ratio is None else f"{ratio:.3f}",
+            f"{bound:g} {unit}" if ratio is None else f"{bound:g}",
+            f"{min(launcher):.{digits}f}..{max(launcher):.{digits}f}",
+            "yes" if ok else "NO"))
+
+    def print(self):
+        head = ("figure", "launcher", "yardstick", "ratio", "bound", "launcher's runs", "ok")
+        widths = [max(len(row[i]) for row in [head] + self.rows) for i in range(len(head))]
+        for row in [head, tuple("-" * width for width in widths)] + self.rows:
+            print("| " + " | ".join(cell.ljust(width) for cell, width in zip(row, widths)) + " |")
+
+    def all_ok(self):
+        return all(row[-1] == "yes" for row in self.rows)
+
+
+class Bench:
+    def __init__(self, around, files, quick):
+        self.around = around
+        self.files = files
+        self.quick = quick
+        self.table = Table()
+
+    def pairs(self, launcher, yardstick, full, quick):
+        """Alternates the two; returns what each gave."""
+        results = ([], [])
+        for _ in range(quick if self.quick else full):
+            results[0].append(launcher())
+            if yardstick:
+                results[1].append(yardstick())
+        return results
+
+    def launch(self, scenario, goal, **more):
+        return self.around.run("bench_launcher", scenario, self.files.game(scenario), goal, **more)
+
+    # --- the figures, one function per experiment ---
+
+    def start(self):
+        def bare():
+            return self.around.run("bench_bare_window", "installed", self.files.game("installed"),
+                                   "ready")
+
+        launcher, yardstick = self.pairs(lambda: self.launch("installed", "ready"), bare,
+                                         full=15, quick=7)
+        self.table.add("start to first painted frame", "ms", column(launcher, "first_frame_ms"),
+                       1.25, column(yardstick, "first_frame_ms"))
+        self.table.add("peak memory once ready", "MB", megabytes(launcher, "ready_peak_kb"), 1.25,
+                       megabytes(yardstick, "ready_peak_kb"))
+
+    def download(self):
+        scenario = "download"
+        url = self.around.url(scenario) + "client/DofusClient.zip"
+
+        def curl():
+            self.clear(scenario)
+            target = self.files.game(scenario) / "curl.zip"
+            report = subprocess.run(["curl", "-s", "-S", "-f", "-o", target, "-w", "%{time_total}", url],
+                                    check=True, capture_output=True, text=True)
+            return float(report.stdout)
+
+        def launcher():
+            self.clear(scenario)
+            return self.launch(scenario, "downloaded")
+
+        runs, yardstick = self.pairs(launcher, curl, full=7, quick=5)
+        size = self.files.sizes.download // materials.MEGABYTE
+        self.table.add(f"download of {size} MB", "s", column(runs, "download_s"), 1.1, yardstick,
+                       digits=3)
+        self.table.add("  its memory above the ready state", "MB",
+                       megabytes(runs, "download_growth_kb"), 16)
+        self.table.add("  its longest gap of the event loop", "ms",
+                       column(runs, "download_longest_gap_ms"), 16)
+        self.clear(scenario)
+
+    def download_memory(self):
+        self.memory_of("huge-download", "memory of a 2200 MB download", full=5, quick=1)
+        slow = {"LD_PRELOAD": self.around.program("libbench_slow_disk.so"),
+                "VEYRA_BENCH_DISK_RATE": str(SLOW_DISK_RATE)}
+        self.memory_of("slow-disk", "memory of a download to a slow disk", full=5, quick=2, **slow)
+
+    def memory_of(self, scenario, figure, full, quick, **more):
+        def launcher():
+            self.clear(scenario)
+            return self.launch(scenario, "downloaded", **more)
+
+        runs, _ = self.pairs(launcher, None, full, quick)
+        self.table.add(figure, "MB", megabytes(runs, "download_growth_kb"), 16)
+        self.clear(scenario)
+
+    def verify(self):
+        size = self.files.sizes.big_file // materials.MEGABYTE
+        self.verification_of("one-file", f"verification of one file of {size} MB", 1, 1.05,
+                             full=5, quick=3)
+        self.verification_of("many-files", "verification of 20,000 files of 4 KB",
+                             materials.SMALL_FILES, 1.3, full=9, quick=5)
+
+    def verification_of(self, scenario, figure, reports, bound, full, quick):
+        files = self.files.file_list(scenario)
+
+        def hash_loop():
+            report = subprocess.run([self.around.program("bench_hash_loop"), files], check=True,
+                                    capture_output=True, text=True)
+            return float(report.stdout)
+
+        def launcher():
+            (self.files.game(scenario) / materials.MARKER).unlink(missing_ok=True)
+            result = self.launch(scenario, "verified")
+            if result["verify_reports"] != reports:
+                raise SystemExit(f"{result['verify_reports']} reports instead of {reports}")
+            return result
+
+        hash_loop()  # brings the files into the page cache
+        runs, yardstick = self.pairs(launcher, hash_loop, full, quick)
+        self.table.add(figure, "s", column(runs, "verify_s"), bound, yardstick, digits=3)
+        self.table.add("  its longest gap of the event loop", "ms",
+                       column(runs, "verify_longest_gap_ms"), 16)
+        self.table.add("  its memory growth", "MB", megabytes(runs, "verify_growth_kb"), 16)
+        self.table.add("  longest gap while its manifest arrives", "ms",
+                       column(runs, "manifest_longest_gap_ms"), float("inf"))
+
+    def repaint(self):
+        environment = self.around.environment("installed", self.files.game("installed"), "")
+
+        def both():
+            report = subprocess.run([self.around.program("bench_repaint")], env=environment,
+                                    check=True, capture_output=True, text=True)
+            return json.loads(report.stdout)
+
+        runs, _ = self.pairs(both, None, full=7, quick=3)
+        for part, figure in (("button", "repaint of the background under a hovered button"),
+                             ("whole", "repaint of the whole background")):
+            self.table.add(figure, "ms", [run[part][0] for run in runs], 0.1,
+                           [run[part][1] for run in runs], digits=3)
+
+    def unpack(self):
+        scenario = "unpack"
+
+        def launcher():
+            self.clear(scenario)
+            return self.launch(scenario, "unpacked")
+
+        def unzip():
+            self.clear(scenario)
+            game = self.files.game(scenario)
+            archive = shutil.copy(self.files.archive(scenario), game)
+            started = time.monotonic()
+            subprocess.run(["unzip", "-q", "-o", archive, "-d", game], check=True)
+            return time.monotonic() - started
+
+        runs, yardstick = self.pairs(launcher, unzip, full=7, quick=5)
+        size = self.files.sizes.client_size // materials.MEGABYTE
+        self.table.add(f"unpacking {self.files.sizes.client_files} files, {size} MB", "s",
+                       column(runs, "unpack_s"), 1.05, yardstick, digits=3)
+        self.table.add("  its longest gap of the event loop", "ms",
+                       column(runs, "unpack_longest_gap_ms"), 16)
+        self.clear(scenario)
+
+    def idle(self):
+        """All processes idle side by side: they do not disturb each other, by definition."""
+        seconds = POLL_INTERVAL + 2 if self.quick else 2 * POLL_INTERVAL
+        environment = self.around.environment("installed", self.files.game("installed"), "idle")
+        names = ["bench_launcher", "bench_bare_window"] * (2 if self.quick else 5)
+        processes = [self.around.start(name, environment) for name in names]
+        try:
+            for process in processes:
+                first_line(process)
+            time.sleep(2)
+            watched = [IdleWatch(process) for process in processes]
+            end = time.monotonic() + seconds
+            while time.monotonic() < end:
+                time.sleep(IDLE_SAMPLE)
+                for watch in watched:
+                    watch.look()
+        finally:
+            for process in processes:
+                process.kill()
+                process.communicate()
+        self.report_idle(watched[::2], watched[1::2], seconds)
+
+    def report_idle(self, launchers, bare, seconds):
+        polls = seconds // POLL_INTERVAL
+        self.table.add(f"processor time of {seconds} idle seconds", "ms",
+                       [watch.processor_ms() for watch in launchers], 1.5,
+                       [watch.processor_ms() for watch in bare])
+        self.table.add(f"  moments with wake-ups ({polls} polls fall due)", "",
+                       [watch.bursts for watch in launchers],
+                       polls + statistics.median([watch.bursts for watch in bare]), digits=0)
+
+    def clear(self, scenario):
+        """Empties the game folder, and lets the disk come to rest."""
+        materials.empty(self.files.game(scenario))
+        os.sync()
+
+
+class IdleWatch:
+    def __init__(self, process):
+        self.threads = Threads(process)
+        self.before = self.spent = self.threads.processor_ms()
+        self.last = self.threads.wakeups()
+        self.was_quiet = True
+        self.bursts = 0
+
+    def look(self):
+        self.spent = self.threads.processor_ms()
+        now = self.threads.wakeups()
+        quiet = now == self.last
+        if self.was_quiet and not quiet:
+            self.bursts += 1
+        self.was_quiet = quiet
+        self.last = now
+
+    def processor_ms(self):
+        return self.spent - self.before
+
+
+def column(runs, figure):
+    return [run[figure] for run in runs]
+
+
+def megabytes(runs, figure):
+    return [run[figure] / 1024 for run in runs]
+
+
+def main():
+    figures = ["start", "download", "download_memory", "verify", "repaint", "unpack", "idle"]
+    parser = argparse.ArgumentParser(prog="scripts/bench", description=__doc__)
+    parser.add_argument("--quick", action="store_true", help="less data, fewer rounds")
+    parser.add_argument("--only", choices=figures, action="append", help="measure this alone")
+    parser.add_argument("--build", type=Path, required=True, help=argparse.SUPPRESS)
+    options = parser.parse_args()
+
+    build = options.build.resolve()
+    began = time.monotonic()
+    files = materials.Materials(build / "data", options.quick)
+    print("Making the files to measure with...", file=sys.stderr)
+    files.make()
+    with Surroundings(build, build / "data", files.server) as around:
+        bench = Bench(around, files, options.quick)
+        for figure in options.only or figures:
+            print(f"Measuring: {figure.replace('_', ' ')}...", file=sys.stderr)
+            getattr(bench, figure)()
+    load = os.getloadavg()[0]
+    print(f"{os.cpu_count()} processors, load {load:.1f}, {platform.system()} {platform.release()}, "
+          f"{time.monotonic() - began:.0f} s")
+    bench.table.print()
+    if not bench.table.all_ok():
+        print("A bound is missed.", file=sys.stderr)
+        return 1
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
