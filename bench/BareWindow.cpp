@@ -16,9 +16,11 @@ namespace {
 constexpr QSize kWindowSize(1000, 700);
 constexpr QPoint kLogoPosition(40, 30);
 constexpr QSize kLogoBounds(300, 150);
+constexpr QColor kVeil(0, 0, 0, 150);
 constexpr auto kSettlingTime = 300ms;
 
-/// The least that a Qt program with the launcher's window and pictures can be.
+/// The least that a Qt program with the launcher's window and pictures can be. It scales them as the
+/// launcher does, for the same pixels, and keeps the scaled copies.
 class BareWindow : public QWidget
 {
 public:
@@ -32,16 +34,23 @@ public:
 protected:
     void paintEvent(QPaintEvent *) override
     {
+        if (m_scaledBackground.isNull()) {
+            m_scaledBackground = m_background.scaled(size(), Qt::KeepAspectRatioByExpanding,
+                                                     Qt::SmoothTransformation);
+            m_scaledLogo =
+                m_logo.scaled(kLogoBounds, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+        }
         QPainter painter(this);
-        painter.setRenderHint(QPainter::SmoothPixmapTransform);
-        painter.drawPixmap(rect(), m_background);
-        const QSize logo = m_logo.size().scaled(kLogoBounds, Qt::KeepAspectRatio);
-        painter.drawPixmap(QRect(kLogoPosition, logo), m_logo);
+        painter.drawPixmap(QRectF(rect()), m_scaledBackground, QRectF());
+        painter.fillRect(rect(), kVeil);
+        painter.drawPixmap(kLogoPosition, m_scaledLogo);
     }
 
 private:
     QPixmap m_background;
     QPixmap m_logo;
+    QPixmap m_scaledBackground;
+    QPixmap m_scaledLogo;
 };
 
 } // namespace

@@ -71,6 +71,7 @@ class Materials:
         self._make_client(self.archive("unpack"))
         self._make_one_file()
         self._make_many_files()
+        self._make_missing_files()
         self._make_scenario("huge-download")
         self.archive("huge-download").symlink_to(self.game("one-file") / "big.d2p")
         done.touch()
@@ -106,6 +107,12 @@ class Materials:
             (folder / name).write_bytes(data)
             entries.append((name, hashlib.sha256(data).hexdigest()))
         self._make_verification("many-files", entries)
+
+    def _make_missing_files(self):
+        """Nothing to read: the reports come as fast as the verification can send them."""
+        self.game("missing-files").mkdir(parents=True)
+        self._make_verification("missing-files", [(f"content/missing/{number:05}.swl", "0" * 64)
+                                                  for number in range(SMALL_FILES)])
 
     def _make_verification(self, name, entries):
         """A manifest of files that are already there, and an archive with nothing but the marker:
