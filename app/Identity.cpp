@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QColor>
 #include <QIcon>
+#include <QPixmap>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -41,7 +42,8 @@ void Identity::apply()
     QApplication::setApplicationName(u"Veyra Launcher"_s);
     QApplication::setApplicationVersion(BuildSettings::launcherVersion());
     QApplication::setOrganizationName(u"Veyra"_s);
-    QApplication::setWindowIcon(QIcon(u":/images/logo.png"_s));
+    // By way of a pixmap: Qt keeps that, and the window's logo need not be decoded a second time.
+    QApplication::setWindowIcon(QIcon(QPixmap(u":/images/logo.png"_s)));
 }
 
 QPalette Identity::darkPalette()
