@@ -1,1 +1,699 @@
-int main() {}
+#include "update/Updater.h"
+
+#include "config/Config.h"
+#include "tests/support/BadAnswers.h"
+#include "tests/support/Files.h"
+#include "tests/support/FullDisk.h"
+#include "tests/support/Introspection.h"
+#include "tests/support/SignalSequence.h"
+#include "tests/support/TestEnvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QNetworkReply>
+#include <QPointer>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThreadPool>
+
+#include <memory>
+#include <optional>
+
+using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+const auto kFinished = u"finished(true, \"Prêt à jouer !\")"_s;
+const QStringList kDone{u"progressChanged(100, \"Mise à jour terminée !\")"_s, kFinished};
+
+QString started(int percent, const QString &name)
+{
+    return u"progressChanged(%1, \"Téléchargement: "_s.arg(percent) + name + u"\")"_s;
+}
+
+QString progress(int percent, const QString &name)
+{
+    return u"progressChanged(%1, \"Téléchargement: "_s.arg(percent) + name
+        + u" (%.2f / %.2f MB)\")"_s;
+}
+
+QString failed(const QString &name)
+{
+    return u"finished(false, \"Erreur de téléchargement: "_s + name + u"\")"_s;
+}
+
+QString cannotWrite(const QString &name)
+{
+    return u"finished(false, \"Erreur: Impossible d'écrire "_s + name + u"\")"_s;
+}
+
+QByteArray urlPath(const QString &name)
+{
+    return "/updates/files/" + name.toUtf8();
+}
+
+} // namespace
+
+/// The queue that fetches what a verification found to differ. Nothing but a test starts it.
+class TestDownloadQueue : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void emptyQueueEndsAtOnce();
+    void verificationDoesNotStartIt();
+    void requestIsPlain();
+    void fetchesOneAfterTheOther();
+    void percentagesOfTheWholeQueue_data();
+    void percentagesOfTheWholeQueue();
+    void reportsProgressAsItComes();
+    void unknownSizeIsSilentDuringTheTransfer();
+    void progressTexts_data();
+    void progressTexts();
+    void nameOfTheFile_data();
+    void nameOfTheFile();
+    void entryWithoutName();
+    void contentArrivesWhole_data();
+    void contentArrivesWhole();
+    void replacesWhatIsThere();
+    void followsRedirects();
+
+    void failureOfTheSecondOfThreeStopsTheQueue();
+    void failureLeavesTheOldFile_data();
+    void failureLeavesTheOldFile();
+    void unreachableServer();
+    void fileThatCannotBeWrittenStopsTheQueue_data();
+    void fileThatCannotBeWrittenStopsTheQueue();
+    void failedRenameGoesUnnoticed_data();
+    void failedRenameGoesUnnoticed();
+    void fullDiskGoesUnnoticed();
+
+    void gameFolderChangedDuringATransfer();
+    void gameFolderChangedDuringAFailingTransfer();
+    void queueEmptiedDuringATransfer();
+    void newVerificationStartsTheQueueAnew();
+    void replyIsGoneAfterwards();
+    void mayBeDestroyedDuringATransfer();
+
+private:
+    QString game(const QString &name) const { return m_gamePath + u'/' + name; }
+    /// Lets a verification find that these files differ.
+    void prime(Updater &updater, const QStringList &names);
+
+    HttpServer m_server;
+    std::optional<QTemporaryDir> m_folder;
+    QString m_gamePath;
+};
+
+void TestDownloadQueue::init()
+{
+    m_server.clear();
+    m_server.becomeProxy();
+    m_folder.emplace();
+    m_gamePath = m_folder->filePath(u"jeu"_s);
+    Config::instance().setDofusPath(m_gamePath);
+}
+
+void TestDownloadQueue::cleanup()
+{
+    QThreadPool::globalInstance()->waitForDone();
+    m_folder.reset();
+}
+
+void TestDownloadQueue::prime(Updater &updater, const QStringList &names)
+{
+    QJsonArray files;
+    for (const QString &name : names)
+        files.append(QJsonObject{{u"name"_s, name}, {u"hash"_s, u"differs"_s}});
+    SignalSequence reports(&updater);
+    updater.checkFilesInBackground(files, m_gamePath);
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(reports.last(), kFinished);
+}
+
+void TestDownloadQueue::emptyQueueEndsAtOnce()
+{
+    Updater updater(nullptr);
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QCOMPARE(reports.texts(), kDone);
+
+    prime(updater, {});
+    reports.clear();
+    updater.downloadNextFile();
+    QCOMPARE(reports.texts(), kDone);
+    QCOMPARE(m_server.requests().size(), 0);
+}
+
+void TestDownloadQueue::verificationDoesNotStartIt()
+{
+    Updater updater(nullptr);
+    prime(updater, {u"a.txt"_s, u"b.txt"_s});
+    QTest::qWait(50);
+    QCOMPARE(m_server.requests().size(), 0);
+    QCOMPARE(updater.findChildren<QNetworkReply *>().size(), 0);
+    QVERIFY(!QDir(m_gamePath).exists());
+}
+
+void TestDownloadQueue::requestIsPlain()
+{
+    m_server.answer(urlPath(u"a.txt"_s), HttpAnswer::ok("a"));
+    Updater updater(nullptr);
+    prime(updater, {u"a.txt"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    const QNetworkReply *reply = Introspection::pendingReply(updater);
+    QVERIFY(reply);
+    QCOMPARE(reply->operation(), QNetworkAccessManager::GetOperation);
+    QCOMPARE(Introspection::traits(reply->request()), QStringList());
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(m_server.requests().size(), 1);
+    QCOMPARE(m_server.requests().first().method, "GET"_ba);
+    QCOMPARE(m_server.requests().first().target, "http://veyra.test/updates/files/a.txt"_ba);
+}
+
+void TestDownloadQueue::fetchesOneAfterTheOther()
+{
+    const QStringList names{u"a.txt"_s, u"b/b.txt"_s, u"c/c/c.txt"_s};
+    for (const QString &name : names)
+        m_server.answer(urlPath(name), HttpAnswer::ok(name.toUtf8()).heldAfter(1));
+    Updater updater(nullptr);
+    prime(updater, names);
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QCOMPARE(reports.texts(), QStringList{started(0, names.first())});
+
+    for (qsizetype i = 0; i < names.size(); ++i) {
+        QTRY_COMPARE(m_server.requests().size(), i + 1);
+        QTest::qWait(20); // nothing else is asked for meanwhile
+        QCOMPARE(m_server.requests().size(), i + 1);
+        QCOMPARE(m_server.requests().last().path, urlPath(names.at(i)));
+        QVERIFY(QFile::exists(game(names.at(i) + u".tmp"_s)));
+        QVERIFY(!QFile::exists(game(names.at(i))));
+        m_server.release(urlPath(names.at(i)));
+        QTRY_COMPARE(Files::read(game(names.at(i))), names.at(i).toUtf8());
+    }
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QTest::qWait(20);
+    QCOMPARE(reports.withoutRepeats(),
+             (QStringList{started(0, names[0]), progress(33, names[0]), started(33, names[1]),
+                          progress(66, names[1]), started(66, names[2]), progress(100, names[2])}
+              + kDone));
+    QCOMPARE(Files::tree(m_gamePath), (QStringList{u"a.txt"_s, u"b/"_s, u"b/b.txt"_s, u"c/"_s,
+                                                   u"c/c/"_s, u"c/c/c.txt"_s}));
+}
+
+void TestDownloadQueue::percentagesOfTheWholeQueue_data()
+{
+    QTest::addColumn<QList<int>>("percentages"); // when each file begins
+    QTest::newRow("one file") << QList<int>{0};
+    QTest::newRow("two files") << QList<int>{0, 50};
+    QTest::newRow("three files") << QList<int>{0, 33, 66};
+    QTest::newRow("seven files") << QList<int>{0, 14, 28, 42, 57, 71, 85};
+}
+
+void TestDownloadQueue::percentagesOfTheWholeQueue()
+{
+    QFETCH(const QList<int>, percentages);
+    QStringList names;
+    QStringList expected;
+    for (const int percent : percentages) {
+        names.append(u"f%1"_s.arg(names.size()));
+        expected.append(started(percent, names.last()));
+        m_server.answer(urlPath(names.last()), HttpAnswer::ok("x"));
+    }
+    Updater updater(nullptr);
+    prime(updater, names);
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QVERIFY(reports.waitFor(u"finished"_s));
+    const QStringList starts = reports.texts().filter(QRegularExpression(u"Téléchargement: f\\d\""_s));
+    QCOMPARE(starts, expected);
+}
+
+void TestDownloadQueue::reportsProgressAsItComes()
+{
+    // Qt reports at most ten times a second, for the first time after a tenth.
+    m_server.answer(urlPath(u"a"_s), HttpAnswer::ok("a"));
+    m_server.answer(urlPath(u"b"_s), HttpAnswer::ok("bb").delayed(150ms).dripped(1, 150ms));
+    Updater updater(nullptr);
+    prime(updater, {u"a"_s, u"b"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(reports.withoutRepeats(),
+             (QStringList{started(0, u"a"_s), progress(50, u"a"_s), started(50, u"b"_s),
+                          progress(75, u"b"_s), progress(100, u"b"_s)}
+              + kDone));
+}
+
+void TestDownloadQueue::unknownSizeIsSilentDuringTheTransfer()
+{
+    m_server.answer(urlPath(u"a"_s),
+                    HttpAnswer::ok("abc").chunked().delayed(150ms).dripped(1, 150ms));
+    Updater updater(nullptr);
+    prime(updater, {u"a"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QVERIFY(reports.waitFor(u"finished"_s));
+    // The one report is Qt's: with all bytes there, their number is the size.
+    QCOMPARE(reports.texts(),
+             (QStringList{started(0, u"a"_s), progress(100, u"a"_s)} + kDone));
+    QCOMPARE(Files::read(game(u"a"_s)), "abc"_ba);
+}
+
+void TestDownloadQueue::progressTexts_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<qint64>("received");
+    QTest::addColumn<qint64>("total");
+    QTest::addColumn<QString>("report");
+    const auto row = [](const char *title, const QString &name, qint64 received, qint64 total,
+                        const QString &report) {
+        QTest::newRow(title) << name << received << total << report;
+    };
+    const auto name = u"b/é.txt"_s;
+    // The second of two files is under way.
+    row("half of 2 MB is three quarters of all", name, 1048576, 2097152, progress(75, name));
+    row("a third is cut, not rounded", name, 1, 3, progress(66, name));
+    row("nothing yet", name, 0, 10, progress(50, name));
+    row("everything", name, 10, 10, progress(100, name));
+    row("more than 2^31 bytes", name, 3000000000, 6000000000, progress(75, name));
+    row("total 0 says nothing", name, 5, 0, {});
+    row("total -1 says nothing", name, 5, -1, {});
+    // A name's own placeholders are filled with the figures that were meant for the marks.
+    row("a name with %1", u"b%1"_s, 1048576, 2097152, progress(75, u"b1"_s));
+    row("a name with %1 and %2", u"b%1-%2"_s, 1572864, 3145728, progress(75, u"b1.5-3"_s));
+}
+
+void TestDownloadQueue::progressTexts()
+{
+    QFETCH(const QString, name);
+    QFETCH(const qint64, received);
+    QFETCH(const qint64, total);
+    QFETCH(const QString, report);
+    m_server.answer(urlPath(u"a"_s), HttpAnswer::ok("a"));
+    Updater updater(nullptr);
+    prime(updater, {u"a"_s, name});
+    SignalSequence reports(&updater);
+    connect(&m_server, &HttpServer::requestReceived, &updater, [&](const QByteArray &path) {
+        if (path != urlPath(u"a"_s))
+            m_server.answer(path, HttpAnswer::never());
+    });
+    updater.downloadNextFile();
+    QVERIFY(QTest::qWaitFor([&] { return reports.last() == started(50, name); }));
+
+    reports.clear();
+    QVERIFY(QMetaObject::invokeMethod(&updater, "onFileDownloadProgress",
+                                      Q_ARG(qint64, received), Q_ARG(qint64, total)));
+    QCOMPARE(reports.texts(), report.isNull() ? QStringList() : QStringList{report});
+}
+
+void TestDownloadQueue::nameOfTheFile_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QByteArray>("requested");
+    QTest::addColumn<QString>("file"); // below the test's folder
+    const auto row = [](const char *title, const QString &name, const char *requested,
+                        const QString &file) {
+        QTest::newRow(title) << name << "/updates/" + QByteArray(requested) << file;
+    };
+    row("two folders that do not exist yet", u"d1/d2/f.txt"_s, "files/d1/d2/f.txt", u"jeu/d1/d2/f.txt"_s);
+    row("accents and blanks", u"données/été 1.d2p"_s, "files/donn%C3%A9es/%C3%A9t%C3%A9%201.d2p",
+        u"jeu/données/été 1.d2p"_s);
+    row("a lone percent sign", u"100% sûr.txt"_s, "files/100%25%20s%C3%BBr.txt", u"jeu/100% sûr.txt"_s);
+    row("a percent code stays one in the address", u"a%C3%A9.txt"_s, "files/a%C3%A9.txt",
+        u"jeu/a%C3%A9.txt"_s);
+    row("a placeholder", u"%1.txt"_s, "files/%251.txt", u"jeu/%1.txt"_s);
+    row("a question mark begins the query", u"a?b.txt"_s, "files/a?b.txt", u"jeu/a?b.txt"_s);
+    row("a number sign ends the address", u"a#b.txt"_s, "files/a", u"jeu/a#b.txt"_s);
+    row("a plus sign and an ampersand", u"a+b&c.txt"_s, "files/a+b&c.txt", u"jeu/a+b&c.txt"_s);
+    row("a single quote", u"l'été.txt"_s, "files/l'%C3%A9t%C3%A9.txt", u"jeu/l'été.txt"_s);
+    row("a name that leaves the folder", u"../dehors.txt"_s, "dehors.txt", u"dehors.txt"_s);
+    row("a slash in front", u"/f.txt"_s, "files//f.txt", u"jeu/f.txt"_s);
+}
+
+void TestDownloadQueue::nameOfTheFile()
+{
+    QFETCH(const QString, name);
+    QFETCH(const QByteArray, requested);
+    QFETCH(const QString, file);
+    QVERIFY(QDir().mkpath(m_gamePath)); // a way up leads only out of a folder that is there
+    m_server.answer(requested, HttpAnswer::ok("content"));
+    Updater updater(nullptr);
+    prime(updater, {name});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QVERIFY(QFile::exists(m_folder->filePath(file) + u".tmp"_s));
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(m_server.requests().size(), 1);
+    QCOMPARE(m_server.requests().first().path, requested);
+    QCOMPARE(reports.texts().first(), started(0, name));
+    QCOMPARE(reports.last(), kFinished);
+    QCOMPARE(Files::read(m_folder->filePath(file)), "content"_ba);
+    QVERIFY(!QFile::exists(m_folder->filePath(file) + u".tmp"_s));
+}
+
+void TestDownloadQueue::entryWithoutName()
+{
+    m_server.answer("/updates/files/", HttpAnswer::ok("index"));
+    m_server.answer(urlPath(u"b"_s), HttpAnswer::ok("b"));
+    Updater updater(nullptr);
+    prime(updater, {u""_s, u"b"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(reports.last(), kFinished);
+    // The game folder itself is the target, and stays.
+    QCOMPARE(Files::tree(m_gamePath), (QStringList{u".tmp"_s, u"b"_s}));
+}
+
+void TestDownloadQueue::contentArrivesWhole_data()
+{
+    QTest::addColumn<HttpAnswer>("answer");
+    const QByteArray large = Files::noise(16 * 1024 * 1024 + 5);
+    const QByteArray small = Files::noise(5000);
+    QTest::newRow("16 MB with their length") << HttpAnswer::ok(large);
+    QTest::newRow("16 MB in chunks") << HttpAnswer::ok(large).chunked();
+    QTest::newRow("16 MB until the connection ends") << HttpAnswer::ok(large).withoutLength();
+    QTest::newRow("small pieces, slowly") << HttpAnswer::ok(small).dripped(100, 1ms);
+    QTest::newRow("small chunks, slowly") << HttpAnswer::ok(small).chunked().dripped(100, 1ms);
+    QTest::newRow("one byte") << HttpAnswer::ok("x");
+    QTest::newRow("nothing at all") << HttpAnswer::ok({});
+}
+
+void TestDownloadQueue::contentArrivesWhole()
+{
+    QFETCH(const HttpAnswer, answer);
+    m_server.answer(urlPath(u"f"_s), answer);
+    Updater updater(nullptr);
+    prime(updater, {u"f"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(Files::sha256(Files::read(game(u"f"_s))), Files::sha256(answer.body));
+    QCOMPARE(Files::tree(m_gamePath), QStringList{u"f"_s});
+}
+
+void TestDownloadQueue::replacesWhatIsThere()
+{
+    Files::write(game(u"f"_s), "the old one, and longer");
+    Files::write(game(u"f.tmp"_s), QByteArray(1000, 't'));
+    m_server.answer(urlPath(u"f"_s), HttpAnswer::ok("new"));
+    Updater updater(nullptr);
+    prime(updater, {u"f"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QCOMPARE(Files::read(game(u"f"_s)), "the old one, and longer"_ba); // until all is there
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(Files::read(game(u"f"_s)), "new"_ba);
+    QCOMPARE(Files::tree(m_gamePath), QStringList{u"f"_s});
+}
+
+void TestDownloadQueue::followsRedirects()
+{
+    m_server.answer(urlPath(u"f"_s), HttpAnswer::redirect("http://mirror.test/moved"));
+    m_server.answer("/moved", HttpAnswer::ok("moved"));
+    Updater updater(nullptr);
+    prime(updater, {u"f"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(Files::read(game(u"f"_s)), "moved"_ba);
+}
+
+void TestDownloadQueue::failureOfTheSecondOfThreeStopsTheQueue()
+{
+    Files::write(game(u"a"_s), "old a");
+    Files::write(game(u"b"_s), "old b");
+    m_server.answer(urlPath(u"a"_s), HttpAnswer::ok("new a"));
+    m_server.answer(urlPath(u"b"_s), HttpAnswer::status(404, "not found"));
+    m_server.answer(urlPath(u"c"_s), HttpAnswer::ok("new c"));
+    Updater updater(nullptr);
+    prime(updater, {u"a"_s, u"b"_s, u"c"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QTest::qWait(50);
+    QCOMPARE(reports.last(), failed(u"b"_s));
+    QCOMPARE(reports.count(u"finished"_s), 1);
+    QCOMPARE(reports.withoutRepeats().first(3),
+             (QStringList{started(0, u"a"_s), progress(33, u"a"_s), started(33, u"b"_s)}));
+    QCOMPARE(m_server.requestCount(urlPath(u"c"_s)), 0);
+    QCOMPARE(Files::tree(m_gamePath), (QStringList{u"a"_s, u"b"_s}));
+    QCOMPARE(Files::read(game(u"a"_s)), "new a"_ba);
+    QCOMPARE(Files::read(game(u"b"_s)), "old b"_ba);
+
+    // The next call tries the failed one again.
+    reports.clear();
+    m_server.answer(urlPath(u"b"_s), HttpAnswer::ok("new b"));
+    updater.downloadNextFile();
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(reports.withoutRepeats(),
+             (QStringList{started(33, u"b"_s), progress(66, u"b"_s), started(66, u"c"_s),
+                          progress(100, u"c"_s)}
+              + kDone));
+    QCOMPARE(Files::read(game(u"b"_s)), "new b"_ba);
+    QCOMPARE(Files::read(game(u"c"_s)), "new c"_ba);
+}
+
+void TestDownloadQueue::failureLeavesTheOldFile_data()
+{
+    QTest::addColumn<HttpAnswer>("answer");
+    const QByteArray content = Files::noise(300000);
+    for (const auto &[name, answer] : BadAnswers::failures(content))
+        QTest::newRow(name) << answer;
+    QTest::newRow("cut off after half") << HttpAnswer::ok(content).truncatedAfter(150000);
+    QTest::newRow("reset after half") << HttpAnswer::ok(content).resetAfter(150000);
+    QTest::newRow("chunks that are cut off after half")
+        << HttpAnswer::ok(content).chunked().truncatedAfter(150000);
+}
+
+void TestDownloadQueue::failureLeavesTheOldFile()
+{
+    QFETCH(const HttpAnswer, answer);
+    Files::write(game(u"d/f %1.txt"_s), "old");
+    m_server.answer("/updates/files/d/f%20%251.txt", answer);
+    BadAnswers::loopAt(m_server);
+    Updater updater(nullptr);
+    prime(updater, {u"d/f %1.txt"_s});
+    SignalSequence reports(&updater);
+    bool goneByThen = false;
+    connect(&updater, &Updater::finished, this,
+            [&] { goneByThen = !QFile::exists(game(u"d/f %1.txt.tmp"_s)); });
+    updater.downloadNextFile();
+    QVERIFY(QFile::exists(game(u"d/f %1.txt.tmp"_s)));
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QTest::qWait(20);
+    // The file's name, not the network's words.
+    QCOMPARE(reports.last(), failed(u"d/f %1.txt"_s));
+    QCOMPARE(reports.count(u"finished"_s), 1);
+    QVERIFY(goneByThen);
+    QCOMPARE(Files::tree(m_gamePath), (QStringList{u"d/"_s, u"d/f %1.txt"_s}));
+    QCOMPARE(Files::read(game(u"d/f %1.txt"_s)), "old"_ba);
+}
+
+void TestDownloadQueue::unreachableServer()
+{
+    HttpServer dead;
+    dead.becomeProxy();
+    dead.stopListening();
+    Updater updater(nullptr);
+    prime(updater, {u"f"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(reports.last(), failed(u"f"_s));
+    QCOMPARE(Files::tree(m_gamePath), QStringList());
+}
+
+void TestDownloadQueue::fileThatCannotBeWrittenStopsTheQueue_data()
+{
+    QTest::addColumn<QString>("inTheWay"); // a file below the game folder
+    QTest::newRow("a folder lies in the temporary file's place") << u"d1/d2/b.txt.tmp/x"_s;
+    QTest::newRow("a file lies in a folder's place") << u"d1"_s;
+    QTest::newRow("a file lies in the inner folder's place") << u"d1/d2"_s;
+}
+
+void TestDownloadQueue::fileThatCannotBeWrittenStopsTheQueue()
+{
+    QFETCH(const QString, inTheWay);
+    const auto name = u"d1/d2/b.txt"_s;
+    Files::write(game(inTheWay), "in the way");
+    m_server.answer(urlPath(u"a"_s), HttpAnswer::ok("a"));
+    m_server.answer(urlPath(name), HttpAnswer::ok("b"));
+    Updater updater(nullptr);
+    prime(updater, {u"a"_s, name, u"c"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QTest::qWait(20);
+    QCOMPARE(reports.withoutRepeats(), (QStringList{started(0, u"a"_s), progress(33, u"a"_s),
+                                                    started(33, name), cannotWrite(name)}));
+    QCOMPARE(m_server.requests().size(), 1);
+    QCOMPARE(Files::read(game(inTheWay)), "in the way"_ba);
+
+    // The next call begins with the same file.
+    QVERIFY(QFile::remove(game(u"d1"_s)) || QDir(game(u"d1"_s)).removeRecursively());
+    m_server.answer(urlPath(u"c"_s), HttpAnswer::ok("c"));
+    reports.clear();
+    updater.downloadNextFile();
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(reports.texts().first(), started(33, name));
+    QCOMPARE(reports.last(), kFinished);
+    QCOMPARE(Files::read(game(name)), "b"_ba);
+}
+
+void TestDownloadQueue::failedRenameGoesUnnoticed_data()
+{
+    QTest::addColumn<QString>("inTheWay");
+    QTest::newRow("a folder with something in it") << u"a/x"_s;
+    QTest::newRow("an empty folder") << QString();
+}
+
+void TestDownloadQueue::failedRenameGoesUnnoticed()
+{
+    QFETCH(const QString, inTheWay);
+    if (inTheWay.isEmpty())
+        QVERIFY(QDir().mkpath(game(u"a"_s)));
+    else
+        Files::write(game(inTheWay), "x");
+    m_server.answer(urlPath(u"a"_s), HttpAnswer::ok("new a"));
+    m_server.answer(urlPath(u"b"_s), HttpAnswer::ok("new b"));
+    Updater updater(nullptr);
+    prime(updater, {u"a"_s, u"b"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(reports.withoutRepeats(),
+             (QStringList{started(0, u"a"_s), progress(50, u"a"_s), started(50, u"b"_s),
+                          progress(100, u"b"_s)}
+              + kDone));
+    QCOMPARE(Files::read(game(u"a.tmp"_s)), "new a"_ba);
+    QVERIFY(QDir(game(u"a"_s)).exists());
+    QCOMPARE(Files::read(game(u"b"_s)), "new b"_ba);
+}
+
+void TestDownloadQueue::fullDiskGoesUnnoticed()
+{
+    if (!FullDisk::isPossible())
+        QSKIP("This system knows no limit for the size of files");
+    m_server.answer(urlPath(u"f"_s), HttpAnswer::ok(Files::noise(300000)));
+    Updater updater(nullptr);
+    prime(updater, {u"f"_s});
+    SignalSequence reports(&updater);
+    {
+        const FullDisk disk(1000);
+        updater.downloadNextFile();
+        QVERIFY(reports.waitFor(u"finished"_s));
+    }
+    QCOMPARE(reports.last(), kFinished);
+    QVERIFY(Files::read(game(u"f"_s)).size() <= 1000);
+}
+
+void TestDownloadQueue::gameFolderChangedDuringATransfer()
+{
+    m_server.answer(urlPath(u"a"_s), HttpAnswer::ok("new a").heldAfter(1));
+    m_server.answer(urlPath(u"b"_s), HttpAnswer::ok("new b"));
+    Updater updater(nullptr);
+    prime(updater, {u"a"_s, u"b"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QTRY_COMPARE(m_server.requestCount(urlPath(u"a"_s)), 1);
+    const QString other = m_folder->filePath(u"autre"_s);
+    Config::instance().setDofusPath(other);
+    m_server.release(urlPath(u"a"_s));
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(reports.last(), kFinished);
+    // What was under way stays unfinished in the old folder; the rest goes to the new one.
+    QCOMPARE(Files::tree(m_gamePath), QStringList{u"a.tmp"_s});
+    QCOMPARE(Files::tree(other), QStringList{u"b"_s});
+}
+
+void TestDownloadQueue::gameFolderChangedDuringAFailingTransfer()
+{
+    m_server.answer(urlPath(u"a"_s), HttpAnswer::status(500, "broken").heldAfter(1));
+    Updater updater(nullptr);
+    prime(updater, {u"a"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QTRY_COMPARE(m_server.requestCount(urlPath(u"a"_s)), 1);
+    Config::instance().setDofusPath(m_folder->filePath(u"autre"_s));
+    m_server.release(urlPath(u"a"_s));
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(reports.last(), failed(u"a"_s));
+    QCOMPARE(Files::tree(m_gamePath), QStringList{u"a.tmp"_s});
+}
+
+void TestDownloadQueue::queueEmptiedDuringATransfer()
+{
+    m_server.answer(urlPath(u"a"_s),
+                    HttpAnswer::ok("abc").delayed(150ms).dripped(1, 150ms).heldAfter(1));
+    Updater updater(nullptr);
+    prime(updater, {u"a"_s, u"b"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QTRY_COMPARE(m_server.requestCount(urlPath(u"a"_s)), 1);
+    prime(updater, {});
+    reports.clear();
+    m_server.release(urlPath(u"a"_s));
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(reports.texts(), kDone); // of no files there is no percentage
+    QCOMPARE(Files::read(game(u"a"_s)), "abc"_ba);
+}
+
+void TestDownloadQueue::newVerificationStartsTheQueueAnew()
+{
+    for (const QString &name : {u"a"_s, u"b"_s, u"c"_s})
+        m_server.answer(urlPath(name), HttpAnswer::ok(name.toUtf8()));
+    Updater updater(nullptr);
+    prime(updater, {u"a"_s});
+    SignalSequence reports(&updater);
+    updater.downloadNextFile();
+    QVERIFY(reports.waitFor(u"finished"_s));
+
+    prime(updater, {u"b"_s, u"c"_s});
+    reports.clear();
+    updater.downloadNextFile();
+    QVERIFY(reports.waitFor(u"finished"_s));
+    QCOMPARE(reports.withoutRepeats(),
+             (QStringList{started(0, u"b"_s), progress(50, u"b"_s), started(50, u"c"_s),
+                          progress(100, u"c"_s)}
+              + kDone));
+}
+
+void TestDownloadQueue::replyIsGoneAfterwards()
+{
+    for (const HttpAnswer &answer : {HttpAnswer::ok("f"), HttpAnswer::status(500)}) {
+        m_server.answer(urlPath(u"f"_s), answer);
+        Updater updater(nullptr);
+        prime(updater, {u"f"_s});
+        updater.downloadNextFile();
+        const QPointer<QNetworkReply> reply = Introspection::pendingReply(updater);
+        QVERIFY(reply);
+        QTRY_VERIFY(!reply);
+    }
+}
+
+void TestDownloadQueue::mayBeDestroyedDuringATransfer()
+{
+    m_server.answer(urlPath(u"f"_s), HttpAnswer::ok(Files::noise(1000000)).heldAfter(500000));
+    auto updater = std::make_unique<Updater>(nullptr);
+    prime(*updater, {u"f"_s});
+    SignalSequence reports(updater.get());
+    updater->downloadNextFile();
+    QTRY_VERIFY(QFile(game(u"f.tmp"_s)).size() > 0);
+    updater.reset();
+    QTest::qWait(20);
+    QCOMPARE(reports.count(u"finished"_s), 0);
+}
+
+VEYRA_CORE_TEST_MAIN(TestDownloadQueue)
+#include "TestDownloadQueue.moc"
