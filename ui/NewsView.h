@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QImage>
+#include <QTextDocument>
 #include <QTextEdit>
 
 /// Shows the news. They come over plain HTTP from the network, so nothing in them may make the
@@ -10,5 +12,13 @@ class NewsView : public QTextEdit
 public:
     using QTextEdit::QTextEdit;
 
-    QVariant loadResource(int, const QUrl &) override { return {}; }
+    QVariant loadResource(int type, const QUrl &) override
+    {
+        if (type != QTextDocument::ImageResource)
+            return {};
+        // For want of any picture Qt would read the file of that name after all.
+        QImage nothing(1, 1, QImage::Format_ARGB32_Premultiplied);
+        nothing.fill(Qt::transparent);
+        return nothing;
+    }
 };
