@@ -2,6 +2,7 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QDeadlineTimer>
 #include <QTest>
 
 #include <chrono>
@@ -11,6 +12,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto kPollInterval = 5ms;
+constexpr auto kLongestWait = 1min;
 
 QMessageBox *openBox()
 {
@@ -30,7 +32,7 @@ BoxAnswers &BoxAnswers::click(QMessageBox::StandardButton button)
 {
     m_answers.append([button](QMessageBox *box) {
         QTest::mouseClick(box->button(button), Qt::LeftButton);
-        return true;
+        return Outcome::Answered;
     });
     return *this;
 }
@@ -39,7 +41,7 @@ BoxAnswers &BoxAnswers::pressEscape()
 {
     m_answers.append([](QMessageBox *box) {
         QTest::keyClick(box, Qt::Key_Escape);
-        return true;
+        return Outcome::Answered;
     });
     return *this;
 }
@@ -48,7 +50,7 @@ BoxAnswers &BoxAnswers::closeFromTitleBar()
 {
     m_answers.append([](QMessageBox *box) {
         box->close();
-        return true;
+        return Outcome::Answered;
     });
     return *this;
 }
@@ -57,8 +59,19 @@ BoxAnswers &BoxAnswers::meanwhile(const std::function<void()> &action)
 {
     m_answers.append([action](QMessageBox *) {
         action();
-        return false;
+        return Outcome::Next;
     });
+    return *this;
+}
+
+BoxAnswers &BoxAnswers::until(const std::function<bool()> &condition)
+{
+    m_answers.append(
+        [condition, deadline = QDeadlineTimer(QDeadlineTimer::Forever)](QMessageBox *) mutable {
+            if (deadline.isForever())
+                deadline.setRemainingTime(kLongestWait);
+            return condition() || deadline.hasExpired() ? Outcome::Next : Outcome::Wait;
+        });
     return *this;
 }
 
@@ -78,6 +91,10 @@ void BoxAnswers::answerOpenBox()
         box->close();
         return;
     }
-    if (const auto answer = m_answers.takeFirst(); answer(box))
+    const auto answer = m_answers.takeFirst();
+    const Outcome outcome = answer(box);
+    if (outcome == Outcome::Wait)
+        m_answers.prepend(answer);
+    else if (outcome == Outcome::Answered)
         m_current.clear();
 }

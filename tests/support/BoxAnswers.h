@@ -35,13 +35,22 @@ public:
     /// Runs `action` while the next box is open; the box stays for the answer that follows.
     BoxAnswers &meanwhile(const std::function<void()> &action);
 
+    /// Leaves the next box open until `condition` holds (for a minute at most).
+    BoxAnswers &until(const std::function<bool()> &condition);
+
     const QList<Box> &seen() const { return m_seen; }
 
 private:
+    enum class Outcome {
+        Wait,     ///< ask the same again
+        Next,     ///< the box stays for the next answer
+        Answered, ///< the box is closed
+    };
+
     void answerOpenBox();
 
     QTimer m_poll;
-    QList<std::function<bool(QMessageBox *)>> m_answers; // true: the box is answered
+    QList<std::function<Outcome(QMessageBox *)>> m_answers;
     QList<Box> m_seen;
     QPointer<QMessageBox> m_current;
 };

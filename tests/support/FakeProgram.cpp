@@ -1,6 +1,7 @@
 // Takes the place of another program, under its name: writes down its arguments and working
 // directory, then does what its script says. Plain C++, because it has to run on a PATH that leads
-// to nothing else. tests/support/FakePrograms.h writes the scripts and reads the records.
+// to nothing else. tests/support/FakePrograms.h writes the scripts and reads the records. Where no
+// script is given the record goes beside the program itself: tests/support/StandIn.h.
 
 #include <chrono>
 #include <cstdlib>
@@ -15,6 +16,8 @@
 #ifdef _WIN32
 #include <windows.h>
 #include <shellapi.h>
+#else
+#include <unistd.h>
 #endif
 
 namespace fs = std::filesystem;
@@ -67,17 +70,51 @@ void writeRecord(const fs::path &path, const std::string &content)
     fs::rename(draft, path);
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+#ifdef _WIN32
+fs::path ownPath()
 {
-    const char *folder = std::getenv("VEYRA_FAKE_PROGRAMS");
-    if (!folder)
-        return 125;
+    wchar_t path[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return path;
+}
 
-    const std::vector<std::string> texts = arguments(argc, argv);
+std::string processId()
+{
+    return std::to_string(GetCurrentProcessId());
+}
+#else
+fs::path ownPath()
+{
+    return fs::read_symlink("/proc/self/exe");
+}
+
+std::string processId()
+{
+    return std::to_string(getpid());
+}
+#endif
+
+int recordBeside(const std::vector<std::string> &texts)
+{
+    const fs::path self = ownPath();
+    std::string record = toBytes(fs::current_path()) + '\0' + processId() + '\0';
+    for (std::size_t i = 1; i < texts.size(); ++i)
+        record += texts[i] + '\0';
+    // The names sort by the time of the start.
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto count = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+    const auto beside = [&self](const std::string &suffix) { return fs::path(self) += suffix; };
+    writeRecord(beside('.' + std::to_string(count) + '-' + processId() + ".start"), record);
+
+    if (fs::exists(beside(".hang")))
+        std::this_thread::sleep_for(std::chrono::minutes(5));
+    return 0;
+}
+
+int followScript(const fs::path &folder, const std::vector<std::string> &texts)
+{
     const std::string name = toBytes(fromBytes(texts.at(0)).stem());
-    const fs::path base = fromBytes(folder) / fromBytes(name);
+    const fs::path base = folder / fromBytes(name);
 
     std::string record;
     for (std::size_t i = 1; i < texts.size(); ++i)
@@ -106,4 +143,13 @@ int main(int argc, char **argv)
         }
     }
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const std::vector<std::string> texts = arguments(argc, argv);
+    const char *folder = std::getenv("VEYRA_FAKE_PROGRAMS");
+    return folder ? followScript(fromBytes(folder), texts) : recordBeside(texts);
 }

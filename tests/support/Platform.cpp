@@ -1,0 +1,71 @@
+#include "tests/support/Platform.h"
+
+#include <QDir>
+#include <QFile>
+
+#ifdef Q_OS_WIN
+#include <windows.h>
+#endif
+
+using namespace Qt::Literals::StringLiterals;
+
+QString Platform::executableName(const QString &name)
+{
+#ifdef Q_OS_WIN
+    return name + u".exe"_s;
+#else
+    return name;
+#endif
+}
+
+QString Platform::searchPathWith(const QString &folder)
+{
+    return QDir::toNativeSeparators(folder) + QDir::listSeparator() + qEnvironmentVariable("PATH");
+}
+
+#ifdef Q_OS_WIN
+
+bool Platform::isRunning(qint64 processId)
+{
+    const HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, DWORD(processId));
+    if (!process)
+        return false;
+    const bool running = WaitForSingleObject(process, 0) == WAIT_TIMEOUT;
+    CloseHandle(process);
+    return running;
+}
+
+QList<qint64> Platform::processesWithEnvironment(const QByteArray &)
+{
+    return {};
+}
+
+#else
+
+bool Platform::isRunning(qint64 processId)
+{
+    QFile status(u"/proc/%1/stat"_s.arg(processId));
+    if (!status.open(QIODevice::ReadOnly))
+        return false;
+    // "pid (name) state ...": the name may hold anything, blanks and brackets included.
+    const QByteArray line = status.readAll();
+    return line.mid(line.lastIndexOf(')') + 2, 1) != "Z";
+}
+
+QList<qint64> Platform::processesWithEnvironment(const QByteArray &entry)
+{
+    QList<qint64> found;
+    for (const QString &name : QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        bool isNumber = false;
+        const qint64 processId = name.toLongLong(&isNumber);
+        if (!isNumber)
+            continue;
+        QFile environment(u"/proc/%1/environ"_s.arg(processId));
+        if (environment.open(QIODevice::ReadOnly) &&
+            environment.readAll().split('\0').contains(entry))
+            found.append(processId);
+    }
+    return found;
+}
+
+#endif

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+/// What differs between systems about programs and processes.
+namespace Platform {
+
+/// "powershell" as a file is named that the system starts under that name.
+QString executableName(const QString &name);
+
+/// Puts `folder` in front of the value of PATH.
+QString searchPathWith(const QString &folder);
+
+/// False as well for a process that has ended but that nobody has collected yet.
+bool isRunning(qint64 processId);
+
+/// The processes, dead ones that nobody has collected included, that have `entry` ("NAME=value") in
+/// their environment. Empty where a system does not tell.
+QList<qint64> processesWithEnvironment(const QByteArray &entry);
+
+} // namespace Platform

@@ -1,0 +1,84 @@
+#include "tests/window/TestLauncher.h"
+
+#include "config/Config.h"
+#include "tests/support/Files.h"
+
+#include <QLabel>
+#include <QNetworkProxy>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTextEdit>
+
+using namespace Qt::Literals::StringLiterals;
+
+TestLauncher::TestLauncher()
+{
+    for (const char *path : {"/api/status.php", "/api/news.php", "/api/launcher_version.json",
+                             "/client/DofusClient.zip", "/updates/version.json"})
+        server.answer(path, HttpAnswer::never());
+    server.becomeProxy();
+    Config::instance().setDofusPath(m_folder.path());
+}
+
+TestLauncher::~TestLauncher()
+{
+    close();
+    QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
+}
+
+void TestLauncher::open()
+{
+    m_window = std::make_unique<MainWindow>();
+    m_window->show();
+}
+
+void TestLauncher::close()
+{
+    m_window.reset();
+}
+
+void TestLauncher::installClient()
+{
+    Files::write(gameFolder() + u"/DofusInvoker.swf"_s, "client");
+}
+
+QLabel *TestLauncher::label(const QString &objectName) const
+{
+    return m_window->findChild<QLabel *>(objectName);
+}
+
+QProgressBar *TestLauncher::progressBar() const
+{
+    return m_window->findChild<QProgressBar *>(u"progressBar"_s);
+}
+
+QPushButton *TestLauncher::playButton() const
+{
+    return m_window->findChild<QPushButton *>(u"playButton"_s);
+}
+
+QPushButton *TestLauncher::button(const QString &text) const
+{
+    const auto buttons = m_window->findChildren<QPushButton *>();
+    for (QPushButton *button : buttons) {
+        if (button->text() == text)
+            return button;
+    }
+    qFatal("There is no button \"%s\"", qPrintable(text));
+}
+
+QTextEdit *TestLauncher::news() const
+{
+    return m_window->findChild<QTextEdit *>(u"newsWidget"_s);
+}
+
+QString TestLauncher::face() const
+{
+    const QLabel *step = label(u"progressLabel"_s);
+    const QProgressBar *bar = progressBar();
+    const QString progress =
+        bar->maximum() == 0 ? u"busy"_s : u"%1/%2"_s.arg(bar->value()).arg(bar->maximum());
+    return QStringList{step->text(), step->styleSheet(), progress,
+                       playButton()->text() + (playButton()->isEnabled() ? u" on"_s : u" off"_s)}
+        .join(u" | "_s);
+}
