@@ -1,0 +1,20 @@
+# Cross-compiles for 64-bit Windows with Debian's MinGW-w64, in its flavour with POSIX threads:
+# the one whose C++ library has std::thread, which Qt is built with.
+
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_SYSTEM_PROCESSOR x86_64)
+
+set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)
+set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
+set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
+
+# Programs are the build machine's, libraries and headers are Windows'. CMake packages are looked
+# for in CMAKE_PREFIX_PATH too, where Qt for Windows lies.
+set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32)
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
+
+# Tests run under Wine.
+set(CMAKE_CROSSCOMPILING_EMULATOR wine)
