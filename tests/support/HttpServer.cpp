@@ -305,8 +305,8 @@ void HttpServer::answerInTurn(const QByteArray &path, const QList<HttpAnswer> &a
 void HttpServer::release(const QByteArray &path)
 {
     for (const QPointer<Connection> &connection : std::as_const(m_connections)) {
-        if (connection)
-            connection->release(path);
+        if (Connection *waiting = connection.data())
+            waiting->release(path);
     }
 }
 
