@@ -21,6 +21,12 @@ else()
         -Wnull-dereference -Wformat=2)
 endif()
 
+if(MINGW)
+    # What players get is the same, byte for byte, wherever it was built.
+    target_compile_options(veyra_settings INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+    target_link_options(veyra_settings INTERFACE -Wl,--no-insert-timestamp)
+endif()
+
 if(VEYRA_SANITIZE)
     target_compile_options(veyra_settings INTERFACE
         -fsanitize=${VEYRA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
