@@ -1,0 +1,57 @@
+#include "tests/windows/StandIn.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QStringList>
+#include <QTest>
+
+using namespace Qt::Literals::StringLiterals;
+
+StandIn::StandIn(const QString &path)
+    : m_path(path)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile::remove(path);
+    if (!QFile::copy(QStringLiteral(VEYRA_STAND_IN), path))
+        qFatal("Cannot make %s", qPrintable(path));
+}
+
+StandIn::~StandIn()
+{
+    QFile::remove(m_path + u".record"_s);
+    QFile::remove(m_path + u".does"_s);
+    // A program that has just ended is still open for a moment.
+    for (int attempt = 0; QFile::exists(m_path) && !QFile::remove(m_path) && attempt < 100; ++attempt)
+        QTest::qWait(20);
+}
+
+void StandIn::does(const QString &behaviour)
+{
+    QFile file(m_path + u".does"_s);
+    if (!file.open(QIODevice::WriteOnly) || file.write(behaviour.toUtf8()) < 0)
+        qFatal("Cannot write %s", qPrintable(file.fileName()));
+}
+
+bool StandIn::wasStarted() const
+{
+    return QFile::exists(m_path + u".record"_s);
+}
+
+QString StandIn::commandLine() const
+{
+    return recordLine(0);
+}
+
+QString StandIn::workingDirectory() const
+{
+    return recordLine(1);
+}
+
+QString StandIn::recordLine(int index) const
+{
+    QFile file(m_path + u".record"_s);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(file.readAll()).split(u'\n').value(index);
+}
