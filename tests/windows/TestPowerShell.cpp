@@ -2,7 +2,7 @@
 #include "install/ClientDownloader.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/TestEnvironment.h"
-#include "tests/windows/StandIn.h"
+#include "tests/windows/RecordingProgram.h"
 
 #include <QBuffer>
 #include <QCoreApplication>
@@ -66,7 +66,7 @@ private:
     QTemporaryDir m_folder;
     QString m_gamePath;
     HttpServer m_server;
-    std::unique_ptr<StandIn> m_powerShell;
+    std::unique_ptr<RecordingProgram> m_powerShell;
     std::unique_ptr<ClientDownloader> m_downloader;
     std::unique_ptr<QSignalSpy> m_finished;
 };
@@ -79,7 +79,7 @@ void TestPowerShell::init()
     m_server.becomeProxy();
     m_server.answer("/client/DofusClient.zip", HttpAnswer::ok(clientArchive()));
     m_powerShell =
-        std::make_unique<StandIn>(QCoreApplication::applicationDirPath() + u"/powershell.exe"_s);
+        std::make_unique<RecordingProgram>(QCoreApplication::applicationDirPath() + u"/powershell.exe"_s);
     m_downloader = std::make_unique<ClientDownloader>(nullptr);
     m_finished =
         std::make_unique<QSignalSpy>(m_downloader.get(), &ClientDownloader::extractionFinished);

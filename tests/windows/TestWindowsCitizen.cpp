@@ -2,7 +2,7 @@
 #include "config/Config.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/TestEnvironment.h"
-#include "tests/windows/StandIn.h"
+#include "tests/windows/RecordingProgram.h"
 
 #include <QApplication>
 #include <QDir>
@@ -157,7 +157,7 @@ void TestWindowsCitizen::startsTheGame()
     QFETCH(const QString, subfolder);
     const QString game = m_folder.filePath(gameFolder);
     const QString place = game + subfolder;
-    const StandIn program(place + u"/Dofus.exe"_s);
+    const RecordingProgram program(place + u"/Dofus.exe"_s);
     Config::instance().setDofusPath(game);
 
     MainWindow window;
@@ -181,7 +181,7 @@ void TestWindowsCitizen::handsOverToTheUpdater()
     QFETCH(const QString, archive);
     const QString folder = QCoreApplication::applicationDirPath();
     const QString updater = folder + u"/LauncherUpdater.exe"_s;
-    const StandIn program(updater);
+    const RecordingProgram program(updater);
 
     MainWindow window;
     QVERIFY(QMetaObject::invokeMethod(&window, "onLauncherReadyToInstall", Q_ARG(QString, updater),

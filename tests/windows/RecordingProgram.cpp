@@ -1,4 +1,4 @@
-#include "tests/windows/StandIn.h"
+#include "tests/windows/RecordingProgram.h"
 
 #include <QDir>
 #include <QFile>
@@ -8,16 +8,16 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-StandIn::StandIn(const QString &path)
+RecordingProgram::RecordingProgram(const QString &path)
     : m_path(path)
 {
     QDir().mkpath(QFileInfo(path).path());
     QFile::remove(path);
-    if (!QFile::copy(QStringLiteral(VEYRA_STAND_IN), path))
+    if (!QFile::copy(QStringLiteral(VEYRA_RECORDING_PROGRAM), path))
         qFatal("Cannot make %s", qPrintable(path));
 }
 
-StandIn::~StandIn()
+RecordingProgram::~RecordingProgram()
 {
     QFile::remove(m_path + u".record"_s);
     QFile::remove(m_path + u".does"_s);
@@ -26,29 +26,29 @@ StandIn::~StandIn()
         QTest::qWait(20);
 }
 
-void StandIn::does(const QString &behaviour)
+void RecordingProgram::does(const QString &behaviour)
 {
     QFile file(m_path + u".does"_s);
     if (!file.open(QIODevice::WriteOnly) || file.write(behaviour.toUtf8()) < 0)
         qFatal("Cannot write %s", qPrintable(file.fileName()));
 }
 
-bool StandIn::wasStarted() const
+bool RecordingProgram::wasStarted() const
 {
     return QFile::exists(m_path + u".record"_s);
 }
 
-QString StandIn::commandLine() const
+QString RecordingProgram::commandLine() const
 {
     return recordLine(0);
 }
 
-QString StandIn::workingDirectory() const
+QString RecordingProgram::workingDirectory() const
 {
     return recordLine(1);
 }
 
-QString StandIn::recordLine(int index) const
+QString RecordingProgram::recordLine(int index) const
 {
     QFile file(m_path + u".record"_s);
     if (!file.open(QIODevice::ReadOnly))

@@ -3,14 +3,14 @@
 #include <QString>
 
 /// A program that a test puts where the launcher expects PowerShell, the game or the updater
-/// program; see StandIn.cpp. It goes away with its records when the object does.
-class StandIn
+/// program; see RecordingMain.cpp. It goes away with its records when the object does.
+class RecordingProgram
 {
 public:
     /// Puts it at `path`, a whole path that ends in ".exe", and makes the folder.
-    explicit StandIn(const QString &path);
-    ~StandIn();
-    Q_DISABLE_COPY_MOVE(StandIn)
+    explicit RecordingProgram(const QString &path);
+    ~RecordingProgram();
+    Q_DISABLE_COPY_MOVE(RecordingProgram)
 
     /// "crash", "hang", "nothing", or "fail " with the text for the standard error. Without it
     /// PowerShell unpacks and others end at once.
