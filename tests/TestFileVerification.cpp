@@ -12,6 +12,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QPointer>
+#include <QRunnable>
 #include <QSemaphore>
 #include <QTemporaryDir>
 #include <QTest>
@@ -59,7 +60,7 @@ public:
         : m_threads(QThreadPool::globalInstance()->maxThreadCount())
     {
         QThreadPool::globalInstance()->setMaxThreadCount(1);
-        QThreadPool::globalInstance()->start([this] { m_mayEnd.acquire(); });
+        QThreadPool::globalInstance()->start(QRunnable::create([this] { m_mayEnd.acquire(); }));
     }
     ~BusyPool()
     {

@@ -8,6 +8,9 @@ veyra_add_test(test_client_downloader SOURCES TestClientDownloader.cpp LIBRARIES
 veyra_add_test(test_update_manifest SOURCES TestUpdateManifest.cpp LIBRARIES veyra_update)
 veyra_add_test(test_file_verification
     SOURCES TestFileVerification.cpp LIBRARIES veyra_update LABELS threads)
+if(VEYRA_SANITIZE STREQUAL "thread")
+    target_sources(test_file_verification PRIVATE support/ThreadHandovers.cpp)
+endif()
 veyra_add_test(test_download_queue SOURCES TestDownloadQueue.cpp LIBRARIES veyra_update)
 veyra_add_test(test_config SOURCES TestConfig.cpp LIBRARIES veyra_config)
 
