@@ -41,8 +41,8 @@ void TestArchiveUnpacker::choosesFromWhatThereIs_data()
 
     QTest::newRow("powershell is first choice")
         << QStringList{u"powershell"_s, u"unzip"_s, u"bsdtar"_s} << u"powershell"_s << powershell;
-    QTest::newRow("powershell alone") << QStringList{u"powershell"_s} << u"powershell"_s
-                                      << powershell;
+    QTest::newRow("powershell alone")
+        << QStringList{u"powershell"_s} << u"powershell"_s << powershell;
 #ifndef Q_OS_WIN // has a powershell at all times
     QTest::newRow("unzip is second choice")
         << QStringList{u"unzip"_s, u"bsdtar"_s} << u"unzip"_s << unzip;
@@ -78,8 +78,7 @@ void TestArchiveUnpacker::powerShellCommandHoldsThePathsAsTheyStand_data()
         << u"Expand-Archive -Path 'C:/100 %/a.zip' -DestinationPath 'C:/100 %' -Force"_s;
     // The first path is filled in before the second.
     QTest::newRow("a %2 in the folder takes the destination")
-        << u"C:/%2"_s
-        << u"Expand-Archive -Path 'C:/C:/%2/a.zip' -DestinationPath 'C:/%2' -Force"_s;
+        << u"C:/%2"_s << u"Expand-Archive -Path 'C:/C:/%2/a.zip' -DestinationPath 'C:/%2' -Force"_s;
 }
 
 void TestArchiveUnpacker::powerShellCommandHoldsThePathsAsTheyStand()
@@ -105,6 +104,7 @@ Outcome run(const UnpackCommand &command)
     QProcess process;
     process.setProcessEnvironment(command.environment);
     process.start(command.program, command.arguments);
+    process.closeWriteChannel(); // nobody answers questions
     if (!process.waitForFinished() || process.exitStatus() != QProcess::NormalExit)
         return {};
     return {process.exitCode(), process.readAllStandardError()};

@@ -58,12 +58,14 @@ QString extractionFailed(const QString &errorText)
 
 static_assert(!std::is_default_constructible_v<ClientDownloader>);
 static_assert(std::is_constructible_v<ClientDownloader, QObject *>);
-static_assert(std::is_same_v<decltype(&ClientDownloader::startDownload), void (ClientDownloader::*)()>);
+static_assert(
+    std::is_same_v<decltype(&ClientDownloader::startDownload), void (ClientDownloader::*)()>);
 static_assert(
     std::is_same_v<decltype(&ClientDownloader::startExtraction), void (ClientDownloader::*)()>);
 static_assert(
     std::is_same_v<decltype(&ClientDownloader::isClientInstalled), bool (ClientDownloader::*)()>);
-static_assert(std::is_same_v<decltype(&ClientDownloader::zipPath), QString (ClientDownloader::*)()>);
+static_assert(
+    std::is_same_v<decltype(&ClientDownloader::zipPath), QString (ClientDownloader::*)()>);
 static_assert(
     std::is_same_v<decltype(&ClientDownloader::installPath), QString (ClientDownloader::*)()>);
 static_assert(std::is_same_v<decltype(&ClientDownloader::cancel), void (ClientDownloader::*)()>);
@@ -119,6 +121,7 @@ private slots:
     void everyOutcomeLeavesItReadyForAnother();
     void gameFolderChangedDuringTheDownload();
     void replyIsGoneAfterTheDownload();
+    void endOfNoTransferDoesNothing();
 
     void cancelWhileIdleDoesNothing();
     void cancelWhileDownloading_data();
@@ -239,8 +242,9 @@ void TestClientDownloader::requestNamesOnlyTheRedirectPolicy()
     const QNetworkReply *reply = Introspection::pendingReply(downloader);
     QVERIFY(reply);
     QCOMPARE(reply->operation(), QNetworkAccessManager::GetOperation);
-    QCOMPARE(Introspection::traits(reply->request()),
-             QStringList{u"attribute %1 = int 1"_s.arg(int(QNetworkRequest::RedirectPolicyAttribute))});
+    QCOMPARE(
+        Introspection::traits(reply->request()),
+        QStringList{u"attribute %1 = int 1"_s.arg(int(QNetworkRequest::RedirectPolicyAttribute))});
 
     QVERIFY(reports.waitFor(u"downloadFinished"_s));
     QCOMPARE(m_server.requests().size(), 1);
@@ -310,11 +314,11 @@ void TestClientDownloader::powerShellGetsThreeArguments()
     SignalSequence reports(&downloader);
     downloader.startDownload();
     QVERIFY(reports.waitFor(u"extractionFinished"_s));
-    QCOMPARE(m_programs->arguments(u"powershell"_s),
-             (QStringList{u"-NoProfile"_s, u"-Command"_s,
-                          u"Expand-Archive -Path '"_s + m_gamePath
-                              + u"/DofusClient.zip' -DestinationPath '"_s + m_gamePath
-                              + u"' -Force"_s}));
+    QCOMPARE(
+        m_programs->arguments(u"powershell"_s),
+        (QStringList{u"-NoProfile"_s, u"-Command"_s,
+                     u"Expand-Archive -Path '"_s + m_gamePath +
+                         u"/DofusClient.zip' -DestinationPath '"_s + m_gamePath + u"' -Force"_s}));
 }
 
 void TestClientDownloader::reportsProgressAsItComes()
@@ -328,8 +332,8 @@ void TestClientDownloader::reportsProgressAsItComes()
     QVERIFY(reports.waitFor(u"extractionFinished"_s));
     QCOMPARE(reports.withoutRepeats(),
              (QStringList{kConnecting, kKnownSize.arg(33), kKnownSize.arg(66), kKnownSize.arg(100),
-                          kDownloaded}
-              + kInstallation));
+                          kDownloaded} +
+              kInstallation));
 }
 
 void TestClientDownloader::reportsUnknownSize()
@@ -342,8 +346,8 @@ void TestClientDownloader::reportsUnknownSize()
     QVERIFY(reports.waitFor(u"extractionFinished"_s));
     // The last report is Qt's: with all bytes there, their number is the size.
     QCOMPARE(reports.texts(), (QStringList{kConnecting, kUnknownSize, kUnknownSize, kUnknownSize,
-                                           kKnownSize.arg(100), kDownloaded}
-                               + kInstallation));
+                                           kKnownSize.arg(100), kDownloaded} +
+                               kInstallation));
 }
 
 void TestClientDownloader::progressTexts_data()
@@ -486,15 +490,15 @@ void TestClientDownloader::archiveThatCannotBeCreated()
     SignalSequence reports(&downloader);
     downloader.startDownload();
     QCOMPARE(reports.texts(),
-             QStringList{u"downloadFinished(false, \"Erreur: Impossible de créer le fichier "_s
-                         + m_gamePath + u"/DofusClient.zip\")"_s});
+             QStringList{u"downloadFinished(false, \"Erreur: Impossible de créer le fichier "_s +
+                         m_gamePath + u"/DofusClient.zip\")"_s});
     QCOMPARE(downloader.findChildren<QNetworkReply *>().size(), 0);
     QTest::qWait(20);
     QCOMPARE(m_server.requests().size(), 0);
 
     // The way is free again, and so is the downloader.
-    QVERIFY(QFile::remove(m_folder->filePath(u"Jeux vidéo"_s))
-            || QDir(m_folder->filePath(u"Jeux vidéo"_s)).removeRecursively());
+    QVERIFY(QFile::remove(m_folder->filePath(u"Jeux vidéo"_s)) ||
+            QDir(m_folder->filePath(u"Jeux vidéo"_s)).removeRecursively());
     m_server.answer(kPath, HttpAnswer::ok("archive"));
     addGoodPowerShell();
     downloader.startDownload();
@@ -579,8 +583,8 @@ void TestClientDownloader::fullDiskShowsInTheExtraction()
         QVERIFY(reports.waitFor(u"extractionFinished"_s));
     }
     QCOMPARE(reports.withoutRepeats(),
-             (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} + kExtraction
-              + QStringList{extractionFailed(u"archive incomplète"_s)}));
+             (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} + kExtraction +
+              QStringList{extractionFailed(u"archive incomplète"_s)}));
     QVERIFY(!QFile::exists(downloader.zipPath()));
 }
 
@@ -590,14 +594,15 @@ void TestClientDownloader::failedExtractionCarriesTheStandardError_data()
     QTest::addColumn<bool>("crashes");
     QTest::addColumn<QByteArray>("standardError");
     QTest::addColumn<QString>("text");
-    QTest::newRow("a complaint")
-        << 1 << false << "Expand-Archive : échec\r\n"_ba << u"Expand-Archive : échec\r\n"_s;
+    QTest::newRow("a complaint") << 1 << false << "Expand-Archive : échec\r\n"_ba
+                                 << u"Expand-Archive : échec\r\n"_s;
     QTest::newRow("no complaint") << 1 << false << ""_ba << QString();
     QTest::newRow("another exit code") << 255 << false << "x"_ba << u"x"_s;
     QTest::newRow("a crash") << 0 << true << "juste avant"_ba << u"juste avant"_s;
     QTest::newRow("a silent crash") << 0 << true << ""_ba << QString();
     QTest::newRow("placeholders in the complaint") << 1 << false << "%1 %2"_ba << u"%1 %2"_s;
-    QTest::newRow("a complaint that is no UTF-8") << 1 << false << "\xe9t\xe9"_ba << u"\ufffdt\ufffd"_s;
+    QTest::newRow("a complaint that is no UTF-8")
+        << 1 << false << "\xe9t\xe9"_ba << u"\ufffdt\ufffd"_s;
     QTest::newRow("a complaint of 1 MB")
         << 1 << false << QByteArray(1 << 20, 'x') << QString(1 << 20, u'x');
 }
@@ -609,11 +614,10 @@ void TestClientDownloader::failedExtractionCarriesTheStandardError()
     QFETCH(const QByteArray, standardError);
     QFETCH(const QString, text);
     // The marker does not help: the exit tells.
-    m_programs->addFake(u"powershell"_s,
-                        {.standardError = standardError,
-                         .created = {game(u"DofusInvoker.swf"_s)},
-                         .exitCode = exitCode,
-                         .crashes = crashes});
+    m_programs->addFake(u"powershell"_s, {.standardError = standardError,
+                                          .created = {game(u"DofusInvoker.swf"_s)},
+                                          .exitCode = exitCode,
+                                          .crashes = crashes});
     m_server.answer(kPath, HttpAnswer::ok("archive"));
     ClientDownloader downloader(nullptr);
     SignalSequence reports(&downloader);
@@ -623,9 +627,8 @@ void TestClientDownloader::failedExtractionCarriesTheStandardError()
     downloader.startDownload();
     QVERIFY(reports.waitFor(u"extractionFinished"_s));
     QTest::qWait(20);
-    QCOMPARE(reports.withoutRepeats(),
-             (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} + kExtraction
-              + QStringList{extractionFailed(text)}));
+    QCOMPARE(reports.withoutRepeats(), (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} +
+                                        kExtraction + QStringList{extractionFailed(text)}));
     QVERIFY(archiveGone);
     QCOMPARE(Files::tree(m_gamePath), QStringList{u"DofusInvoker.swf"_s});
     QCOMPARE(downloader.findChildren<QProcess *>().size(), 0);
@@ -654,18 +657,18 @@ void TestClientDownloader::successWithoutMarkerIsAFailure_data()
 void TestClientDownloader::successWithoutMarkerIsAFailure()
 {
     QFETCH(const QString, created);
-    m_programs->addFake(u"powershell"_s,
-                        {.standardError = "not shown",
-                         .created = created.isEmpty() ? QStringList() : QStringList{game(created)}});
+    m_programs->addFake(
+        u"powershell"_s,
+        {.standardError = "not shown",
+         .created = created.isEmpty() ? QStringList() : QStringList{game(created)}});
     m_server.answer(kPath, HttpAnswer::ok("archive"));
     ClientDownloader downloader(nullptr);
     SignalSequence reports(&downloader);
     downloader.startDownload();
     QVERIFY(reports.waitFor(u"extractionFinished"_s));
     QTest::qWait(20);
-    QCOMPARE(reports.withoutRepeats(),
-             (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} + kExtraction
-              + QStringList{kMissing}));
+    QCOMPARE(reports.withoutRepeats(), (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} +
+                                        kExtraction + QStringList{kMissing}));
     QVERIFY(!QFile::exists(downloader.zipPath()));
     QVERIFY(created.isEmpty() || QFile::exists(game(created)));
 }
@@ -838,8 +841,8 @@ void TestClientDownloader::gameFolderChangedDuringTheDownload()
     // The transfer went on where it began; everything after it looks at the new folder.
     QCOMPARE(Files::read(game(u"DofusClient.zip"_s)), "archive"_ba);
     QCOMPARE(m_programs->arguments(u"powershell"_s).last(),
-             u"Expand-Archive -Path '"_s + other + u"/DofusClient.zip' -DestinationPath '"_s + other
-                 + u"' -Force"_s);
+             u"Expand-Archive -Path '"_s + other + u"/DofusClient.zip' -DestinationPath '"_s +
+                 other + u"' -Force"_s);
     QCOMPARE(reports.last(), kSuccess);
 }
 
@@ -854,6 +857,14 @@ void TestClientDownloader::replyIsGoneAfterTheDownload()
         QVERIFY(reply);
         QTRY_VERIFY(!reply);
     }
+}
+
+void TestClientDownloader::endOfNoTransferDoesNothing()
+{
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    QVERIFY(QMetaObject::invokeMethod(&downloader, "onDownloadFinished"));
+    QCOMPARE(reports.texts(), QStringList());
 }
 
 void TestClientDownloader::cancelWhileIdleDoesNothing()
@@ -874,8 +885,7 @@ void TestClientDownloader::cancelWhileDownloading_data()
     QTest::newRow("at once") << HttpAnswer::ok("archive") << 0;
     QTest::newRow("before the server says anything") << HttpAnswer::never() << 50;
     QTest::newRow("after the head") << HttpAnswer::ok("archive").heldAfter(0) << 50;
-    QTest::newRow("in the middle")
-        << HttpAnswer::ok(Files::noise(300000)).heldAfter(150000) << 50;
+    QTest::newRow("in the middle") << HttpAnswer::ok(Files::noise(300000)).heldAfter(150000) << 50;
     QTest::newRow("in the middle of chunks")
         << HttpAnswer::ok(Files::noise(300000)).chunked().heldAfter(150000) << 50;
 }
@@ -938,13 +948,10 @@ void TestClientDownloader::cancelFromWithinASlot_data()
     QTest::addColumn<QString>("moment");
     QTest::addColumn<QStringList>("after");
     QTest::newRow("when it connects: nothing is under way yet") << kConnecting << QStringList();
-    QTest::newRow("when the transfer progresses")
-        << kKnownSize.arg(33) << QStringList{kCancelled};
+    QTest::newRow("when the transfer progresses") << kKnownSize.arg(33) << QStringList{kCancelled};
     // Between its two steps nothing runs that could be dropped.
-    QTest::newRow("when the transfer is done")
-        << kDownloaded << kInstallation;
-    QTest::newRow("when the extraction begins")
-        << kExtractionStarted << kInstallation.mid(1);
+    QTest::newRow("when the transfer is done") << kDownloaded << kInstallation;
+    QTest::newRow("when the extraction begins") << kExtractionStarted << kInstallation.mid(1);
     QTest::newRow("when the extraction is announced") << kExtracting << kInstallation.mid(2);
     QTest::newRow("when it is installed") << kInstalled << QStringList{kSuccess};
     QTest::newRow("at the very end") << kSuccess << QStringList();

@@ -95,8 +95,8 @@ QStringList TestConfig::run(const QStringList &words)
     probe.setProcessEnvironment(environment);
     probe.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     probe.start(m_probe, words);
-    if (!probe.waitForFinished(60000) || probe.exitStatus() != QProcess::NormalExit
-        || probe.exitCode() != 0) {
+    if (!probe.waitForFinished(60000) || probe.exitStatus() != QProcess::NormalExit ||
+        probe.exitCode() != 0) {
         return {u"the probe failed: "_s + probe.errorString()};
     }
     QString output = QString::fromUtf8(probe.readAllStandardOutput());
@@ -237,8 +237,8 @@ void TestConfig::writesTheFile()
 void TestConfig::savedPathComesBack_data()
 {
     QTest::addColumn<QString>("path");
-    for (const QString &path : {u"/jeu"_s, u"C:/Jeux vidéo/Été 100 % [1] 'a' %1"_s, u"\\\\nas\\jeu"_s,
-                                u"/🎮/œuvre"_s, u" "_s, QString(5000, u'x')})
+    for (const QString &path : {u"/jeu"_s, u"C:/Jeux vidéo/Été 100 % [1] 'a' %1"_s,
+                                u"\\\\nas\\jeu"_s, u"/🎮/œuvre"_s, u" "_s, QString(5000, u'x')})
         QTest::addRow("%s", qPrintable(path.left(40))) << path;
 }
 

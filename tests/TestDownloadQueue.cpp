@@ -37,8 +37,8 @@ QString started(int percent, const QString &name)
 
 QString progress(int percent, const QString &name)
 {
-    return u"progressChanged(%1, \"Téléchargement: "_s.arg(percent) + name
-        + u" (%.2f / %.2f MB)\")"_s;
+    return u"progressChanged(%1, \"Téléchargement: "_s.arg(percent) + name +
+           u" (%.2f / %.2f MB)\")"_s;
 }
 
 QString failed(const QString &name)
@@ -204,10 +204,10 @@ void TestDownloadQueue::fetchesOneAfterTheOther()
     QTest::qWait(20);
     QCOMPARE(reports.withoutRepeats(),
              (QStringList{started(0, names[0]), progress(33, names[0]), started(33, names[1]),
-                          progress(66, names[1]), started(66, names[2]), progress(100, names[2])}
-              + kDone));
-    QCOMPARE(Files::tree(m_gamePath), (QStringList{u"a.txt"_s, u"b/"_s, u"b/b.txt"_s, u"c/"_s,
-                                                   u"c/c/"_s, u"c/c/c.txt"_s}));
+                          progress(66, names[1]), started(66, names[2]), progress(100, names[2])} +
+              kDone));
+    QCOMPARE(Files::tree(m_gamePath),
+             (QStringList{u"a.txt"_s, u"b/"_s, u"b/b.txt"_s, u"c/"_s, u"c/c/"_s, u"c/c/c.txt"_s}));
 }
 
 void TestDownloadQueue::percentagesOfTheWholeQueue_data()
@@ -234,7 +234,8 @@ void TestDownloadQueue::percentagesOfTheWholeQueue()
     SignalSequence reports(&updater);
     updater.downloadNextFile();
     QVERIFY(reports.waitFor(u"finished"_s));
-    const QStringList starts = reports.texts().filter(QRegularExpression(u"Téléchargement: f\\d\""_s));
+    const QStringList starts =
+        reports.texts().filter(QRegularExpression(u"Téléchargement: f\\d\""_s));
     QCOMPARE(starts, expected);
 }
 
@@ -250,8 +251,8 @@ void TestDownloadQueue::reportsProgressAsItComes()
     QVERIFY(reports.waitFor(u"finished"_s));
     QCOMPARE(reports.withoutRepeats(),
              (QStringList{started(0, u"a"_s), progress(50, u"a"_s), started(50, u"b"_s),
-                          progress(75, u"b"_s), progress(100, u"b"_s)}
-              + kDone));
+                          progress(75, u"b"_s), progress(100, u"b"_s)} +
+              kDone));
 }
 
 void TestDownloadQueue::unknownSizeIsSilentDuringTheTransfer()
@@ -264,8 +265,7 @@ void TestDownloadQueue::unknownSizeIsSilentDuringTheTransfer()
     updater.downloadNextFile();
     QVERIFY(reports.waitFor(u"finished"_s));
     // The one report is Qt's: with all bytes there, their number is the size.
-    QCOMPARE(reports.texts(),
-             (QStringList{started(0, u"a"_s), progress(100, u"a"_s)} + kDone));
+    QCOMPARE(reports.texts(), (QStringList{started(0, u"a"_s), progress(100, u"a"_s)} + kDone));
     QCOMPARE(Files::read(game(u"a"_s)), "abc"_ba);
 }
 
@@ -311,8 +311,8 @@ void TestDownloadQueue::progressTexts()
     QVERIFY(QTest::qWaitFor([&] { return reports.last() == started(50, name); }));
 
     reports.clear();
-    QVERIFY(QMetaObject::invokeMethod(&updater, "onFileDownloadProgress",
-                                      Q_ARG(qint64, received), Q_ARG(qint64, total)));
+    QVERIFY(QMetaObject::invokeMethod(&updater, "onFileDownloadProgress", Q_ARG(qint64, received),
+                                      Q_ARG(qint64, total)));
     QCOMPARE(reports.texts(), report.isNull() ? QStringList() : QStringList{report});
 }
 
@@ -325,14 +325,18 @@ void TestDownloadQueue::nameOfTheFile_data()
                         const QString &file) {
         QTest::newRow(title) << name << "/updates/" + QByteArray(requested) << file;
     };
-    row("two folders that do not exist yet", u"d1/d2/f.txt"_s, "files/d1/d2/f.txt", u"jeu/d1/d2/f.txt"_s);
+    row("two folders that do not exist yet", u"d1/d2/f.txt"_s, "files/d1/d2/f.txt",
+        u"jeu/d1/d2/f.txt"_s);
     row("accents and blanks", u"données/été 1.d2p"_s, "files/donn%C3%A9es/%C3%A9t%C3%A9%201.d2p",
         u"jeu/données/été 1.d2p"_s);
-    row("a lone percent sign", u"100% sûr.txt"_s, "files/100%25%20s%C3%BBr.txt", u"jeu/100% sûr.txt"_s);
+    row("a lone percent sign", u"100% sûr.txt"_s, "files/100%25%20s%C3%BBr.txt",
+        u"jeu/100% sûr.txt"_s);
     row("a percent code stays one in the address", u"a%C3%A9.txt"_s, "files/a%C3%A9.txt",
         u"jeu/a%C3%A9.txt"_s);
     row("a placeholder", u"%1.txt"_s, "files/%251.txt", u"jeu/%1.txt"_s);
+#ifndef Q_OS_WIN // has no such names
     row("a question mark begins the query", u"a?b.txt"_s, "files/a?b.txt", u"jeu/a?b.txt"_s);
+#endif
     row("a number sign ends the address", u"a#b.txt"_s, "files/a", u"jeu/a#b.txt"_s);
     row("a plus sign and an ampersand", u"a+b&c.txt"_s, "files/a+b&c.txt", u"jeu/a+b&c.txt"_s);
     row("a single quote", u"l'été.txt"_s, "files/l'%C3%A9t%C3%A9.txt", u"jeu/l'été.txt"_s);
@@ -456,10 +460,9 @@ void TestDownloadQueue::failureOfTheSecondOfThreeStopsTheQueue()
     m_server.answer(urlPath(u"b"_s), HttpAnswer::ok("new b"));
     updater.downloadNextFile();
     QVERIFY(reports.waitFor(u"finished"_s));
-    QCOMPARE(reports.withoutRepeats(),
-             (QStringList{started(33, u"b"_s), progress(66, u"b"_s), started(66, u"c"_s),
-                          progress(100, u"c"_s)}
-              + kDone));
+    QCOMPARE(reports.withoutRepeats(), (QStringList{started(33, u"b"_s), progress(66, u"b"_s),
+                                                    started(66, u"c"_s), progress(100, u"c"_s)} +
+                                        kDone));
     QCOMPARE(Files::read(game(u"b"_s)), "new b"_ba);
     QCOMPARE(Files::read(game(u"c"_s)), "new c"_ba);
 }
@@ -572,10 +575,9 @@ void TestDownloadQueue::failedRenameGoesUnnoticed()
     SignalSequence reports(&updater);
     updater.downloadNextFile();
     QVERIFY(reports.waitFor(u"finished"_s));
-    QCOMPARE(reports.withoutRepeats(),
-             (QStringList{started(0, u"a"_s), progress(50, u"a"_s), started(50, u"b"_s),
-                          progress(100, u"b"_s)}
-              + kDone));
+    QCOMPARE(reports.withoutRepeats(), (QStringList{started(0, u"a"_s), progress(50, u"a"_s),
+                                                    started(50, u"b"_s), progress(100, u"b"_s)} +
+                                        kDone));
     QCOMPARE(Files::read(game(u"a.tmp"_s)), "new a"_ba);
     QVERIFY(QDir(game(u"a"_s)).exists());
     QCOMPARE(Files::read(game(u"b"_s)), "new b"_ba);
@@ -663,10 +665,9 @@ void TestDownloadQueue::newVerificationStartsTheQueueAnew()
     reports.clear();
     updater.downloadNextFile();
     QVERIFY(reports.waitFor(u"finished"_s));
-    QCOMPARE(reports.withoutRepeats(),
-             (QStringList{started(0, u"b"_s), progress(50, u"b"_s), started(50, u"c"_s),
-                          progress(100, u"c"_s)}
-              + kDone));
+    QCOMPARE(reports.withoutRepeats(), (QStringList{started(0, u"b"_s), progress(50, u"b"_s),
+                                                    started(50, u"c"_s), progress(100, u"c"_s)} +
+                                        kDone));
 }
 
 void TestDownloadQueue::replyIsGoneAfterwards()

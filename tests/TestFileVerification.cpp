@@ -159,8 +159,7 @@ void TestFileVerification::hashesAFile_data()
         << ""_ba << u"e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"_s;
     QTest::newRow("three letters")
         << "abc"_ba << u"ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"_s;
-    QTest::newRow("a line end stays as it is")
-        << "a\r\n"_ba << Files::sha256("a\r\n");
+    QTest::newRow("a line end stays as it is") << "a\r\n"_ba << Files::sha256("a\r\n");
     QTest::newRow("a million times a")
         << QByteArray(1000000, 'a')
         << u"cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"_s;
@@ -192,9 +191,8 @@ void TestFileVerification::threeMatchingFiles()
     QCOMPARE(reports.texts(), QStringList{announced(3)});
     QVERIFY(reports.waitFor(u"finished"_s));
     QTest::qWait(20);
-    QCOMPARE(reports.texts(),
-             (QStringList{announced(3), verified(33, 1, 3), verified(66, 2, 3), verified(100, 3, 3),
-                          kUpToDate, kFinished}));
+    QCOMPARE(reports.texts(), (QStringList{announced(3), verified(33, 1, 3), verified(66, 2, 3),
+                                           verified(100, 3, 3), kUpToDate, kFinished}));
 }
 
 void TestFileVerification::oneOfThreeIsMissing()
@@ -206,9 +204,8 @@ void TestFileVerification::oneOfThreeIsMissing()
     updater.checkFilesInBackground(files, m_folder->path());
     QVERIFY(reports.waitFor(u"finished"_s));
     QTest::qWait(20);
-    QCOMPARE(reports.texts(),
-             (QStringList{announced(3), verified(33, 1, 3), verified(66, 2, 3), verified(100, 3, 3),
-                          differing(1), kFinished}));
+    QCOMPARE(reports.texts(), (QStringList{announced(3), verified(33, 1, 3), verified(66, 2, 3),
+                                           verified(100, 3, 3), differing(1), kFinished}));
 }
 
 void TestFileVerification::noFilesAtAll()
@@ -299,9 +296,10 @@ void TestFileVerification::judgesAnEntry_data()
     row("a name with percent signs", u"100%41 %1.txt"_s, entry(u"100%41 %1.txt"_s, hash), true);
     row("a name that begins with a slash", u"a"_s, entry(u"/a"_s, hash), true);
     row("a name that goes up and down", u"a"_s, entry(u"./x/../a"_s, hash), false);
-    row("a name that goes up and down through a folder", u"x/a"_s, entry(u"x/../x/a"_s, hash), true);
-    row("keys in another case do not count", u"a"_s,
-        {{u"Name"_s, u"a"_s}, {u"HASH"_s, hash}}, true);
+    row("a name that goes up and down through a folder", u"x/a"_s, entry(u"x/../x/a"_s, hash),
+        true);
+    row("keys in another case do not count", u"a"_s, {{u"Name"_s, u"a"_s}, {u"HASH"_s, hash}},
+        true);
 }
 
 void TestFileVerification::judgesAnEntry()
@@ -361,9 +359,8 @@ void TestFileVerification::worksOnThePoolAndReportsOnThisThread()
         QCOMPARE(reports.texts(), QStringList{announced(3)});
     }
     QVERIFY(reports.waitFor(u"finished"_s));
-    QCOMPARE(reports.texts(),
-             (QStringList{announced(3), verified(33, 1, 3), verified(66, 2, 3), verified(100, 3, 3),
-                          kUpToDate, kFinished}));
+    QCOMPARE(reports.texts(), (QStringList{announced(3), verified(33, 1, 3), verified(66, 2, 3),
+                                           verified(100, 3, 3), kUpToDate, kFinished}));
 }
 
 void TestFileVerification::secondRunAfterTheFirst()
@@ -378,9 +375,8 @@ void TestFileVerification::secondRunAfterTheFirst()
     Files::write(game(u"a.txt"_s), "changed");
     updater.checkFilesInBackground(files, m_folder->path());
     QVERIFY(reports.waitFor(u"finished"_s));
-    QCOMPARE(reports.texts(),
-             (QStringList{announced(3), verified(33, 1, 3), verified(66, 2, 3), verified(100, 3, 3),
-                          differing(1), kFinished}));
+    QCOMPARE(reports.texts(), (QStringList{announced(3), verified(33, 1, 3), verified(66, 2, 3),
+                                           verified(100, 3, 3), differing(1), kFinished}));
 }
 
 void TestFileVerification::secondRunWhileTheFirstIsWaiting()

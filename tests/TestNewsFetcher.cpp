@@ -109,8 +109,9 @@ void TestNewsFetcher::requestNamesOnlyTheRedirectPolicy()
     const QNetworkReply *reply = Introspection::pendingReply(fetcher);
     QVERIFY(reply);
     QCOMPARE(reply->operation(), QNetworkAccessManager::GetOperation);
-    QCOMPARE(Introspection::traits(reply->request()),
-             QStringList{u"attribute %1 = int 1"_s.arg(int(QNetworkRequest::RedirectPolicyAttribute))});
+    QCOMPARE(
+        Introspection::traits(reply->request()),
+        QStringList{u"attribute %1 = int 1"_s.arg(int(QNetworkRequest::RedirectPolicyAttribute))});
 
     QVERIFY(reports.waitFor(u"newsReceived"_s));
     QCOMPARE(m_server.requests().size(), 1);
@@ -152,13 +153,15 @@ void TestNewsFetcher::formatsTheItems_data()
     row("an empty item", "[{}]", {u"<span style='color: #10b981;'></span><br/>"_s});
     row("a date that is a number", R"([{"title": "A", "date": 1205, "content": "B"}])",
         {u"<span style='color: #10b981;'>A</span><br/>B"_s});
-    row("values of other types read as empty", R"([{"title": 1, "date": "12/05", "content": ["B"]}])",
+    row("values of other types read as empty",
+        R"([{"title": 1, "date": "12/05", "content": ["B"]}])",
         {u"<b>[12/05]</b> <span style='color: #10b981;'></span><br/>"_s});
     row("other keys do not matter", R"([{"id": 7, "title": "A", "content": "B", "tags": []}])",
         {u"<span style='color: #10b981;'>A</span><br/>B"_s});
     row("a date of blanks is a date", R"([{"title": "A", "date": " ", "content": "B"}])",
         {u"<b>[ ]</b> <span style='color: #10b981;'>A</span><br/>B"_s});
-    row("accents and an emoji", R"([{"title": "Été à Astrub", "date": "1ᵉʳ août", "content": "🎉"}])",
+    row("accents and an emoji",
+        R"([{"title": "Été à Astrub", "date": "1ᵉʳ août", "content": "🎉"}])",
         {u"<b>[1ᵉʳ août]</b> <span style='color: #10b981;'>Été à Astrub</span><br/>🎉"_s});
 
     // The fillings come one after the other, each into the lowest placeholder that is left.

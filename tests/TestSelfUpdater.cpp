@@ -39,8 +39,8 @@ const auto kCannotCreate =
 
 QString archivePath()
 {
-    return QStandardPaths::writableLocation(QStandardPaths::TempLocation)
-        + u"/VeyraLauncher_update.zip"_s;
+    return QStandardPaths::writableLocation(QStandardPaths::TempLocation) +
+           u"/VeyraLauncher_update.zip"_s;
 }
 
 QString updaterPath()
@@ -283,8 +283,7 @@ void TestSelfUpdater::reportsWhatTheRecordSays_data()
         R"(true, "3", "", false)");
     row("notes with accents, lines and placeholders",
         R"({"version": "3", "changelog": "Été\n%1 é 🎉"})", "true, \"3\", \"Été\n%1 é 🎉\", false");
-    row("required as a text", R"({"version": "3", "required": "true"})",
-        R"(true, "3", "", false)");
+    row("required as a text", R"({"version": "3", "required": "true"})", R"(true, "3", "", false)");
     row("required as a number", R"({"version": "3", "required": 1})", R"(true, "3", "", false)");
     row("required as null", R"({"version": "3", "required": null})", R"(true, "3", "", false)");
     row("keys in another case do not count", R"({"Version": "3"})", R"(false, "", "", false)");
@@ -612,8 +611,8 @@ void TestSelfUpdater::missingUpdaterIsReportedAfterTheSuccess()
     QTest::qWait(20);
     QCOMPARE(reports.withoutRepeats(),
              (QStringList{kStarted, kKnownSize.arg(100), kDone,
-                          u"downloadFinished(false, \"Programme de mise à jour introuvable: "_s
-                              + updaterPath() + u"\")"_s}));
+                          u"downloadFinished(false, \"Programme de mise à jour introuvable: "_s +
+                              updaterPath() + u"\")"_s}));
     QCOMPARE(Files::read(archivePath()), "archive"_ba);
 }
 
@@ -739,7 +738,8 @@ void TestSelfUpdater::replyIsGoneAfterTheDownload()
 
 void TestSelfUpdater::mayBeDestroyedDuringTheDownload()
 {
-    m_server.answer(kArchiveUrlPath, HttpAnswer::ok(Files::noise(1000000)).delayed(150ms).heldAfter(500000));
+    m_server.answer(kArchiveUrlPath,
+                    HttpAnswer::ok(Files::noise(1000000)).delayed(150ms).heldAfter(500000));
     auto updater = std::make_unique<SelfUpdater>(nullptr);
     learnAddress(*updater);
     SignalSequence reports(updater.get());

@@ -114,8 +114,9 @@ void TestServerChecker::requestNamesOnlyTheRedirectPolicy()
     const QNetworkReply *reply = Introspection::pendingReply(checker);
     QVERIFY(reply);
     QCOMPARE(reply->operation(), QNetworkAccessManager::GetOperation);
-    QCOMPARE(Introspection::traits(reply->request()),
-             QStringList{u"attribute %1 = int 1"_s.arg(int(QNetworkRequest::RedirectPolicyAttribute))});
+    QCOMPARE(
+        Introspection::traits(reply->request()),
+        QStringList{u"attribute %1 = int 1"_s.arg(int(QNetworkRequest::RedirectPolicyAttribute))});
 
     QVERIFY(reports.waitFor(u"statusReceived"_s));
     QCOMPARE(m_server.requests().size(), 1);
@@ -260,8 +261,8 @@ void TestServerChecker::eachRequestReportsOnceInTheOrderOfTheAnswers()
     m_server.release(kPath);
     QVERIFY(reports.waitFor(u"statusReceived"_s, 3));
     QTest::qWait(50);
-    QCOMPARE(reports.texts(), (QStringList{u"statusReceived(true, 2)"_s, kOffline,
-                                           u"statusReceived(true, 1)"_s}));
+    QCOMPARE(reports.texts(),
+             (QStringList{u"statusReceived(true, 2)"_s, kOffline, u"statusReceived(true, 1)"_s}));
 }
 
 void TestServerChecker::replyIsGoneAfterItsReport()

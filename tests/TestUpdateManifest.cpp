@@ -29,10 +29,9 @@ const auto kBadManifest = u"finished(false, \"Erreur: Format de version invalide
 const QStringList kOffline{
     u"progressChanged(100, \"Mode hors ligne - Impossible de vérifier les mises à jour\")"_s,
     u"finished(true, \"Mode hors ligne\")"_s};
-const QStringList kNothingToVerify{
-    u"progressChanged(0, \"Vérification de 0 fichiers...\")"_s,
-    u"progressChanged(100, \"Tous les fichiers sont à jour\")"_s,
-    u"finished(true, \"Prêt à jouer !\")"_s};
+const QStringList kNothingToVerify{u"progressChanged(0, \"Vérification de 0 fichiers...\")"_s,
+                                   u"progressChanged(100, \"Tous les fichiers sont à jour\")"_s,
+                                   u"finished(true, \"Prêt à jouer !\")"_s};
 
 } // namespace
 
@@ -227,9 +226,10 @@ void TestUpdateManifest::manifestIsVerified()
 {
     Files::write(m_folder->filePath(u"jeu/données/été.txt"_s), "abc");
     m_server.answer(kPath, HttpAnswer::ok(R"({"version": 7, "files": [
-        {"name": "données/été.txt", "size": 3, "hash": ")"
-                                          + Files::sha256("abc").toLatin1() + R"("},
-        {"name": "absent.txt", "hash": ")" + Files::sha256("abc").toLatin1() + R"("}]})"));
+        {"name": "données/été.txt", "size": 3, "hash": ")" +
+                                          Files::sha256("abc").toLatin1() + R"("},
+        {"name": "absent.txt", "hash": ")" +
+                                          Files::sha256("abc").toLatin1() + R"("}]})"));
     Updater updater(nullptr);
     SignalSequence reports(&updater);
     updater.checkForUpdates();
@@ -247,8 +247,8 @@ void TestUpdateManifest::manifestIsVerified()
 
 void TestUpdateManifest::manifestOf50Megabytes()
 {
-    m_server.answer(kPath, HttpAnswer::ok(R"({"files": [], "notes": ")"
-                                          + QByteArray(50 * 1024 * 1024, 'x') + R"("})"));
+    m_server.answer(kPath, HttpAnswer::ok(R"({"files": [], "notes": ")" +
+                                          QByteArray(50 * 1024 * 1024, 'x') + R"("})"));
     Updater updater(nullptr);
     SignalSequence reports(&updater);
     updater.checkForUpdates();
@@ -269,8 +269,8 @@ void TestUpdateManifest::followsRedirects()
 
 void TestUpdateManifest::gameFolderIsReadForEachRun()
 {
-    m_server.answer(kPath, HttpAnswer::ok(R"({"files": [{"name": "a.txt", "hash": ")"
-                                          + Files::sha256("abc").toLatin1() + R"("}]})"));
+    m_server.answer(kPath, HttpAnswer::ok(R"({"files": [{"name": "a.txt", "hash": ")" +
+                                          Files::sha256("abc").toLatin1() + R"("}]})"));
     const QString other = m_folder->filePath(u"autre"_s);
     Files::write(other + u"/a.txt"_s, "abc");
     Updater updater(nullptr);
@@ -289,8 +289,7 @@ void TestUpdateManifest::gameFolderIsReadForEachRun()
 
 void TestUpdateManifest::secondRunIsARunOfItsOwn()
 {
-    m_server.answerInTurn(kPath,
-                          {HttpAnswer::ok("[]").heldAfter(0), HttpAnswer::status(404)});
+    m_server.answerInTurn(kPath, {HttpAnswer::ok("[]").heldAfter(0), HttpAnswer::status(404)});
     Updater updater(nullptr);
     SignalSequence reports(&updater);
     updater.checkForUpdates();

@@ -15,7 +15,8 @@
 
 #ifdef _WIN32
 #include <windows.h>
-#include <shellapi.h>
+
+#include <shellapi.h> // knows nothing without the other
 #else
 #include <unistd.h>
 #endif

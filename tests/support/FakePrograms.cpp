@@ -67,8 +67,8 @@ void FakePrograms::addFake(const QString &name, const Behaviour &behaviour)
 
 void FakePrograms::addReal(const QString &name)
 {
-    const QString real =
-        QStandardPaths::findExecutable(name, QFile::decodeName(m_oldPath).split(QDir::listSeparator()));
+    const QString real = QStandardPaths::findExecutable(
+        name, QFile::decodeName(m_oldPath).split(QDir::listSeparator()));
     if (real.isEmpty() || !QFile::link(real, m_programs.filePath(executableName(name))))
         qFatal("This test needs %s", qPrintable(name));
 }
@@ -87,7 +87,8 @@ bool FakePrograms::wasCalled(const QString &name) const
 
 QStringList FakePrograms::arguments(const QString &name) const
 {
-    QStringList texts = QString::fromUtf8(contentOf(recordPath(name, u".arguments"_s))).split(u'\0');
+    QStringList texts =
+        QString::fromUtf8(contentOf(recordPath(name, u".arguments"_s))).split(u'\0');
     texts.removeLast(); // behind the last NUL
     return texts;
 }

@@ -34,7 +34,8 @@ QByteArray Files::read(const QString &path)
 QStringList Files::tree(const QString &folder)
 {
     QStringList names;
-    QDirIterator entries(folder, QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
+    QDirIterator entries(folder,
+                         QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
                          QDirIterator::Subdirectories);
     while (entries.hasNext()) {
         const QFileInfo entry(entries.next());
@@ -71,7 +72,8 @@ QByteArray Files::zipped(const QString &folder)
 
     QProcess python;
     python.start(u"python3"_s, arguments);
-    if (!python.waitForFinished(int(std::chrono::milliseconds(60s).count())) || python.exitCode() != 0)
+    if (!python.waitForFinished(int(std::chrono::milliseconds(60s).count())) ||
+        python.exitCode() != 0)
         qFatal("python3 makes no archive: %s", python.readAllStandardError().constData());
     return read(archive);
 }

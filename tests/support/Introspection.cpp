@@ -42,11 +42,11 @@ QString textOf(const QMetaMethod &method)
 {
     QStringList parameters;
     for (int i = 0; i < method.parameterCount(); ++i) {
-        parameters.append(QString::fromLatin1(method.parameterTypeName(i)) + u' '
-                          + QString::fromLatin1(method.parameterNames().at(i)));
+        parameters.append(QString::fromLatin1(method.parameterTypeName(i)) + u' ' +
+                          QString::fromLatin1(method.parameterNames().at(i)));
     }
-    return accessOf(method) + u' ' + kindOf(method) + u' ' + QString::fromLatin1(method.name())
-        + u'(' + parameters.join(u", "_s) + u')';
+    return accessOf(method) + u' ' + kindOf(method) + u' ' + QString::fromLatin1(method.name()) +
+           u'(' + parameters.join(u", "_s) + u')';
 }
 
 } // namespace

@@ -10,7 +10,8 @@ namespace Introspection {
 
 /// The methods that a class itself declares to its meta-object, in their order, as texts:
 /// "public signal finished(bool success, QString message)". Properties, enumerators and whatever
-/// else it declares follow, so that nothing goes unnoticed. The meta-object knows qint64 as qlonglong.
+/// else it declares follow, so that nothing goes unnoticed. The meta-object knows qint64 as
+/// qlonglong.
 QStringList declarations(const QMetaObject &meta);
 
 /// The one reply that is under way below the worker's network manager; null when there is none or

@@ -17,8 +17,7 @@ void AnnotateIgnoreWritesEnd(const char *file, int line);
 
 namespace {
 
-template<typename Function>
-Function *realFunction(const char *mangledName)
+template <typename Function> Function *realFunction(const char *mangledName)
 {
     void *address = dlsym(RTLD_NEXT, mangledName);
     if (!address)
@@ -94,6 +93,7 @@ bool QMetaObject::invokeMethodImpl(QObject *object, QtPrivate::QSlotObjectBase *
 {
     static auto *const real =
         realFunction<bool(QObject *, QtPrivate::QSlotObjectBase *, Qt::ConnectionType, void *)>(
-            "_ZN11QMetaObject16invokeMethodImplEP7QObjectPN9QtPrivate15QSlotObjectBaseEN2Qt14ConnectionTypeEPv");
+            "_ZN11QMetaObject16invokeMethodImplEP7QObjectPN9QtPrivate15QSlotObjectBaseEN2Qt14Connec"
+            "tionTypeEPv");
     return real(object, new HandedSlot(slot), type, result);
 }
