@@ -1,3 +1,4 @@
+#include "app/Identity.h"
 #include "app/MainWindow.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/window/TestLauncher.h"
@@ -11,6 +12,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QResource>
+#include <QSet>
 #include <QtEndian>
 #include <QTest>
 #include <QTextEdit>
@@ -206,6 +208,7 @@ private slots:
     void pictures_data();
     void pictures();
     void bundleIsRegisteredByPlainFunctions();
+    void darkPaletteLeavesOtherRolesAlone();
 
 private:
     std::unique_ptr<TestLauncher> m_launcher;
@@ -591,6 +594,26 @@ void TestWindowView::bundleIsRegisteredByPlainFunctions()
     QVERIFY(!QFile::exists(u":/images/logo.png"_s));
     QCOMPARE(qInitResources_launcher(), 1);
     QVERIFY(QFile::exists(u":/images/logo.png"_s));
+}
+
+void TestWindowView::darkPaletteLeavesOtherRolesAlone()
+{
+    const QSet<QPalette::ColorRole> changed{
+        QPalette::Window,         QPalette::WindowText,  QPalette::Base, QPalette::AlternateBase,
+        QPalette::ToolTipBase,    QPalette::ToolTipText, QPalette::Text, QPalette::Button,
+        QPalette::ButtonText,     QPalette::BrightText,  QPalette::Link, QPalette::Highlight,
+        QPalette::HighlightedText};
+    const QPalette untouched;
+    const QPalette dark = Identity::darkPalette();
+    for (int number = 0; number < QPalette::NColorRoles; ++number) {
+        const auto role = QPalette::ColorRole(number);
+        for (const auto group : {QPalette::Active, QPalette::Inactive, QPalette::Disabled}) {
+            if (changed.contains(role))
+                QCOMPARE(dark.brush(group, role).style(), Qt::SolidPattern);
+            else
+                QCOMPARE(dark.brush(group, role), untouched.brush(group, role));
+        }
+    }
 }
 
 VEYRA_WIDGET_TEST_MAIN(TestWindowView)
