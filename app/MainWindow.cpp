@@ -6,6 +6,7 @@
 #include "net/NewsFetcher.h"
 #include "net/ServerChecker.h"
 #include "ui/Colors.h"
+#include "ui/NewsHtml.h"
 #include "update/SelfUpdater.h"
 #include "update/Updater.h"
 
@@ -14,7 +15,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLabel>
-#include <QMessageBox>
 #include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
@@ -36,10 +36,9 @@ constexpr auto kVerificationDelay = 1000ms;
 
 constexpr QSize kWindowSize(1000, 700);
 
-// Characters. A server that answers nonsense may send texts of many megabytes; laying those out
-// would freeze the window for minutes.
-constexpr qsizetype kNewsLimit = 200'000;
-constexpr qsizetype kBoxTextLimit = 20'000;
+// Characters. A server that answers nonsense may send texts of many megabytes, or have them repeated
+// in an error's text; laying those out would freeze the window for minutes.
+constexpr qsizetype kTextLimit = 20'000;
 
 const auto kPlay = u"JOUER"_s;
 const auto kDownloading = u"Téléchargement..."_s;
@@ -145,16 +144,16 @@ void MainWindow::onLauncherUpdateCheckFinished(bool updateAvailable, const QStri
 
     // The change notes come last: a "%1" in them stays as it is.
     const QString text = kUpdateText.arg(BuildSettings::launcherVersion())
-                             .arg(newVersion.left(kBoxTextLimit))
-                             .arg(changelog.left(kBoxTextLimit));
+                             .arg(newVersion.left(kTextLimit))
+                             .arg(changelog.left(kTextLimit));
     if (required) {
-        QMessageBox::information(this, kUpdateTitle, text + kUpdateRequired);
+        showBox(QMessageBox::Information, kUpdateTitle, text + kUpdateRequired, QMessageBox::Ok);
         startLauncherDownload();
         return;
     }
 
-    const auto answer = QMessageBox::question(this, kUpdateTitle, text + kUpdateQuestion,
-                                              QMessageBox::Yes | QMessageBox::No);
+    const auto answer = showBox(QMessageBox::Question, kUpdateTitle, text + kUpdateQuestion,
+                                QMessageBox::Yes | QMessageBox::No);
     if (answer == QMessageBox::Yes)
         startLauncherDownload();
     else
@@ -181,9 +180,9 @@ void MainWindow::onLauncherDownloadFinished(bool success, const QString &message
     isUpdatingLauncher = false;
     progressBar->setMaximum(100);
     progressBar->setValue(0);
-    progressLabel->setText(message);
+    setProgressText(message);
     setProgressColor(Colors::kError);
-    QMessageBox::critical(this, kUpdateErrorTitle, message);
+    showError(kUpdateErrorTitle, message);
     checkClientInstallation();
 }
 
@@ -199,7 +198,7 @@ void MainWindow::onLauncherReadyToInstall(const QString &updaterPath,
         return;
     }
 
-    QMessageBox::critical(this, kErrorTitle, kUpdaterFailed);
+    showError(kErrorTitle, kUpdaterFailed);
     isUpdatingLauncher = false;
     checkClientInstallation();
 }
@@ -240,11 +239,11 @@ void MainWindow::onClientDownloadFinished(bool success, const QString &message)
 
     isDownloadingClient = false;
     setPlayButton(true, kPlay);
-    progressLabel->setText(message);
+    setProgressText(message);
     setProgressColor(Colors::kError);
     progressBar->setMaximum(100);
     progressBar->setValue(0);
-    QMessageBox::critical(this, kDownloadErrorTitle, message);
+    showError(kDownloadErrorTitle, message);
 }
 
 void MainWindow::onClientExtractionStarted()
@@ -259,14 +258,14 @@ void MainWindow::onClientExtractionFinished(bool success, const QString &message
     progressBar->setMaximum(100);
     if (!success) {
         setPlayButton(true, kPlay);
-        progressLabel->setText(message);
+        setProgressText(message);
         setProgressColor(Colors::kError);
         progressBar->setValue(0);
-        QMessageBox::critical(this, kExtractionErrorTitle, message.left(kBoxTextLimit));
+        showError(kExtractionErrorTitle, message);
         return;
     }
 
-    progressLabel->setText(message);
+    setProgressText(message);
     setProgressColor(Colors::kAccent);
     progressBar->setValue(100);
     QTimer::singleShot(kVerificationDelay, this, &MainWindow::startGameUpdate);
@@ -284,14 +283,14 @@ void MainWindow::startGameUpdate()
 void MainWindow::onUpdateProgress(int percent, const QString &message)
 {
     progressBar->setValue(percent);
-    progressLabel->setText(message);
+    setProgressText(message);
 }
 
 void MainWindow::onUpdateFinished(bool success, const QString &message)
 {
     isUpdating = false;
     setPlayButton(true, kPlay);
-    progressLabel->setText(message);
+    setProgressText(message);
     if (success)
         progressBar->setValue(100);
     else
@@ -317,7 +316,7 @@ void MainWindow::onPlayClicked()
     }
 
     if (!QFile::exists(executable)) {
-        QMessageBox::critical(this, kErrorTitle, kGameMissing.arg(executable));
+        showError(kErrorTitle, kGameMissing.arg(executable));
         return;
     }
     QProcess::startDetached(executable, {}, workingDirectory);
@@ -353,10 +352,11 @@ void MainWindow::onServerStatusReceived(bool online, int players)
 void MainWindow::onNewsReceived(const QStringList &news)
 {
     QString html;
+    NewsHtml::Budget budget;
     for (const QString &item : news) {
-        if (html.size() >= kNewsLimit)
+        if (budget.isSpent())
             break;
-        html += kNewsItem.arg(item.left(kNewsLimit - html.size()));
+        html += kNewsItem.arg(budget.admit(item));
     }
     newsWidget->setHtml(html);
 }
@@ -367,6 +367,11 @@ void MainWindow::setPlayButton(bool enabled, const QString &text)
 {
     playButton->setEnabled(enabled);
     playButton->setText(text);
+}
+
+void MainWindow::setProgressText(const QString &text)
+{
+    progressLabel->setText(text.left(kTextLimit));
 }
 
 /// The colour stays until the next change; the text changes independently of it.
@@ -384,5 +389,23 @@ void MainWindow::showProgress(int percent, const QString &message)
     } else {
         progressBar->setMaximum(0);
     }
-    progressLabel->setText(message);
+    setProgressText(message);
+}
+
+// --- Message boxes ---
+
+/// Plain text always: an error's text may hold what the server or an unpacker said, and a picture in
+/// it would be read from the disk or from another computer's.
+QMessageBox::StandardButton MainWindow::showBox(QMessageBox::Icon icon, const QString &title,
+                                                const QString &text,
+                                                QMessageBox::StandardButtons buttons)
+{
+    QMessageBox box(icon, title, text, buttons, this);
+    box.setTextFormat(Qt::PlainText);
+    return static_cast<QMessageBox::StandardButton>(box.exec());
+}
+
+void MainWindow::showError(const QString &title, const QString &text)
+{
+    showBox(QMessageBox::Critical, title, text.left(kTextLimit), QMessageBox::Ok);
 }

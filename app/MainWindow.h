@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QMessageBox>
 #include <QPixmap>
 
 class ClientDownloader;
@@ -68,8 +69,12 @@ private:
     void startGameUpdate();
 
     void setPlayButton(bool enabled, const QString &text);
+    void setProgressText(const QString &text);
     void setProgressColor(QLatin1StringView color);
     void showProgress(int percent, const QString &message);
+    QMessageBox::StandardButton showBox(QMessageBox::Icon icon, const QString &title,
+                                        const QString &text, QMessageBox::StandardButtons buttons);
+    void showError(const QString &title, const QString &text);
 
     QWidget *centralWidget = nullptr;
     QLabel *titleLabel = nullptr;

@@ -5,7 +5,17 @@
 #include <QApplication>
 #include <QThreadPool>
 
+#include <chrono>
+#include <cstdlib>
+
 using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::chrono::milliseconds kVerificationEnd = 5s;
+
+} // namespace
 
 int main(int argc, char **argv)
 {
@@ -22,6 +32,7 @@ int main(int argc, char **argv)
     // A verification posts its progress to the window's Updater: the window may go only once the
     // pool is idle.
     Updater::abandonVerifications();
-    QThreadPool::globalInstance()->waitForDone();
+    if (!QThreadPool::globalInstance()->waitForDone(kVerificationEnd.count()))
+        std::_Exit(exitCode); // stuck in the system, on a drive that does not answer
     return exitCode;
 }

@@ -51,11 +51,13 @@ void ClientDownloader::startDownload()
     QDir().mkpath(Config::instance().dofusPath());
     m_zipFile = std::make_unique<QFile>(zipPath());
     if (!m_zipFile->open(QIODevice::WriteOnly)) {
-        emit downloadFinished(false, kCannotCreateFile.arg(zipPath()));
         m_zipFile.reset();
+        emit downloadFinished(false, kCannotCreateFile.arg(zipPath()));
         return;
     }
     emit progressChanged(0, kConnecting);
+    if (!m_zipFile || m_reply)
+        return; // a slot of that signal has cancelled the download
     if (!m_zipFile)
         return; // cancelled from within a slot
 
@@ -127,6 +129,8 @@ void ClientDownloader::startExtraction()
 void ClientDownloader::onExtractionFinished(int exitCode, QProcess::ExitStatus exitStatus)
 {
     QFile::remove(zipPath());
+    if (!m_process)
+        return; // another extraction was started meanwhile, and has ended
 
     if (exitCode != 0 || exitStatus != QProcess::NormalExit) {
         const QString errorText = QString::fromUtf8(m_process->readAllStandardError());

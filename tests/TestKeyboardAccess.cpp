@@ -41,7 +41,9 @@ private slots:
     void keysPressButtons_data();
     void keysPressButtons();
     void enterStartsNothingWhileThePlayButtonIsDisabled();
+    void aHeldEnterPressesOnce();
     void aRingShowsTheKeyboardFocus();
+    void theRingOutlivesADialog();
     void noRingAfterAClick();
     void accessibleNames_data();
     void accessibleNames();
@@ -54,7 +56,10 @@ private:
         return m_window->findChild<T *>(QString::fromLatin1(name));
     }
     QPushButton *button(const QString &text) const;
-    QFocusFrame *ring() const { return QApplication::focusWidget()->window()->findChild<QFocusFrame *>(); }
+    QFocusFrame *ring() const
+    {
+        return QApplication::focusWidget()->window()->findChild<QFocusFrame *>();
+    }
 
     HttpServer m_server; // answers nothing that would change the window meanwhile
     std::unique_ptr<MainWindow> m_window;
@@ -192,6 +197,38 @@ void TestKeyboardAccess::aRingShowsTheKeyboardFocus()
     const qreal ratio = grabbed.devicePixelRatio();
     const QPoint edge = ring()->mapTo(m_window.get(), QPoint(1, ring()->height() / 2));
     QCOMPARE(grabbed.pixelColor((QPointF(edge) * ratio).toPoint()), QColor(Qt::white));
+}
+
+void TestKeyboardAccess::aHeldEnterPressesOnce()
+{
+    QPushButton *website = button(u"Site Web"_s);
+    website->setFocus();
+    QTest::keyPress(website, Qt::Key_Return);
+    for (int i = 0; i < 5; ++i)
+        QTest::simulateEvent(website, true, Qt::Key_Return, Qt::NoModifier, u"\r"_s, true);
+    QTest::keyRelease(website, Qt::Key_Return);
+    QCOMPARE(m_opened.size(), 1);
+}
+
+void TestKeyboardAccess::theRingOutlivesADialog()
+{
+    bool ringInDialog = false;
+    QTimer::singleShot(50, this, [&] {
+        QWidget *dialog = QApplication::activeModalWidget();
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab); // from the field to "Parcourir"
+        ringInDialog = ring() && ring()->isVisible();
+        QTest::keyClick(dialog, Qt::Key_Escape);
+    });
+    QTest::mouseClick(button(u"Paramètres"_s), Qt::LeftButton);
+    QVERIFY(ringInDialog);
+
+    m_window->activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+    button(u"Discord"_s)->setFocus();
+    QTest::keyClick(button(u"Discord"_s), Qt::Key_Tab);
+    QVERIFY(ring());
+    QTRY_VERIFY(ring()->isVisible());
+    QCOMPARE(ring()->widget(), QApplication::focusWidget());
 }
 
 void TestKeyboardAccess::noRingAfterAClick()

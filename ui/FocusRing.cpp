@@ -47,15 +47,35 @@ public:
     }
 };
 
+class RingFrame : public QFocusFrame
+{
+public:
+    explicit RingFrame(QWidget *parent)
+        : QFocusFrame(parent)
+    {
+        auto *style = new RingStyle;
+        style->setParent(this);
+        setStyle(style);
+    }
+
+protected:
+    void paintEvent(QPaintEvent *) override
+    {
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(QPen(QColor(Colors::kText), kRingWidth));
+        const qreal inset = kRingWidth / 2;
+        const qreal radius = std::min(kLargestRadius, height() / 4.0);
+        painter.drawRoundedRect(QRectF(rect()).adjusted(inset, inset, -inset, -inset), radius,
+                                radius);
+    }
+};
+
 } // namespace
 
-FocusRing::FocusRing(QWidget *parent)
-    : QFocusFrame(parent)
+FocusRing::FocusRing(QObject *parent)
+    : QObject(parent)
 {
-    auto *ringStyle = new RingStyle;
-    ringStyle->setParent(this);
-    setStyle(ringStyle);
-    hide(); // or the window would show it with its other children
     qApp->installEventFilter(this);
 }
 
@@ -65,7 +85,7 @@ bool FocusRing::eventFilter(QObject *watched, QEvent *event)
         follow(static_cast<QWidget *>(watched),
                static_cast<const QFocusEvent *>(event)->reason());
     }
-    return QFocusFrame::eventFilter(watched, event);
+    return QObject::eventFilter(watched, event);
 }
 
 void FocusRing::follow(QWidget *widget, Qt::FocusReason reason)
@@ -75,15 +95,10 @@ void FocusRing::follow(QWidget *widget, Qt::FocusReason reason)
         m_byKeyboard = reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason
             || reason == Qt::ShortcutFocusReason;
     }
-    setWidget(m_byKeyboard && needsRing(widget) ? widget : nullptr);
-}
 
-void FocusRing::paintEvent(QPaintEvent *)
-{
-    QPainter painter(this);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(QColor(Colors::kText), kRingWidth));
-    const qreal inset = kRingWidth / 2;
-    const qreal radius = std::min(kLargestRadius, height() / 4.0);
-    painter.drawRoundedRect(QRectF(rect()).adjusted(inset, inset, -inset, -inset), radius, radius);
+    const bool shown = m_byKeyboard && needsRing(widget);
+    if (shown && !m_frame)
+        m_frame = new RingFrame(widget->parentWidget());
+    if (m_frame)
+        m_frame->setWidget(shown ? widget : nullptr);
 }

@@ -142,6 +142,7 @@ void MainWindow::createProgressArea()
     progressLabel = new QLabel(u"Vérification des mises à jour..."_s);
     progressLabel->setObjectName(u"progressLabel"_s);
     progressLabel->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    progressLabel->setTextFormat(Qt::PlainText); // what a server says in an error is no HTML
 
     progressBar = new QProgressBar;
     progressBar->setObjectName(u"progressBar"_s);
@@ -200,6 +201,7 @@ void MainWindow::setupKeyboardAccess()
         auto *enter = new QShortcut(button);
         enter->setKeys({QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)});
         enter->setContext(Qt::WidgetShortcut);
+        enter->setAutoRepeat(false); // a key held down would start the game again and again
         connect(enter, &QShortcut::activated, button, &QPushButton::click);
     }
 

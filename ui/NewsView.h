@@ -14,9 +14,9 @@ public:
 
     QVariant loadResource(int type, const QUrl &) override
     {
+        // For want of an answer Qt would read the file of that name after all.
         if (type != QTextDocument::ImageResource)
-            return {};
-        // For want of any picture Qt would read the file of that name after all.
+            return QByteArray("");
         QImage nothing(1, 1, QImage::Format_ARGB32_Premultiplied);
         nothing.fill(Qt::transparent);
         return nothing;

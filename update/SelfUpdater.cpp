@@ -108,8 +108,8 @@ void SelfUpdater::downloadUpdate()
     m_archivePath = QStandardPaths::writableLocation(QStandardPaths::TempLocation) + kArchiveName;
     m_downloadFile = std::make_unique<QFile>(m_archivePath);
     if (!m_downloadFile->open(QIODevice::WriteOnly)) {
-        emit downloadFinished(false, kCannotCreateFile);
         m_downloadFile.reset();
+        emit downloadFinished(false, kCannotCreateFile);
         return;
     }
 
@@ -118,8 +118,10 @@ void SelfUpdater::downloadUpdate()
     reply->setReadBufferSize(Download::kReadBufferSize);
     connect(reply, &QNetworkReply::downloadProgress, this, &SelfUpdater::onDownloadProgress);
     connect(reply, &QNetworkReply::readyRead, reply, [this, reply] {
+        // Read in any case: a reply whose buffer is full and stays so would never end.
+        const QByteArray chunk = reply->readAll();
         if (m_downloadFile)
-            m_downloadFile->write(reply->readAll());
+            m_downloadFile->write(chunk);
     });
     connect(reply, &QNetworkReply::finished, reply, [this, reply] { onDownloadFinished(reply); });
 }

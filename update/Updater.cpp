@@ -132,7 +132,7 @@ void Updater::checkFilesInBackground(const QJsonArray &files, const QString &gam
             QMetaObject::invokeMethod(
                 this,
                 [this, current, total] {
-                    emit progressChanged(current * 100 / total,
+                    emit progressChanged(static_cast<int>(qint64{current} * 100 / total),
                                          kFileVerified.arg(current).arg(total));
                 },
                 Qt::QueuedConnection);
@@ -199,8 +199,10 @@ void Updater::downloadNextFile()
     connect(reply, &QNetworkReply::finished, reply,
             [this, reply] { onFileDownloadFinished(reply); });
     connect(reply, &QNetworkReply::readyRead, reply, [this, reply] {
+        // Read in any case: a reply whose buffer is full and stays so would never end.
+        const QByteArray chunk = reply->readAll();
         if (m_downloadFile)
-            m_downloadFile->write(reply->readAll());
+            m_downloadFile->write(chunk);
     });
 }
 
@@ -228,9 +230,9 @@ void Updater::onFileDownloadFinished(QNetworkReply *reply)
     const QString temporary = target + kTemporarySuffix;
     if (reply->error() != QNetworkReply::NoError) {
         QFile::remove(temporary);
+        m_downloadFile.reset();
         // The file's name, not the network's error text: a player can tell which file it was.
         emit finished(false, kDownloadFailed.arg(m_currentFile));
-        m_downloadFile.reset();
         return;
     }
 

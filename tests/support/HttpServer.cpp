@@ -181,7 +181,8 @@ private:
     void sendHead()
     {
         QByteArray head = "HTTP/1.1 " + QByteArray::number(m_answer.code) + ' '
-            + reasonPhrase(m_answer.code) + "\r\n";
+            + (m_answer.reason.isEmpty() ? reasonPhrase(m_answer.code) : m_answer.reason)
+            + "\r\n";
         for (const auto &[name, value] : m_answer.headers)
             head += name + ": " + value + "\r\n";
         switch (m_answer.framing) {

@@ -43,6 +43,7 @@ struct HttpAnswer
     HttpAnswer &heldAfter(qint64 bytes);
 
     int code = 200;
+    QByteArray reason; ///< the status line's text; the usual one when empty
     QList<std::pair<QByteArray, QByteArray>> headers;
     QByteArray body;
     Framing framing = Framing::ContentLength;

@@ -62,6 +62,8 @@ private slots:
     void noNewsShowThePlaceholder();
     void newsLoadNothing_data();
     void newsLoadNothing();
+    void newsReadNoStyleSheets_data();
+    void newsReadNoStyleSheets();
 
 private:
     QLabel *statusLabel() const { return m_launcher->label(u"statusLabel"_s); }
@@ -244,11 +246,36 @@ void TestStatusAndNews::newsLoadNothing()
     const auto type = QTextDocument::ImageResource;
     const QVariant used = m_launcher->news()->document()->resource(type, QUrl(url));
     QVERIFY(used.value<QImage>() != picture);
-    QVERIFY(!m_launcher->news()
-                 ->loadResource(QTextDocument::StyleSheetResource, QUrl::fromLocalFile(file))
-                 .isValid());
     QTest::qWait(50);
     QCOMPARE(m_launcher->server.requestCount("/picture.png"), 0);
+}
+
+void TestStatusAndNews::newsReadNoStyleSheets_data()
+{
+    QTest::addColumn<QString>("html");
+    QTest::newRow("linked")
+        << u"<link rel='stylesheet' type='text/css' href='%1'/><p>Un</p>"_s;
+    QTest::newRow("imported") << u"<style>@import url('%1');</style><p>Un</p>"_s;
+}
+
+void TestStatusAndNews::newsReadNoStyleSheets()
+{
+    QFETCH(const QString, html);
+    QFile sheet(m_launcher->gameFolder() + u"/style.css"_s);
+    QVERIFY(sheet.open(QIODevice::WriteOnly));
+    sheet.write("p { background-color: #ff00ff; }");
+    sheet.close();
+    const QString news = html.arg(QUrl::fromLocalFile(sheet.fileName()).toString());
+
+    // A plain text widget would follow it.
+    QTextEdit plain;
+    plain.setHtml(news);
+    plain.show();
+    QVERIFY(showsMagenta(&plain));
+
+    m_launcher->call("onNewsReceived", QStringList{news});
+    QVERIFY(m_launcher->news()->toPlainText().contains(u"Un"));
+    QVERIFY(!showsMagenta(m_launcher->news()));
 }
 
 VEYRA_WIDGET_TEST_MAIN(TestStatusAndNews)
