@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QTcpSocket>
 #include <QTest>
@@ -72,6 +73,7 @@ DrivenLauncher::DrivenLauncher(const HttpServer &server)
     connect(&m_control, &QTcpServer::newConnection, this,
             [this] { m_connection = m_control.nextPendingConnection(); });
 
+    QDir(QFileInfo(configFile()).path()).removeRecursively();
     for (const QString &name : {u"data"_s, u"config"_s, u"cache"_s, u"tmp"_s})
         QDir().mkpath(folder() + u'/' + name);
     m_environment.insert(u"XDG_DATA_HOME"_s, folder() + u"/data"_s);
@@ -105,7 +107,7 @@ QString DrivenLauncher::clientFolder() const
 
 QString DrivenLauncher::configFile() const
 {
-    return folder() + u"/data/Veyra/Veyra Launcher/config.json"_s;
+    return Platform::settingsFolder(folder() + u"/data"_s) + u"/config.json"_s;
 }
 
 bool DrivenLauncher::start()

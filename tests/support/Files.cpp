@@ -9,6 +9,10 @@
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 
+#ifdef Q_OS_WIN
+#include <private/qzipwriter_p.h>
+#endif
+
 #include <chrono>
 
 using namespace Qt::Literals::StringLiterals;
@@ -62,6 +66,27 @@ QString Files::sha256(const QByteArray &content)
     return QString::fromLatin1(hash.toHex());
 }
 
+#ifdef Q_OS_WIN
+
+QByteArray Files::zipped(const QString &folder)
+{
+    const QTemporaryDir target;
+    const QString archive = target.filePath(u"archive.zip"_s);
+    QZipWriter writer(archive);
+    for (const QString &name : tree(folder)) {
+        if (name.endsWith(u'/'))
+            writer.addDirectory(name);
+        else
+            writer.addFile(name, read(folder + u'/' + name));
+    }
+    writer.close();
+    if (writer.status() != QZipWriter::NoError)
+        qFatal("Cannot write %s", qPrintable(archive));
+    return read(archive);
+}
+
+#else
+
 QByteArray Files::zipped(const QString &folder)
 {
     const QTemporaryDir target;
@@ -77,3 +102,5 @@ QByteArray Files::zipped(const QString &folder)
         qFatal("python3 makes no archive: %s", python.readAllStandardError().constData());
     return read(archive);
 }
+
+#endif

@@ -17,7 +17,8 @@ QStringList tree(const QString &folder);
 QByteArray noise(qsizetype size, quint32 seed = 1);
 /// SHA-256 in lower-case hexadecimal, taken from the bytes in memory.
 QString sha256(const QByteArray &content);
-/// A zip archive of what lies in a folder, made by Python's zipfile; names in UTF-8.
+/// A zip archive of what lies in a folder, made by Python's zipfile or on Windows by Qt; names in
+/// UTF-8.
 QByteArray zipped(const QString &folder);
 
 } // namespace Files

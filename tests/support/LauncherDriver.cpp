@@ -13,6 +13,7 @@
 #include <QPalette>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QStandardPaths>
 #include <QStyle>
 #include <QTcpSocket>
 #include <QTest>
@@ -181,9 +182,12 @@ QJsonObject LauncherDriver::execute(const QString &command, const QJsonObject &d
     if (command == u"palette"_s)
         return describePalette();
 
-    if (command == u"toolTip"_s)
+    if (command == u"toolTip"_s) {
+        // At once, where the system would have it fade in.
+        for (const Qt::UIEffect effect : {Qt::UI_AnimateTooltip, Qt::UI_FadeTooltip})
+            QApplication::setEffectEnabled(effect, false);
         QToolTip::showText(window->mapToGlobal(pointOf(details)), u"Veyra"_s, window);
-    else if (command == u"select"_s)
+    } else if (command == u"select"_s)
         window->findChild<QTextEdit *>(u"newsWidget"_s)->selectAll();
     else if (command == u"grab"_s) {
         QWidget *widget = details["toolTip"_L1].toBool() ? toolTip() : window;
@@ -205,6 +209,10 @@ QJsonObject LauncherDriver::execute(const QString &command, const QJsonObject &d
 
 static void startDriver()
 {
+#ifdef Q_OS_WIN
+    // The settings' folder is not to be had from the environment there.
+    QStandardPaths::setTestModeEnabled(true);
+#endif
     QNetworkProxy::setApplicationProxy(
         QNetworkProxy(QNetworkProxy::HttpProxy, u"127.0.0.1"_s,
                       quint16(qEnvironmentVariableIntValue("VEYRA_TEST_PROXY_PORT"))));

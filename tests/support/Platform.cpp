@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QStandardPaths>
 
 #ifdef Q_OS_WIN
 #include <windows.h>
@@ -25,6 +26,11 @@ QString Platform::searchPathWith(const QString &folder)
 
 #ifdef Q_OS_WIN
 
+QString Platform::settingsFolder(const QString &)
+{
+    return QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
+}
+
 bool Platform::isRunning(qint64 processId)
 {
     const HANDLE process = OpenProcess(SYNCHRONIZE, FALSE, DWORD(processId));
@@ -41,6 +47,11 @@ QList<qint64> Platform::processesWithEnvironment(const QByteArray &)
 }
 
 #else
+
+QString Platform::settingsFolder(const QString &dataHome)
+{
+    return dataHome + u"/Veyra/Veyra Launcher"_s;
+}
 
 bool Platform::isRunning(qint64 processId)
 {

@@ -10,6 +10,10 @@ namespace Platform {
 /// "powershell" as a file is named that the system starts under that name.
 QString executableName(const QString &name);
 
+/// Where the launcher keeps its settings when XDG_DATA_HOME is `dataHome`. On Windows that has no
+/// say: there it is the folder of Qt's test mode.
+QString settingsFolder(const QString &dataHome);
+
 /// Puts `folder` in front of the value of PATH.
 QString searchPathWith(const QString &folder);
 

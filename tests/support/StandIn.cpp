@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QTest>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -15,6 +16,15 @@ QFileInfoList recordsOf(const QString &path)
     const QFileInfo program(path);
     return program.dir().entryInfoList({program.fileName() + u".*.start"_s}, QDir::Files,
                                        QDir::Name);
+}
+
+/// Windows keeps a program's file as long as the program runs, and those here end soon.
+void removeProgram(const QString &path)
+{
+    constexpr int kAttempts = 200;
+    constexpr int kPause = 20; // ms
+    for (int i = 0; i < kAttempts && QFile::exists(path) && !QFile::remove(path); ++i)
+        QTest::qSleep(kPause);
 }
 
 StandIn::Start readRecord(const QString &path)
@@ -37,7 +47,7 @@ StandIn::~StandIn()
     for (const QFileInfo &record : recordsOf(m_path))
         QFile::remove(record.filePath());
     QFile::remove(m_path + u".hang"_s);
-    QFile::remove(m_path);
+    removeProgram(m_path);
 }
 
 void StandIn::hang()
@@ -48,7 +58,7 @@ void StandIn::hang()
 void StandIn::install(const QString &path)
 {
     QDir().mkpath(QFileInfo(path).path());
-    QFile::remove(path);
+    removeProgram(path);
     if (!QFile::copy(QStringLiteral(FAKE_PROGRAM), path))
         qFatal("Cannot place %s", qPrintable(path));
 }

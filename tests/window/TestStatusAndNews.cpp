@@ -232,7 +232,9 @@ void TestStatusAndNews::newsLoadNothing()
     picture.fill(kMagenta);
     const QString file = m_launcher->gameFolder() + u"/picture.png"_s;
     QVERIFY(picture.save(file));
-    const QString url = isLocal ? source.arg(file) : source;
+    // A drive's letter has a slash before it in a URL.
+    const QString path = source.startsWith(u"file:") ? QUrl::fromLocalFile(file).path() : file;
+    const QString url = isLocal ? source.arg(path) : source;
     const QString html = u"<img src=\"%1\" width=\"60\" height=\"60\"/>"_s.arg(url);
 
     // A plain text widget would show it.

@@ -97,11 +97,19 @@ QByteArray contentOf(const QZipReader &reader, const QZipReader::FileInfo &entry
     return reader.fileData(QString::fromLocal8Bit(entry.filePath.toUtf8()));
 }
 
+bool beginsLikeAnArchive(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) && file.read(2) == "PK";
+}
+
 int expandArchive(const QString &archive, const QString &destination)
 {
     QZipReader reader(archive);
     if (!QFileInfo(archive).isFile() || !reader.isReadable())
         return complain(u"Expand-Archive : Le chemin d'accès « %1 » n'existe pas."_s.arg(archive));
+    if (!beginsLikeAnArchive(archive))
+        return complain(u"Expand-Archive : « %1 » n'est pas une archive."_s.arg(archive));
 
     const QDir folder(destination);
     for (const QZipReader::FileInfo &entry : reader.fileInfoList()) {

@@ -81,7 +81,8 @@ private:
 
 QString versionText(const QString &key)
 {
-    const auto *path = reinterpret_cast<const wchar_t *>(Program::path().utf16());
+    const QString program = Program::path();
+    const auto *path = reinterpret_cast<const wchar_t *>(program.utf16());
     std::vector<char> data(GetFileVersionInfoSizeW(path, nullptr));
     if (data.empty() || !GetFileVersionInfoW(path, 0, DWORD(data.size()), data.data()))
         return {};
