@@ -5,6 +5,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/FullDisk.h"
 #include "tests/support/Introspection.h"
+#include "tests/support/Platform.h"
 #include "tests/support/SignalSequence.h"
 #include "tests/support/TestEnvironment.h"
 
@@ -484,6 +485,7 @@ void TestDownloadQueue::failureLeavesTheOldFile()
     QFETCH(const HttpAnswer, answer);
     Files::write(game(u"d/f %1.txt"_s), "old");
     m_server.answer("/updates/files/d/f%20%251.txt", answer);
+    VEYRA_SKIP_LOST_RESET(answer);
     BadAnswers::loopAt(m_server);
     Updater updater(nullptr);
     prime(updater, {u"d/f %1.txt"_s});

@@ -295,7 +295,12 @@ void TestFileVerification::judgesAnEntry_data()
         entry(u"à l'été/n° 1.txt"_s, hash), true);
     row("a name with percent signs", u"100%41 %1.txt"_s, entry(u"100%41 %1.txt"_s, hash), true);
     row("a name that begins with a slash", u"a"_s, entry(u"/a"_s, hash), true);
-    row("a name that goes up and down", u"a"_s, entry(u"./x/../a"_s, hash), false);
+#ifdef Q_OS_WIN
+    constexpr bool throughNowhere = true; // Windows follows names, not folders
+#else
+    constexpr bool throughNowhere = false;
+#endif
+    row("a name that goes up and down", u"a"_s, entry(u"./x/../a"_s, hash), throughNowhere);
     row("a name that goes up and down through a folder", u"x/a"_s, entry(u"x/../x/a"_s, hash),
         true);
     row("keys in another case do not count", u"a"_s, {{u"Name"_s, u"a"_s}, {u"HASH"_s, hash}},

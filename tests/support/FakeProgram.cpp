@@ -14,6 +14,8 @@
 #include <vector>
 
 #ifdef _WIN32
+#include <fcntl.h>
+#include <io.h>
 #include <windows.h>
 
 #include <shellapi.h> // knows nothing without the other
@@ -150,6 +152,9 @@ int followScript(const fs::path &folder, const std::vector<std::string> &texts)
 
 int main(int argc, char **argv)
 {
+#ifdef _WIN32
+    _setmode(_fileno(stderr), _O_BINARY); // to the letter, without carriage returns
+#endif
     const std::vector<std::string> texts = arguments(argc, argv);
     const char *folder = std::getenv("VEYRA_FAKE_PROGRAMS");
     return folder ? followScript(fromBytes(folder), texts) : recordBeside(texts);

@@ -41,6 +41,11 @@ bool Platform::isRunning(qint64 processId)
     return running;
 }
 
+bool Platform::losesResets()
+{
+    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+}
+
 QList<qint64> Platform::processesWithEnvironment(const QByteArray &)
 {
     return {};
@@ -61,6 +66,11 @@ bool Platform::isRunning(qint64 processId)
     // "pid (name) state ...": the name may hold anything, blanks and brackets included.
     const QByteArray line = status.readAll();
     return line.mid(line.lastIndexOf(')') + 2, 1) != "Z";
+}
+
+bool Platform::losesResets()
+{
+    return false;
 }
 
 QList<qint64> Platform::processesWithEnvironment(const QByteArray &entry)

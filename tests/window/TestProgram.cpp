@@ -169,6 +169,8 @@ void TestProgram::toolTipIsDarkOnWhite()
 {
     DrivenLauncher launcher(*m_server);
     QVERIFY(launcher.start());
+    // A window that is only just becoming active would take the tool tip away again.
+    QVERIFY(launcher.waitForLabel(u"Vérification des mises à jour du launcher..."_s));
     launcher.ask(u"toolTip"_s, {{u"x"_s, 300}, {u"y"_s, 300}});
     const QString file = launcher.folder() + u"/tip.png"_s;
     QVERIFY(
