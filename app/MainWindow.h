@@ -60,6 +60,7 @@ private:
     QHBoxLayout *createButtonRow();
     QLabel *createVersionLabel();
     void setupKeyboardAccess();
+    void prepareBackdrop(qreal ratio);
 
     void connectWorkers();
     void checkLauncherUpdate();
@@ -100,6 +101,7 @@ private:
     bool isUpdatingLauncher = false;
 
     QPixmap backgroundPixmap;
-    QPixmap scaledBackground; // backgroundPixmap at scaledFor, so that a repaint need not scale
-    QSize scaledFor;
+    QPixmap backdrop; // backgroundPixmap as painted, so that a repaint need not scale
+    QSize backdropSize;
+    qreal backdropRatio = 0;
 };
