@@ -8,12 +8,26 @@
 #include <chrono>
 #include <cstdlib>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
 
+// How long a closed launcher may live on for a verification that is stuck in the system.
 constexpr std::chrono::milliseconds kVerificationEnd = 5s;
+
+/// Showing a window makes copies of its icon for the window system, more than 1 MB of them, which
+/// glibc would keep for good.
+void returnFreeMemory()
+{
+#ifdef __GLIBC__
+    malloc_trim(0);
+#endif
+}
 
 } // namespace
 
@@ -27,12 +41,13 @@ int main(int argc, char **argv)
 
     MainWindow window;
     window.show();
+    returnFreeMemory();
     const int exitCode = QApplication::exec();
 
     // A verification posts its progress to the window's Updater: the window may go only once the
     // pool is idle.
     Updater::abandonVerifications();
     if (!QThreadPool::globalInstance()->waitForDone(kVerificationEnd.count()))
-        std::_Exit(exitCode); // stuck in the system, on a drive that does not answer
+        std::_Exit(exitCode); // a drive that does not answer: no orderly end
     return exitCode;
 }
