@@ -12,6 +12,7 @@ MEGABYTE = 1024 * 1024
 MARKER = "DofusInvoker.swf"  # tells the launcher that a client is installed
 SMALL_FILES = 20_000
 SMALL_FILE_SIZE = 4096
+IDLE_LAUNCHERS = 5
 FIXED_DATE = (2024, 1, 1, 0, 0, 0)
 
 
@@ -63,6 +64,8 @@ class Materials:
 
         self._make_scenario("installed")
         (self.game("installed") / MARKER).write_bytes(b"client")
+        for number in range(IDLE_LAUNCHERS):  # addresses of their own tell their requests apart
+            (self.server / f"idle-{number}").symlink_to("installed")
         self._make_scenario("download")
         write_noise(self.archive("download"), self.sizes.download)
         self._make_scenario("slow-disk")

@@ -12,10 +12,11 @@ import time
 from pathlib import Path
 
 import materials
-from surroundings import Surroundings, Threads, first_line
+from surroundings import Activity, Surroundings, first_line
 
-IDLE_SAMPLE = 0.25  # seconds; wake-ups closer together than two of them count as one burst
+IDLE_SAMPLE = 0.25  # seconds; wake-ups within one count as one moment
 POLL_INTERVAL = 30
+POLL_DURATION = 0.3  # seconds from the launcher's waking up to the repaint of its answer, at most
 SLOW_DISK_RATE = 16 * materials.MEGABYTE  # bytes per second
 
 
@@ -204,10 +205,13 @@ class Bench:
     def idle(self):
         """All processes idle side by side: they do not disturb each other, by definition."""
         seconds = POLL_INTERVAL + 2 if self.quick else 2 * POLL_INTERVAL
-        environment = self.around.environment("installed", self.files.game("installed"), "idle")
-        names = ["bench_launcher", "bench_bare_window"] * (2 if self.quick else 5)
-        processes = [self.around.start(name, environment) for name in names]
+        game = self.files.game("installed")
+        processes = []
         try:
+            for number in range(materials.IDLE_LAUNCHERS):
+                environment = self.around.environment(f"idle-{number}", game, "idle")
+                processes += [self.around.start("bench_launcher", environment),
+                              self.around.start("bench_bare_window", environment)]
             for process in processes:
                 first_line(process)
             time.sleep(2)
@@ -224,13 +228,20 @@ class Bench:
         self.report_idle(watched[::2], watched[1::2], seconds)
 
     def report_idle(self, launchers, bare, seconds):
-        polls = seconds // POLL_INTERVAL
-        self.table.add(f"processor time of {seconds} idle seconds", "ms",
-                       [watch.processor_ms() for watch in launchers], 1.5,
-                       [watch.processor_ms() for watch in bare])
-        self.table.add(f"  moments with wake-ups ({polls} polls fall due)", "",
-                       [watch.bursts for watch in launchers],
-                       polls + statistics.median([watch.bursts for watch in bare]), digits=0)
+        polls = [self.around.requests(f"idle-{number}", "api/status.php")
+                 for number in range(len(launchers))]
+        launchers = [watch.split(times) for watch, times in zip(launchers, polls)]
+        bare = [watch.split([]) for watch in bare]
+        self.table.add(f"processor time of {seconds} idle seconds, polls apart", "ms",
+                       [idle.quiet_ms for idle in launchers], 1.5,
+                       [idle.quiet_ms for idle in bare], digits=3)
+        self.table.add("  moments with wake-ups, polls apart", "",
+                       [idle.quiet_moments for idle in launchers],
+                       statistics.median([idle.quiet_moments for idle in bare]), digits=0)
+        self.table.add("  moments with polls", "", [idle.poll_moments for idle in launchers],
+                       -(-seconds // POLL_INTERVAL), digits=0)
+        self.table.add("  processor time of its polls", "ms",
+                       [idle.poll_ms for idle in launchers], float("inf"))
 
     def clear(self, scenario):
         """Empties the game folder, and lets the disk come to rest."""
@@ -239,24 +250,42 @@ class Bench:
 
 
 class IdleWatch:
+    """Looks at a process now and then and remembers the moments in which it was awake."""
+
     def __init__(self, process):
-        self.threads = Threads(process)
-        self.before = self.spent = self.threads.processor_ms()
-        self.last = self.threads.wakeups()
-        self.was_quiet = True
-        self.bursts = 0
+        self.activity = Activity(process)
+        self.processor_ms = self.activity.processor_ms()
+        self.wakeups = self.activity.wakeups()
+        self.moments = []  # (when, its processor time)
 
     def look(self):
-        self.spent = self.threads.processor_ms()
-        now = self.threads.wakeups()
-        quiet = now == self.last
-        if self.was_quiet and not quiet:
-            self.bursts += 1
-        self.was_quiet = quiet
-        self.last = now
+        processor_ms = self.activity.processor_ms()
+        wakeups = self.activity.wakeups()
+        if wakeups != self.wakeups or processor_ms != self.processor_ms:
+            self.moments.append((time.time(), processor_ms - self.processor_ms))
+        self.processor_ms = processor_ms
+        self.wakeups = wakeups
 
-    def processor_ms(self):
-        return self.spent - self.before
+    def split(self, polls):
+        def is_poll(when):
+            return any(0 <= when - poll + POLL_DURATION <= IDLE_SAMPLE + 2 * POLL_DURATION
+                       for poll in polls)
+
+        idle = Idle()
+        for when, processor_ms in self.moments:
+            if is_poll(when):
+                idle.poll_moments += 1
+                idle.poll_ms += processor_ms
+            else:
+                idle.quiet_moments += 1
+                idle.quiet_ms += processor_ms
+        return idle
+
+
+class Idle:
+    def __init__(self):
+        self.poll_moments = self.quiet_moments = 0
+        self.poll_ms = self.quiet_ms = 0.0
 
 
 def column(runs, figure):

@@ -18,7 +18,8 @@ pid {folder}/nginx.pid;
 error_log {folder}/error.log;
 events {{ worker_connections 64; }}
 http {{
-    access_log off;
+    log_format times "$msec $uri";
+    access_log {folder}/access.log times;
     sendfile on;
     default_type application/octet-stream;
     client_body_temp_path {folder}/body;
@@ -45,6 +46,7 @@ class Surroundings:
 
     def __enter__(self):
         self.folder.mkdir(parents=True, exist_ok=True)
+        (self.folder / "access.log").unlink(missing_ok=True)
         try:
             self.display = self._start_display()
             self.port = self._start_server()
@@ -91,6 +93,11 @@ class Surroundings:
 
     def url(self, scenario):
         return f"http://127.0.0.1:{self.port}/{scenario}/"
+
+    def requests(self, scenario, path):
+        """When this was asked for, in seconds of the system's clock."""
+        log = (self.folder / "access.log").read_text().splitlines()
+        return [float(line.split()[0]) for line in log if line.endswith(f" /{scenario}/{path}")]
 
     def program(self, name):
         return str(self.build / "bench" / name)
@@ -157,20 +164,21 @@ def private_folder(path):
     return path
 
 
-class Threads:
+class Activity:
     """Processor time and wake-ups of a process, all of its threads together."""
 
     def __init__(self, process):
         self.tasks = Path(f"/proc/{process.pid}/task")
+        self.clock = (~process.pid << 3) | 2  # the kernel's number for a process's own clock
 
     def processor_ms(self):
-        return sum(int((task / "schedstat").read_text().split()[0])
-                   for task in self.tasks.iterdir()) / 1e6
+        return time.clock_gettime_ns(self.clock) / 1e6
 
     def wakeups(self):
-        count = 0
+        """How often each thread has woken up; a thread that has ended is missing."""
+        counts = {}
         for task in self.tasks.iterdir():
             for line in (task / "status").read_text().splitlines():
                 if line.startswith("voluntary_ctxt_switches:"):
-                    count += int(line.split()[1])
-        return count
+                    counts[task.name] = int(line.split()[1])
+        return counts
