@@ -301,7 +301,7 @@ def main():
     parser = argparse.ArgumentParser(prog="scripts/bench", description=__doc__)
     parser.add_argument("--quick", action="store_true", help="less data, fewer rounds")
     parser.add_argument("--only", choices=figures, action="append", help="measure this alone")
-    parser.add_argument("--build", type=Path, required=True, help=argparse.SUPPRESS)
+    parser.add_argument("--build", type=Path, default="build/bench", help=argparse.SUPPRESS)
     options = parser.parse_args()
 
     build = options.build.resolve()
