@@ -10,7 +10,8 @@ inline constexpr double kBytesToMegabytes = 9.5367431640625e-7;
 
 /// How many bytes a reply may hold before the launcher has read them. Without a bound a fast
 /// network outruns a slow disk and the archive piles up in memory. The network's thread, the reply
-/// and the block on its way to the disk take some five times as much; larger ones are no faster.
-inline constexpr qint64 kReadBufferSize = 1024 * 1024;
+/// and the block on its way to the disk take some five times as much; larger blocks are no faster,
+/// and the event loop comes round less often.
+inline constexpr qint64 kReadBufferSize = 256 * 1024;
 
 } // namespace Download
