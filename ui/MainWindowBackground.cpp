@@ -15,7 +15,8 @@ void MainWindow::paintEvent(QPaintEvent *event)
 {
     QPainter painter(this);
     if (!backgroundPixmap.isNull()) {
-        prepareBackdrop(painter.device()->devicePixelRatio());
+        // The device's own pixel ratio: the window may be painted into a picture with another one.
+        prepareBackdrop(painter.combinedTransform().m11());
         painter.drawPixmap(QRectF(0, 0, width(), height()), backdrop, QRectF());
     } else {
         QLinearGradient gradient(0, 0, 0, height());

@@ -144,15 +144,20 @@ QImage backdropOf(QWidget *window)
 }
 
 /// The backdrop with a picture that is scaled afresh.
+void paintFreshBackdrop(QPainter *painter, const QSize &size)
+{
+    const QPixmap picture(u":/images/background.png"_s);
+    const QPixmap scaled =
+        picture.scaled(size, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
+    painter->drawPixmap(QRectF(0, 0, size.width(), size.height()), scaled, QRectF());
+    painter->fillRect(QRect(QPoint(0, 0), size), QColor(0, 0, 0, 150));
+}
+
 QImage freshBackdrop(const QSize &size)
 {
     QPixmap target(size);
     QPainter painter(&target);
-    const QPixmap picture(u":/images/background.png"_s);
-    const QPixmap scaled =
-        picture.scaled(size, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
-    painter.drawPixmap(QRectF(0, 0, size.width(), size.height()), scaled, QRectF());
-    painter.fillRect(QRect(QPoint(0, 0), size), QColor(0, 0, 0, 150));
+    paintFreshBackdrop(&painter, size);
     painter.end();
     return target.toImage().convertToFormat(QImage::Format_RGB32);
 }
@@ -203,6 +208,8 @@ private slots:
 
     void backdropIsAsIfScaledEachTime();
     void backdropFollowsAnotherSize();
+    void backdropOnScaledScreens_data();
+    void backdropOnScaledScreens();
     void backdropShowsTheWholePicture();
 
     void pictures_data();
@@ -530,6 +537,35 @@ void TestWindowView::backdropFollowsAnotherSize()
     QCOMPARE(backdropOf(window()), freshBackdrop(QSize(640, 480)));
     window()->setFixedSize(1000, 700);
     QCOMPARE(backdropOf(window()), freshBackdrop(QSize(1000, 700)));
+}
+
+void TestWindowView::backdropOnScaledScreens_data()
+{
+    QTest::addColumn<qreal>("ratio");
+    QTest::newRow("at 125 %") << 1.25;
+    QTest::newRow("at 133 %, where the window has no whole number of pixels") << 4.0 / 3;
+    QTest::newRow("at 150 %") << 1.5;
+    QTest::newRow("at 175 %") << 1.75;
+    QTest::newRow("at 200 %") << 2.0;
+}
+
+void TestWindowView::backdropOnScaledScreens()
+{
+    QFETCH(qreal, ratio);
+    const auto blankScreen = [&] {
+        QImage image((QSizeF(window()->size()) * ratio).toSize(), QImage::Format_RGB32);
+        image.setDevicePixelRatio(ratio);
+        image.fill(Qt::black);
+        return image;
+    };
+
+    QImage painted = blankScreen();
+    window()->render(&painted, {}, window()->rect(), QWidget::RenderFlags());
+    QImage expected = blankScreen();
+    QPainter painter(&expected);
+    paintFreshBackdrop(&painter, window()->size());
+    painter.end();
+    QCOMPARE(painted, expected);
 }
 
 void TestWindowView::backdropShowsTheWholePicture()
