@@ -104,6 +104,75 @@ def virtual_display():
             yield
 
 
+class ThisMachine:
+    """How programs are started and what they call their files; on Windows it is otherwise."""
+
+    def __init__(self):
+        self.settings = pathlib.Path(os.environ["XDG_DATA_HOME"])
+        self.temporary = pathlib.Path(os.environ["TMPDIR"])
+        self.environment = {"QT_QPA_PLATFORM": "xcb"}
+
+    def command(self, program):
+        return [program]
+
+    def path_of(self, name):
+        """The file that a program of the launcher's system names."""
+        return pathlib.Path(name)
+
+    def is_running(self, process_id, _program):
+        try:
+            stat = pathlib.Path("/proc", process_id, "stat").read_text()
+        except (FileNotFoundError, ProcessLookupError):
+            return False
+        return stat.rpartition(")")[2].split()[0] != "Z"
+
+    def updater_call(self, program):
+        """How the sample updater program beside the launcher was called."""
+        record = program.parent / UPDATER_RECORD
+        return record.read_text().splitlines() if record.is_file() else None
+
+    def expected_updater_call(self, program, archive):
+        return ["Nombre d'arguments : 3", f"Argument : {archive}", f"Argument : {program.parent}",
+                f"Argument : {program.name}"]
+
+
+class Wine(ThisMachine):
+    """A launcher for Windows in the Wine prefix that WINEPREFIX names."""
+
+    def __init__(self):
+        self._prefix = pathlib.Path(os.environ["WINEPREFIX"])
+        user = next(folder for folder in (self._prefix / "drive_c" / "users").iterdir()
+                    if folder.name != "Public")
+        self.settings = user / "AppData" / "Roaming"
+        self.temporary = user / "Temp"
+        self.environment = {}
+
+    def command(self, program):
+        return ["wine", program]
+
+    def path_of(self, name):
+        drive, path = name.replace("\\", "/").split(":", 1)
+        return self._prefix / "dosdevices" / f"{drive.lower()}:" / path.lstrip("/")
+
+    def is_running(self, _process_id, program):
+        name = program.rpartition("/")[2].encode()
+        for process in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
+            with contextlib.suppress(OSError):
+                if name in process.read_bytes():
+                    return True
+        return False
+
+    def updater_call(self, program):
+        record = program.parent / "LauncherUpdater.exe.record"
+        return record.read_text().splitlines()[:1] if record.is_file() else None
+
+    def expected_updater_call(self, program, archive):
+        folder = f"Z:{program.parent}"
+        archive = "C:/" + str(archive.relative_to(self._prefix / "drive_c"))
+        updater = f"{folder}/LauncherUpdater.exe".replace("/", "\\")
+        return [f"{updater}  {archive} {folder} {program.name}"]
+
+
 class Picture:
     """What the display shows at one moment."""
 
@@ -131,8 +200,9 @@ class Picture:
 
 
 class Launcher:
-    def __init__(self, process, arguments):
+    def __init__(self, process, machine, arguments):
         self.process = process
+        self.machine = machine
         self.program = arguments.launcher
         self._access_log = arguments.access_log
         self._screenshots = arguments.screenshots
@@ -238,14 +308,14 @@ def close_window(window):
 # --- The client on the disk ---
 
 
-def game_folder(launcher_program):
+def game_folder(launcher):
     """Where the launcher installs: the folder chosen in its settings, or the one beside it."""
-    settings = pathlib.Path(os.environ["XDG_DATA_HOME"], "Veyra", "Veyra Launcher", "config.json")
+    settings = launcher.machine.settings / "Veyra" / "Veyra Launcher" / "config.json"
     if settings.is_file():
         chosen = json.loads(settings.read_text()).get("dofus_path")
         if chosen:
-            return pathlib.Path(chosen)
-    return launcher_program.parent / "Client"
+            return launcher.machine.path_of(chosen)
+    return launcher.program.parent / "Client"
 
 
 def is_installed(client):
@@ -314,28 +384,21 @@ def play(launcher, client):
 
     launcher.wait_for("the game has started", marker.is_file, GAME_TIMEOUT)
     record = dict(line.split(" : ", 1) for line in marker.read_text().splitlines())
-    if not os.path.samefile(record["Dossier de travail"], client):
+    if not os.path.samefile(launcher.machine.path_of(record["Dossier de travail"]), client):
         raise Failure(f"the game runs in {record['Dossier de travail']}, not in {client}")
     game = launcher.wait_for_window("the game's window is open", GAME_TITLE)
     launcher.take_picture("5-game-started")
 
     close_window(game)
     launcher.wait_for("the game is closed, and the launcher is still there",
-                      lambda: not is_running(record["Processus"]), END_TIMEOUT)
-
-
-def is_running(process_id):
-    try:
-        state = pathlib.Path("/proc", process_id, "stat").read_text().rpartition(")")[2].split()[0]
-    except (FileNotFoundError, ProcessLookupError):
-        return False
-    return state != "Z"
+                      lambda: not launcher.machine.is_running(record["Processus"],
+                                                              record["Programme"]), END_TIMEOUT)
 
 
 def see_hand_over(launcher, server_folder):
     """An update is offered: accept it and see it handed over."""
-    archive = pathlib.Path(os.environ["TMPDIR"], "VeyraLauncher_update.zip")
-    record = launcher.program.parent / UPDATER_RECORD
+    machine = launcher.machine
+    archive = machine.temporary / "VeyraLauncher_update.zip"
     prompt = launcher.wait_for_window("a newer launcher is offered", PROMPT_TITLE)
     launcher.take_picture("2-update-offered")
     tool("xdotool", "windowfocus", "--sync", str(prompt), "key", "alt+y", check=True)
@@ -346,21 +409,18 @@ def see_hand_over(launcher, server_folder):
 
     launcher.wait_for_end()
     deadline = time.monotonic() + END_TIMEOUT
-    while not record.is_file() and time.monotonic() < deadline:
+    while not (call := machine.updater_call(launcher.program)) and time.monotonic() < deadline:
         time.sleep(POLL_INTERVAL)
-    if not record.is_file():
+    if not call:
         raise Failure("the updater program was not started")
-    expected = ["Nombre d'arguments : 3",
-                f"Argument : {archive}",
-                f"Argument : {launcher.program.parent}",
-                f"Argument : {launcher.program.name}"]
-    if record.read_text().splitlines() != expected:
-        raise Failure(f"the updater program was not called as expected:\n{record.read_text()}")
+    expected = machine.expected_updater_call(launcher.program, archive)
+    if call != expected:
+        raise Failure(f"the updater program was called with {call}, expected was {expected}")
     say("the updater program was started with its three arguments")
 
 
 def see_everything(launcher, arguments):
-    client = game_folder(launcher.program)
+    client = game_folder(launcher)
     freshly_installed = not is_installed(client)
 
     see_version_check(launcher)
@@ -385,19 +445,22 @@ def parse_arguments():
     for name in ("launcher", "launcher-log", "server-folder", "access-log", "screenshots"):
         parser.add_argument(f"--{name}", type=pathlib.Path, required=True)
     parser.add_argument("--update", action="store_true", help="a newer launcher is on offer")
+    parser.add_argument("--wine", action="store_true", help="the launcher is a program for Windows")
     return parser.parse_args()
 
 
 def walk(arguments):
     shutil.rmtree(arguments.screenshots, ignore_errors=True)
     arguments.screenshots.mkdir(parents=True)
+    machine = Wine() if arguments.wine else ThisMachine()
     with virtual_display(), open(arguments.launcher_log, "wb") as launcher_log:
-        environment = dict(os.environ, QT_QPA_PLATFORM="xcb",
+        environment = dict(os.environ, **machine.environment,
                            VEYRA_DEMO_GAME_SECONDS=str(GAME_LIFETIME))
         environment.pop("DBUS_SESSION_BUS_ADDRESS", None)
-        process = subprocess.Popen([arguments.launcher], env=environment, stderr=launcher_log)
+        process = subprocess.Popen(machine.command(arguments.launcher), env=environment,
+                                   stderr=launcher_log)
         with ended_at_last(process):
-            launcher = Launcher(process, arguments)
+            launcher = Launcher(process, machine, arguments)
             try:
                 see_everything(launcher, arguments)
             except Failure:
