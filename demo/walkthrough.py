@@ -21,6 +21,8 @@ import sys
 import time
 
 SCREEN = "1000x700x24"  # the launcher's window fills it
+# Wine keeps room for a title bar, though nobody draws one here.
+WINE_SCREEN = "1000x723x24"
 LAUNCHER_TITLE = "^Veyra Launcher$"
 GAME_TITLE = "^Jeu d'exemple$"
 PROMPT_TITLE = "^Mise .* jour disponible$"
@@ -87,12 +89,12 @@ def ended_at_last(process):
 
 
 @contextlib.contextmanager
-def virtual_display():
+def virtual_display(screen):
     """An X server on a free display number of its own choice."""
     read_end, write_end = os.pipe()
     with os.fdopen(read_end) as answer:
         process = subprocess.Popen(
-            ["Xvfb", "-displayfd", str(write_end), "-screen", "0", SCREEN, "-nolisten", "tcp",
+            ["Xvfb", "-displayfd", str(write_end), "-screen", "0", screen, "-nolisten", "tcp",
              "-noreset"],
             pass_fds=[write_end], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         os.close(write_end)
@@ -111,6 +113,7 @@ class ThisMachine:
         self.settings = pathlib.Path(os.environ["XDG_DATA_HOME"])
         self.temporary = pathlib.Path(os.environ["TMPDIR"])
         self.environment = {"QT_QPA_PLATFORM": "xcb"}
+        self.screen = SCREEN
 
     def command(self, program):
         return [program]
@@ -146,6 +149,7 @@ class Wine(ThisMachine):
         self.settings = user / "AppData" / "Roaming"
         self.temporary = user / "Temp"
         self.environment = {}
+        self.screen = WINE_SCREEN
 
     def command(self, program):
         return ["wine", program]
@@ -453,7 +457,7 @@ def walk(arguments):
     shutil.rmtree(arguments.screenshots, ignore_errors=True)
     arguments.screenshots.mkdir(parents=True)
     machine = Wine() if arguments.wine else ThisMachine()
-    with virtual_display(), open(arguments.launcher_log, "wb") as launcher_log:
+    with virtual_display(machine.screen), open(arguments.launcher_log, "wb") as launcher_log:
         environment = dict(os.environ, **machine.environment,
                            VEYRA_DEMO_GAME_SECONDS=str(GAME_LIFETIME))
         environment.pop("DBUS_SESSION_BUS_ADDRESS", None)
