@@ -57,9 +57,7 @@ void ClientDownloader::startDownload()
     }
     emit progressChanged(0, kConnecting);
     if (!m_zipFile || m_reply)
-        return; // a slot of that signal has cancelled the download
-    if (!m_zipFile)
-        return; // cancelled from within a slot
+        return; // cancelled from within a slot, or started anew
 
     QNetworkRequest request(QUrl(BuildSettings::serverBaseUrl() + kArchivePath));
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,

@@ -41,7 +41,7 @@ void MainWindow::prepareBackdrop(qreal ratio)
     const QPixmap scaled = backgroundPixmap.scaled(size(), Qt::KeepAspectRatioByExpanding,
                                                    Qt::SmoothTransformation);
     const QSizeF deviceSize = QSizeF(size()) * ratio;
-    if (deviceSize != QSizeF(deviceSize.toSize())) {
+    if (deviceSize.isEmpty() || deviceSize != QSizeF(deviceSize.toSize())) {
         backdrop = scaled; // no whole pixels to copy: each repaint squeezes
         return;
     }

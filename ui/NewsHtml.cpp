@@ -9,11 +9,11 @@ namespace {
 /// Each item takes a paragraph, however short it is.
 constexpr qsizetype kCharactersOfParagraph = 40;
 
-/// Lengths and counts beyond any screen inside a tag. Colours and link targets are neither.
+/// Lengths and counts beyond any screen inside a tag. Colours, names and link targets are neither.
 bool hasLargeNumber(QString tag)
 {
     static const QRegularExpression harmless(
-        uR"(href\s*=\s*("[^"]*"|'[^']*'|[^\s>]*)|#[0-9a-f]+)"_s,
+        uR"(\b(href|name|id|title|class|alt)\s*=\s*("[^"]*"|'[^']*'|[^\s>]*)|#[0-9a-f]+)"_s,
         QRegularExpression::CaseInsensitiveOption);
     static const QRegularExpression largeNumber(
         uR"([0-9]{5}|[0-9]{4}(\.[0-9]*)?\s*(em|ex|pt))"_s,
