@@ -335,9 +335,7 @@ void TestDownloadQueue::nameOfTheFile_data()
     row("a percent code stays one in the address", u"a%C3%A9.txt"_s, "files/a%C3%A9.txt",
         u"jeu/a%C3%A9.txt"_s);
     row("a placeholder", u"%1.txt"_s, "files/%251.txt", u"jeu/%1.txt"_s);
-#ifndef Q_OS_WIN // has no such names
     row("a question mark begins the query", u"a?b.txt"_s, "files/a?b.txt", u"jeu/a?b.txt"_s);
-#endif
     row("a number sign ends the address", u"a#b.txt"_s, "files/a", u"jeu/a#b.txt"_s);
     row("a plus sign and an ampersand", u"a+b&c.txt"_s, "files/a+b&c.txt", u"jeu/a+b&c.txt"_s);
     row("a single quote", u"l'été.txt"_s, "files/l'%C3%A9t%C3%A9.txt", u"jeu/l'été.txt"_s);
@@ -350,6 +348,8 @@ void TestDownloadQueue::nameOfTheFile()
     QFETCH(const QString, name);
     QFETCH(const QByteArray, requested);
     QFETCH(const QString, file);
+    if (Platform::kIsWindows && name.contains(u'?'))
+        QSKIP("Windows has no such names");
     QVERIFY(QDir().mkpath(m_gamePath)); // a way up leads only out of a folder that is there
     m_server.answer(requested, HttpAnswer::ok("content"));
     Updater updater(nullptr);

@@ -24,6 +24,13 @@ bool isRunning(qint64 processId);
 /// their environment. Empty where a system does not tell.
 QList<qint64> processesWithEnvironment(const QByteArray &entry);
 
+/// Whether this is Windows, which unpacks with PowerShell alone and has fewer file names.
+#ifdef Q_OS_WIN
+inline constexpr bool kIsWindows = true;
+#else
+inline constexpr bool kIsWindows = false;
+#endif
+
 /// True under Wine, which now and then keeps to itself that a connection was reset.
 bool losesResets();
 
