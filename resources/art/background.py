@@ -833,7 +833,7 @@ def finish(picture):
     # One grain covers two rows: it outlives the squeeze, and packs better.
     cells = rnd.random_sample((HEIGHT // 2, WIDTH)) + rnd.random_sample((HEIGHT // 2, WIDTH)) - 1.0
     grain = np.repeat(cells, 2, axis=0)[..., None]
-    return np.clip(np.floor(picture * 255.0 + 0.5 + grain * 0.75), 0, 255).astype(np.uint8)
+    return np.clip(np.floor(picture * 255.0 + 0.5 + grain * 0.25), 0, 255).astype(np.uint8)
 
 
 def main(path):
