@@ -437,7 +437,8 @@ def see_everything(launcher, arguments):
     if freshly_installed:
         check_files(client, arguments.server_folder)
     play(launcher, client)
-    close_window(find_window(LAUNCHER_TITLE))
+    # xdotool finds nothing while another window, the game's, is going away.
+    close_window(launcher.wait_for_window("the launcher's window can be closed", LAUNCHER_TITLE))
     launcher.wait_for_end()
 
 
