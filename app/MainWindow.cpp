@@ -85,8 +85,7 @@ MainWindow::MainWindow(QWidget *parent)
 {
     setWindowTitle(u"Veyra Launcher"_s);
     setFixedSize(kWindowSize);
-    backgroundPixmap.load(u":/images/background.png"_s);
-    prepareBackdrop(devicePixelRatio()); // now that there is little else in memory beside it
+    startLoadingBackground();
     setupUi();
     applyStyles();
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QFuture>
+#include <QImage>
 #include <QMainWindow>
 #include <QMessageBox>
 #include <QPixmap>
@@ -8,6 +10,7 @@ class ClientDownloader;
 class NewsFetcher;
 class QHBoxLayout;
 class QLabel;
+class QPainter;
 class QProgressBar;
 class QPushButton;
 class QTextEdit;
@@ -60,6 +63,9 @@ private:
     QHBoxLayout *createButtonRow();
     QLabel *createVersionLabel();
     void setupKeyboardAccess();
+    void paintBackground(QPainter &painter) const;
+    void startLoadingBackground();
+    void finishLoadingBackground();
     void prepareBackdrop(qreal ratio);
 
     void connectWorkers();
@@ -100,8 +106,10 @@ private:
     bool isDownloadingClient = false;
     bool isUpdatingLauncher = false;
 
+    QFuture<QImage> loadingBackground; // valid until the first paint takes it over
+    QSize backgroundSize; // what backgroundPixmap is loaded for
     QPixmap backgroundPixmap;
-    QPixmap backdrop; // backgroundPixmap as painted, so that a repaint need not scale
+    QPixmap backdrop; // the background as painted, so that a repaint need only copy it
     QSize backdropSize;
     qreal backdropRatio = 0;
 };
