@@ -20,7 +20,7 @@ constexpr QColor kVeil(0, 0, 0, 150);
 constexpr auto kSettlingTime = 300ms;
 
 /// The least that a Qt program with the launcher's window and pictures can be. It scales them as the
-/// launcher does, for the same pixels, and keeps the scaled copies.
+/// launcher does, for the same pixels.
 class BareWindow : public QWidget
 {
 public:
@@ -34,23 +34,19 @@ public:
 protected:
     void paintEvent(QPaintEvent *) override
     {
-        if (m_scaledBackground.isNull()) {
-            m_scaledBackground = m_background.scaled(size(), Qt::KeepAspectRatioByExpanding,
-                                                     Qt::SmoothTransformation);
-            m_scaledLogo =
-                m_logo.scaled(kLogoBounds, Qt::KeepAspectRatio, Qt::SmoothTransformation);
-        }
+        const QPixmap background =
+            m_background.scaled(size(), Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
+        const QPixmap logo =
+            m_logo.scaled(kLogoBounds, Qt::KeepAspectRatio, Qt::SmoothTransformation);
         QPainter painter(this);
-        painter.drawPixmap(QRectF(rect()), m_scaledBackground, QRectF());
+        painter.drawPixmap(QRectF(rect()), background, QRectF());
         painter.fillRect(rect(), kVeil);
-        painter.drawPixmap(kLogoPosition, m_scaledLogo);
+        painter.drawPixmap(kLogoPosition, logo);
     }
 
 private:
     QPixmap m_background;
     QPixmap m_logo;
-    QPixmap m_scaledBackground;
-    QPixmap m_scaledLogo;
 };
 
 } // namespace

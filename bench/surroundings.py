@@ -1,5 +1,6 @@
 """What the measured programs need around them: a display, a web server, folders of their own."""
 
+import contextlib
 import json
 import os
 import select
@@ -178,7 +179,8 @@ class Activity:
         """How often each thread has woken up; a thread that has ended is missing."""
         counts = {}
         for task in self.tasks.iterdir():
-            for line in (task / "status").read_text().splitlines():
-                if line.startswith("voluntary_ctxt_switches:"):
-                    counts[task.name] = int(line.split()[1])
+            with contextlib.suppress(OSError):  # it may end while it is looked at
+                for line in (task / "status").read_text().splitlines():
+                    if line.startswith("voluntary_ctxt_switches:"):
+                        counts[task.name] = int(line.split()[1])
         return counts
