@@ -119,6 +119,10 @@ void TestServerNonsense::hostileNewsAreShownSoon_data()
     QTest::newRow("tables nested over many items") << table.repeated(5) << 200;
     QTest::newRow("margins of millions of pixels")
         << "<p style='margin-top:9000000px'>x</p>"_ba.repeated(6) << 1;
+    QTest::newRow("half a surrogate pair beside them")
+        << R"(<p title='\ud800' style='margin-top:9000000px'>x</p>)"_ba.repeated(6) << 1;
+    QTest::newRow("a long title beside them")
+        << "<p title='1234567' style='margin-top:9000000px'>x</p>"_ba.repeated(6) << 1;
     QTest::newRow("margins in large units")
         << "<p style='margin-top:9999.5em'>x</p>"_ba.repeated(50) << 20;
     QTest::newRow("pictures larger than any screen")
@@ -162,6 +166,8 @@ void TestServerNonsense::usualNewsStayAsTheyAre_data()
         << u"<a name='1234567'></a>Ancre"_s << u"• Ancre"_s;
     QTest::newRow("large numbers in the text") << u"Plus de 1000000 joueurs"_s
                                                << u"• Plus de 1000000 joueurs"_s;
+    QTest::newRow("a picture") << u"Avant<IMG src='x.png'>, après"_s << u"• Avant, après"_s;
+    QTest::newRow("a picture that is cut off") << u"Avant<img src='x.png'"_s << u"• Avant"_s;
     QTest::newRow("a wide table")
         << u"<table width='1200'><tr><td>Lundi</td></tr></table>"_s << u"• \nLundi"_s;
 }

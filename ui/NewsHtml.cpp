@@ -36,7 +36,8 @@ bool hasLargeNumber(QStringView tag)
     static const QRegularExpression largeNumber(
         uR"([0-9]{5}|[0-9]{4}(\.[0-9]*)?\s*(em|ex|pt))"_s,
         QRegularExpression::CaseInsensitiveOption);
-    return tag.toString().remove(harmless).contains(largeNumber);
+    // Half a surrogate pair makes an expression match nothing; by way of UTF-8 there is none.
+    return QString::fromUtf8(tag.toUtf8()).remove(harmless).contains(largeNumber);
 }
 
 /// A tag, with its ">" where it has one.
