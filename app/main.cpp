@@ -5,6 +5,7 @@
 #include <QApplication>
 #include <QThreadPool>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 
@@ -20,6 +21,14 @@ namespace {
 // How long a closed launcher may live on for a verification that is stuck in the system.
 constexpr std::chrono::milliseconds kVerificationEnd = 5s;
 
+/// Qt's painting waits for a free thread of the pool, and on a machine with one processor the pool has
+/// one thread: a verification would take it and freeze the window until its end.
+void leaveThreadForPainting()
+{
+    QThreadPool *pool = QThreadPool::globalInstance();
+    pool->setMaxThreadCount(std::max(2, pool->maxThreadCount()));
+}
+
 /// Showing a window makes copies of its icon for the window system, more than 1 MB of them, which
 /// glibc would keep for good.
 void returnFreeMemory()
@@ -34,6 +43,7 @@ void returnFreeMemory()
 int main(int argc, char **argv)
 {
     QApplication application(argc, argv);
+    leaveThreadForPainting();
     Identity::apply();
     QApplication::setStyle(u"Fusion"_s);
     const QPalette palette = Identity::darkPalette();

@@ -6,6 +6,8 @@
 
 #ifdef Q_OS_WIN
 #include <windows.h>
+#elif defined(Q_OS_LINUX)
+#include <sched.h>
 #endif
 
 using namespace Qt::Literals::StringLiterals;
@@ -88,5 +90,35 @@ QList<qint64> Platform::processesWithEnvironment(const QByteArray &entry)
     }
     return found;
 }
+
+#endif
+
+#ifdef Q_OS_LINUX
+
+Platform::OneProcessor::OneProcessor()
+    : m_before(sizeof(cpu_set_t), Qt::Uninitialized)
+{
+    auto *before = reinterpret_cast<cpu_set_t *>(m_before.data());
+    if (sched_getaffinity(0, sizeof(cpu_set_t), before) != 0)
+        qFatal("Cannot ask for the processors");
+    int first = 0;
+    while (!CPU_ISSET(first, before))
+        ++first;
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(first, &one);
+    if (sched_setaffinity(0, sizeof(one), &one) != 0)
+        qFatal("Cannot keep to one processor");
+}
+
+Platform::OneProcessor::~OneProcessor()
+{
+    sched_setaffinity(0, sizeof(cpu_set_t), reinterpret_cast<cpu_set_t *>(m_before.data()));
+}
+
+#else
+
+Platform::OneProcessor::OneProcessor() = default;
+Platform::OneProcessor::~OneProcessor() = default;
 
 #endif

@@ -24,6 +24,19 @@ bool isRunning(qint64 processId);
 /// their environment. Empty where a system does not tell.
 QList<qint64> processesWithEnvironment(const QByteArray &entry);
 
+/// While it lives, this process and those that it starts have one processor. Where a program counts
+/// the machine's processors all the same, it does nothing.
+class OneProcessor
+{
+public:
+    OneProcessor();
+    ~OneProcessor();
+    Q_DISABLE_COPY_MOVE(OneProcessor)
+
+private:
+    QByteArray m_before;
+};
+
 /// Whether this is Windows, which unpacks with PowerShell alone and has fewer file names.
 #ifdef Q_OS_WIN
 inline constexpr bool kIsWindows = true;

@@ -98,6 +98,7 @@ private slots:
     void firstStartLeavesAnEmptyClientFolder();
     void fromFirstStartToGameRunning();
     void quitsForTheUpdater();
+    void paintsDuringAVerificationOnOneProcessor();
 
     void closing_data();
     void closing();
@@ -344,6 +345,24 @@ void installClient(const DrivenLauncher &launcher)
 }
 
 } // namespace
+
+void TestProgram::paintsDuringAVerificationOnOneProcessor()
+{
+    publishNothingNewer(*m_server);
+    m_server->answer(kClientPath, HttpAnswer::ok(smallClient()));
+    m_server->answer(kManifestPath, HttpAnswer::ok(manifest({manifestEntry(u"huge"_s, {})})));
+    const Platform::OneProcessor oneProcessor;
+    DrivenLauncher launcher(*m_server);
+    writeSparse(launcher.clientFolder() + u"/huge"_s, kHugeFile);
+    QVERIFY(launcher.start());
+    QVERIFY(launcher.waitForLabel(u"Vérification de 1 fichiers..."_s));
+    const QString file = launcher.folder() + u"/window.png"_s;
+    QVERIFY(launcher.ask(u"grab"_s, {{u"file"_s, file}})["saved"_L1].toBool());
+    QCOMPARE(launcher.state()["label"_L1].toString(), u"Vérification de 1 fichiers..."_s);
+    launcher.ask(u"close"_s);
+    QVERIFY(launcher.waitForEnd(kEndTimeout));
+    QCOMPARE(launcher.faultsOfItsEnd(), QString());
+}
 
 void TestProgram::closing_data()
 {
