@@ -85,7 +85,7 @@ MainWindow::MainWindow(QWidget *parent)
 {
     setWindowTitle(u"Veyra Launcher"_s);
     setFixedSize(kWindowSize);
-    startLoadingBackground();
+    startLoadingBackground(); // takes as long as what follows
     setupUi();
     applyStyles();
 
@@ -95,6 +95,7 @@ MainWindow::MainWindow(QWidget *parent)
     clientDownloader = new ClientDownloader(this);
     selfUpdater = new SelfUpdater(this);
     connectWorkers();
+    finishLoadingBackground();
 
     serverChecker->checkStatus();
     newsFetcher->fetchNews();

@@ -106,7 +106,7 @@ private:
     bool isDownloadingClient = false;
     bool isUpdatingLauncher = false;
 
-    QFuture<QImage> loadingBackground; // valid until the first paint takes it over
+    QFuture<QImage> loadingBackground; // valid until backgroundPixmap takes it over
     QSize backgroundSize; // what backgroundPixmap is loaded for
     QPixmap backgroundPixmap;
     QPixmap backdrop; // the background as painted, so that a repaint need only copy it

@@ -26,7 +26,10 @@ QImage readBackground(QSize windowSize)
 
 void MainWindow::paintEvent(QPaintEvent *event)
 {
-    finishLoadingBackground();
+    if (backgroundSize != size()) { // a window manager may not keep to the fixed size
+        startLoadingBackground();
+        finishLoadingBackground();
+    }
     QPainter painter(this);
     // The device's own pixel ratio: the window may be painted into a picture with another one.
     prepareBackdrop(painter.combinedTransform().m11());
@@ -53,7 +56,7 @@ void MainWindow::paintBackground(QPainter &painter) const
     painter.fillRect(rect(), kVeil);
 }
 
-/// Reading the picture takes as long as building the rest of the window: both are done at once.
+/// Reading the picture takes longer than building the rest of the window: both are done at once.
 void MainWindow::startLoadingBackground()
 {
     backgroundSize = size();
@@ -63,10 +66,7 @@ void MainWindow::startLoadingBackground()
 
 void MainWindow::finishLoadingBackground()
 {
-    if (backgroundSize != size())
-        startLoadingBackground(); // a window manager may not keep to the fixed size
-    if (loadingBackground.isValid())
-        backgroundPixmap = QPixmap::fromImage(loadingBackground.takeResult());
+    backgroundPixmap = QPixmap::fromImage(loadingBackground.takeResult());
 }
 
 /// The backdrop holds the very pixels that painting the background on a device with this pixel ratio

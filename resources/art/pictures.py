@@ -155,8 +155,8 @@ def bezier(p0, p1, p2, p3, steps=24):
 def _filtered(rows, pixel_bytes):
     """Each row with the PNG filter whose output looks cheapest to pack.
 
-    The filters Average and Paeth are left out: on these pictures they save nothing, and a launcher
-    that decodes them takes twice as long.
+    The filters Average and Paeth are left out: on these pictures they save next to nothing, and a
+    launcher that decodes them takes twice as long.
     """
     rows = rows.astype(np.int16)
     height, width = rows.shape
