@@ -19,7 +19,7 @@ constexpr QSize kLogoBounds(300, 150);
 constexpr QColor kVeil(0, 0, 0, 150);
 constexpr auto kSettlingTime = 300ms;
 
-/// The least that a Qt program with the launcher's window and pictures can be. It scales them as the
+/// A Qt program with the launcher's window and pictures, and nothing else. It scales them as the
 /// launcher does, for the same pixels.
 class BareWindow : public QWidget
 {

@@ -59,12 +59,13 @@ class Bench:
         self.table = Table()
 
     def pairs(self, launcher, yardstick, full, quick):
-        """Alternates the two; returns what each gave."""
+        """Alternates the two, and which of them goes first; returns what each gave."""
         results = ([], [])
+        turns = [(results[0], launcher)] + ([(results[1], yardstick)] if yardstick else [])
         for _ in range(quick if self.quick else full):
-            results[0].append(launcher())
-            if yardstick:
-                results[1].append(yardstick())
+            for result, measure in turns:
+                result.append(measure())
+            turns.reverse()
         return results
 
     def launch(self, scenario, goal, **more):
@@ -110,7 +111,8 @@ class Bench:
         self.clear(scenario)
 
     def download_memory(self):
-        self.memory_of("huge-download", "memory of a 2200 MB download", full=5, quick=1)
+        size = self.files.sizes.big_file // materials.MEGABYTE
+        self.memory_of("huge-download", f"memory of a {size} MB download", full=5, quick=1)
         slow = {"LD_PRELOAD": self.around.program("libbench_slow_disk.so"),
                 "VEYRA_BENCH_DISK_RATE": str(SLOW_DISK_RATE)}
         self.memory_of("slow-disk", "memory of a download to a slow disk", full=5, quick=2, **slow)
