@@ -9,10 +9,6 @@
 #include <chrono>
 #include <cstdlib>
 
-#ifdef __GLIBC__
-#include <malloc.h>
-#endif
-
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
 
@@ -29,15 +25,6 @@ void leaveThreadForPainting()
     pool->setMaxThreadCount(std::max(2, pool->maxThreadCount()));
 }
 
-/// Showing a window makes copies of its icon for the window system, more than 1 MB of them, which
-/// glibc would keep for good.
-void returnFreeMemory()
-{
-#ifdef __GLIBC__
-    malloc_trim(0);
-#endif
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -51,7 +38,6 @@ int main(int argc, char **argv)
 
     MainWindow window;
     window.show();
-    returnFreeMemory();
     const int exitCode = QApplication::exec();
 
     // A verification posts its progress to the window's Updater: the window may go only once the
