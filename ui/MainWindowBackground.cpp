@@ -2,6 +2,7 @@
 
 #include "ui/Colors.h"
 
+#include <QFile>
 #include <QLinearGradient>
 #include <QPainter>
 #include <QThreadPool>
@@ -12,11 +13,12 @@ using namespace Qt::Literals::StringLiterals;
 namespace {
 
 constexpr QColor kVeil(0, 0, 0, 150);
+const auto kBackgroundFile = u":/images/background.png"_s;
 
 /// The picture no larger than a window of that size shows it: 3.5 MB of pixels in place of 8.
 QImage readBackground(QSize windowSize)
 {
-    const QImage picture(u":/images/background.png"_s);
+    const QImage picture(kBackgroundFile);
     if (picture.isNull())
         return {};
     return picture.scaled(windowSize, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
@@ -60,13 +62,15 @@ void MainWindow::paintBackground(QPainter &painter) const
 void MainWindow::startLoadingBackground()
 {
     backgroundSize = size();
-    loadingBackground =
-        QtConcurrent::run(QThreadPool::globalInstance(), readBackground, backgroundSize);
+    if (QFile::exists(kBackgroundFile))
+        loadingBackground =
+            QtConcurrent::run(QThreadPool::globalInstance(), readBackground, backgroundSize);
 }
 
 void MainWindow::finishLoadingBackground()
 {
-    backgroundPixmap = QPixmap::fromImage(loadingBackground.takeResult());
+    if (loadingBackground.isValid())
+        backgroundPixmap = QPixmap::fromImage(loadingBackground.takeResult());
 }
 
 /// The backdrop holds the very pixels that painting the background on a device with this pixel ratio
