@@ -36,8 +36,8 @@ constexpr auto kVerificationDelay = 1000ms;
 
 constexpr QSize kWindowSize(1000, 700);
 
-// Characters. A server that answers nonsense may send texts of many megabytes, or have them repeated
-// in an error's text; laying those out would freeze the window for minutes.
+// Characters. A server that answers nonsense may send texts of many megabytes, or have them
+// repeated in an error's text; laying those out would freeze the window for minutes.
 constexpr qsizetype kTextLimit = 20'000;
 
 const auto kPlay = u"JOUER"_s;
@@ -71,9 +71,8 @@ const auto kGameMissing =
 const auto kOnline = u"Serveur en ligne"_s;
 const auto kOffline = u"Serveur hors ligne"_s;
 // The label's own sheet replaces all of the window's rule for it, not only the colour.
-const auto kStatusStyle =
-    u"color: %1; font-size: 16px; font-weight: bold; padding: 10px 20px; "
-    u"background: rgba(0, 0, 0, 0.5); border-radius: 10px;"_s;
+const auto kStatusStyle = u"color: %1; font-size: 16px; font-weight: bold; padding: 10px 20px; "
+                          u"background: rgba(0, 0, 0, 0.5); border-radius: 10px;"_s;
 const auto kPlayerCount = u"%1 joueur%2 connecté%3"_s;
 const auto kNewsItem = u"<p style='margin: 10px 0;'>• %1</p>"_s;
 const auto kColorStyle = u"color: %1;"_s;
@@ -123,8 +122,7 @@ void MainWindow::connectWorkers()
             &MainWindow::onLauncherDownloadProgress);
     connect(selfUpdater, &SelfUpdater::downloadFinished, this,
             &MainWindow::onLauncherDownloadFinished);
-    connect(selfUpdater, &SelfUpdater::readyToInstall, this,
-            &MainWindow::onLauncherReadyToInstall);
+    connect(selfUpdater, &SelfUpdater::readyToInstall, this, &MainWindow::onLauncherReadyToInstall);
 }
 
 // --- Is there a newer launcher? ---
@@ -395,8 +393,8 @@ void MainWindow::showProgress(int percent, const QString &message)
 
 // --- Message boxes ---
 
-/// Plain text always: an error's text may hold what the server or an unpacker said, and a picture in
-/// it would be read from the disk or from another computer's.
+/// Plain text always: an error's text may hold what the server or an unpacker said, and a picture
+/// in it would be read from the disk or from another computer's.
 QMessageBox::StandardButton MainWindow::showBox(QMessageBox::Icon icon, const QString &title,
                                                 const QString &text,
                                                 QMessageBox::StandardButtons buttons)

@@ -107,7 +107,7 @@ private:
     bool isUpdatingLauncher = false;
 
     QFuture<QImage> loadingBackground; // valid until backgroundPixmap takes it over
-    QSize backgroundSize; // what backgroundPixmap is loaded for
+    QSize backgroundSize;              // what backgroundPixmap is loaded for
     QPixmap backgroundPixmap;
     QPixmap backdrop; // the background as painted, so that a repaint need only copy it
     QSize backdropSize;

@@ -17,8 +17,8 @@ namespace {
 // How long a closed launcher may live on for a verification that is stuck in the system.
 constexpr std::chrono::milliseconds kVerificationEnd = 5s;
 
-/// Qt's painting waits for a free thread of the pool, and on a machine with one processor the pool has
-/// one thread: a verification would take it and freeze the window until its end.
+/// Qt's painting waits for a free thread of the pool, and on a machine with one processor the pool
+/// has one thread: a verification would take it and freeze the window until its end.
 void leaveThreadForPainting()
 {
     QThreadPool *pool = QThreadPool::globalInstance();

@@ -3,7 +3,6 @@
 #include <QElapsedTimer>
 #include <QTimer>
 
-
 /// The longest time for which the event loop did not come round: what a click or a repaint has to
 /// wait at worst. Measured with a timer that is due every millisecond.
 class LoopGap

@@ -6,8 +6,9 @@
 
 class QWidget;
 
-/// Watches the program that it is linked into, from its application object on: sees the first frame,
-/// collects figures and prints them as one line of JSON. Changes nothing in the program's course.
+/// Watches the program that it is linked into, from its application object on: sees the first
+/// frame, collects figures and prints them as one line of JSON. Changes nothing in the program's
+/// course.
 class Observer : public QObject
 {
 public:

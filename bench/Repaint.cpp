@@ -27,8 +27,8 @@ protected:
     void paintEvent(QPaintEvent *) override
     {
         QPainter painter(this);
-        const QPixmap scaled = m_background.scaled(size(), Qt::KeepAspectRatioByExpanding,
-                                                   Qt::SmoothTransformation);
+        const QPixmap scaled =
+            m_background.scaled(size(), Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
         painter.drawPixmap(QRectF(0, 0, width(), height()), scaled, QRectF());
         painter.fillRect(rect(), kVeil);
     }

@@ -38,12 +38,13 @@ UnpackCommand unpackCommand(const QString &archivePath, const QString &destinati
 {
     if (hasPowerShell()) {
         const QString command = kExpandArchive.arg(archivePath).arg(destination);
-        return {u"powershell"_s, {u"-NoProfile"_s, u"-Command"_s, command},
+        return {u"powershell"_s,
+                {u"-NoProfile"_s, u"-Command"_s, command},
                 QProcessEnvironment(QProcessEnvironment::InheritFromParent)};
     }
     if (!hasProgram(u"unzip"_s) && hasProgram(u"bsdtar"_s)) {
-        return {u"bsdtar"_s, {u"-x"_s, u"-f"_s, archivePath, u"-C"_s, destination},
-                withUtf8Names()};
+        return {
+            u"bsdtar"_s, {u"-x"_s, u"-f"_s, archivePath, u"-C"_s, destination}, withUtf8Names()};
     }
     return {u"unzip"_s, {u"-q"_s, u"-o"_s, archivePath, u"-d"_s, destination}, withUtf8Names()};
 }

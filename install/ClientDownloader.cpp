@@ -64,8 +64,7 @@ void ClientDownloader::startDownload()
                          int{QNetworkRequest::NoLessSafeRedirectPolicy});
     m_reply = m_networkManager->get(request);
     m_reply->setReadBufferSize(Download::kReadBufferSize);
-    connect(m_reply, &QNetworkReply::downloadProgress, this,
-            &ClientDownloader::onDownloadProgress);
+    connect(m_reply, &QNetworkReply::downloadProgress, this, &ClientDownloader::onDownloadProgress);
     connect(m_reply, &QNetworkReply::finished, this, &ClientDownloader::onDownloadFinished);
     connect(m_reply, &QNetworkReply::readyRead, m_reply, [this] {
         if (m_zipFile && m_reply)

@@ -15,14 +15,13 @@
 namespace {
 
 constexpr qreal kRingWidth = 2;
-constexpr int kRingDistance = 4; // from the widget's edge to the ring's outer edge
+constexpr int kRingDistance = 4;     // from the widget's edge to the ring's outer edge
 constexpr qreal kLargestRadius = 18; // goes round the play button
 
 /// Line edits show their caret; what else takes the focus shows nothing by itself.
 bool needsRing(const QWidget *widget)
 {
-    return qobject_cast<const QAbstractButton *>(widget)
-        || qobject_cast<const QTextEdit *>(widget);
+    return qobject_cast<const QAbstractButton *>(widget) || qobject_cast<const QTextEdit *>(widget);
 }
 
 /// Lets the ring stand off, and whole: its round corners reach into the widget's rectangle, which
@@ -82,8 +81,7 @@ FocusRing::FocusRing(QObject *parent)
 bool FocusRing::eventFilter(QObject *watched, QEvent *event)
 {
     if (event->type() == QEvent::FocusIn && watched->isWidgetType()) {
-        follow(static_cast<QWidget *>(watched),
-               static_cast<const QFocusEvent *>(event)->reason());
+        follow(static_cast<QWidget *>(watched), static_cast<const QFocusEvent *>(event)->reason());
     }
     return QObject::eventFilter(watched, event);
 }
@@ -92,8 +90,8 @@ void FocusRing::follow(QWidget *widget, Qt::FocusReason reason)
 {
     // A window that becomes active again shows what it showed before.
     if (reason != Qt::ActiveWindowFocusReason && reason != Qt::PopupFocusReason) {
-        m_byKeyboard = reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason
-            || reason == Qt::ShortcutFocusReason;
+        m_byKeyboard = reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason ||
+                       reason == Qt::ShortcutFocusReason;
     }
 
     const bool shown = m_byKeyboard && needsRing(widget);

@@ -5,8 +5,8 @@
 #include <QFile>
 #include <QLinearGradient>
 #include <QPainter>
-#include <QThreadPool>
 #include <QtConcurrentRun>
+#include <QThreadPool>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -73,9 +73,9 @@ void MainWindow::finishLoadingBackground()
         backgroundPixmap = QPixmap::fromImage(loadingBackground.takeResult());
 }
 
-/// The backdrop holds the very pixels that painting the background on a device with this pixel ratio
-/// gives, so that a repaint need only copy them. Where the window's edges lie within pixels of the
-/// device there is none.
+/// The backdrop holds the very pixels that painting the background on a device with this pixel
+/// ratio gives, so that a repaint need only copy them. Where the window's edges lie within pixels
+/// of the device there is none.
 void MainWindow::prepareBackdrop(qreal ratio)
 {
     if (backdropSize == size() && backdropRatio == ratio)

@@ -33,9 +33,8 @@ bool hasLargeNumber(QStringView tag)
     static const QRegularExpression harmless(
         uR"(\b(href|name|id|title|class|alt)\s*=\s*("[^"]*"|'[^']*'|[^\s>]*)|#[0-9a-f]+)"_s,
         QRegularExpression::CaseInsensitiveOption);
-    static const QRegularExpression largeNumber(
-        uR"([0-9]{5}|[0-9]{4}(\.[0-9]*)?\s*(em|ex|pt))"_s,
-        QRegularExpression::CaseInsensitiveOption);
+    static const QRegularExpression largeNumber(uR"([0-9]{5}|[0-9]{4}(\.[0-9]*)?\s*(em|ex|pt))"_s,
+                                                QRegularExpression::CaseInsensitiveOption);
     // Half a surrogate pair makes an expression match nothing; by way of UTF-8 there is none.
     return QString::fromUtf8(tag.toUtf8()).remove(harmless).contains(largeNumber);
 }

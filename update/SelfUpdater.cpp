@@ -134,9 +134,9 @@ void SelfUpdater::onDownloadProgress(qint64 received, qint64 total)
     }
 
     const auto percent = static_cast<int>(received * 100 / total);
-    const QString message = kDownloadOfKnownSize
-                                .arg(static_cast<double>(received) * Download::kBytesToMegabytes)
-                                .arg(static_cast<double>(total) * Download::kBytesToMegabytes);
+    const QString message =
+        kDownloadOfKnownSize.arg(static_cast<double>(received) * Download::kBytesToMegabytes)
+            .arg(static_cast<double>(total) * Download::kBytesToMegabytes);
     emit downloadProgress(percent, message);
 }
 

@@ -14,8 +14,8 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
-#include <QThreadPool>
 #include <QtConcurrentRun>
+#include <QThreadPool>
 
 #include <atomic>
 

@@ -9,8 +9,7 @@
 class QFile;
 class QNetworkAccessManager;
 class QNetworkReply;
-template<typename T>
-class QFutureWatcher;
+template <typename T> class QFutureWatcher;
 
 /// Compares the installed game with the server's manifest. The verification ends the run: the
 /// download queue that could fetch the differing files is primed but switched off.
