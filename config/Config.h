@@ -5,6 +5,9 @@
 /// The launcher's one persistent setting, the game folder, and the small JSON file that keeps it.
 /// A process-wide singleton, used on the GUI thread only. The application's name and organisation
 /// must be set before the first use: they decide where the file lies.
+///
+/// The launcher links veyra_config. A tool links veyra_config_in_memory: there the folder is empty
+/// until the tool sets it, save() does nothing, and neither a file nor a folder is touched.
 class Config
 {
 public:

@@ -29,8 +29,8 @@ void resetOnClose(qintptr descriptor)
 {
     const linger option{1, 0};
 #ifdef Q_OS_WIN
-    setsockopt(SOCKET(descriptor), SOL_SOCKET, SO_LINGER,
-               reinterpret_cast<const char *>(&option), sizeof option);
+    setsockopt(SOCKET(descriptor), SOL_SOCKET, SO_LINGER, reinterpret_cast<const char *>(&option),
+               sizeof option);
 #else
     setsockopt(int(descriptor), SOL_SOCKET, SO_LINGER, &option, sizeof option);
 #endif
@@ -180,9 +180,9 @@ private:
 
     void sendHead()
     {
-        QByteArray head = "HTTP/1.1 " + QByteArray::number(m_answer.code) + ' '
-            + (m_answer.reason.isEmpty() ? reasonPhrase(m_answer.code) : m_answer.reason)
-            + "\r\n";
+        QByteArray head =
+            "HTTP/1.1 " + QByteArray::number(m_answer.code) + ' ' +
+            (m_answer.reason.isEmpty() ? reasonPhrase(m_answer.code) : m_answer.reason) + "\r\n";
         for (const auto &[name, value] : m_answer.headers)
             head += name + ": " + value + "\r\n";
         switch (m_answer.framing) {

@@ -64,8 +64,8 @@ struct HttpRequest
     QHash<QByteArray, QByteArray> headers; ///< names in lower case
 };
 
-/// A real HTTP/1.1 server on a free loopback port whose answers a test scripts per path. It lives on
-/// the event loop of its thread.
+/// A real HTTP/1.1 server on a free loopback port whose answers a test scripts per path. It lives
+/// on the event loop of its thread.
 class HttpServer : public QObject
 {
     Q_OBJECT

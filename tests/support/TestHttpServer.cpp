@@ -34,8 +34,7 @@ private:
 
 QNetworkReply *TestHttpServer::get(HttpServer &server, const QByteArray &path)
 {
-    QNetworkReply *reply =
-        m_manager.get(QNetworkRequest(server.url(QString::fromLatin1(path))));
+    QNetworkReply *reply = m_manager.get(QNetworkRequest(server.url(QString::fromLatin1(path))));
     reply->setParent(&server);
     return reply;
 }
@@ -54,12 +53,10 @@ void TestHttpServer::answersAsScripted_data()
     QTest::newRow("an empty body") << HttpAnswer::ok({}) << 0 << QByteArray();
     QTest::newRow("a delayed body") << HttpAnswer::ok("late").delayed(50ms) << 0 << "late"_ba;
     QTest::newRow("a dripped body") << HttpAnswer::ok("abcdef").dripped(2, 5ms) << 0 << "abcdef"_ba;
-    QTest::newRow("an error status")
-        << HttpAnswer::status(500, "broken") << int(QNetworkReply::InternalServerError)
-        << "broken"_ba;
-    QTest::newRow("a truncated body")
-        << HttpAnswer::ok("abcdef").truncatedAfter(3) << int(QNetworkReply::RemoteHostClosedError)
-        << "abc"_ba;
+    QTest::newRow("an error status") << HttpAnswer::status(500, "broken")
+                                     << int(QNetworkReply::InternalServerError) << "broken"_ba;
+    QTest::newRow("a truncated body") << HttpAnswer::ok("abcdef").truncatedAfter(3)
+                                      << int(QNetworkReply::RemoteHostClosedError) << "abc"_ba;
     QTest::newRow("a reset after half of the body")
         << HttpAnswer::ok("abcdef").resetAfter(3) << int(QNetworkReply::RemoteHostClosedError)
         << "abc"_ba;
@@ -119,8 +116,7 @@ void TestHttpServer::receivesRequestsForOtherServersAsProxy()
     HttpServer server;
     server.answer("/api", HttpAnswer::ok("here"));
     server.becomeProxy();
-    QNetworkReply *reply =
-        m_manager.get(QNetworkRequest(QUrl(u"http://veyra.test/api"_s)));
+    QNetworkReply *reply = m_manager.get(QNetworkRequest(QUrl(u"http://veyra.test/api"_s)));
     reply->setParent(&server);
     QSignalSpy finished(reply, &QNetworkReply::finished);
     QVERIFY(finished.wait());

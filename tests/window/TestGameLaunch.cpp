@@ -4,7 +4,7 @@
 #include "tests/support/BoxAnswers.h"
 #include "tests/support/StandIn.h"
 #include "tests/support/TestEnvironment.h"
-#include "tests/window/TestLauncher.h"
+#include "tests/window/LauncherFixture.h"
 
 #include <QDir>
 #include <QFile>
@@ -33,7 +33,7 @@ class TestGameLaunch : public QObject
     Q_OBJECT
 
 private slots:
-    void init() { m_launcher = std::make_unique<TestLauncher>(); }
+    void init() { m_launcher = std::make_unique<LauncherFixture>(); }
     void cleanup() { m_launcher.reset(); }
 
     void startsTheGame_data();
@@ -57,7 +57,7 @@ private:
     void openReady();
     void clickPlay() { QTest::mouseClick(m_launcher->playButton(), Qt::LeftButton); }
 
-    std::unique_ptr<TestLauncher> m_launcher;
+    std::unique_ptr<LauncherFixture> m_launcher;
 };
 
 void TestGameLaunch::openReady()
@@ -211,18 +211,18 @@ void TestGameLaunch::windowStaysAsItWas()
 
 void TestGameLaunch::doesNothingWhileBusy_data()
 {
-    QTest::addColumn<std::function<void(TestLauncher &)>>("becomeBusy");
+    QTest::addColumn<std::function<void(LauncherFixture &)>>("becomeBusy");
     QTest::addColumn<QString>("button");
     QTest::addColumn<QString>("request");
 
-    using BecomeBusy = std::function<void(TestLauncher &)>;
-    QTest::newRow("the files are verified") << BecomeBusy([](TestLauncher &launcher) {
+    using BecomeBusy = std::function<void(LauncherFixture &)>;
+    QTest::newRow("the files are verified") << BecomeBusy([](LauncherFixture &launcher) {
         launcher.call("onClientExtractionFinished", true, u"Fini"_s);
     }) << u"Mise à jour..."_s << u"/updates/version.json"_s;
-    QTest::newRow("the client is downloaded") << BecomeBusy([](TestLauncher &launcher) {
+    QTest::newRow("the client is downloaded") << BecomeBusy([](LauncherFixture &launcher) {
         launcher.call("onLauncherUpdateCheckFinished", false, QString(), QString(), false);
     }) << u"Téléchargement..."_s << u"/client/DofusClient.zip"_s;
-    QTest::newRow("the launcher is updated") << BecomeBusy([](TestLauncher &launcher) {
+    QTest::newRow("the launcher is updated") << BecomeBusy([](LauncherFixture &launcher) {
         launcher.server.answer("/api/launcher_version.json",
                                HttpAnswer::ok(R"({"version": "2", "required": true,
                                       "download_url": "http://veyra.test/launcher.zip"})"));
@@ -232,7 +232,7 @@ void TestGameLaunch::doesNothingWhileBusy_data()
 
 void TestGameLaunch::doesNothingWhileBusy()
 {
-    using BecomeBusy = std::function<void(TestLauncher &)>;
+    using BecomeBusy = std::function<void(LauncherFixture &)>;
     QFETCH(const BecomeBusy, becomeBusy);
     QFETCH(const QString, button);
     QFETCH(const QString, request);

@@ -6,7 +6,7 @@
 #include "tests/support/Platform.h"
 #include "tests/support/StandIn.h"
 #include "tests/support/TestEnvironment.h"
-#include "tests/window/TestLauncher.h"
+#include "tests/window/LauncherFixture.h"
 #include "update/SelfUpdater.h"
 
 #include <QApplication>
@@ -113,12 +113,12 @@ private:
                  const QString &url = u"http://veyra.test/files/launcher.zip"_s);
     bool isBusy();
 
-    std::unique_ptr<TestLauncher> m_launcher;
+    std::unique_ptr<LauncherFixture> m_launcher;
 };
 
 void TestLauncherUpdate::init()
 {
-    m_launcher = std::make_unique<TestLauncher>();
+    m_launcher = std::make_unique<LauncherFixture>();
     m_launcher->server.answer(kLauncherPath, HttpAnswer::never());
     QFile::remove(archivePath());
 }

@@ -3,7 +3,7 @@
 #include "tests/support/BoxAnswers.h"
 #include "tests/support/Files.h"
 #include "tests/support/TestEnvironment.h"
-#include "tests/window/TestLauncher.h"
+#include "tests/window/LauncherFixture.h"
 #include "ui/StyleSheets.h"
 
 #include <QApplication>
@@ -75,7 +75,7 @@ private:
     void pick(const Parts &parts, const std::function<void(QFileDialog &)> &user);
     static void click(QPushButton *button) { QTest::mouseClick(button, Qt::LeftButton); }
 
-    std::unique_ptr<TestLauncher> m_launcher;
+    std::unique_ptr<LauncherFixture> m_launcher;
 };
 
 void TestSettingsDialog::initTestCase()
@@ -85,7 +85,7 @@ void TestSettingsDialog::initTestCase()
 
 void TestSettingsDialog::init()
 {
-    m_launcher = std::make_unique<TestLauncher>();
+    m_launcher = std::make_unique<LauncherFixture>();
     m_launcher->open();
     QFile::remove(configFile());
 }

@@ -6,7 +6,7 @@
 #include "tests/support/BoxAnswers.h"
 #include "tests/support/Files.h"
 #include "tests/support/TestEnvironment.h"
-#include "tests/window/TestLauncher.h"
+#include "tests/window/LauncherFixture.h"
 #include "update/SelfUpdater.h"
 #include "update/Updater.h"
 
@@ -106,7 +106,7 @@ class TestStartupChain : public QObject
     Q_OBJECT
 
 private slots:
-    void init() { m_launcher = std::make_unique<TestLauncher>(); }
+    void init() { m_launcher = std::make_unique<LauncherFixture>(); }
     void cleanup() { m_launcher.reset(); }
 
     void hasNoSignals();
@@ -157,7 +157,7 @@ private:
     /// Runs the chain up to the client check.
     void openWithoutUpdate();
 
-    std::unique_ptr<TestLauncher> m_launcher;
+    std::unique_ptr<LauncherFixture> m_launcher;
 };
 
 QStringList TestStartupChain::requestPaths() const
@@ -291,51 +291,57 @@ void TestStartupChain::checksTheLauncherAfterHalfASecond()
 
 void TestStartupChain::connections_data()
 {
-    QTest::addColumn<std::function<void(TestLauncher &)>>("report");
-    QTest::addColumn<std::function<QString(TestLauncher &)>>("look");
+    QTest::addColumn<std::function<void(LauncherFixture &)>>("report");
+    QTest::addColumn<std::function<QString(LauncherFixture &)>>("look");
     QTest::addColumn<QString>("expected");
 
-    using Report = std::function<void(TestLauncher &)>;
-    using Look = std::function<QString(TestLauncher &)>;
-    const Look face = [](TestLauncher &launcher) { return launcher.face(); };
+    using Report = std::function<void(LauncherFixture &)>;
+    using Look = std::function<QString(LauncherFixture &)>;
+    const Look face = [](LauncherFixture &launcher) { return launcher.face(); };
 
-    QTest::newRow("the progress of the verification") << Report([](TestLauncher &launcher) {
+    QTest::newRow("the progress of the verification") << Report([](LauncherFixture &launcher) {
         emit launcher.worker<Updater>()->progressChanged(41, u"message"_s);
     }) << face << u"message |  | 41/100 | JOUER off"_s;
-    QTest::newRow("the end of the verification") << Report([](TestLauncher &launcher) {
+    QTest::newRow("the end of the verification") << Report([](LauncherFixture &launcher) {
         emit launcher.worker<Updater>()->finished(true, u"message"_s);
     }) << face << u"message |  | 100/100 | JOUER on"_s;
-    QTest::newRow("the server's status") << Report([](TestLauncher &launcher) {
+    QTest::newRow("the server's status") << Report([](LauncherFixture &launcher) {
         emit launcher.worker<ServerChecker>()->statusReceived(true, 3);
-    }) << Look([](TestLauncher &launcher) { return launcher.label(u"playersLabel"_s)->text(); })
+    }) << Look([](LauncherFixture &launcher) { return launcher.label(u"playersLabel"_s)->text(); })
                                          << u"3 joueurs connectés"_s;
-    QTest::newRow("the news") << Report([](TestLauncher &launcher) {
+    QTest::newRow("the news") << Report([](LauncherFixture &launcher) {
         emit launcher.worker<NewsFetcher>()->newsReceived({u"item"_s});
-    }) << Look([](TestLauncher &launcher) { return launcher.news()->toPlainText(); })
+    }) << Look([](LauncherFixture &launcher) { return launcher.news()->toPlainText(); })
                               << u"• item"_s;
-    QTest::newRow("the progress of the client's download") << Report([](TestLauncher &launcher) {
+    QTest::newRow("the progress of the client's download") << Report([](LauncherFixture &launcher) {
         emit launcher.worker<ClientDownloader>()->progressChanged(42, u"message"_s);
     }) << face << u"message |  | 42/100 | JOUER off"_s;
-    QTest::newRow("the failure of the client's download") << Report([](TestLauncher &launcher) {
+    QTest::newRow("the failure of the client's download") << Report([](LauncherFixture &launcher) {
         emit launcher.worker<ClientDownloader>()->downloadFinished(false, u"message"_s);
     }) << face << u"message | color: #f44336; | 0/100 | JOUER on"_s;
-    QTest::newRow("the beginning of the extraction") << Report([](TestLauncher &launcher) {
+    QTest::newRow("the beginning of the extraction") << Report([](LauncherFixture &launcher) {
         emit launcher.worker<ClientDownloader>()->extractionStarted();
     }) << face << u"Extraction du client en cours... |  | busy | JOUER off"_s;
-    QTest::newRow("the end of the extraction") << Report([](TestLauncher &launcher) {
+    QTest::newRow("the end of the extraction") << Report([](LauncherFixture &launcher) {
         emit launcher.worker<ClientDownloader>()->extractionFinished(true, u"message"_s);
     }) << face << u"message | color: #8bc34a; | 100/100 | JOUER off"_s;
-    QTest::newRow("the answer about the launcher's version") << Report([](TestLauncher &launcher) {
-        launcher.installClient();
-        emit launcher.worker<SelfUpdater>()->updateCheckFinished(false, {}, {}, false);
-    }) << face << kFaceWhenReady;
-    QTest::newRow("the progress of the launcher's download") << Report([](TestLauncher &launcher) {
-        emit launcher.worker<SelfUpdater>()->downloadProgress(43, u"message"_s);
-    }) << face << u"message |  | 43/100 | JOUER off"_s;
-    QTest::newRow("the failure of the launcher's download") << Report([](TestLauncher &launcher) {
-        emit launcher.worker<SelfUpdater>()->downloadFinished(false, u"message"_s);
-    }) << face << u"Connexion au serveur... | color: #f44336; | 0/100 | Téléchargement... off"_s;
-    QTest::newRow("the launcher that is ready to install") << Report([](TestLauncher &launcher) {
+    QTest::newRow("the answer about the launcher's version")
+        << Report([](LauncherFixture &launcher) {
+               launcher.installClient();
+               emit launcher.worker<SelfUpdater>()->updateCheckFinished(false, {}, {}, false);
+           })
+        << face << kFaceWhenReady;
+    QTest::newRow("the progress of the launcher's download")
+        << Report([](LauncherFixture &launcher) {
+               emit launcher.worker<SelfUpdater>()->downloadProgress(43, u"message"_s);
+           })
+        << face << u"message |  | 43/100 | JOUER off"_s;
+    QTest::newRow("the failure of the launcher's download")
+        << Report([](LauncherFixture &launcher) {
+               emit launcher.worker<SelfUpdater>()->downloadFinished(false, u"message"_s);
+           })
+        << face << u"Connexion au serveur... | color: #f44336; | 0/100 | Téléchargement... off"_s;
+    QTest::newRow("the launcher that is ready to install") << Report([](LauncherFixture &launcher) {
         launcher.installClient();
         emit launcher.worker<SelfUpdater>()->readyToInstall(u"/nowhere/updater"_s,
                                                             u"/nowhere/archive"_s);
@@ -344,8 +350,8 @@ void TestStartupChain::connections_data()
 
 void TestStartupChain::connections()
 {
-    using Report = std::function<void(TestLauncher &)>;
-    using Look = std::function<QString(TestLauncher &)>;
+    using Report = std::function<void(LauncherFixture &)>;
+    using Look = std::function<QString(LauncherFixture &)>;
     QFETCH(const Report, report);
     QFETCH(const Look, look);
     m_launcher->open();

@@ -1,7 +1,7 @@
 #include "app/MainWindow.h"
 #include "net/ServerChecker.h"
 #include "tests/support/TestEnvironment.h"
-#include "tests/window/TestLauncher.h"
+#include "tests/window/LauncherFixture.h"
 
 #include <QImage>
 #include <QLabel>
@@ -69,12 +69,12 @@ private:
     QLabel *statusLabel() const { return m_launcher->label(u"statusLabel"_s); }
     QLabel *playersLabel() const { return m_launcher->label(u"playersLabel"_s); }
 
-    std::unique_ptr<TestLauncher> m_launcher;
+    std::unique_ptr<LauncherFixture> m_launcher;
 };
 
 void TestStatusAndNews::init()
 {
-    m_launcher = std::make_unique<TestLauncher>();
+    m_launcher = std::make_unique<LauncherFixture>();
     m_launcher->open();
 }
 
@@ -255,8 +255,7 @@ void TestStatusAndNews::newsLoadNothing()
 void TestStatusAndNews::newsReadNoStyleSheets_data()
 {
     QTest::addColumn<QString>("html");
-    QTest::newRow("linked")
-        << u"<link rel='stylesheet' type='text/css' href='%1'/><p>Un</p>"_s;
+    QTest::newRow("linked") << u"<link rel='stylesheet' type='text/css' href='%1'/><p>Un</p>"_s;
     QTest::newRow("imported") << u"<style>@import url('%1');</style><p>Un</p>"_s;
 }
 

@@ -1,7 +1,7 @@
 #include "app/Identity.h"
 #include "app/MainWindow.h"
 #include "tests/support/TestEnvironment.h"
-#include "tests/window/TestLauncher.h"
+#include "tests/window/LauncherFixture.h"
 #include "ui/StyleSheets.h"
 
 #include <QFile>
@@ -218,7 +218,7 @@ private slots:
     void darkPaletteLeavesOtherRolesAlone();
 
 private:
-    std::unique_ptr<TestLauncher> m_launcher;
+    std::unique_ptr<LauncherFixture> m_launcher;
     QMainWindow *window() const { return m_launcher->window(); }
     QVBoxLayout *mainLayoutOf() const
     {
@@ -232,7 +232,7 @@ private:
 
 void TestWindowView::init()
 {
-    m_launcher = std::make_unique<TestLauncher>();
+    m_launcher = std::make_unique<LauncherFixture>();
     m_launcher->open();
 }
 

@@ -1,6 +1,6 @@
 #include "app/MainWindow.h"
 #include "tests/support/TestEnvironment.h"
-#include "tests/window/TestLauncher.h"
+#include "tests/window/LauncherFixture.h"
 
 #include <QImage>
 #include <QLabel>
@@ -26,12 +26,12 @@ private slots:
 
 private:
     QImage backdrop();
-    std::unique_ptr<TestLauncher> m_launcher;
+    std::unique_ptr<LauncherFixture> m_launcher;
 };
 
 void TestWindowWithoutPictures::init()
 {
-    m_launcher = std::make_unique<TestLauncher>();
+    m_launcher = std::make_unique<LauncherFixture>();
     m_launcher->open();
 }
 

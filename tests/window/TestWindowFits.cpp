@@ -38,8 +38,11 @@ QList<QWidget *> shownWidgets(const MainWindow &window)
 QString describe(const QWidget *widget)
 {
     const QRect r = widget->geometry();
-    return u"%1 at %2,%3 %4x%5"_s.arg(widget->objectName()).arg(r.x()).arg(r.y())
-        .arg(r.width()).arg(r.height());
+    return u"%1 at %2,%3 %4x%5"_s.arg(widget->objectName())
+        .arg(r.x())
+        .arg(r.y())
+        .arg(r.width())
+        .arg(r.height());
 }
 
 /// Rows of a picture that show anything, as [first, last], in pixels of the picture.
@@ -147,15 +150,15 @@ void TestWindowFits::nothingOverlapsOrIsCut()
         }
     }
     for (const QWidget *widget : widgets) {
-        if (widget->objectName() == u"logoLabel" || qobject_cast<const QTextEdit *>(widget)
-            || qobject_cast<const QProgressBar *>(widget)) {
+        if (widget->objectName() == u"logoLabel" || qobject_cast<const QTextEdit *>(widget) ||
+            qobject_cast<const QProgressBar *>(widget)) {
             continue;
         }
         // A fixed-size button is judged by its text, not by the size that its padding asks for.
         const auto *button = qobject_cast<const QPushButton *>(widget);
         const QSize needed = button
-            ? button->fontMetrics().size(Qt::TextShowMnemonic, button->text())
-            : widget->sizeHint();
+                                 ? button->fontMetrics().size(Qt::TextShowMnemonic, button->text())
+                                 : widget->sizeHint();
         QVERIFY2(needed.width() <= widget->width() && needed.height() <= widget->height(),
                  qPrintable(describe(widget) + u" is too small for its text"_s));
     }

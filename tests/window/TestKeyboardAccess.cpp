@@ -50,8 +50,7 @@ private slots:
     void theSettingsFieldIsNamedByItsCaption();
 
 private:
-    template<typename T>
-    T *child(const char *name) const
+    template <typename T> T *child(const char *name) const
     {
         return m_window->findChild<T *>(QString::fromLatin1(name));
     }
@@ -140,9 +139,9 @@ void TestKeyboardAccess::keysPressButtons_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<Qt::Key>("key");
     for (const QString &text : {u"Site Web"_s, u"Discord"_s, u"Paramètres"_s, u"JOUER"_s}) {
-        for (const auto &[name, key] : {std::pair{"Enter", Qt::Key_Return},
-                                        std::pair{"the keypad's Enter", Qt::Key_Enter},
-                                        std::pair{"Space", Qt::Key_Space}}) {
+        for (const auto &[name, key] :
+             {std::pair{"Enter", Qt::Key_Return}, std::pair{"the keypad's Enter", Qt::Key_Enter},
+              std::pair{"Space", Qt::Key_Space}}) {
             QTest::addRow("%s presses %s", name, qPrintable(text)) << text << key;
         }
     }
@@ -250,8 +249,8 @@ void TestKeyboardAccess::accessibleNames_data()
 void TestKeyboardAccess::accessibleNames()
 {
     QFETCH(const QString, text);
-    QWidget *widget = text.isEmpty() ? static_cast<QWidget *>(child<QProgressBar>("progressBar"))
-                                     : button(text);
+    QWidget *widget =
+        text.isEmpty() ? static_cast<QWidget *>(child<QProgressBar>("progressBar")) : button(text);
     QAccessibleInterface *interface = QAccessible::queryAccessibleInterface(widget);
     QVERIFY(interface);
     QTEST(interface->text(QAccessible::Name), "name");

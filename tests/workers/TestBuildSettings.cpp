@@ -2,6 +2,7 @@
 
 #include "tests/support/TestEnvironment.h"
 
+#include <QRegularExpression>
 #include <QTest>
 #include <QUrl>
 
@@ -26,13 +27,14 @@ void TestBuildSettings::comeFromTheConfiguration()
 
 void TestBuildSettings::versionIsMadeOfThreeNumbers()
 {
-    QCOMPARE(BuildSettings::launcherVersion(), u"1.0.0"_s);
+    static const QRegularExpression threeNumbers(u"\\A(0|[1-9][0-9]*)(\\.(0|[1-9][0-9]*)){2}\\z"_s);
+    QVERIFY(threeNumbers.match(BuildSettings::launcherVersion()).hasMatch());
 }
 
 void TestBuildSettings::serverAddressTakesPathsAsTheyStand()
 {
     const QUrl base(BuildSettings::serverBaseUrl());
-    QCOMPARE(base.scheme(), u"http"_s);
+    QVERIFY(base.scheme() == u"http" || base.scheme() == u"https");
     QVERIFY(!base.host().isEmpty());
     QCOMPARE(base.path(), u"/"_s);
 

@@ -4,7 +4,7 @@
 cmake_minimum_required(VERSION 3.25)
 
 if(DEFINED CHECK)
-    include(${CMAKE_CURRENT_LIST_DIR}/../cmake/ServerAddressChecks.cmake)
+    include(${CMAKE_CURRENT_LIST_DIR}/../../cmake/ServerAddressChecks.cmake)
     cmake_language(CALL veyra_check_${CHECK}_url "${ADDRESS}")
     return()
 endif()

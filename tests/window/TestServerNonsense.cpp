@@ -19,7 +19,8 @@ using namespace Qt::Literals::StringLiterals;
 namespace {
 
 constexpr qsizetype kHuge = 50'000'000;
-/// Reading and parsing 50 MB takes a second or two under a sanitizer; showing it would take minutes.
+/// Reading and parsing 50 MB takes a second or two under a sanitizer; showing it would take
+/// minutes.
 constexpr int kPatience = 30'000;
 /// From the request to the painted news: a second at most, ten times that under a sanitizer.
 constexpr int kSoon = 10'000;
@@ -99,7 +100,8 @@ void TestServerNonsense::becomesReadyWhateverComes()
 
 void TestServerNonsense::hugeNewsAreShownInPart()
 {
-    m_server.answer("/api/news.php", HttpAnswer::ok("[\"premier\", \"" + kHugeText + "\", \"dernier\"]"));
+    m_server.answer("/api/news.php",
+                    HttpAnswer::ok("[\"premier\", \"" + kHugeText + "\", \"dernier\"]"));
     MainWindow window;
     window.show();
     auto *news = window.findChild<QTextEdit *>(u"newsWidget"_s);
@@ -164,12 +166,12 @@ void TestServerNonsense::usualNewsStayAsTheyAre_data()
         << u"<a href='http://forum.test/sujet/1234567'>Forum</a>"_s << u"• Forum"_s;
     QTest::newRow("an anchor with a long number")
         << u"<a name='1234567'></a>Ancre"_s << u"• Ancre"_s;
-    QTest::newRow("large numbers in the text") << u"Plus de 1000000 joueurs"_s
-                                               << u"• Plus de 1000000 joueurs"_s;
+    QTest::newRow("large numbers in the text")
+        << u"Plus de 1000000 joueurs"_s << u"• Plus de 1000000 joueurs"_s;
     QTest::newRow("a picture") << u"Avant<IMG src='x.png'>, après"_s << u"• Avant, après"_s;
     QTest::newRow("a picture that is cut off") << u"Avant<img src='x.png'"_s << u"• Avant"_s;
-    QTest::newRow("a wide table")
-        << u"<table width='1200'><tr><td>Lundi</td></tr></table>"_s << u"• \nLundi"_s;
+    QTest::newRow("a wide table") << u"<table width='1200'><tr><td>Lundi</td></tr></table>"_s
+                                  << u"• \nLundi"_s;
 }
 
 void TestServerNonsense::usualNewsStayAsTheyAre()

@@ -2,7 +2,7 @@
 #include "install/ClientDownloader.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/TestEnvironment.h"
-#include "tests/windows/RecordingProgram.h"
+#include "tests/win32/RecordingProgram.h"
 
 #include <QBuffer>
 #include <QCoreApplication>
@@ -78,8 +78,8 @@ void TestPowerShell::init()
     m_server.clear();
     m_server.becomeProxy();
     m_server.answer("/client/DofusClient.zip", HttpAnswer::ok(clientArchive()));
-    m_powerShell =
-        std::make_unique<RecordingProgram>(QCoreApplication::applicationDirPath() + u"/powershell.exe"_s);
+    m_powerShell = std::make_unique<RecordingProgram>(QCoreApplication::applicationDirPath() +
+                                                      u"/powershell.exe"_s);
     m_downloader = std::make_unique<ClientDownloader>(nullptr);
     m_finished =
         std::make_unique<QSignalSpy>(m_downloader.get(), &ClientDownloader::extractionFinished);
@@ -160,8 +160,9 @@ void TestPowerShell::itsStandardErrorIsShown()
 {
     m_powerShell->does(u"fail L’archive est endommagée : « été » ✗"_s);
     install();
-    QCOMPARE(m_finished->value(0),
-             QVariantList({false, u"Erreur d'extraction: L’archive est endommagée : « été » ✗\n"_s}));
+    QCOMPARE(
+        m_finished->value(0),
+        QVariantList({false, u"Erreur d'extraction: L’archive est endommagée : « été » ✗\n"_s}));
 }
 
 void TestPowerShell::aCrashIsAnError()
@@ -178,8 +179,7 @@ void TestPowerShell::successWithoutTheClientIsAnError()
     m_powerShell->does(u"nothing"_s);
     install();
     QCOMPARE(m_finished->value(0),
-             QVariantList(
-                 {false, u"Erreur: Le client n'a pas été trouvé après extraction"_s}));
+             QVariantList({false, u"Erreur: Le client n'a pas été trouvé après extraction"_s}));
 }
 
 void TestPowerShell::cancelKillsIt()

@@ -2,7 +2,7 @@
 #include "config/Config.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/TestEnvironment.h"
-#include "tests/windows/RecordingProgram.h"
+#include "tests/win32/RecordingProgram.h"
 
 #include <QApplication>
 #include <QDir>
@@ -55,9 +55,9 @@ class Program
 {
 public:
     Program()
-        : m_module(LoadLibraryExW(reinterpret_cast<const wchar_t *>(
-                                      QDir::toNativeSeparators(path()).utf16()),
-                                  nullptr, LOAD_LIBRARY_AS_DATAFILE))
+        : m_module(LoadLibraryExW(
+              reinterpret_cast<const wchar_t *>(QDir::toNativeSeparators(path()).utf16()), nullptr,
+              LOAD_LIBRARY_AS_DATAFILE))
     {
     }
     ~Program() { FreeLibrary(m_module); }

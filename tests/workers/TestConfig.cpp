@@ -58,10 +58,12 @@ private slots:
     void fileThatCannotBeWritten_data();
     void fileThatCannotBeWritten();
     void fullDisk();
+    void configInMemoryTouchesNothing();
 
 private:
     /// Runs the probe and returns what it prints.
-    QStringList run(const QStringList &words);
+    QStringList run(const QStringList &words) { return run(m_probe, words); }
+    QStringList run(const QString &program, const QStringList &words);
     QString configFile() { return m_location + u"/config.json"_s; }
     QString defaultPath() const { return QFileInfo(m_probe).absolutePath() + u"/Client"_s; }
 
@@ -88,16 +90,16 @@ void TestConfig::cleanup()
     m_data.reset();
 }
 
-QStringList TestConfig::run(const QStringList &words)
+QStringList TestConfig::run(const QString &program, const QStringList &words)
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(u"XDG_DATA_HOME"_s, m_data->path());
     QProcess probe;
     probe.setProcessEnvironment(environment);
     probe.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    probe.start(m_probe, words);
+    probe.start(program, words);
     if (!probe.waitForStarted() && Platform::losesResets())
-        probe.start(m_probe, words); // one start in thousands fails under Wine
+        probe.start(program, words); // one start in thousands fails under Wine
     if (!probe.waitForFinished(60000) || probe.exitStatus() != QProcess::NormalExit ||
         probe.exitCode() != 0) {
         return {u"the probe failed: "_s + probe.errorString()};
@@ -317,6 +319,22 @@ void TestConfig::fullDisk()
     QCOMPARE(run({u"full"_s, u"set"_s, u"/jeu"_s, u"save"_s, u"path"_s}), QStringList{u"/jeu"_s});
     QCOMPARE(Files::read(configFile()), ""_ba);
     QCOMPARE(run({u"path"_s}), QStringList{defaultPath()});
+}
+
+void TestConfig::configInMemoryTouchesNothing()
+{
+    const QString probe = QStringLiteral(CONFIG_IN_MEMORY_PROBE);
+    QDir(m_location).removeRecursively();
+    Files::write(configFile(), R"({"dofus_path": "/ailleurs"})");
+
+    QCOMPARE(run(probe, {u"path"_s, u"set"_s, u"/jeu"_s, u"save"_s, u"path"_s}),
+             (QStringList{QString(), u"/jeu"_s}));
+    QCOMPARE(Files::read(configFile()), R"({"dofus_path": "/ailleurs"})"_ba);
+
+    QDir(m_location).removeRecursively();
+    QCOMPARE(run(probe, {u"path"_s, u"save"_s}), QStringList{QString()});
+    QVERIFY(!QDir(m_location).exists());
+    QVERIFY(!QDir(QFileInfo(probe).absolutePath() + u"/Client"_s).exists());
 }
 
 VEYRA_CORE_TEST_MAIN(TestConfig)

@@ -1,7 +1,7 @@
 // Stands in for a program that the launcher starts on Windows: PowerShell, the game, the updater
 // program. Copied under that program's name to its place, it records beside itself how it was
-// called, then does what the file beside it says (tests/windows/RecordingProgram.h). Under the name of
-// PowerShell it carries out Expand-Archive.
+// called, then does what the file beside it says (tests/win32/RecordingProgram.h). Under the name
+// of PowerShell it carries out Expand-Archive.
 
 #include <QCoreApplication>
 #include <QDir>

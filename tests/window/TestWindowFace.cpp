@@ -29,8 +29,8 @@ double luminance(const QColor &color)
     const auto linear = [](double channel) {
         return channel <= 0.04045 ? channel / 12.92 : std::pow((channel + 0.055) / 1.055, 2.4);
     };
-    return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF())
-        + 0.0722 * linear(color.blueF());
+    return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) +
+           0.0722 * linear(color.blueF());
 }
 
 double contrast(const QColor &one, const QColor &other)
@@ -206,9 +206,9 @@ void TestWindowFace::thePaintingIsAsStored()
         for (int x = rect.left(); x <= rect.right(); ++x) {
             const QRgb is = window.pixel(x, y);
             const QRgb wanted = reference.pixel(x, y);
-            const int difference = std::max({std::abs(qRed(is) - qRed(wanted)),
-                                             std::abs(qGreen(is) - qGreen(wanted)),
-                                             std::abs(qBlue(is) - qBlue(wanted))});
+            const int difference =
+                std::max({std::abs(qRed(is) - qRed(wanted)), std::abs(qGreen(is) - qGreen(wanted)),
+                          std::abs(qBlue(is) - qBlue(wanted))});
             QVERIFY2(difference <= kTolerance,
                      qPrintable(u"%1,%2 is %3, stored %4"_s.arg(x).arg(y).arg(
                          QColor(is).name(), QColor(wanted).name())));

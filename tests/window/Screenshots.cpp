@@ -83,16 +83,16 @@ Photographer::Photographer(const QString &folder)
     QDir().mkpath(content);
     QFile marker(content + u"/DofusInvoker.swf"_s);
     QFile large(content + u"/données.bin"_s);
-    if (!marker.open(QIODevice::WriteOnly) || !large.open(QIODevice::WriteOnly)
-        || !large.resize(600'000'000)) {
+    if (!marker.open(QIODevice::WriteOnly) || !large.open(QIODevice::WriteOnly) ||
+        !large.resize(600'000'000)) {
         qFatal("cannot write the sample client");
     }
     marker.close();
     large.close();
     QProcess zip;
     zip.setWorkingDirectory(content);
-    zip.start(u"bsdtar"_s, {u"-a"_s, u"-cf"_s, u"../client.zip"_s, u"DofusInvoker.swf"_s,
-                            u"données.bin"_s});
+    zip.start(u"bsdtar"_s,
+              {u"-a"_s, u"-cf"_s, u"../client.zip"_s, u"DofusInvoker.swf"_s, u"données.bin"_s});
     QFile archive(m_game.path() + u"/client.zip"_s);
     if (!zip.waitForFinished(60'000) || !archive.open(QIODevice::ReadOnly))
         qFatal("bsdtar failed");
@@ -206,18 +206,14 @@ void Photographer::takeAll()
 
     serveDefaults();
     removeClient();
-    m_server.answer("/client/DofusClient.zip",
-                    slowArchive().heldAfter(2'100'000));
-    take(u"04-downloading-known-size"_s, [this](MainWindow &window) {
-        waitForProgress(window, u"Téléchargement du client"_s);
-    });
+    m_server.answer("/client/DofusClient.zip", slowArchive().heldAfter(2'100'000));
+    take(u"04-downloading-known-size"_s,
+         [this](MainWindow &window) { waitForProgress(window, u"Téléchargement du client"_s); });
 
     serveDefaults();
-    m_server.answer("/client/DofusClient.zip",
-                    slowArchive().chunked().heldAfter(2'100'000));
-    take(u"05-downloading-unknown-size"_s, [this](MainWindow &window) {
-        waitForProgress(window, u"Téléchargement du client"_s);
-    });
+    m_server.answer("/client/DofusClient.zip", slowArchive().chunked().heldAfter(2'100'000));
+    take(u"05-downloading-unknown-size"_s,
+         [this](MainWindow &window) { waitForProgress(window, u"Téléchargement du client"_s); });
 
     serveDefaults();
     m_server.answer("/client/DofusClient.zip", HttpAnswer::ok(m_archive));
@@ -232,14 +228,12 @@ void Photographer::takeAll()
 
     serveDefaults();
     installClient();
-    take(u"08-ready"_s,
-         [this](MainWindow &window) { waitForProgress(window, u"Prêt à jouer"_s); });
+    take(u"08-ready"_s, [this](MainWindow &window) { waitForProgress(window, u"Prêt à jouer"_s); });
 
     serveDefaults();
     removeClient();
     take(u"10-error"_s, [this](MainWindow &window) {
-        withModalDialog(u"09-error-box"_s, window,
-                        [&] { waitForProgress(window, u"Erreur"_s); });
+        withModalDialog(u"09-error-box"_s, window, [&] { waitForProgress(window, u"Erreur"_s); });
     });
 
     serveDefaults();
@@ -252,11 +246,11 @@ void Photographer::takeAll()
     serveDefaults();
     QByteArrayList items;
     for (int i = 1; i <= 15; ++i) {
-        items.append("{\"date\": \"" + QByteArray::number(i)
-                     + "/11\", \"title\": \"Chronique de la vallée\", \"content\": \""
-                     + QByteArray("Les éclaireurs racontent la neige, le lac et la citadelle. ")
-                           .repeated(4)
-                     + "\"}");
+        items.append(
+            "{\"date\": \"" + QByteArray::number(i) +
+            "/11\", \"title\": \"Chronique de la vallée\", \"content\": \"" +
+            QByteArray("Les éclaireurs racontent la neige, le lac et la citadelle. ").repeated(4) +
+            "\"}");
     }
     m_server.answer("/api/news.php", HttpAnswer::ok('[' + items.join(',') + ']'));
     take(u"12-long-news"_s,

@@ -1,4 +1,4 @@
-#include "tests/windows/RecordingProgram.h"
+#include "tests/win32/RecordingProgram.h"
 
 #include <QDir>
 #include <QFile>
@@ -22,7 +22,8 @@ RecordingProgram::~RecordingProgram()
     QFile::remove(m_path + u".record"_s);
     QFile::remove(m_path + u".does"_s);
     // A program that has just ended is still open for a moment.
-    for (int attempt = 0; QFile::exists(m_path) && !QFile::remove(m_path) && attempt < 100; ++attempt)
+    for (int attempt = 0; QFile::exists(m_path) && !QFile::remove(m_path) && attempt < 100;
+         ++attempt)
         QTest::qWait(20);
 }
 

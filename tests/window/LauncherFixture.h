@@ -17,11 +17,11 @@ class QTextEdit;
 /// A main window in a world of its own: a scripted server that gets all of its requests, and an
 /// empty game folder. Until a test says otherwise the server answers nothing, so that the start-up
 /// chain stands still behind what the test does.
-class TestLauncher
+class LauncherFixture
 {
 public:
-    TestLauncher();
-    ~TestLauncher();
+    LauncherFixture();
+    ~LauncherFixture();
 
     /// Builds the window and shows it.
     void open();
@@ -55,12 +55,13 @@ private:
 
 #include "app/MainWindow.h"
 
-template <typename Worker> Worker *TestLauncher::worker() const
+template <typename Worker> Worker *LauncherFixture::worker() const
 {
     return m_window->findChild<Worker *>(QString(), Qt::FindDirectChildrenOnly);
 }
 
-template <typename... Arguments> void TestLauncher::call(const char *slot, Arguments... arguments)
+template <typename... Arguments>
+void LauncherFixture::call(const char *slot, Arguments... arguments)
 {
     const bool called = QMetaObject::invokeMethod(
         m_window.get(), slot, Qt::DirectConnection,

@@ -1,4 +1,4 @@
-#include "tests/window/TestLauncher.h"
+#include "tests/window/LauncherFixture.h"
 
 #include "config/Config.h"
 #include "tests/support/Files.h"
@@ -11,7 +11,7 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-TestLauncher::TestLauncher()
+LauncherFixture::LauncherFixture()
 {
     for (const char *path : {"/api/status.php", "/api/news.php", "/api/launcher_version.json",
                              "/client/DofusClient.zip", "/updates/version.json"})
@@ -20,44 +20,44 @@ TestLauncher::TestLauncher()
     Config::instance().setDofusPath(m_folder.path());
 }
 
-TestLauncher::~TestLauncher()
+LauncherFixture::~LauncherFixture()
 {
     close();
     QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
 }
 
-void TestLauncher::open()
+void LauncherFixture::open()
 {
     m_window = std::make_unique<MainWindow>();
     m_window->show();
 }
 
-void TestLauncher::close()
+void LauncherFixture::close()
 {
     m_window.reset();
 }
 
-void TestLauncher::installClient()
+void LauncherFixture::installClient()
 {
     Files::write(gameFolder() + u"/DofusInvoker.swf"_s, "client");
 }
 
-QLabel *TestLauncher::label(const QString &objectName) const
+QLabel *LauncherFixture::label(const QString &objectName) const
 {
     return m_window->findChild<QLabel *>(objectName);
 }
 
-QProgressBar *TestLauncher::progressBar() const
+QProgressBar *LauncherFixture::progressBar() const
 {
     return m_window->findChild<QProgressBar *>(u"progressBar"_s);
 }
 
-QPushButton *TestLauncher::playButton() const
+QPushButton *LauncherFixture::playButton() const
 {
     return m_window->findChild<QPushButton *>(u"playButton"_s);
 }
 
-QPushButton *TestLauncher::button(const QString &text) const
+QPushButton *LauncherFixture::button(const QString &text) const
 {
     const auto buttons = m_window->findChildren<QPushButton *>();
     for (QPushButton *button : buttons) {
@@ -67,12 +67,12 @@ QPushButton *TestLauncher::button(const QString &text) const
     qFatal("There is no button \"%s\"", qPrintable(text));
 }
 
-QTextEdit *TestLauncher::news() const
+QTextEdit *LauncherFixture::news() const
 {
     return m_window->findChild<QTextEdit *>(u"newsWidget"_s);
 }
 
-QString TestLauncher::face() const
+QString LauncherFixture::face() const
 {
     const QLabel *step = label(u"progressLabel"_s);
     const QProgressBar *bar = progressBar();
