@@ -5,13 +5,13 @@ function(veyra_check_server_url url)
     set(label "[A-Za-z0-9]([A-Za-z0-9-]*[A-Za-z0-9])?")
     set(host "(${label}(\\.${label})*|\\[[0-9A-Fa-f:.]+\\])")
     set(port 80)
-    if(url MATCHES "^http://${host}:([0-9]+)/$")
+    if(url MATCHES "^https?://${host}:([0-9]+)/$")
         set(port ${CMAKE_MATCH_5})
     endif()
-    if(NOT url MATCHES "^http://${host}(:[0-9]+)?/$" OR port LESS 1 OR port GREATER 65535)
+    if(NOT url MATCHES "^https?://${host}(:[0-9]+)?/$" OR port LESS 1 OR port GREATER 65535)
         message(FATAL_ERROR
-            "VEYRA_SERVER_URL is \"${url}\". It must be http://, a host (with a port if needed) and "
-            "a trailing slash, for example -DVEYRA_SERVER_URL=http://play.example.org/")
+            "VEYRA_SERVER_URL is \"${url}\". It must be http:// or https://, a host (with a port "
+            "if needed) and a trailing slash, for example -DVEYRA_SERVER_URL=http://play.example.org/")
     endif()
 endfunction()
 

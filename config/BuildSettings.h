@@ -9,7 +9,7 @@ namespace BuildSettings {
 /// The launcher's own version: dotted decimal numbers.
 QString launcherVersion();
 
-/// Base of every request: an http:// URL that ends in "/".
+/// Base of every request: an http:// or https:// URL that ends in "/".
 QString serverBaseUrl();
 
 /// Invite to the community chat.

@@ -36,6 +36,9 @@ foreach(address IN ITEMS
     http://play-2.example.org:65535/
     http://EXAMPLE.org/
     http://a/
+    https://play.example.org/
+    https://play.example.org:8443/
+    "https://[::1]/"
     http://1.2.3.4/
     "http://[::1]/"
     "http://[2001:db8::1]:8080/")
@@ -58,7 +61,13 @@ foreach(address IN ITEMS
     http://play.example.org/index.php
     http://play.example.org/?a=b
     "http://play.example.org/#a"
-    https://play.example.org/
+    https://
+    https://play.example.org
+    https://play.example.org:0/
+    https://play.example.org:65536/
+    https://me@play.example.org/
+    httpss://play.example.org/
+    HTTPS://play.example.org/
     HTTP://play.example.org/
     ftp://play.example.org/
     file:///srv/
