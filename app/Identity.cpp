@@ -1,11 +1,13 @@
 #include "app/Identity.h"
 
 #include "config/BuildSettings.h"
-#include "ui/Colors.h"
+#include "config/Colors.h"
+#include "config/Product.h"
 
 #include <QApplication>
 #include <QColor>
 #include <QIcon>
+#include <QPalette>
 #include <QPixmap>
 
 using namespace Qt::Literals::StringLiterals;
@@ -35,21 +37,23 @@ constexpr RoleColor kDarkPalette[] = {
     {QPalette::HighlightedText, Colors::kText},
 };
 
-} // namespace
-
-void Identity::apply()
-{
-    QApplication::setApplicationName(u"Veyra Launcher"_s);
-    QApplication::setApplicationVersion(BuildSettings::launcherVersion());
-    QApplication::setOrganizationName(u"Veyra"_s);
-    // By way of a pixmap: Qt keeps that, and the window's logo need not be decoded a second time.
-    QApplication::setWindowIcon(QIcon(QPixmap(u":/images/logo.png"_s)));
-}
-
-QPalette Identity::darkPalette()
+QPalette darkPalette()
 {
     QPalette palette;
     for (const auto &[role, color] : kDarkPalette)
         palette.setBrush(QPalette::All, role, QBrush(QColor(color), Qt::SolidPattern));
     return palette;
+}
+
+} // namespace
+
+void Identity::apply()
+{
+    QApplication::setApplicationName(Product::kName);
+    QApplication::setApplicationVersion(BuildSettings::launcherVersion());
+    QApplication::setOrganizationName(Product::kOrganization);
+    // By way of a pixmap: Qt keeps that, and the window's logo need not be decoded a second time.
+    QApplication::setWindowIcon(QIcon(QPixmap(u":/images/logo.png"_s)));
+    QApplication::setStyle(u"Fusion"_s);
+    QApplication::setPalette(darkPalette());
 }

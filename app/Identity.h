@@ -1,14 +1,11 @@
 #pragma once
 
-#include <QPalette>
-
 /// Who the application is and how it looks where the style sheets say nothing.
 namespace Identity {
 
-/// Sets name, version, organisation and icon. The configuration file's place depends on them.
+/// Sets name, version, organisation, icon, style and palette, in this order. Once, on the GUI
+/// thread, before any window: the configuration file's place hangs on the names, and the style
+/// brings a palette of its own.
 void apply();
-
-/// The application-wide dark palette. Needs an application object.
-QPalette darkPalette();
 
 } // namespace Identity

@@ -1,11 +1,13 @@
 #include "app/MainWindow.h"
 
 #include "config/BuildSettings.h"
+#include "config/Colors.h"
 #include "config/Config.h"
+#include "config/GameFolder.h"
+#include "config/Product.h"
 #include "install/ClientDownloader.h"
 #include "net/NewsFetcher.h"
 #include "net/ServerChecker.h"
-#include "ui/Colors.h"
 #include "ui/NewsHtml.h"
 #include "update/SelfUpdater.h"
 #include "update/Updater.h"
@@ -40,7 +42,6 @@ constexpr QSize kWindowSize(1000, 700);
 // repeated in an error's text; laying those out would freeze the window for minutes.
 constexpr qsizetype kTextLimit = 20'000;
 
-const auto kPlay = u"JOUER"_s;
 const auto kDownloading = u"Téléchargement..."_s;
 const auto kUpdating = u"Mise à jour..."_s;
 
@@ -64,13 +65,13 @@ const auto kUpdaterFailed = u"Impossible de lancer le programme de mise à jour.
                             u"Veuillez télécharger la nouvelle version manuellement."_s;
 
 constexpr auto kGameExecutable = "/Dofus.exe"_L1;
-constexpr auto kGameSubfolder = "/Client 2.51"_L1;
 const auto kGameMissing =
     u"Dofus.exe introuvable:\n%1\n\nConfigurez le chemin dans les paramètres."_s;
 
 const auto kOnline = u"Serveur en ligne"_s;
 const auto kOffline = u"Serveur hors ligne"_s;
-// The label's own sheet replaces all of the window's rule for it, not only the colour.
+// Qt merges the label's own sheet with the window's rule for it, so the colour alone would do; it
+// carries the whole set all the same.
 const auto kStatusStyle = u"color: %1; font-size: 16px; font-weight: bold; padding: 10px 20px; "
                           u"background: rgba(0, 0, 0, 0.5); border-radius: 10px;"_s;
 const auto kPlayerCount = u"%1 joueur%2 connecté%3"_s;
@@ -82,9 +83,9 @@ const auto kColorStyle = u"color: %1;"_s;
 MainWindow::MainWindow(QWidget *parent)
     : QMainWindow(parent)
 {
-    setWindowTitle(u"Veyra Launcher"_s);
+    setWindowTitle(Product::kName);
     setFixedSize(kWindowSize);
-    startLoadingBackground(); // takes as long as what follows
+    backdrop.startLoading(size()); // takes as long as what follows
     setupUi();
     applyStyles();
 
@@ -94,7 +95,7 @@ MainWindow::MainWindow(QWidget *parent)
     clientDownloader = new ClientDownloader(this);
     selfUpdater = new SelfUpdater(this);
     connectWorkers();
-    finishLoadingBackground();
+    backgroundPixmap = backdrop.takePicture();
 
     serverChecker->checkStatus();
     newsFetcher->fetchNews();
@@ -177,11 +178,7 @@ void MainWindow::onLauncherDownloadFinished(bool success, const QString &message
         return;
 
     isUpdatingLauncher = false;
-    progressBar->setMaximum(100);
-    progressBar->setValue(0);
-    setProgressText(message);
-    setProgressColor(Colors::kError);
-    showError(kUpdateErrorTitle, message);
+    showFailure(kUpdateErrorTitle, message);
     checkClientInstallation();
 }
 
@@ -238,11 +235,7 @@ void MainWindow::onClientDownloadFinished(bool success, const QString &message)
 
     isDownloadingClient = false;
     setPlayButton(true, kPlay);
-    setProgressText(message);
-    setProgressColor(Colors::kError);
-    progressBar->setMaximum(100);
-    progressBar->setValue(0);
-    showError(kDownloadErrorTitle, message);
+    showFailure(kDownloadErrorTitle, message);
 }
 
 void MainWindow::onClientExtractionStarted()
@@ -254,16 +247,13 @@ void MainWindow::onClientExtractionStarted()
 void MainWindow::onClientExtractionFinished(bool success, const QString &message)
 {
     isDownloadingClient = false;
-    progressBar->setMaximum(100);
     if (!success) {
         setPlayButton(true, kPlay);
-        setProgressText(message);
-        setProgressColor(Colors::kError);
-        progressBar->setValue(0);
-        showError(kExtractionErrorTitle, message);
+        showFailure(kExtractionErrorTitle, message);
         return;
     }
 
+    progressBar->setMaximum(100);
     setProgressText(message);
     setProgressColor(Colors::kAccent);
     progressBar->setValue(100);
@@ -304,21 +294,15 @@ void MainWindow::onPlayClicked()
         return;
 
     const QString gamePath = Config::instance().dofusPath();
-    QString workingDirectory = gamePath;
-    QString executable = gamePath + kGameExecutable;
-    if (!QFile::exists(executable)) {
-        const QString subfolder = gamePath + kGameSubfolder;
-        if (QFile::exists(subfolder + kGameExecutable)) {
-            executable = subfolder + kGameExecutable;
-            workingDirectory = subfolder;
-        }
-    }
-
-    if (!QFile::exists(executable)) {
-        showError(kErrorTitle, kGameMissing.arg(executable));
+    QString folder = gamePath;
+    if (!QFile::exists(folder + kGameExecutable))
+        folder += GameFolder::kClientSubfolder;
+    if (!QFile::exists(folder + kGameExecutable)) {
+        showError(kErrorTitle, kGameMissing.arg(gamePath + kGameExecutable));
         return;
     }
-    QProcess::startDetached(executable, {}, workingDirectory);
+
+    QProcess::startDetached(folder + kGameExecutable, {}, folder);
     progressLabel->setText(kGameStarted);
 }
 
@@ -407,4 +391,15 @@ QMessageBox::StandardButton MainWindow::showBox(QMessageBox::Icon icon, const QS
 void MainWindow::showError(const QString &title, const QString &text)
 {
     showBox(QMessageBox::Critical, title, text.left(kTextLimit), QMessageBox::Ok);
+}
+
+/// A step of the chain has failed: in the label, on the bar and in a box. Returns when that is
+/// closed.
+void MainWindow::showFailure(const QString &title, const QString &message)
+{
+    progressBar->setMaximum(100);
+    progressBar->setValue(0);
+    setProgressText(message);
+    setProgressColor(Colors::kError);
+    showError(title, message);
 }

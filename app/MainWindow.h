@@ -1,7 +1,8 @@
 #pragma once
 
-#include <QFuture>
-#include <QImage>
+#include "ui/Backdrop.h"
+
+#include <QLatin1StringView>
 #include <QMainWindow>
 #include <QMessageBox>
 #include <QPixmap>
@@ -10,7 +11,6 @@ class ClientDownloader;
 class NewsFetcher;
 class QHBoxLayout;
 class QLabel;
-class QPainter;
 class QProgressBar;
 class QPushButton;
 class QTextEdit;
@@ -53,6 +53,8 @@ private slots:
     void onLauncherReadyToInstall(const QString &updaterPath, const QString &newLauncherPath);
 
 private:
+    static constexpr QLatin1StringView kPlay{"JOUER"}; // the play button's text while one may play
+
     void setupUi();
     void applyStyles();
     QHBoxLayout *createHeader();
@@ -63,10 +65,6 @@ private:
     QHBoxLayout *createButtonRow();
     QLabel *createVersionLabel();
     void setupKeyboardAccess();
-    void paintBackground(QPainter &painter) const;
-    void startLoadingBackground();
-    void finishLoadingBackground();
-    void prepareBackdrop(qreal ratio);
 
     void connectWorkers();
     void checkLauncherUpdate();
@@ -82,6 +80,7 @@ private:
     QMessageBox::StandardButton showBox(QMessageBox::Icon icon, const QString &title,
                                         const QString &text, QMessageBox::StandardButtons buttons);
     void showError(const QString &title, const QString &text);
+    void showFailure(const QString &title, const QString &message);
 
     QWidget *centralWidget = nullptr;
     QLabel *titleLabel = nullptr;
@@ -106,10 +105,6 @@ private:
     bool isDownloadingClient = false;
     bool isUpdatingLauncher = false;
 
-    QFuture<QImage> loadingBackground; // valid until backgroundPixmap takes it over
-    QSize backgroundSize;              // what backgroundPixmap is loaded for
-    QPixmap backgroundPixmap;
-    QPixmap backdrop; // the background as painted, so that a repaint need only copy it
-    QSize backdropSize;
-    qreal backdropRatio = 0;
+    QPixmap backgroundPixmap; // null where there is no picture
+    Backdrop backdrop;
 };

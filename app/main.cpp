@@ -9,7 +9,6 @@
 #include <chrono>
 #include <cstdlib>
 
-using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
@@ -32,9 +31,6 @@ int main(int argc, char **argv)
     QApplication application(argc, argv);
     leaveThreadForPainting();
     Identity::apply();
-    QApplication::setStyle(u"Fusion"_s);
-    const QPalette palette = Identity::darkPalette();
-    QApplication::setPalette(palette);
 
     MainWindow window;
     window.show();

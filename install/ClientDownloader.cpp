@@ -3,6 +3,7 @@
 #include "config/BuildSettings.h"
 #include "config/Config.h"
 #include "config/Download.h"
+#include "config/GameFolder.h"
 #include "install/ArchiveUnpacker.h"
 
 #include <QDir>
@@ -18,7 +19,6 @@ namespace {
 constexpr auto kArchivePath = "client/DofusClient.zip"_L1;
 constexpr auto kArchiveName = "/DofusClient.zip"_L1;
 constexpr auto kMarker = "/DofusInvoker.swf"_L1;
-constexpr auto kMarkerInSubfolder = "/Client 2.51/DofusInvoker.swf"_L1;
 
 const auto kConnecting = u"Connexion au serveur..."_s;
 // The printf-style marks reach the user as they stand: they are no placeholders of QString::arg.
@@ -150,7 +150,8 @@ void ClientDownloader::onExtractionFinished(int exitCode, QProcess::ExitStatus e
 bool ClientDownloader::isClientInstalled()
 {
     const QString gamePath = Config::instance().dofusPath();
-    return QFile::exists(gamePath + kMarker) || QFile::exists(gamePath + kMarkerInSubfolder);
+    return QFile::exists(gamePath + kMarker) ||
+           QFile::exists(gamePath + GameFolder::kClientSubfolder + kMarker);
 }
 
 QString ClientDownloader::zipPath()

@@ -28,7 +28,7 @@ public:
     /// Unpacks the archive into the game folder. The archive is deleted afterwards in any case.
     void startExtraction();
 
-    /// True when the client lies in the game folder or in its "Client 2.51" sub-folder.
+    /// True when the client lies in the game folder or in its sub-folder of GameFolder.
     bool isClientInstalled();
 
     QString zipPath();

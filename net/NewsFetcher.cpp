@@ -1,6 +1,7 @@
 #include "net/NewsFetcher.h"
 
 #include "config/BuildSettings.h"
+#include "config/Colors.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -17,11 +18,13 @@ constexpr auto kNewsPath = "api/news.php"_L1;
 
 // The welcome text's green differs from the titles' teal on purpose.
 const auto kWelcomeNews =
-    u"<span style='color: #8bc34a;'>Bienvenue sur Veyra !</span><br/>Le serveur est en cours de "
-    u"préparation. Restez connectés pour les dernières actualités."_s;
+    u"<span style='color: "_s + Colors::kAccent +
+    u";'>Bienvenue sur Veyra !</span><br/>Le serveur est en cours de préparation. "
+    u"Restez connectés pour les dernières actualités."_s;
 const auto kNoNews = u"Aucune actualité pour le moment."_s;
-const auto kDatedItem = u"<b>[%1]</b> <span style='color: #10b981;'>%2</span><br/>%3"_s;
-const auto kUndatedItem = u"<span style='color: #10b981;'>%1</span><br/>%2"_s;
+const auto kDatedItem =
+    u"<b>[%1]</b> <span style='color: "_s + Colors::kNewsTitle + u";'>%2</span><br/>%3"_s;
+const auto kUndatedItem = u"<span style='color: "_s + Colors::kNewsTitle + u";'>%1</span><br/>%2"_s;
 
 /// Placeholders are filled one after the other, so a "%2" inside a date receives the title.
 QString formatItem(const QJsonObject &item)

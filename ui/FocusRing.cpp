@@ -1,6 +1,6 @@
 #include "ui/FocusRing.h"
 
-#include "ui/Colors.h"
+#include "config/Colors.h"
 
 #include <QAbstractButton>
 #include <QApplication>

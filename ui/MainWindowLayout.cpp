@@ -1,7 +1,8 @@
 #include "app/MainWindow.h"
 
 #include "config/BuildSettings.h"
-#include "ui/Colors.h"
+#include "config/Colors.h"
+#include "config/Product.h"
 #include "ui/FocusRing.h"
 #include "ui/NewsView.h"
 #include "ui/StyleSheets.h"
@@ -9,6 +10,7 @@
 #include <QGraphicsDropShadowEffect>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPainter>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QShortcut>
@@ -83,7 +85,7 @@ QHBoxLayout *MainWindow::createHeader()
     }
     logoLabel->setObjectName(u"logoLabel"_s);
 
-    titleLabel = new QLabel(u"Veyra Launcher"_s);
+    titleLabel = new QLabel(Product::kName);
     titleLabel->setObjectName(u"titleLabel"_s);
     if (!logo.isNull())
         titleLabel->hide();
@@ -160,7 +162,7 @@ QHBoxLayout *MainWindow::createButtonRow()
     settingsButton->setCursor(Qt::PointingHandCursor);
     settingsButton->setFixedSize(kSettingsButtonSize);
 
-    playButton = new QPushButton(u"JOUER"_s);
+    playButton = new QPushButton(kPlay);
     playButton->setObjectName(u"playButton"_s);
     playButton->setCursor(Qt::PointingHandCursor);
     playButton->setFixedSize(kPlayButtonSize);
@@ -220,4 +222,15 @@ void MainWindow::applyStyles()
     // rows into each other. The message box shows them all.
     progressLabel->ensurePolished();
     progressLabel->setFixedHeight(progressLabel->sizeHint().height());
+}
+
+void MainWindow::paintEvent(QPaintEvent *event)
+{
+    if (backdrop.loadedSize() != size()) { // a window manager may not keep to the fixed size
+        backdrop.startLoading(size());
+        backgroundPixmap = backdrop.takePicture();
+    }
+    QPainter painter(this);
+    backdrop.paint(painter, backgroundPixmap, size());
+    QWidget::paintEvent(event);
 }

@@ -1,6 +1,6 @@
 #include "ui/StyleSheets.h"
 
-#include "ui/Colors.h"
+#include "config/Colors.h"
 
 using namespace Qt::Literals::StringLiterals;
 

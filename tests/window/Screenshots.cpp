@@ -280,8 +280,6 @@ int main(int argc, char **argv)
     const TestEnvironment environment;
     QApplication application(argc, argv);
     Identity::apply();
-    QApplication::setStyle(u"Fusion"_s);
-    QApplication::setPalette(Identity::darkPalette());
 
     Photographer photographer(QApplication::arguments().value(1, u"screenshots"_s));
     photographer.takeAll();

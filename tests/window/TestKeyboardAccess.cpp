@@ -69,8 +69,7 @@ void TestKeyboardAccess::initTestCase()
 {
     m_server.becomeProxy();
     m_server.answerEverythingWith(HttpAnswer::never());
-    QApplication::setStyle(u"Fusion"_s);
-    QApplication::setPalette(Identity::darkPalette());
+    Identity::apply();
     QDesktopServices::setUrlHandler(u"http"_s, this, "openUrl");
     QDesktopServices::setUrlHandler(u"https"_s, this, "openUrl");
 }

@@ -75,8 +75,7 @@ void TestWindowFace::initTestCase()
 {
     m_server.becomeProxy();
     m_server.answerEverythingWith(HttpAnswer::never());
-    QApplication::setStyle(u"Fusion"_s);
-    QApplication::setPalette(Identity::darkPalette());
+    Identity::apply();
     QApplication::setFont(QFont(u"DejaVu Sans"_s)); // fixes where the rows lie
     if (!qEnvironmentVariableIsSet("VEYRA_WRITE_REFERENCE"))
         return;

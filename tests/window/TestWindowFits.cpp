@@ -102,8 +102,7 @@ void TestWindowFits::initTestCase()
 {
     m_server.becomeProxy();
     m_server.answerEverythingWith(HttpAnswer::never());
-    QApplication::setStyle(u"Fusion"_s);
-    QApplication::setPalette(Identity::darkPalette());
+    Identity::apply();
     qsizetype installed = 0;
     for (const QString &family : kFamilies)
         installed += QFontDatabase::hasFamily(family) ? 1 : 0;

@@ -12,7 +12,9 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QResource>
+#include <QScopeGuard>
 #include <QSet>
+#include <QStyle>
 #include <QtEndian>
 #include <QTest>
 #include <QTextEdit>
@@ -639,8 +641,18 @@ void TestWindowView::darkPaletteLeavesOtherRolesAlone()
         QPalette::ToolTipBase,    QPalette::ToolTipText, QPalette::Text, QPalette::Button,
         QPalette::ButtonText,     QPalette::BrightText,  QPalette::Link, QPalette::Highlight,
         QPalette::HighlightedText};
-    const QPalette untouched;
-    const QPalette dark = Identity::darkPalette();
+    const QString styleBefore = QApplication::style()->name();
+    const QPalette paletteBefore = QApplication::palette();
+    const auto restore = qScopeGuard([&] {
+        QApplication::setStyle(styleBefore);
+        QApplication::setPalette(paletteBefore);
+    });
+    QApplication::setStyle(u"Fusion"_s);
+    const QPalette untouched = QApplication::style()->standardPalette();
+
+    Identity::apply();
+    QCOMPARE(QApplication::style()->name(), u"fusion"_s);
+    const QPalette dark = QApplication::palette();
     for (int number = 0; number < QPalette::NColorRoles; ++number) {
         const auto role = QPalette::ColorRole(number);
         for (const auto group : {QPalette::Active, QPalette::Inactive, QPalette::Disabled}) {

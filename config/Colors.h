@@ -13,5 +13,6 @@ inline constexpr QLatin1StringView kAccent{"#8bc34a"}; ///< also the green of su
 inline constexpr QLatin1StringView kDarkerGreen{"#7cb342"};
 inline constexpr QLatin1StringView kGradientEnd{"#689f38"};
 inline constexpr QLatin1StringView kError{"#f44336"};
+inline constexpr QLatin1StringView kNewsTitle{"#10b981"};
 
 } // namespace Colors
