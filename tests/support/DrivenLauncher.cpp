@@ -161,14 +161,14 @@ bool DrivenLauncher::waitForEnd(std::chrono::milliseconds timeout)
     return waitFor([this] { return !isRunning(); }, timeout);
 }
 
-QString DrivenLauncher::faultsOfItsEnd()
+QString DrivenLauncher::faultsOfItsEnd(int exitCode)
 {
     QStringList faults;
     if (isRunning())
         faults.append(u"still running"_s);
     if (m_process.exitStatus() != QProcess::NormalExit)
         faults.append(u"crashed"_s);
-    if (m_process.exitCode() != 0)
+    if (m_process.exitCode() != exitCode)
         faults.append(u"exit code %1"_s.arg(m_process.exitCode()));
     for (const QByteArray &line : m_process.readAllStandardError().split('\n')) {
         if (!line.trimmed().isEmpty() && !isKnownRemark(line))

@@ -46,9 +46,9 @@ public:
 
     bool isRunning() const { return m_process.state() != QProcess::NotRunning; }
     bool waitForEnd(std::chrono::milliseconds timeout);
-    /// What was wrong with its end; empty when it ended well: with exit code 0, with nothing but
+    /// What was wrong with its end; empty when it ended well: with this exit code, with nothing but
     /// known remarks on the standard error, and with no process of its own left behind.
-    QString faultsOfItsEnd();
+    QString faultsOfItsEnd(int exitCode = 0);
 
 private:
     QTemporaryDir m_folder;

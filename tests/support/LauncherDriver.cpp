@@ -18,11 +18,15 @@
 #include <QTcpSocket>
 #include <QTest>
 #include <QTextEdit>
+#include <QThread>
+#include <QThreadPool>
 #include <QToolTip>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
+
+constexpr unsigned long kLongerThanAnyTest = 600; // seconds
 
 MainWindow *mainWindow()
 {
@@ -123,6 +127,8 @@ QPoint pointOf(const QJsonObject &details)
 ///   answer button         clicks the standard button (a number) of the open message box
 ///   closeBox, escapeBox   closes the open message box, or presses Escape in it
 ///   close                 closes the main window
+///   exit code             ends the event loop with this code
+///   blockPool             occupies the thread pool for longer than any test lasts
 class LauncherDriver : public QObject
 {
     Q_OBJECT
@@ -204,6 +210,10 @@ QJsonObject LauncherDriver::execute(const QString &command, const QJsonObject &d
         QTest::keyClick(box, Qt::Key_Escape);
     else if (command == u"close"_s)
         window->close();
+    else if (command == u"exit"_s)
+        QCoreApplication::exit(details["code"_L1].toInt());
+    else if (command == u"blockPool"_s)
+        QThreadPool::globalInstance()->start([] { QThread::sleep(kLongerThanAnyTest); });
     return {};
 }
 

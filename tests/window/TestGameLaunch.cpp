@@ -2,6 +2,7 @@
 #include "config/Config.h"
 #include "net/ServerChecker.h"
 #include "tests/support/BoxAnswers.h"
+#include "tests/support/Files.h"
 #include "tests/support/StandIn.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/window/LauncherFixture.h"
@@ -49,6 +50,8 @@ private slots:
     void windowStaysAsItWas();
     void doesNothingWhileBusy_data();
     void doesNothingWhileBusy();
+    void startsTheGameAfterAFailedExtraction();
+    void looksForTheGameAfterADownloadThatFailedAtOnce();
 
 private:
     QString face() const { return m_launcher->face(); }
@@ -254,6 +257,39 @@ void TestGameLaunch::doesNothingWhileBusy()
     QTest::qWait(200);
     QVERIFY(game.starts().isEmpty());
     QCOMPARE(boxes.seen().size(), boxesBefore);
+}
+
+void TestGameLaunch::startsTheGameAfterAFailedExtraction()
+{
+    const StandIn game(gamePath());
+    m_launcher->open();
+    m_launcher->call("onLauncherUpdateCheckFinished", false, QString(), QString(), false);
+    QTRY_COMPARE(m_launcher->server.requestCount("/client/DofusClient.zip"), 1);
+    m_launcher->call("onClientExtractionStarted");
+    BoxAnswers boxes;
+    boxes.click(QMessageBox::Ok);
+    m_launcher->call("onClientExtractionFinished", false, u"Raté"_s);
+    clickPlay();
+    QCOMPARE(m_launcher->label(u"progressLabel"_s)->text(), u"Jeu lancé !"_s);
+    QTRY_COMPARE(game.starts().size(), 1);
+}
+
+void TestGameLaunch::looksForTheGameAfterADownloadThatFailedAtOnce()
+{
+    // No folder can be made below a file.
+    const QString file = m_launcher->gameFolder() + u"/fichier"_s;
+    Files::write(file, "no folder");
+    Config::instance().setDofusPath(file);
+    m_launcher->open();
+    BoxAnswers boxes;
+    boxes.click(QMessageBox::Ok).click(QMessageBox::Ok);
+    m_launcher->call("onLauncherUpdateCheckFinished", false, QString(), QString(), false);
+    QCOMPARE(boxes.seen().size(), 1);
+    QCOMPARE(boxes.seen().first().title, u"Erreur de téléchargement"_s);
+
+    clickPlay();
+    QCOMPARE(boxes.seen().size(), 2);
+    QCOMPARE(boxes.seen().last().text, missingText(file + kGame));
 }
 
 VEYRA_WIDGET_TEST_MAIN(TestGameLaunch)

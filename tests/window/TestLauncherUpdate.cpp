@@ -84,6 +84,7 @@ private slots:
 
     void promptText_data();
     void promptText();
+    void versionThatHoldsAPlaceholder();
     void noUpdateNoPrompt_data();
     void noUpdateNoPrompt();
     void optionalUpdateIsDeclined_data();
@@ -110,7 +111,8 @@ private slots:
 private:
     QString face() const { return m_launcher->face(); }
     void publish(const QString &changelog, bool required,
-                 const QString &url = u"http://veyra.test/files/launcher.zip"_s);
+                 const QString &url = u"http://veyra.test/files/launcher.zip"_s,
+                 const QString &version = u"1.2.0"_s);
     bool isBusy();
 
     std::unique_ptr<LauncherFixture> m_launcher;
@@ -131,9 +133,10 @@ void TestLauncherUpdate::cleanup()
     QFile::remove(archivePath());
 }
 
-void TestLauncherUpdate::publish(const QString &changelog, bool required, const QString &url)
+void TestLauncherUpdate::publish(const QString &changelog, bool required, const QString &url,
+                                 const QString &version)
 {
-    const QJsonObject record{{u"version"_s, u"1.2.0"_s},
+    const QJsonObject record{{u"version"_s, version},
                              {u"download_url"_s, url},
                              {u"changelog"_s, changelog},
                              {u"required"_s, required}};
@@ -177,6 +180,20 @@ void TestLauncherUpdate::promptText_data()
     QTest::newRow("HTML in the notes is handed on")
         << u"<b>Gras</b><br/>&amp; suite"_s << false
         << body + u"<b>Gras</b><br/>&amp; suite"_s + question;
+}
+
+void TestLauncherUpdate::versionThatHoldsAPlaceholder()
+{
+    // The placeholders are filled one after the other, so the notes fill it as well.
+    publish(u"Notes"_s, false, {}, u"2.%3"_s);
+    BoxAnswers boxes;
+    m_launcher->installClient();
+    m_launcher->open();
+    QTRY_COMPARE(boxes.seen().size(), 1);
+    QCOMPARE(boxes.seen().first().text,
+             u"Une nouvelle version du launcher est disponible !\n\n"
+             "Version actuelle: 1.0.0\nNouvelle version: 2.Notes\n\nNouveautés:\nNotes\n\n"
+             "Voulez-vous mettre à jour maintenant ?"_s);
 }
 
 void TestLauncherUpdate::promptText()

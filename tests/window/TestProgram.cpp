@@ -100,6 +100,8 @@ private slots:
     void quitsForTheUpdater();
     void paintsDuringAVerificationOnOneProcessor();
 
+    void endsWithTheEventLoopsCode_data();
+    void endsWithTheEventLoopsCode();
     void closing_data();
     void closing();
 
@@ -310,6 +312,29 @@ void TestProgram::quitsForTheUpdater()
     QCOMPARE(updater.starts().first().workingDirectory, launcher.folder());
     QCOMPARE(Files::read(archive), "the new launcher"_ba);
     QCOMPARE(m_server->requestCount(kClientPath), 0);
+}
+
+void TestProgram::endsWithTheEventLoopsCode_data()
+{
+    QTest::addColumn<bool>("poolIsStuck");
+    QTest::addColumn<int>("code");
+    QTest::newRow("0") << false << 0;
+    QTest::newRow("another code") << false << 7;
+    QTest::newRow("0, though a pool thread is stuck in the system") << true << 0;
+    QTest::newRow("another code, though a pool thread is stuck in the system") << true << 7;
+}
+
+void TestProgram::endsWithTheEventLoopsCode()
+{
+    QFETCH(const bool, poolIsStuck);
+    QFETCH(const int, code);
+    DrivenLauncher launcher(*m_server);
+    QVERIFY(launcher.start());
+    if (poolIsStuck)
+        launcher.ask(u"blockPool"_s);
+    launcher.ask(u"exit"_s, {{u"code"_s, code}});
+    QVERIFY(launcher.waitForEnd(kQuitTimeout));
+    QCOMPARE(launcher.faultsOfItsEnd(code), QString());
 }
 
 // --- Closing in any phase ---

@@ -2,37 +2,62 @@
 #include "tests/support/TestEnvironment.h"
 #include "tests/window/LauncherFixture.h"
 
+#include <QFile>
 #include <QImage>
 #include <QLabel>
 #include <QLinearGradient>
 #include <QPainter>
+#include <QResource>
 #include <QTest>
 
 using namespace Qt::Literals::StringLiterals;
 
-/// A launcher whose pictures cannot be read: this program is built without them.
+/// A launcher whose pictures cannot be read: this program is built without them, and some rows give
+/// it damaged ones, a page of text and a picture that breaks off.
 class TestWindowWithoutPictures : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup() { m_launcher.reset(); }
+    void init() { m_launcher = std::make_unique<LauncherFixture>(); }
+    void cleanup();
 
+    void showsItsNameInPlaceOfTheLogo_data() { pictures(); }
     void showsItsNameInPlaceOfTheLogo();
     void nameIsBigBoldAndGreen();
+    void backdropIsAVeiledGradient_data() { pictures(); }
     void backdropIsAVeiledGradient();
     void gradientIsDarkerThanItsColours();
 
 private:
+    static void pictures();
+    void open(bool damagedPictures = false);
     QImage backdrop();
+
+    const QString m_damagedPictures = QStringLiteral(VEYRA_DAMAGED_PICTURES);
     std::unique_ptr<LauncherFixture> m_launcher;
 };
 
-void TestWindowWithoutPictures::init()
+void TestWindowWithoutPictures::pictures()
 {
-    m_launcher = std::make_unique<LauncherFixture>();
+    QTest::addColumn<bool>("damagedPictures");
+    QTest::newRow("there are no pictures") << false;
+    QTest::newRow("the pictures are damaged") << true;
+}
+
+void TestWindowWithoutPictures::open(bool damagedPictures)
+{
+    if (damagedPictures)
+        QVERIFY(QResource::registerResource(m_damagedPictures));
+    QCOMPARE(QFile::exists(u":/images/logo.png"_s), damagedPictures);
+    QCOMPARE(QFile::exists(u":/images/background.png"_s), damagedPictures);
     m_launcher->open();
+}
+
+void TestWindowWithoutPictures::cleanup()
+{
+    m_launcher.reset();
+    QResource::unregisterResource(m_damagedPictures);
 }
 
 QImage TestWindowWithoutPictures::backdrop()
@@ -47,6 +72,8 @@ QImage TestWindowWithoutPictures::backdrop()
 
 void TestWindowWithoutPictures::showsItsNameInPlaceOfTheLogo()
 {
+    QFETCH(const bool, damagedPictures);
+    open(damagedPictures);
     const QLabel *title = m_launcher->label(u"titleLabel"_s);
     QVERIFY(title->isVisible());
     QCOMPARE(title->text(), u"Veyra Launcher"_s);
@@ -57,6 +84,7 @@ void TestWindowWithoutPictures::showsItsNameInPlaceOfTheLogo()
 
 void TestWindowWithoutPictures::nameIsBigBoldAndGreen()
 {
+    open();
     const QLabel *title = m_launcher->label(u"titleLabel"_s);
     QCOMPARE(title->font().pixelSize(), 36);
     QVERIFY(title->font().bold());
@@ -65,6 +93,8 @@ void TestWindowWithoutPictures::nameIsBigBoldAndGreen()
 
 void TestWindowWithoutPictures::backdropIsAVeiledGradient()
 {
+    QFETCH(const bool, damagedPictures);
+    open(damagedPictures);
     QPixmap target(1000, 700);
     QPainter painter(&target);
     QLinearGradient gradient(0, 0, 0, 700);
@@ -78,6 +108,7 @@ void TestWindowWithoutPictures::backdropIsAVeiledGradient()
 
 void TestWindowWithoutPictures::gradientIsDarkerThanItsColours()
 {
+    open();
     const QImage image = backdrop();
     // 105 of 255 parts of the colour remain.
     const auto isNear = [&image](int y, int red, int green, int blue) {
