@@ -26,6 +26,11 @@ QString Platform::searchPathWith(const QString &folder)
     return QDir::toNativeSeparators(folder) + QDir::listSeparator() + qEnvironmentVariable("PATH");
 }
 
+QString Platform::reasonToSkipResets()
+{
+    return isWine() ? u"Wine does not always report that a connection was reset"_s : QString();
+}
+
 #ifdef Q_OS_WIN
 
 QString Platform::settingsFolder(const QString &)
@@ -43,7 +48,7 @@ bool Platform::isRunning(qint64 processId)
     return running;
 }
 
-bool Platform::losesResets()
+bool Platform::isWine()
 {
     return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
 }
@@ -70,7 +75,7 @@ bool Platform::isRunning(qint64 processId)
     return line.mid(line.lastIndexOf(')') + 2, 1) != "Z";
 }
 
-bool Platform::losesResets()
+bool Platform::isWine()
 {
     return false;
 }

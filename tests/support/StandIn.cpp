@@ -18,6 +18,11 @@ QFileInfoList recordsOf(const QString &path)
                                        QDir::Name);
 }
 
+QString scriptOf(const QString &path)
+{
+    return path + u".script"_s;
+}
+
 /// Windows keeps a program's file as long as the program runs, and those here end soon.
 void removeProgram(const QString &path)
 {
@@ -27,40 +32,58 @@ void removeProgram(const QString &path)
         QTest::qSleep(kPause);
 }
 
+void installProgram(const QString &path, const QString &program)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    removeProgram(path);
+    if (!QFile::copy(program, path))
+        qFatal("Cannot place %s", qPrintable(path));
+}
+
 StandIn::Start readRecord(const QString &path)
 {
     QStringList texts = QString::fromUtf8(Files::read(path)).split(u'\0');
     texts.removeLast(); // behind the last NUL
-    return {texts.mid(2), texts.value(0), texts.value(1).toLongLong()};
+    return {texts.mid(3), texts.value(1), texts.value(2).toLongLong(), texts.value(0)};
 }
 
 } // namespace
 
 StandIn::StandIn(const QString &path)
+    : StandIn(path, QStringLiteral(VEYRA_STAND_IN))
+{
+}
+
+StandIn::StandIn(const QString &path, const QString &program)
     : m_path(path)
 {
-    install(path);
+    installProgram(path, program);
 }
 
 StandIn::~StandIn()
 {
+    QFile::remove(scriptOf(m_path));
     for (const QFileInfo &record : recordsOf(m_path))
         QFile::remove(record.filePath());
-    QFile::remove(m_path + u".hang"_s);
     removeProgram(m_path);
 }
 
-void StandIn::hang()
+void StandIn::behave(const Behaviour &behaviour)
 {
-    Files::write(m_path + u".hang"_s, {});
+    QByteArrayList words{"say", behaviour.standardError};
+    for (const QString &path : behaviour.created)
+        words << "create" << path.toUtf8();
+    if (behaviour.crashes)
+        words << "crash";
+    if (behaviour.hangs)
+        words << "hang";
+    words << "exit" << QByteArray::number(behaviour.exitCode);
+    Files::write(scriptOf(m_path), words.join('\0') + '\0');
 }
 
 void StandIn::install(const QString &path)
 {
-    QDir().mkpath(QFileInfo(path).path());
-    removeProgram(path);
-    if (!QFile::copy(QStringLiteral(FAKE_PROGRAM), path))
-        qFatal("Cannot place %s", qPrintable(path));
+    installProgram(path, QStringLiteral(VEYRA_STAND_IN));
 }
 
 void StandIn::installUnstartable(const QString &path)

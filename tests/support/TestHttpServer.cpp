@@ -44,28 +44,38 @@ void TestHttpServer::answersAsScripted_data()
     QTest::addColumn<HttpAnswer>("answer");
     QTest::addColumn<int>("error");
     QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("skip");
 
+    const QString lostReset =
+        Platform::isWine() ? u"Wine does not report every reset"_s : QString();
     const QByteArray big(1000000, 'x');
-    QTest::newRow("a body with its length") << HttpAnswer::ok(big) << 0 << big;
-    QTest::newRow("a chunked body") << HttpAnswer::ok(big).chunked() << 0 << big;
+    QTest::newRow("a body with its length") << HttpAnswer::ok(big) << 0 << big << QString();
+    QTest::newRow("a chunked body") << HttpAnswer::ok(big).chunked() << 0 << big << QString();
     QTest::newRow("a body that ends with the connection")
-        << HttpAnswer::ok(big).withoutLength() << 0 << big;
-    QTest::newRow("an empty body") << HttpAnswer::ok({}) << 0 << QByteArray();
-    QTest::newRow("a delayed body") << HttpAnswer::ok("late").delayed(50ms) << 0 << "late"_ba;
-    QTest::newRow("a dripped body") << HttpAnswer::ok("abcdef").dripped(2, 5ms) << 0 << "abcdef"_ba;
-    QTest::newRow("an error status") << HttpAnswer::status(500, "broken")
-                                     << int(QNetworkReply::InternalServerError) << "broken"_ba;
-    QTest::newRow("a truncated body") << HttpAnswer::ok("abcdef").truncatedAfter(3)
-                                      << int(QNetworkReply::RemoteHostClosedError) << "abc"_ba;
+        << HttpAnswer::ok(big).withoutLength() << 0 << big << QString();
+    QTest::newRow("an empty body") << HttpAnswer::ok({}) << 0 << QByteArray() << QString();
+    QTest::newRow("a delayed body")
+        << HttpAnswer::ok("late").delayed(50ms) << 0 << "late"_ba << QString();
+    QTest::newRow("a dripped body")
+        << HttpAnswer::ok("abcdef").dripped(2, 5ms) << 0 << "abcdef"_ba << QString();
+    QTest::newRow("an error status")
+        << HttpAnswer::status(500, "broken") << int(QNetworkReply::InternalServerError)
+        << "broken"_ba << QString();
+    QTest::newRow("a truncated body")
+        << HttpAnswer::ok("abcdef").truncatedAfter(3) << int(QNetworkReply::RemoteHostClosedError)
+        << "abc"_ba << QString();
     QTest::newRow("a reset after half of the body")
         << HttpAnswer::ok("abcdef").resetAfter(3) << int(QNetworkReply::RemoteHostClosedError)
-        << "abc"_ba;
+        << "abc"_ba << Platform::reasonToSkipResets();
 }
 
 void TestHttpServer::answersAsScripted()
 {
     QFETCH(const HttpAnswer, answer);
-    VEYRA_SKIP_LOST_RESET(answer);
+    QFETCH(const QString, skip);
+    if (!skip.isEmpty()) {
+        QSKIP(qPrintable(skip));
+    }
     HttpServer server;
     server.answer("/x", answer);
 

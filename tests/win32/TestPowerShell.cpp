@@ -1,18 +1,17 @@
 #include "config/Config.h"
 #include "install/ClientDownloader.h"
+#include "tests/support/Files.h"
 #include "tests/support/HttpServer.h"
+#include "tests/support/Platform.h"
+#include "tests/support/StandIn.h"
 #include "tests/support/TestEnvironment.h"
-#include "tests/win32/RecordingProgram.h"
 
-#include <QBuffer>
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QSignalSpy>
 #include <QTest>
-
-#include <private/qzipwriter_p.h>
 
 #include <memory>
 
@@ -24,19 +23,10 @@ constexpr int kProcessTimeout = 30'000; // ms
 
 QByteArray clientArchive()
 {
-    QBuffer buffer;
-    buffer.open(QIODevice::WriteOnly);
-    QZipWriter writer(&buffer);
-    writer.addFile(u"DofusInvoker.swf"_s, "marker");
-    writer.addFile(u"contenu/cartes/Forêt des Échos.map"_s, QByteArray(100000, 'x'));
-    writer.close();
-    return buffer.data();
-}
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    const QTemporaryDir folder;
+    Files::write(folder.filePath(u"DofusInvoker.swf"_s), "marker");
+    Files::write(folder.filePath(u"contenu/cartes/Forêt des Échos.map"_s), QByteArray(100000, 'x'));
+    return Files::zipped(folder.path());
 }
 
 } // namespace
@@ -66,7 +56,7 @@ private:
     QTemporaryDir m_folder;
     QString m_gamePath;
     HttpServer m_server;
-    std::unique_ptr<RecordingProgram> m_powerShell;
+    std::unique_ptr<StandIn> m_powerShell;
     std::unique_ptr<ClientDownloader> m_downloader;
     std::unique_ptr<QSignalSpy> m_finished;
 };
@@ -78,8 +68,9 @@ void TestPowerShell::init()
     m_server.clear();
     m_server.becomeProxy();
     m_server.answer("/client/DofusClient.zip", HttpAnswer::ok(clientArchive()));
-    m_powerShell = std::make_unique<RecordingProgram>(QCoreApplication::applicationDirPath() +
-                                                      u"/powershell.exe"_s);
+    m_powerShell =
+        std::make_unique<StandIn>(QCoreApplication::applicationDirPath() + u"/powershell.exe"_s,
+                                  QStringLiteral(VEYRA_POWERSHELL_STAND_IN));
     m_downloader = std::make_unique<ClientDownloader>(nullptr);
     m_finished =
         std::make_unique<QSignalSpy>(m_downloader.get(), &ClientDownloader::extractionFinished);
@@ -125,23 +116,19 @@ void TestPowerShell::unpacksInto()
     m_gamePath = m_folder.filePath(name);
     install();
 
-    QCOMPARE(m_powerShell->commandLine(), expectedCommandLine());
+    QCOMPARE(m_powerShell->starts().value(0).commandLine, expectedCommandLine());
     QCOMPARE(m_finished->value(0), QVariantList({true, u"Client installé avec succès !"_s}));
-    QCOMPARE(contentOf(m_gamePath + u"/DofusInvoker.swf"_s), "marker"_ba);
-    QCOMPARE(contentOf(m_gamePath + u"/contenu/cartes/Forêt des Échos.map"_s).size(), 100000);
+    QCOMPARE(Files::read(m_gamePath + u"/DofusInvoker.swf"_s), "marker"_ba);
+    QCOMPARE(Files::read(m_gamePath + u"/contenu/cartes/Forêt des Échos.map"_s).size(), 100000);
 }
 
 void TestPowerShell::overwritesWhatIsThere()
 {
-    QDir().mkpath(m_gamePath);
-    QFile old(m_gamePath + u"/DofusInvoker.swf"_s);
-    QVERIFY(old.open(QIODevice::WriteOnly));
-    old.write("an older marker, longer than the new one");
-    old.close();
-
+    const QString marker = m_gamePath + u"/DofusInvoker.swf"_s;
+    Files::write(marker, "an older marker, longer than the new one");
     install();
     QCOMPARE(m_finished->value(0).value(0).toBool(), true);
-    QCOMPARE(contentOf(old.fileName()), "marker"_ba);
+    QCOMPARE(Files::read(marker), "marker"_ba);
 }
 
 void TestPowerShell::aQuoteInThePathIsAnError()
@@ -149,7 +136,7 @@ void TestPowerShell::aQuoteInThePathIsAnError()
     m_gamePath = m_folder.filePath(u"L'été"_s);
     install();
 
-    QCOMPARE(m_powerShell->commandLine(), expectedCommandLine());
+    QCOMPARE(m_powerShell->starts().value(0).commandLine, expectedCommandLine());
     QCOMPARE(m_finished->value(0),
              QVariantList({false, u"Erreur d'extraction: Expand-Archive : Impossible de trouver un "
                                   "paramètre positionnel.\n"_s}));
@@ -158,7 +145,8 @@ void TestPowerShell::aQuoteInThePathIsAnError()
 
 void TestPowerShell::itsStandardErrorIsShown()
 {
-    m_powerShell->does(u"fail L’archive est endommagée : « été » ✗"_s);
+    m_powerShell->behave(
+        {.standardError = "L’archive est endommagée : « été » ✗\n", .exitCode = 1});
     install();
     QCOMPARE(
         m_finished->value(0),
@@ -167,7 +155,7 @@ void TestPowerShell::itsStandardErrorIsShown()
 
 void TestPowerShell::aCrashIsAnError()
 {
-    m_powerShell->does(u"crash"_s);
+    m_powerShell->behave({.crashes = true});
     install();
     QCOMPARE(m_finished->value(0).value(0).toBool(), false);
     QVERIFY(m_finished->value(0).value(1).toString().startsWith(u"Erreur d'extraction: "_s));
@@ -176,7 +164,7 @@ void TestPowerShell::aCrashIsAnError()
 void TestPowerShell::successWithoutTheClientIsAnError()
 {
     // Expand-Archive may end well although an entry failed.
-    m_powerShell->does(u"nothing"_s);
+    m_powerShell->behave({});
     install();
     QCOMPARE(m_finished->value(0),
              QVariantList({false, u"Erreur: Le client n'a pas été trouvé après extraction"_s}));
@@ -184,10 +172,10 @@ void TestPowerShell::successWithoutTheClientIsAnError()
 
 void TestPowerShell::cancelKillsIt()
 {
-    m_powerShell->does(u"hang"_s);
+    m_powerShell->behave({.hangs = true});
     Config::instance().setDofusPath(m_gamePath);
     m_downloader->startDownload();
-    QTRY_VERIFY_WITH_TIMEOUT(m_powerShell->wasStarted(), kProcessTimeout);
+    QTRY_COMPARE_WITH_TIMEOUT(m_powerShell->starts().size(), 1, kProcessTimeout);
 
     QElapsedTimer timer;
     timer.start();
@@ -195,9 +183,7 @@ void TestPowerShell::cancelKillsIt()
     m_downloader.reset();
     QVERIFY(timer.elapsed() < kProcessTimeout);
     QVERIFY(m_finished->isEmpty());
-    // A program that runs cannot be deleted: this one is gone.
-    const QString program = QCoreApplication::applicationDirPath() + u"/powershell.exe"_s;
-    QTRY_VERIFY(!QFile::exists(program) || QFile::remove(program));
+    QTRY_VERIFY(!Platform::isRunning(m_powerShell->starts().value(0).processId));
 }
 
 VEYRA_CORE_TEST_MAIN(TestPowerShell)

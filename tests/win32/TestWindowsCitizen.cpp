@@ -1,8 +1,7 @@
-#include "app/MainWindow.h"
 #include "config/Config.h"
-#include "tests/support/HttpServer.h"
+#include "tests/support/StandIn.h"
 #include "tests/support/TestEnvironment.h"
-#include "tests/win32/RecordingProgram.h"
+#include "tests/window/LauncherFixture.h"
 
 #include <QApplication>
 #include <QDir>
@@ -109,9 +108,6 @@ class TestWindowsCitizen : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void init();
-
     void startsTheGame_data();
     void startsTheGame();
     void handsOverToTheUpdater_data();
@@ -127,20 +123,7 @@ private slots:
 
 private:
     QTemporaryDir m_folder;
-    HttpServer m_server;
 };
-
-void TestWindowsCitizen::initTestCase()
-{
-    QVERIFY(m_folder.isValid());
-    m_server.becomeProxy();
-}
-
-void TestWindowsCitizen::init()
-{
-    m_server.clear();
-    m_server.answer("/api/launcher_version.json", HttpAnswer::never());
-}
 
 void TestWindowsCitizen::startsTheGame_data()
 {
@@ -158,16 +141,16 @@ void TestWindowsCitizen::startsTheGame()
     QFETCH(const QString, subfolder);
     const QString game = m_folder.filePath(gameFolder);
     const QString place = game + subfolder;
-    const RecordingProgram program(place + u"/Dofus.exe"_s);
+    const StandIn program(place + u"/Dofus.exe"_s);
+    LauncherFixture launcher;
     Config::instance().setDofusPath(game);
-
-    MainWindow window;
-    QVERIFY(QMetaObject::invokeMethod(&window, "onPlayClicked"));
+    launcher.open();
+    launcher.call("onPlayClicked");
     // Before the start-up chain writes its own.
-    QCOMPARE(window.findChild<QLabel *>(u"progressLabel"_s)->text(), u"Jeu lancé !"_s);
-    QTRY_VERIFY_WITH_TIMEOUT(program.wasStarted(), kProcessTimeout);
-    QCOMPARE(program.commandLine(), commandLine(place + u"/Dofus.exe"_s, {}));
-    QCOMPARE(program.workingDirectory(), place);
+    QCOMPARE(launcher.label(u"progressLabel"_s)->text(), u"Jeu lancé !"_s);
+    QTRY_COMPARE_WITH_TIMEOUT(program.starts().size(), 1, kProcessTimeout);
+    QCOMPARE(program.starts().first().commandLine, commandLine(place + u"/Dofus.exe"_s, {}));
+    QCOMPARE(program.starts().first().workingDirectory, place);
 }
 
 void TestWindowsCitizen::handsOverToTheUpdater_data()
@@ -183,15 +166,14 @@ void TestWindowsCitizen::handsOverToTheUpdater()
     QFETCH(const QString, archive);
     const QString folder = QCoreApplication::applicationDirPath();
     const QString updater = folder + u"/LauncherUpdater.exe"_s;
-    const RecordingProgram program(updater);
-
-    MainWindow window;
-    QVERIFY(QMetaObject::invokeMethod(&window, "onLauncherReadyToInstall", Q_ARG(QString, updater),
-                                      Q_ARG(QString, archive)));
-    QTRY_VERIFY_WITH_TIMEOUT(program.wasStarted(), kProcessTimeout);
+    const StandIn program(updater);
+    LauncherFixture launcher;
+    launcher.open();
+    launcher.call("onLauncherReadyToInstall", updater, archive);
+    QTRY_COMPARE_WITH_TIMEOUT(program.starts().size(), 1, kProcessTimeout);
     const QString self = QFileInfo(QCoreApplication::applicationFilePath()).fileName();
-    QCOMPARE(program.commandLine(), commandLine(updater, {archive, folder, self}));
-    QCOMPARE(program.workingDirectory(), QDir::currentPath());
+    QCOMPARE(program.starts().first().commandLine, commandLine(updater, {archive, folder, self}));
+    QCOMPARE(program.starts().first().workingDirectory, QDir::currentPath());
 }
 
 void TestWindowsCitizen::keepsItsSettingsInTheRoamingFolder()

@@ -531,7 +531,7 @@ void TestProgram::closing()
     DrivenLauncher launcher(*m_server);
     // On the search path in one of the phases only.
     StandIn powershell(launcher.folder() + u"/bin/"_s + Platform::executableName(u"powershell"_s));
-    powershell.hang();
+    powershell.behave({.hangs = true});
     phase.prepare(*m_server, launcher);
     QVERIFY(launcher.start());
     QVERIFY(phase.reach(*m_server, launcher));

@@ -1,8 +1,8 @@
 #include "install/ArchiveUnpacker.h"
 
-#include "tests/support/FakePrograms.h"
 #include "tests/support/Files.h"
 #include "tests/support/Platform.h"
+#include "tests/support/SearchPath.h"
 #include "tests/support/TestEnvironment.h"
 
 #include <QDir>
@@ -54,11 +54,12 @@ void TestArchiveUnpacker::choosesFromWhatThereIs_data()
 void TestArchiveUnpacker::choosesFromWhatThereIs()
 {
     QFETCH(const QStringList, available);
-    if (Platform::kIsWindows && !available.contains(u"powershell"_s))
+    if (Platform::kIsWindows && !available.contains(u"powershell"_s)) {
         QSKIP("Windows has a PowerShell at all times");
-    FakePrograms programs;
+    }
+    SearchPath programs;
     for (const QString &name : available)
-        programs.addFake(name, {});
+        programs.addStandIn(name, {});
     const UnpackCommand command = unpackCommand(u"/jeu/a.zip"_s, u"/jeu"_s);
     QTEST(command.program, "program");
     QTEST(command.arguments, "arguments");
@@ -85,8 +86,8 @@ void TestArchiveUnpacker::powerShellCommandHoldsThePathsAsTheyStand_data()
 void TestArchiveUnpacker::powerShellCommandHoldsThePathsAsTheyStand()
 {
     QFETCH(const QString, folder);
-    FakePrograms programs;
-    programs.addFake(u"powershell"_s, {});
+    SearchPath programs;
+    programs.addStandIn(u"powershell"_s, {});
     const UnpackCommand command = unpackCommand(folder + u"/a.zip"_s, folder);
     QCOMPARE(command.arguments.size(), 3);
     QTEST(command.arguments.last(), "command");
@@ -139,6 +140,9 @@ private:
 /// Rows for every unpacker that a machine without PowerShell may have.
 void addUnpackers()
 {
+    if (Platform::kIsWindows) {
+        QSKIP("Windows unpacks with PowerShell");
+    }
     QTest::addColumn<QString>("program");
     QTest::addColumn<QByteArray>("locale");
     for (const char *program : {"unzip", "bsdtar"}) {
@@ -162,8 +166,6 @@ void TestArchiveUnpacker::unpacks()
 {
     QFETCH(const QString, program);
     QFETCH(const QByteArray, locale);
-    if (Platform::kIsWindows)
-        QSKIP("Windows unpacks with PowerShell");
 
     const QTemporaryDir folder;
     const QString source = folder.filePath(u"source"_s);
@@ -174,7 +176,7 @@ void TestArchiveUnpacker::unpacks()
     Files::write(source + u"/vide/rien.txt"_s, "");
     Files::write(target + u"/a.zip"_s, Files::zipped(source));
 
-    FakePrograms programs;
+    SearchPath programs;
     programs.addReal(program);
     const Locale session(locale);
     const UnpackCommand command = unpackCommand(target + u"/a.zip"_s, target);
@@ -197,8 +199,6 @@ void TestArchiveUnpacker::overwritesWhatIsThere()
 {
     QFETCH(const QString, program);
     QFETCH(const QByteArray, locale);
-    if (Platform::kIsWindows)
-        QSKIP("Windows unpacks with PowerShell");
 
     const QTemporaryDir folder;
     const QString source = folder.filePath(u"source"_s);
@@ -208,7 +208,7 @@ void TestArchiveUnpacker::overwritesWhatIsThere()
     Files::write(target + u"/été/à moi.txt"_s, "mine");
     Files::write(target + u"/a.zip"_s, Files::zipped(source));
 
-    FakePrograms programs;
+    SearchPath programs;
     programs.addReal(program);
     const Locale session(locale);
     QCOMPARE(run(unpackCommand(target + u"/a.zip"_s, target)).exitCode, 0);
@@ -225,12 +225,10 @@ void TestArchiveUnpacker::saysWhatIsWrong()
 {
     QFETCH(const QString, program);
     QFETCH(const QByteArray, locale);
-    if (Platform::kIsWindows)
-        QSKIP("Windows unpacks with PowerShell");
 
     const QTemporaryDir folder;
     Files::write(folder.filePath(u"a.zip"_s), "no archive");
-    FakePrograms programs;
+    SearchPath programs;
     programs.addReal(program);
     const Locale session(locale);
     const Outcome outcome = run(unpackCommand(folder.filePath(u"a.zip"_s), folder.path()));

@@ -3,11 +3,11 @@
 #include "config/Config.h"
 #include "install/ArchiveUnpacker.h"
 #include "tests/support/BadAnswers.h"
-#include "tests/support/FakePrograms.h"
 #include "tests/support/Files.h"
 #include "tests/support/FullDisk.h"
 #include "tests/support/Introspection.h"
 #include "tests/support/Platform.h"
+#include "tests/support/SearchPath.h"
 #include "tests/support/SignalSequence.h"
 #include "tests/support/TestEnvironment.h"
 
@@ -142,7 +142,7 @@ private:
     HttpServer m_server;
     std::optional<QTemporaryDir> m_folder;
     QString m_gamePath;
-    std::optional<FakePrograms> m_programs;
+    std::optional<SearchPath> m_programs;
 };
 
 void TestClientDownloader::init()
@@ -163,7 +163,7 @@ void TestClientDownloader::cleanup()
 
 void TestClientDownloader::addGoodPowerShell(const QString &marker)
 {
-    m_programs->addFake(u"powershell"_s, {.created = {game(marker)}});
+    m_programs->addStandIn(u"powershell"_s, {.created = {game(marker)}});
 }
 
 void TestClientDownloader::declaresFourSignalsAndThreeSlots()
@@ -316,7 +316,7 @@ void TestClientDownloader::powerShellGetsThreeArguments()
     downloader.startDownload();
     QVERIFY(reports.waitFor(u"extractionFinished"_s));
     QCOMPARE(
-        m_programs->arguments(u"powershell"_s),
+        m_programs->startsOf(u"powershell"_s).value(0).arguments,
         (QStringList{u"-NoProfile"_s, u"-Command"_s,
                      u"Expand-Archive -Path '"_s + m_gamePath +
                          u"/DofusClient.zip' -DestinationPath '"_s + m_gamePath + u"' -Force"_s}));
@@ -549,7 +549,7 @@ void TestClientDownloader::failedDownloadLeavesNothing()
     QCOMPARE(reports.last(), downloadFailed(errorText));
     QCOMPARE(reports.count(u"downloadFinished"_s), 1);
     QCOMPARE(reports.count(u"extractionStarted"_s), 0);
-    QVERIFY(!m_programs->wasCalled(u"powershell"_s));
+    QVERIFY(m_programs->startsOf(u"powershell"_s).isEmpty());
 }
 
 void TestClientDownloader::unreachableServer()
@@ -578,7 +578,7 @@ void TestClientDownloader::fullDiskShowsInTheExtraction()
     m_server.answer(kPath, HttpAnswer::ok(Files::noise(300000)));
     ClientDownloader downloader(nullptr);
     SignalSequence reports(&downloader);
-    m_programs->addFake(u"powershell"_s, {.standardError = "archive incomplète", .exitCode = 1});
+    m_programs->addStandIn(u"powershell"_s, {.standardError = "archive incomplète", .exitCode = 1});
     {
         const FullDisk disk(1000);
         downloader.startDownload();
@@ -616,10 +616,10 @@ void TestClientDownloader::failedExtractionCarriesTheStandardError()
     QFETCH(const QByteArray, standardError);
     QFETCH(const QString, text);
     // The marker does not help: the exit tells.
-    m_programs->addFake(u"powershell"_s, {.standardError = standardError,
-                                          .created = {game(u"DofusInvoker.swf"_s)},
-                                          .exitCode = exitCode,
-                                          .crashes = crashes});
+    m_programs->addStandIn(u"powershell"_s, {.standardError = standardError,
+                                             .created = {game(u"DofusInvoker.swf"_s)},
+                                             .exitCode = exitCode,
+                                             .crashes = crashes});
     m_server.answer(kPath, HttpAnswer::ok("archive"));
     ClientDownloader downloader(nullptr);
     SignalSequence reports(&downloader);
@@ -638,7 +638,8 @@ void TestClientDownloader::failedExtractionCarriesTheStandardError()
 
 void TestClientDownloader::crashIsAFailureWhateverItsExitCode()
 {
-    m_programs->addFake(u"powershell"_s, {.created = {game(u"DofusInvoker.swf"_s)}, .hangs = true});
+    m_programs->addStandIn(u"powershell"_s,
+                           {.created = {game(u"DofusInvoker.swf"_s)}, .hangs = true});
     ClientDownloader downloader(nullptr);
     SignalSequence reports(&downloader);
     downloader.startExtraction();
@@ -659,7 +660,7 @@ void TestClientDownloader::successWithoutMarkerIsAFailure_data()
 void TestClientDownloader::successWithoutMarkerIsAFailure()
 {
     QFETCH(const QString, created);
-    m_programs->addFake(
+    m_programs->addStandIn(
         u"powershell"_s,
         {.standardError = "not shown",
          .created = created.isEmpty() ? QStringList() : QStringList{game(created)}});
@@ -805,8 +806,8 @@ void TestClientDownloader::everyOutcomeLeavesItReadyForAnother()
     QFETCH(const int, exitCode);
     QFETCH(const QString, last);
     m_server.answer(kPath, answer);
-    m_programs->addFake(u"powershell"_s,
-                        {.created = {game(u"DofusInvoker.swf"_s)}, .exitCode = exitCode});
+    m_programs->addStandIn(u"powershell"_s,
+                           {.created = {game(u"DofusInvoker.swf"_s)}, .exitCode = exitCode});
     ClientDownloader downloader(nullptr);
     SignalSequence reports(&downloader);
     downloader.startDownload();
@@ -827,7 +828,7 @@ void TestClientDownloader::gameFolderChangedDuringTheDownload()
 {
     const QString other = m_folder->filePath(u"autre"_s);
     m_server.answer(kPath, HttpAnswer::ok("archive").heldAfter(3));
-    m_programs->addFake(u"powershell"_s, {.created = {other + u"/DofusInvoker.swf"_s}});
+    m_programs->addStandIn(u"powershell"_s, {.created = {other + u"/DofusInvoker.swf"_s}});
     ClientDownloader downloader(nullptr);
     SignalSequence reports(&downloader);
     downloader.startDownload();
@@ -838,7 +839,7 @@ void TestClientDownloader::gameFolderChangedDuringTheDownload()
 
     // The transfer went on where it began; everything after it looks at the new folder.
     QCOMPARE(Files::read(game(u"DofusClient.zip"_s)), "archive"_ba);
-    QCOMPARE(m_programs->arguments(u"powershell"_s).last(),
+    QCOMPARE(m_programs->startsOf(u"powershell"_s).value(0).arguments.last(),
              u"Expand-Archive -Path '"_s + other + u"/DofusClient.zip' -DestinationPath '"_s +
                  other + u"' -Force"_s);
     QCOMPARE(reports.last(), kSuccess);
@@ -920,12 +921,12 @@ void TestClientDownloader::cancelWhileDownloading()
 void TestClientDownloader::cancelWhileExtracting()
 {
     m_server.answer(kPath, HttpAnswer::ok("archive"));
-    m_programs->addFake(u"powershell"_s, {.hangs = true});
+    m_programs->addStandIn(u"powershell"_s, {.hangs = true});
     ClientDownloader downloader(nullptr);
     SignalSequence reports(&downloader);
     downloader.startDownload();
     QVERIFY(reports.waitFor(u"extractionStarted"_s));
-    QTRY_VERIFY(m_programs->wasCalled(u"powershell"_s));
+    QTRY_COMPARE(m_programs->startsOf(u"powershell"_s).size(), 1);
     const QPointer<QProcess> process = downloader.findChild<QProcess *>();
     QVERIFY(process);
     reports.clear();
@@ -1019,11 +1020,11 @@ void TestClientDownloader::mayBeDestroyedDuringTheDownload()
 
 void TestClientDownloader::mayBeDestroyedDuringTheExtraction()
 {
-    m_programs->addFake(u"powershell"_s, {.hangs = true});
+    m_programs->addStandIn(u"powershell"_s, {.hangs = true});
     auto downloader = std::make_unique<ClientDownloader>(nullptr);
     SignalSequence reports(downloader.get());
     downloader->startExtraction();
-    QTRY_VERIFY(m_programs->wasCalled(u"powershell"_s));
+    QTRY_COMPARE(m_programs->startsOf(u"powershell"_s).size(), 1);
     downloader.reset();
     QTest::qWait(20);
     QCOMPARE(reports.texts(), kExtraction);

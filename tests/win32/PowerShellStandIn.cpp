@@ -1,14 +1,12 @@
-// Stands in for a program that the launcher starts on Windows: PowerShell, the game, the updater
-// program. Copied under that program's name to its place, it records beside itself how it was
-// called, then does what the file beside it says (tests/win32/RecordingProgram.h). Under the name
-// of PowerShell it carries out Expand-Archive.
+// Stands in for PowerShell: without a script it carries out Expand-Archive, with Qt's reader of zip
+// archives, which is no part of Qt's public interface. The launcher does not use it.
+
+#include "tests/support/StandInProgram.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QHash>
-#include <QSaveFile>
 #include <QStringList>
 
 #include <private/qzipreader_p.h>
@@ -16,45 +14,15 @@
 #include <cstdio>
 #include <optional>
 
-#include <fcntl.h>
-#include <io.h>
-#include <windows.h>
-
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-constexpr DWORD kLongestHang = 120'000; // ms, so that no forgotten program stays for good
-
 int complain(const QString &text)
 {
     const QByteArray bytes = text.toUtf8() + '\n';
-    _setmode(_fileno(stderr), _O_BINARY); // no carriage returns
     std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
     return 1;
-}
-
-bool record(const QString &self)
-{
-    QSaveFile file(self + u".record"_s);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    file.write(QString::fromWCharArray(GetCommandLineW()).toUtf8() + '\n');
-    file.write(QDir::currentPath().toUtf8() + '\n');
-    return file.commit();
-}
-
-QString behaviour(const QString &self)
-{
-    QFile file(self + u".does"_s);
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-}
-
-/// What the parent sees of a program that touched memory it must not. The real thing would start
-/// whatever debugger the machine has.
-void crash()
-{
-    TerminateProcess(GetCurrentProcess(), DWORD(EXCEPTION_ACCESS_VIOLATION));
 }
 
 /// Splits a command as PowerShell does. Text right behind a closing quote would be an argument of
@@ -146,19 +114,8 @@ int runAsPowerShell(const QStringList &arguments)
 
 int main(int argc, char **argv)
 {
-    QCoreApplication application(argc, argv);
-    const QString self = QCoreApplication::applicationFilePath();
-    if (!record(self))
-        return complain(u"Impossible d'écrire à côté de %1"_s.arg(self));
-
-    const QString does = behaviour(self);
-    if (does == u"crash")
-        crash();
-    if (does == u"hang")
-        Sleep(kLongestHang);
-    if (does.startsWith(u"fail "))
-        return complain(does.mid(5));
-    if (QFileInfo(self).completeBaseName() == u"powershell" && does != u"nothing")
-        return runAsPowerShell(QCoreApplication::arguments().mid(1));
-    return 0;
+    if (const std::optional<int> exitCode = StandInProgram::run(argc, argv))
+        return *exitCode;
+    const QCoreApplication application(argc, argv);
+    return runAsPowerShell(QCoreApplication::arguments().mid(1));
 }
