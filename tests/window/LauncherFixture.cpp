@@ -26,9 +26,14 @@ LauncherFixture::~LauncherFixture()
     QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
 }
 
-void LauncherFixture::open()
+void LauncherFixture::build()
 {
     m_window = std::make_unique<MainWindow>();
+}
+
+void LauncherFixture::open()
+{
+    build();
     m_window->show();
 }
 
@@ -44,17 +49,17 @@ void LauncherFixture::installClient()
 
 QLabel *LauncherFixture::label(const QString &objectName) const
 {
-    return m_window->findChild<QLabel *>(objectName);
+    return child<QLabel>(objectName);
 }
 
 QProgressBar *LauncherFixture::progressBar() const
 {
-    return m_window->findChild<QProgressBar *>(u"progressBar"_s);
+    return child<QProgressBar>(u"progressBar"_s);
 }
 
 QPushButton *LauncherFixture::playButton() const
 {
-    return m_window->findChild<QPushButton *>(u"playButton"_s);
+    return child<QPushButton>(u"playButton"_s);
 }
 
 QPushButton *LauncherFixture::button(const QString &text) const
@@ -69,7 +74,7 @@ QPushButton *LauncherFixture::button(const QString &text) const
 
 QTextEdit *LauncherFixture::news() const
 {
-    return m_window->findChild<QTextEdit *>(u"newsWidget"_s);
+    return child<QTextEdit>(u"newsWidget"_s);
 }
 
 QString LauncherFixture::face() const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/MainWindow.h"
 #include "tests/support/HttpServer.h"
 
 #include <QMetaObject>
@@ -8,7 +9,6 @@
 
 #include <memory>
 
-class MainWindow;
 class QLabel;
 class QProgressBar;
 class QPushButton;
@@ -16,14 +16,16 @@ class QTextEdit;
 
 /// A main window in a world of its own: a scripted server that gets all of its requests, and an
 /// empty game folder. Until a test says otherwise the server answers nothing, so that the start-up
-/// chain stands still behind what the test does.
+/// chain stands still behind what the test does. One at a time: its end takes the proxy away.
 class LauncherFixture
 {
 public:
     LauncherFixture();
     ~LauncherFixture();
 
-    /// Builds the window and shows it.
+    /// Builds the window without showing it.
+    void build();
+    /// Builds it and shows it.
     void open();
     void close();
 
@@ -33,6 +35,8 @@ public:
 
     MainWindow *window() const { return m_window.get(); }
     template <typename Worker> Worker *worker() const;
+    /// The widget of this object name.
+    template <typename Widget> Widget *child(const QString &objectName) const;
     QLabel *label(const QString &objectName) const;
     QProgressBar *progressBar() const;
     QPushButton *playButton() const;
@@ -53,11 +57,14 @@ private:
     std::unique_ptr<MainWindow> m_window;
 };
 
-#include "app/MainWindow.h"
-
 template <typename Worker> Worker *LauncherFixture::worker() const
 {
     return m_window->findChild<Worker *>(QString(), Qt::FindDirectChildrenOnly);
+}
+
+template <typename Widget> Widget *LauncherFixture::child(const QString &objectName) const
+{
+    return m_window->findChild<Widget *>(objectName);
 }
 
 template <typename... Arguments>

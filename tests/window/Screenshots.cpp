@@ -1,16 +1,14 @@
 #include "app/Identity.h"
-#include "app/MainWindow.h"
-#include "config/Config.h"
-#include "tests/support/HttpServer.h"
+#include "tests/support/Files.h"
 #include "tests/support/TestEnvironment.h"
-#include "update/Updater.h"
+#include "tests/window/LauncherFixture.h"
 
 #include <QApplication>
+#include <QDialog>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QLabel>
-#include <QMessageBox>
-#include <QProcess>
 #include <QPushButton>
 #include <QScreen>
 #include <QTest>
@@ -42,6 +40,30 @@ HttpAnswer slowArchive()
     return HttpAnswer::ok(QByteArray(5'000'000, 'x')).dripped(300'000, 30ms);
 }
 
+QByteArray longNews()
+{
+    QByteArrayList items;
+    for (int i = 1; i <= 15; ++i) {
+        items.append(
+            "{\"date\": \"" + QByteArray::number(i) +
+            "/11\", \"title\": \"Chronique de la vallée\", \"content\": \"" +
+            QByteArray("Les éclaireurs racontent la neige, le lac et la citadelle. ").repeated(4) +
+            "\"}");
+    }
+    return '[' + items.join(',') + ']';
+}
+
+/// A real archive with a client whose verification takes long enough to be seen.
+QByteArray realArchive()
+{
+    const QTemporaryDir content;
+    Files::write(content.filePath(u"DofusInvoker.swf"_s), {});
+    Files::write(content.filePath(u"données.bin"_s), {});
+    if (!QFile::resize(content.filePath(u"données.bin"_s), 600'000'000))
+        qFatal("cannot write the sample client");
+    return Files::zipped(content.path());
+}
+
 /// The real window against a scripted server, brought into one state after the other.
 class Photographer
 {
@@ -52,72 +74,25 @@ public:
     bool failed() const { return m_failed; }
 
 private:
-    using Steps = std::function<void(MainWindow &)>;
+    using Steps = std::function<void(LauncherFixture &)>;
 
-    void take(const QString &name, const Steps &steps);
+    /// `prepare` changes what server and game folder hold before the window opens.
+    void take(const QString &name, const Steps &prepare, const Steps &steps);
+    /// The steps up to a progress text that begins so.
+    Steps until(const QString &progress);
     void waitFor(const QString &what, const std::function<bool()> &condition);
-    void waitForProgress(MainWindow &window, const QString &start);
-    void save(const MainWindow &window, const QString &name);
-    void serveDefaults();
-    void installClient();
-    void removeClient();
-    void withModalDialog(const QString &name, MainWindow &window,
+    void save(const LauncherFixture &launcher, const QString &name);
+    void withModalDialog(const QString &name, const LauncherFixture &launcher,
                          const std::function<void()> &opening);
 
-    HttpServer m_server;
     QString m_folder;
-    QTemporaryDir m_game;
-    QByteArray m_archive;
     bool m_failed = false;
 };
 
 Photographer::Photographer(const QString &folder)
     : m_folder(folder)
 {
-    m_server.becomeProxy();
     QDir().mkpath(folder);
-    Config::instance().setDofusPath(m_game.path() + u"/Client"_s);
-
-    // A real archive with a client whose verification takes long enough to be seen.
-    const QString content = m_game.path() + u"/content"_s;
-    QDir().mkpath(content);
-    QFile marker(content + u"/DofusInvoker.swf"_s);
-    QFile large(content + u"/données.bin"_s);
-    if (!marker.open(QIODevice::WriteOnly) || !large.open(QIODevice::WriteOnly) ||
-        !large.resize(600'000'000)) {
-        qFatal("cannot write the sample client");
-    }
-    marker.close();
-    large.close();
-    QProcess zip;
-    zip.setWorkingDirectory(content);
-    zip.start(u"bsdtar"_s,
-              {u"-a"_s, u"-cf"_s, u"../client.zip"_s, u"DofusInvoker.swf"_s, u"données.bin"_s});
-    QFile archive(m_game.path() + u"/client.zip"_s);
-    if (!zip.waitForFinished(60'000) || !archive.open(QIODevice::ReadOnly))
-        qFatal("bsdtar failed");
-    m_archive = archive.readAll();
-}
-
-void Photographer::serveDefaults()
-{
-    m_server.clear();
-    m_server.answer("/api/status.php", HttpAnswer::ok(R"({"online": true, "players": 128})"));
-    m_server.answer("/api/news.php", HttpAnswer::ok(kNews));
-    m_server.answer("/api/launcher_version.json", HttpAnswer::ok(R"({"version": "1.0.0"})"));
-}
-
-void Photographer::installClient()
-{
-    QDir().mkpath(Config::instance().dofusPath());
-    QFile marker(Config::instance().dofusPath() + u"/DofusInvoker.swf"_s);
-    if (!marker.open(QIODevice::WriteOnly))
-        qFatal("cannot install the sample client");
-}
-
-void Photographer::removeClient()
-{
-    QDir(Config::instance().dofusPath()).removeRecursively();
 }
 
 void Photographer::waitFor(const QString &what, const std::function<bool()> &condition)
@@ -134,18 +109,20 @@ void Photographer::waitFor(const QString &what, const std::function<bool()> &con
     }
 }
 
-void Photographer::waitForProgress(MainWindow &window, const QString &start)
+Photographer::Steps Photographer::until(const QString &progress)
 {
-    const auto *label = window.findChild<QLabel *>(u"progressLabel"_s);
-    waitFor(start, [label, start] { return label->text().startsWith(start); });
+    return [this, progress](LauncherFixture &launcher) {
+        const auto *label = launcher.label(u"progressLabel"_s);
+        waitFor(progress, [label, progress] { return label->text().startsWith(progress); });
+    };
 }
 
-void Photographer::save(const MainWindow &window, const QString &name)
+void Photographer::save(const LauncherFixture &launcher, const QString &name)
 {
     QTest::qWait(std::chrono::milliseconds(kSettling).count());
-    const QRect frame = window.geometry();
-    const QPixmap picture =
-        window.screen()->grabWindow(0, frame.x(), frame.y(), frame.width(), frame.height());
+    const QRect frame = launcher.window()->geometry();
+    const QPixmap picture = launcher.window()->screen()->grabWindow(0, frame.x(), frame.y(),
+                                                                    frame.width(), frame.height());
     const QString path = m_folder + u'/' + name + u".png"_s;
     if (picture.save(path))
         std::printf("%s\n", qPrintable(path));
@@ -153,22 +130,30 @@ void Photographer::save(const MainWindow &window, const QString &name)
         m_failed = true;
 }
 
-void Photographer::take(const QString &name, const Steps &steps)
+void Photographer::take(const QString &name, const Steps &prepare, const Steps &steps)
 {
-    MainWindow window;
-    window.move(0, 0);
-    window.show();
-    if (!QTest::qWaitForWindowExposed(&window))
+    LauncherFixture launcher;
+    HttpServer &server = launcher.server;
+    server.clear();
+    server.answer("/api/status.php", HttpAnswer::ok(R"({"online": true, "players": 128})"));
+    server.answer("/api/news.php", HttpAnswer::ok(kNews));
+    server.answer("/api/launcher_version.json", HttpAnswer::ok(R"({"version": "1.0.0"})"));
+    prepare(launcher);
+
+    launcher.build();
+    launcher.window()->move(0, 0);
+    launcher.window()->show();
+    if (!QTest::qWaitForWindowExposed(launcher.window()))
         m_failed = true;
-    waitFor(u"the news"_s, [this] { return m_server.requestCount("/api/news.php") == 1; });
-    steps(window);
-    save(window, name);
+    waitFor(u"the news"_s, [&server] { return server.requestCount("/api/news.php") == 1; });
+    steps(launcher);
+    save(launcher, name);
     // The verification posts to the window's Updater.
     QThreadPool::globalInstance()->waitForDone();
 }
 
 /// `opening` runs a dialog's own event loop; the picture is taken from within it.
-void Photographer::withModalDialog(const QString &name, MainWindow &window,
+void Photographer::withModalDialog(const QString &name, const LauncherFixture &launcher,
                                    const std::function<void()> &opening)
 {
     QTimer poll;
@@ -177,7 +162,7 @@ void Photographer::withModalDialog(const QString &name, MainWindow &window,
         if (!dialog || !dialog->isVisible())
             return;
         poll.stop();
-        save(window, name);
+        save(launcher, name);
         dialog->reject();
     });
     poll.start(10ms);
@@ -187,88 +172,96 @@ void Photographer::withModalDialog(const QString &name, MainWindow &window,
 
 void Photographer::takeAll()
 {
-    removeClient();
-    serveDefaults();
-    m_server.answer("/api/launcher_version.json", HttpAnswer::never());
-    take(u"01-checking"_s, [this](MainWindow &window) {
-        waitForProgress(window, u"Vérification des mises à jour du launcher"_s);
-    });
+    const Steps nothing = [](LauncherFixture &) {};
+    const Steps installed = [](LauncherFixture &launcher) { launcher.installClient(); };
+    const Steps ready = until(u"Prêt à jouer"_s);
 
-    serveDefaults();
-    installClient();
-    m_server.answer("/api/launcher_version.json",
-                    HttpAnswer::ok(R"({"version": "1.1.0", "changelog":
+    take(
+        u"01-checking"_s,
+        [](LauncherFixture &launcher) {
+            launcher.server.answer("/api/launcher_version.json", HttpAnswer::never());
+        },
+        until(u"Vérification des mises à jour du launcher"_s));
+
+    take(
+        u"03-ready-after-declining"_s,
+        [](LauncherFixture &launcher) {
+            launcher.installClient();
+            launcher.server.answer("/api/launcher_version.json",
+                                   HttpAnswer::ok(R"({"version": "1.1.0", "changelog":
                         "- Téléchargement plus rapide\n- Nouvelle image de fond\n- Corrections"})"));
-    take(u"03-ready-after-declining"_s, [this](MainWindow &window) {
-        withModalDialog(u"02-update-prompt"_s, window,
-                        [&] { waitForProgress(window, u"Prêt à jouer"_s); });
-    });
-
-    serveDefaults();
-    removeClient();
-    m_server.answer("/client/DofusClient.zip", slowArchive().heldAfter(2'100'000));
-    take(u"04-downloading-known-size"_s,
-         [this](MainWindow &window) { waitForProgress(window, u"Téléchargement du client"_s); });
-
-    serveDefaults();
-    m_server.answer("/client/DofusClient.zip", slowArchive().chunked().heldAfter(2'100'000));
-    take(u"05-downloading-unknown-size"_s,
-         [this](MainWindow &window) { waitForProgress(window, u"Téléchargement du client"_s); });
-
-    serveDefaults();
-    m_server.answer("/client/DofusClient.zip", HttpAnswer::ok(m_archive));
-    m_server.answer("/updates/version.json",
-                    HttpAnswer::ok(R"({"files": [{"name": "DofusInvoker.swf", "hash": "x"},
-                                                 {"name": "données.bin", "hash": "x"}]})"));
-    take(u"07-verifying"_s, [this](MainWindow &window) {
-        waitForProgress(window, u"Extraction du client"_s);
-        save(window, u"06-unpacking"_s);
-        waitForProgress(window, u"Vérification des fichiers: 1/2"_s);
-    });
-
-    serveDefaults();
-    installClient();
-    take(u"08-ready"_s, [this](MainWindow &window) { waitForProgress(window, u"Prêt à jouer"_s); });
-
-    serveDefaults();
-    removeClient();
-    take(u"10-error"_s, [this](MainWindow &window) {
-        withModalDialog(u"09-error-box"_s, window, [&] { waitForProgress(window, u"Erreur"_s); });
-    });
-
-    serveDefaults();
-    installClient();
-    m_server.answer("/api/status.php", HttpAnswer::status(500));
-    m_server.answer("/api/news.php", HttpAnswer::status(500));
-    take(u"11-offline"_s,
-         [this](MainWindow &window) { waitForProgress(window, u"Prêt à jouer"_s); });
-
-    serveDefaults();
-    QByteArrayList items;
-    for (int i = 1; i <= 15; ++i) {
-        items.append(
-            "{\"date\": \"" + QByteArray::number(i) +
-            "/11\", \"title\": \"Chronique de la vallée\", \"content\": \"" +
-            QByteArray("Les éclaireurs racontent la neige, le lac et la citadelle. ").repeated(4) +
-            "\"}");
-    }
-    m_server.answer("/api/news.php", HttpAnswer::ok('[' + items.join(',') + ']'));
-    take(u"12-long-news"_s,
-         [this](MainWindow &window) { waitForProgress(window, u"Prêt à jouer"_s); });
-
-    serveDefaults();
-    m_server.answer("/api/news.php", HttpAnswer::ok("[]"));
-    take(u"13-no-news"_s,
-         [this](MainWindow &window) { waitForProgress(window, u"Prêt à jouer"_s); });
-
-    serveDefaults();
-    take(u"15-keyboard-focus"_s, [this](MainWindow &window) {
-        waitForProgress(window, u"Prêt à jouer"_s);
-        withModalDialog(u"14-settings"_s, window, [&window] {
-            window.findChild<QPushButton *>(u"settingsButton"_s)->click();
+        },
+        [this, ready](LauncherFixture &launcher) {
+            withModalDialog(u"02-update-prompt"_s, launcher, [&] { ready(launcher); });
         });
-        window.activateWindow();
-        window.findChild<QPushButton *>(u"playButton"_s)->setFocus(Qt::TabFocusReason);
+
+    take(
+        u"04-downloading-known-size"_s,
+        [](LauncherFixture &launcher) {
+            launcher.server.answer("/client/DofusClient.zip", slowArchive().heldAfter(2'100'000));
+        },
+        until(u"Téléchargement du client"_s));
+
+    take(
+        u"05-downloading-unknown-size"_s,
+        [](LauncherFixture &launcher) {
+            launcher.server.answer("/client/DofusClient.zip",
+                                   slowArchive().chunked().heldAfter(2'100'000));
+        },
+        until(u"Téléchargement du client"_s));
+
+    take(
+        u"07-verifying"_s,
+        [](LauncherFixture &launcher) {
+            launcher.server.answer("/client/DofusClient.zip", HttpAnswer::ok(realArchive()));
+            launcher.server.answer(
+                "/updates/version.json",
+                HttpAnswer::ok(R"({"files": [{"name": "DofusInvoker.swf", "hash": "x"},
+                                                 {"name": "données.bin", "hash": "x"}]})"));
+        },
+        [this](LauncherFixture &launcher) {
+            until(u"Extraction du client"_s)(launcher);
+            save(launcher, u"06-unpacking"_s);
+            until(u"Vérification des fichiers: 1/2"_s)(launcher);
+        });
+
+    take(u"08-ready"_s, installed, ready);
+
+    take(u"10-error"_s, nothing, [this](LauncherFixture &launcher) {
+        withModalDialog(u"09-error-box"_s, launcher, [&] { until(u"Erreur"_s)(launcher); });
+    });
+
+    take(
+        u"11-offline"_s,
+        [](LauncherFixture &launcher) {
+            launcher.installClient();
+            launcher.server.answer("/api/status.php", HttpAnswer::status(500));
+            launcher.server.answer("/api/news.php", HttpAnswer::status(500));
+        },
+        ready);
+
+    take(
+        u"12-long-news"_s,
+        [](LauncherFixture &launcher) {
+            launcher.installClient();
+            launcher.server.answer("/api/news.php", HttpAnswer::ok(longNews()));
+        },
+        ready);
+
+    take(
+        u"13-no-news"_s,
+        [](LauncherFixture &launcher) {
+            launcher.installClient();
+            launcher.server.answer("/api/news.php", HttpAnswer::ok("[]"));
+        },
+        ready);
+
+    take(u"15-keyboard-focus"_s, installed, [this, ready](LauncherFixture &launcher) {
+        ready(launcher);
+        withModalDialog(u"14-settings"_s, launcher,
+                        [&launcher] { launcher.child<QPushButton>(u"settingsButton"_s)->click(); });
+        launcher.window()->activateWindow();
+        launcher.playButton()->setFocus(Qt::TabFocusReason);
     });
 }
 

@@ -1,9 +1,8 @@
 #include "app/Identity.h"
-#include "app/MainWindow.h"
 #include "config/Config.h"
 #include "tests/support/BoxAnswers.h"
-#include "tests/support/HttpServer.h"
 #include "tests/support/TestEnvironment.h"
+#include "tests/window/LauncherFixture.h"
 
 #include <QAccessible>
 #include <QApplication>
@@ -34,7 +33,7 @@ private slots:
     void initTestCase();
     void cleanupTestCase();
     void init();
-    void cleanup();
+    void cleanup() { m_launcher.reset(); }
     void tabGoesFromTopToBottom();
     void tabSkipsTheDisabledPlayButton();
     void theFirstFocusIsOnTheNews();
@@ -50,25 +49,18 @@ private slots:
     void theSettingsFieldIsNamedByItsCaption();
 
 private:
-    template <typename T> T *child(const char *name) const
-    {
-        return m_window->findChild<T *>(QString::fromLatin1(name));
-    }
-    QPushButton *button(const QString &text) const;
+    QPushButton *button(const QString &text) const { return m_launcher->button(text); }
     QFocusFrame *ring() const
     {
         return QApplication::focusWidget()->window()->findChild<QFocusFrame *>();
     }
 
-    HttpServer m_server; // answers nothing that would change the window meanwhile
-    std::unique_ptr<MainWindow> m_window;
+    std::unique_ptr<LauncherFixture> m_launcher;
     QList<QUrl> m_opened;
 };
 
 void TestKeyboardAccess::initTestCase()
 {
-    m_server.becomeProxy();
-    m_server.answerEverythingWith(HttpAnswer::never());
     Identity::apply();
     QDesktopServices::setUrlHandler(u"http"_s, this, "openUrl");
     QDesktopServices::setUrlHandler(u"https"_s, this, "openUrl");
@@ -83,32 +75,17 @@ void TestKeyboardAccess::cleanupTestCase()
 void TestKeyboardAccess::init()
 {
     m_opened.clear();
-    m_window = std::make_unique<MainWindow>();
-    m_window->show();
-    QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
-}
-
-void TestKeyboardAccess::cleanup()
-{
-    m_window.reset();
-}
-
-QPushButton *TestKeyboardAccess::button(const QString &text) const
-{
-    for (QPushButton *candidate : m_window->findChildren<QPushButton *>()) {
-        if (candidate->text() == text)
-            return candidate;
-    }
-    return nullptr;
+    m_launcher = std::make_unique<LauncherFixture>();
+    m_launcher->open();
+    QVERIFY(QTest::qWaitForWindowActive(m_launcher->window()));
 }
 
 void TestKeyboardAccess::tabGoesFromTopToBottom()
 {
-    child<QPushButton>("playButton")->setEnabled(true);
+    m_launcher->playButton()->setEnabled(true);
     button(u"Site Web"_s)->setFocus();
-    const QList<QWidget *> order{button(u"Site Web"_s), button(u"Discord"_s),
-                                 child<QTextEdit>("newsWidget"), button(u"Paramètres"_s),
-                                 child<QPushButton>("playButton")};
+    const QList<QWidget *> order{button(u"Site Web"_s), button(u"Discord"_s), m_launcher->news(),
+                                 button(u"Paramètres"_s), m_launcher->playButton()};
     for (QWidget *expected : order) {
         QCOMPARE(QApplication::focusWidget(), expected);
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
@@ -127,7 +104,7 @@ void TestKeyboardAccess::tabSkipsTheDisabledPlayButton()
 
 void TestKeyboardAccess::theFirstFocusIsOnTheNews()
 {
-    QCOMPARE(QApplication::focusWidget(), child<QTextEdit>("newsWidget"));
+    QCOMPARE(QApplication::focusWidget(), m_launcher->news());
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
     QVERIFY(m_opened.isEmpty());
     QVERIFY(!QApplication::activeModalWidget());
@@ -173,7 +150,7 @@ void TestKeyboardAccess::keysPressButtons()
 
 void TestKeyboardAccess::enterStartsNothingWhileThePlayButtonIsDisabled()
 {
-    auto *play = child<QPushButton>("playButton");
+    auto *play = m_launcher->playButton();
     QSignalSpy clicked(play, &QPushButton::clicked);
     QVERIFY(!play->isEnabled());
     QTest::keyClick(play, Qt::Key_Return);
@@ -191,9 +168,9 @@ void TestKeyboardAccess::aRingShowsTheKeyboardFocus()
     QVERIFY(ring()->geometry().contains(settings->geometry()));
 
     // Seen on the pixels: white in the middle of the ring's left edge.
-    const QImage grabbed = m_window->grab().toImage();
+    const QImage grabbed = m_launcher->window()->grab().toImage();
     const qreal ratio = grabbed.devicePixelRatio();
-    const QPoint edge = ring()->mapTo(m_window.get(), QPoint(1, ring()->height() / 2));
+    const QPoint edge = ring()->mapTo(m_launcher->window(), QPoint(1, ring()->height() / 2));
     QCOMPARE(grabbed.pixelColor((QPointF(edge) * ratio).toPoint()), QColor(Qt::white));
 }
 
@@ -220,8 +197,8 @@ void TestKeyboardAccess::theRingOutlivesADialog()
     QTest::mouseClick(button(u"Paramètres"_s), Qt::LeftButton);
     QVERIFY(ringInDialog);
 
-    m_window->activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+    m_launcher->window()->activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(m_launcher->window()));
     button(u"Discord"_s)->setFocus();
     QTest::keyClick(button(u"Discord"_s), Qt::Key_Tab);
     QVERIFY(ring());
@@ -238,7 +215,7 @@ void TestKeyboardAccess::noRingAfterAClick()
     QCOMPARE(QApplication::focusWidget(), button(u"Paramètres"_s));
     QTRY_VERIFY(ring() && ring()->isVisible());
 
-    auto *news = child<QTextEdit>("newsWidget");
+    auto *news = m_launcher->news();
     QTest::mouseClick(news->viewport(), Qt::LeftButton);
     QCOMPARE(QApplication::focusWidget(), news);
     QVERIFY(!ring()->isVisible());
@@ -258,7 +235,7 @@ void TestKeyboardAccess::accessibleNames()
 {
     QFETCH(const QString, text);
     QWidget *widget =
-        text.isEmpty() ? static_cast<QWidget *>(child<QProgressBar>("progressBar")) : button(text);
+        text.isEmpty() ? static_cast<QWidget *>(m_launcher->progressBar()) : button(text);
     QAccessibleInterface *interface = QAccessible::queryAccessibleInterface(widget);
     QVERIFY(interface);
     QTEST(interface->text(QAccessible::Name), "name");

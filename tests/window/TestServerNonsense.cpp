@@ -1,12 +1,9 @@
 #include "app/Identity.h"
-#include "app/MainWindow.h"
-#include "config/Config.h"
 #include "tests/support/BoxAnswers.h"
-#include "tests/support/HttpServer.h"
 #include "tests/support/TestEnvironment.h"
+#include "tests/window/LauncherFixture.h"
 
 #include <QApplication>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QLabel>
@@ -35,8 +32,9 @@ class TestServerNonsense : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
+    void initTestCase() { Identity::apply(); }
     void init();
+    void cleanup() { m_launcher.reset(); }
     void becomesReadyWhateverComes_data();
     void becomesReadyWhateverComes();
     void hugeNewsAreShownInPart();
@@ -48,25 +46,17 @@ private slots:
     void errorsAreNoHtml();
 
 private:
-    QTemporaryDir m_game;
-    QFile m_marker;
-    HttpServer m_server;
-};
+    HttpServer &server() { return m_launcher->server; }
+    QString progressText() const { return m_launcher->label(u"progressLabel"_s)->text(); }
 
-void TestServerNonsense::initTestCase()
-{
-    QApplication::setStyle(u"Fusion"_s);
-    m_server.becomeProxy();
-    Config::instance().setDofusPath(m_game.path());
-    m_marker.setFileName(m_game.path() + u"/DofusInvoker.swf"_s);
-}
+    std::unique_ptr<LauncherFixture> m_launcher;
+};
 
 void TestServerNonsense::init()
 {
-    m_server.clear();
-    m_server.answerEverythingWith(HttpAnswer::status(404));
-    QVERIFY(m_marker.open(QIODevice::WriteOnly)); // the client is installed
-    m_marker.close();
+    m_launcher = std::make_unique<LauncherFixture>();
+    server().clear();
+    m_launcher->installClient();
 }
 
 void TestServerNonsense::becomesReadyWhateverComes_data()
@@ -89,22 +79,19 @@ void TestServerNonsense::becomesReadyWhateverComes_data()
 void TestServerNonsense::becomesReadyWhateverComes()
 {
     QFETCH(const QByteArray, body);
-    m_server.answerEverythingWith(HttpAnswer::ok(body));
-    MainWindow window;
-    window.show();
-    auto *progress = window.findChild<QLabel *>(u"progressLabel"_s);
-    QTRY_COMPARE_WITH_TIMEOUT(progress->text(), u"Prêt à jouer !"_s, kPatience);
-    QVERIFY(window.findChild<QPushButton *>(u"playButton"_s)->isEnabled());
-    QTRY_COMPARE_WITH_TIMEOUT(m_server.requestCount("/api/news.php"), 1, kPatience);
+    server().answerEverythingWith(HttpAnswer::ok(body));
+    m_launcher->open();
+    QTRY_COMPARE_WITH_TIMEOUT(progressText(), u"Prêt à jouer !"_s, kPatience);
+    QVERIFY(m_launcher->playButton()->isEnabled());
+    QTRY_COMPARE_WITH_TIMEOUT(server().requestCount("/api/news.php"), 1, kPatience);
 }
 
 void TestServerNonsense::hugeNewsAreShownInPart()
 {
-    m_server.answer("/api/news.php",
+    server().answer("/api/news.php",
                     HttpAnswer::ok("[\"premier\", \"" + kHugeText + "\", \"dernier\"]"));
-    MainWindow window;
-    window.show();
-    auto *news = window.findChild<QTextEdit *>(u"newsWidget"_s);
+    m_launcher->open();
+    auto *news = m_launcher->news();
     QTRY_VERIFY_WITH_TIMEOUT(news->toPlainText().startsWith(u"• premier"), kPatience);
     QVERIFY(news->toPlainText().size() > 40'000);
     QVERIFY(news->toPlainText().size() < 60'000);
@@ -143,10 +130,9 @@ void TestServerNonsense::hostileNewsAreShownSoon()
     QFETCH(const int, count);
     QByteArray feed = ('"' + item + "\",").repeated(count);
     feed.chop(1);
-    m_server.answer("/api/news.php", HttpAnswer::ok('[' + feed + ']'));
-    MainWindow window;
-    window.show();
-    auto *news = window.findChild<QTextEdit *>(u"newsWidget"_s);
+    server().answer("/api/news.php", HttpAnswer::ok('[' + feed + ']'));
+    m_launcher->open();
+    auto *news = m_launcher->news();
     QElapsedTimer elapsed;
     elapsed.start();
     QTRY_VERIFY_WITH_TIMEOUT(!news->document()->isEmpty(), kPatience);
@@ -177,20 +163,19 @@ void TestServerNonsense::usualNewsStayAsTheyAre_data()
 void TestServerNonsense::usualNewsStayAsTheyAre()
 {
     QFETCH(const QString, item);
-    m_server.answer("/api/news.php", HttpAnswer::ok("[\"" + item.toUtf8() + "\"]"));
-    MainWindow window;
-    window.show();
-    auto *news = window.findChild<QTextEdit *>(u"newsWidget"_s);
+    server().answer("/api/news.php", HttpAnswer::ok("[\"" + item.toUtf8() + "\"]"));
+    m_launcher->open();
+    auto *news = m_launcher->news();
     QTRY_VERIFY(!news->document()->isEmpty());
     QTEST(news->toPlainText().trimmed(), "shown");
 }
 
 void TestServerNonsense::errorsAreNoHtml()
 {
-    QVERIFY(m_marker.remove());
+    QVERIFY(QFile::remove(m_launcher->gameFolder() + u"/DofusInvoker.swf"_s));
     HttpAnswer answer = HttpAnswer::status(404);
     answer.reason = "<b>gras</b> <img src='/nowhere.png'>";
-    m_server.answer("/client/DofusClient.zip", answer);
+    server().answer("/client/DofusClient.zip", answer);
     BoxAnswers answers;
     QMessageBox *box = nullptr;
     Qt::TextFormat format = Qt::AutoText;
@@ -199,30 +184,27 @@ void TestServerNonsense::errorsAreNoHtml()
         format = box->textFormat();
     });
     answers.click(QMessageBox::Ok);
-    MainWindow window;
-    window.show();
+    m_launcher->open();
     QTRY_COMPARE(answers.seen().size(), 1);
     QTRY_VERIFY(box);
     QVERIFY(answers.seen().first().text.contains(u"<b>gras</b>"));
     QCOMPARE(format, Qt::PlainText);
-    auto *progress = window.findChild<QLabel *>(u"progressLabel"_s);
-    QCOMPARE(progress->textFormat(), Qt::PlainText);
-    QVERIFY(progress->text().contains(u"<b>gras</b>"));
+    QCOMPARE(m_launcher->label(u"progressLabel"_s)->textFormat(), Qt::PlainText);
+    QVERIFY(progressText().contains(u"<b>gras</b>"));
     QTRY_VERIFY(!QApplication::activeModalWidget());
 }
 
 void TestServerNonsense::aHugeChangelogStillAsks()
 {
-    m_server.answer("/api/launcher_version.json",
+    server().answer("/api/launcher_version.json",
                     HttpAnswer::ok("{\"version\": \"2.0\", \"changelog\": \"" + kHugeText + "\"}"));
     BoxAnswers answers;
     answers.click(QMessageBox::No);
-    MainWindow window;
-    window.show();
+    m_launcher->open();
     QTRY_COMPARE_WITH_TIMEOUT(answers.seen().size(), 1, kPatience);
     QVERIFY(answers.seen().first().text.size() < 25'000);
     QVERIFY(answers.seen().first().text.endsWith(u"\n\nVoulez-vous mettre à jour maintenant ?"));
-    QTRY_COMPARE(window.findChild<QLabel *>(u"progressLabel"_s)->text(), u"Prêt à jouer !"_s);
+    QTRY_COMPARE(progressText(), u"Prêt à jouer !"_s);
 }
 
 VEYRA_WIDGET_TEST_MAIN(TestServerNonsense)

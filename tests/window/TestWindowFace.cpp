@@ -1,7 +1,6 @@
 #include "app/Identity.h"
-#include "app/MainWindow.h"
-#include "tests/support/HttpServer.h"
 #include "tests/support/TestEnvironment.h"
+#include "tests/window/LauncherFixture.h"
 
 #include <QApplication>
 #include <QDir>
@@ -13,7 +12,7 @@
 #include <QTextEdit>
 
 #include <cmath>
-#include <memory>
+#include <optional>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -56,6 +55,7 @@ class TestWindowFace : public QObject
 private slots:
     void initTestCase();
     void init();
+    void cleanup() { m_launcher.reset(); }
     void textIsLegibleOnThePicture_data();
     void textIsLegibleOnThePicture();
     void thePaintingIsAsStored_data();
@@ -63,18 +63,15 @@ private slots:
     void theGlowOfThePlayButtonIsSeen();
 
 private:
-    HttpServer m_server; // answers nothing that would change the texts meanwhile
     QImage grabbed() const;
     QRect rectOf(const QString &name) const;
     QList<Region> regions() const;
 
-    std::unique_ptr<MainWindow> m_window;
+    std::optional<LauncherFixture> m_launcher;
 };
 
 void TestWindowFace::initTestCase()
 {
-    m_server.becomeProxy();
-    m_server.answerEverythingWith(HttpAnswer::never());
     Identity::apply();
     QApplication::setFont(QFont(u"DejaVu Sans"_s)); // fixes where the rows lie
     if (!qEnvironmentVariableIsSet("VEYRA_WRITE_REFERENCE"))
@@ -95,23 +92,24 @@ void TestWindowFace::initTestCase()
 
 void TestWindowFace::init()
 {
-    m_window = std::make_unique<MainWindow>();
-    m_window->findChild<QProgressBar *>(u"progressBar"_s)->setValue(60);
-    m_window->findChild<QPushButton *>(u"playButton"_s)->setEnabled(true);
-    m_window->findChild<QTextEdit *>(u"newsWidget"_s)->clearFocus();
-    m_window->show();
-    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+    m_launcher.emplace();
+    m_launcher->build();
+    m_launcher->progressBar()->setValue(60);
+    m_launcher->playButton()->setEnabled(true);
+    m_launcher->news()->clearFocus();
+    m_launcher->window()->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_launcher->window()));
 }
 
 QImage TestWindowFace::grabbed() const
 {
-    return m_window->grab().toImage().convertToFormat(QImage::Format_RGB32);
+    return m_launcher->window()->grab().toImage().convertToFormat(QImage::Format_RGB32);
 }
 
 QRect TestWindowFace::rectOf(const QString &name) const
 {
-    const auto *widget = m_window->findChild<QWidget *>(name);
-    return QRect(widget->mapTo(m_window.get(), QPoint(0, 0)), widget->size());
+    const auto *widget = m_launcher->child<QWidget>(name);
+    return QRect(widget->mapTo(m_launcher->window(), QPoint(0, 0)), widget->size());
 }
 
 void TestWindowFace::textIsLegibleOnThePicture_data()
@@ -137,7 +135,7 @@ void TestWindowFace::textIsLegibleOnThePicture()
     QFETCH(const QString, widget);
     QFETCH(const QColor, color);
     QRect rect = rectOf(widget);
-    auto *shown = m_window->findChild<QWidget *>(widget);
+    auto *shown = m_launcher->child<QWidget>(widget);
     // What lies behind the text: the widget's own ground, without the text and the border.
     const QSize size = shown->size();
     if (auto *label = qobject_cast<QLabel *>(shown)) {
@@ -217,7 +215,7 @@ void TestWindowFace::thePaintingIsAsStored()
 
 void TestWindowFace::theGlowOfThePlayButtonIsSeen()
 {
-    auto *play = m_window->findChild<QPushButton *>(u"playButton"_s);
+    auto *play = m_launcher->playButton();
     const QRect rect = rectOf(u"playButton"_s);
     const QPoint beside(rect.left() - 3, rect.center().y());
     const QColor glowing = grabbed().pixelColor(beside);

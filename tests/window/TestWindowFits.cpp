@@ -1,7 +1,6 @@
 #include "app/Identity.h"
-#include "app/MainWindow.h"
-#include "tests/support/HttpServer.h"
 #include "tests/support/TestEnvironment.h"
+#include "tests/window/LauncherFixture.h"
 
 #include <QApplication>
 #include <QFocusFrame>
@@ -15,7 +14,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
+#include <optional>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -24,10 +23,10 @@ namespace {
 const QStringList kFamilies{u"Noto Sans"_s, u"DejaVu Sans"_s, u"Liberation Sans"_s, u"Roboto"_s};
 
 /// The widgets that show something; the central widget holds them all.
-QList<QWidget *> shownWidgets(const MainWindow &window)
+QList<QWidget *> shownWidgets(const LauncherFixture &launcher)
 {
     QList<QWidget *> shown;
-    const auto *ground = window.findChild<QWidget *>(u"centralWidget"_s);
+    const auto *ground = launcher.child<QWidget>(u"centralWidget"_s);
     for (QWidget *widget : ground->findChildren<QWidget *>(QString(), Qt::FindDirectChildrenOnly)) {
         if (widget->isVisible() && !qobject_cast<QFocusFrame *>(widget))
             shown.append(widget);
@@ -86,6 +85,7 @@ class TestWindowFits : public QObject
 
 private slots:
     void initTestCase();
+    void cleanup() { m_launcher.reset(); }
     void nothingOverlapsOrIsCut_data();
     void nothingOverlapsOrIsCut();
     void theLogosDrawingIsWhole_data();
@@ -94,14 +94,13 @@ private slots:
     void noMessageMovesAnything();
 
 private:
-    HttpServer m_server; // answers nothing that would change the texts meanwhile
-    std::unique_ptr<MainWindow> shownWindow(const QString &family);
+    void open(const QString &family);
+
+    std::optional<LauncherFixture> m_launcher;
 };
 
 void TestWindowFits::initTestCase()
 {
-    m_server.becomeProxy();
-    m_server.answerEverythingWith(HttpAnswer::never());
     Identity::apply();
     qsizetype installed = 0;
     for (const QString &family : kFamilies)
@@ -109,17 +108,18 @@ void TestWindowFits::initTestCase()
     QVERIFY2(installed >= 3, "Install the fonts named in scripts/test: three families are needed.");
 }
 
-std::unique_ptr<MainWindow> TestWindowFits::shownWindow(const QString &family)
+void TestWindowFits::open(const QString &family)
 {
     QApplication::setFont(QFont(family));
-    auto window = std::make_unique<MainWindow>();
-    window->findChild<QLabel *>(u"playersLabel"_s)->setText(u"1234 joueurs connectés"_s);
-    window->findChild<QLabel *>(u"statusLabel"_s)->setText(u"Vérification du serveur..."_s);
-    window->findChild<QLabel *>(u"progressLabel"_s)
+    m_launcher.emplace();
+    m_launcher->build();
+    m_launcher->label(u"playersLabel"_s)->setText(u"1234 joueurs connectés"_s);
+    m_launcher->label(u"statusLabel"_s)->setText(u"Vérification du serveur..."_s);
+    m_launcher->label(u"progressLabel"_s)
         ->setText(u"Mode hors ligne - Impossible de vérifier les mises à jour"_s);
-    window->findChild<QPushButton *>(u"playButton"_s)->setText(u"Téléchargement..."_s);
-    window->show();
-    return window;
+    m_launcher->playButton()->setText(u"Téléchargement..."_s);
+    m_launcher->window()->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_launcher->window()));
 }
 
 void TestWindowFits::nothingOverlapsOrIsCut_data()
@@ -134,12 +134,11 @@ void TestWindowFits::nothingOverlapsOrIsCut_data()
 void TestWindowFits::nothingOverlapsOrIsCut()
 {
     QFETCH(const QString, family);
-    const auto window = shownWindow(family);
-    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+    open(family);
 
-    const QRect inside = window->findChild<QWidget *>(u"centralWidget"_s)->rect();
+    const QRect inside = m_launcher->child<QWidget>(u"centralWidget"_s)->rect();
     QCOMPARE(inside.size(), QSize(1000, 700));
-    const QList<QWidget *> widgets = shownWidgets(*window);
+    const QList<QWidget *> widgets = shownWidgets(*m_launcher);
     QCOMPARE(widgets.size(), 12);
     for (qsizetype i = 0; i < widgets.size(); ++i) {
         QVERIFY2(inside.contains(widgets[i]->geometry()), qPrintable(describe(widgets[i])));
@@ -171,20 +170,19 @@ void TestWindowFits::theLogosDrawingIsWhole_data()
 void TestWindowFits::theLogosDrawingIsWhole()
 {
     QFETCH(const QString, family);
-    const auto window = shownWindow(family);
-    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+    open(family);
 
-    auto *label = window->findChild<QLabel *>(u"logoLabel"_s);
+    auto *label = m_launcher->label(u"logoLabel"_s);
     const QPixmap logo = label->pixmap();
     const auto [first, last] = drawnRows(logo.toImage());
     QVERIFY(label->width() >= logo.width());
 
     // What the logo changes in the window, row by row.
-    const QImage with = window->grab(label->geometry()).toImage();
+    const QImage with = m_launcher->window()->grab(label->geometry()).toImage();
     QPixmap nothing(logo.size());
     nothing.fill(Qt::transparent);
     label->setPixmap(nothing);
-    const QImage without = window->grab(label->geometry()).toImage();
+    const QImage without = m_launcher->window()->grab(label->geometry()).toImage();
     const auto [firstSeen, lastSeen] = differingRows(with, without);
 
     const qreal ratio = with.devicePixelRatio();
@@ -208,19 +206,18 @@ void TestWindowFits::noMessageMovesAnything()
 {
     QFETCH(const QString, message);
     for (const QString &style : {QString(), u"color: #f44336;"_s}) {
-        const auto window = shownWindow(kFamilies.first());
-        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+        open(kFamilies.first());
         QList<QRect> before;
-        for (const QWidget *widget : shownWidgets(*window))
+        for (const QWidget *widget : shownWidgets(*m_launcher))
             before.append(widget->geometry());
 
-        auto *label = window->findChild<QLabel *>(u"progressLabel"_s);
+        auto *label = m_launcher->label(u"progressLabel"_s);
         label->setStyleSheet(style);
         label->setText(message);
         QApplication::sendPostedEvents();
         QApplication::processEvents();
         QList<QRect> after;
-        for (const QWidget *widget : shownWidgets(*window))
+        for (const QWidget *widget : shownWidgets(*m_launcher))
             after.append(widget->geometry());
         QCOMPARE(after, before);
     }
