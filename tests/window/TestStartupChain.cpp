@@ -31,8 +31,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kGreen = "color: #8bc34a;"_L1;
-constexpr auto kRed = "color: #f44336;"_L1;
 constexpr auto kNoUpdate = R"({"version": "1.0.0"})";
 constexpr auto kManifestPath = "/updates/version.json";
 constexpr auto kArchivePath = "/client/DofusClient.zip";
