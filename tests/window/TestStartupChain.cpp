@@ -449,7 +449,8 @@ void TestStartupChain::wholeInstallation()
                                      .heldAfter(5));
     openWithoutUpdate();
 
-    QTRY_COMPARE(face(), u"Connexion au serveur... |  | 0/100 | Téléchargement... off"_s);
+    QTRY_COMPARE(server.requestCount(kArchivePath), 1);
+    QCOMPARE(face(), u"Connexion au serveur... |  | 0/100 | Téléchargement... off"_s);
     QStringList faces;
     const auto note = [this, &faces] { faces.append(face()); };
     const auto *downloader = m_launcher->worker<ClientDownloader>();
