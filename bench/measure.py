@@ -307,11 +307,10 @@ def megabytes(runs, figure):
 
 
 def main():
-    figures = ["start", "download", "download_memory", "verify", "reports", "repaint", "unpack", "idle"]
-    parser = argparse.ArgumentParser(prog="scripts/bench", description=__doc__)
+    parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--quick", action="store_true", help="less data, fewer rounds")
-    parser.add_argument("--only", choices=figures, action="append", help="measure this alone")
-    parser.add_argument("--build", type=Path, default="build/bench", help=argparse.SUPPRESS)
+    parser.add_argument("--build", type=Path, required=True, help="where the programs were built")
+    parser.add_argument("figures", nargs="+", help="methods of Bench")
     options = parser.parse_args()
 
     build = options.build.resolve()
@@ -321,7 +320,7 @@ def main():
     files.make()
     with Surroundings(build, build / "data", files.server) as around:
         bench = Bench(around, files, options.quick)
-        for figure in options.only or figures:
+        for figure in options.figures:
             print(f"Measuring: {figure.replace('_', ' ')}...", file=sys.stderr)
             getattr(bench, figure)()
     load = os.getloadavg()[0]

@@ -1,4 +1,4 @@
-"""What the measured programs need around them: a display, a web server, folders of their own."""
+"""What the measured programs need around them: a web server, folders of their own."""
 
 import contextlib
 import json
@@ -49,7 +49,6 @@ class Surroundings:
         self.folder.mkdir(parents=True, exist_ok=True)
         (self.folder / "access.log").unlink(missing_ok=True)
         try:
-            self.display = self._start_display()
             self.port = self._start_server()
         except BaseException:
             self.__exit__()
@@ -60,19 +59,6 @@ class Surroundings:
         for child in reversed(self.children):
             child.terminate()
             child.wait()
-
-    def _start_display(self):
-        reader, writer = os.pipe()
-        log = open(self.folder / "display.log", "wb")
-        self.children.append(subprocess.Popen(
-            ["Xvfb", "-displayfd", str(writer), "-screen", "0", "1280x1024x24", "-nolisten", "tcp"],
-            pass_fds=[writer], stdout=log, stderr=log))
-        os.close(writer)
-        with os.fdopen(reader) as answer:
-            number = answer.readline().strip()
-        if not number:
-            raise SystemExit("Xvfb does not start: see " + log.name)
-        return ":" + number
 
     def _start_server(self):
         for _ in range(10):
@@ -117,7 +103,7 @@ class Surroundings:
             "XDG_CONFIG_HOME": str(home / "config"),
             "XDG_CACHE_HOME": str(self.folder / "cache"),
             "XDG_RUNTIME_DIR": str(private_folder(home / "runtime")),
-            "DISPLAY": self.display,
+            "DISPLAY": os.environ["DISPLAY"],
             "QT_QPA_PLATFORM": "xcb",
             "VEYRA_BENCH_SERVER": self.url(scenario),
             "VEYRA_BENCH_UNTIL": goal,

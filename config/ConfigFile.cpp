@@ -51,7 +51,7 @@ void Config::load()
 
 QString Config::defaultDofusPath()
 {
-    const QString path = QCoreApplication::applicationDirPath() + "/Client"_L1;
+    QString path = QCoreApplication::applicationDirPath() + "/Client"_L1;
     QDir().mkpath(path);
     return path;
 }

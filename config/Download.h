@@ -12,6 +12,6 @@ inline constexpr double kBytesToMegabytes = 9.5367431640625e-7;
 /// network outruns a slow disk and the archive piles up in memory. The network's thread, the reply
 /// and the block on its way to the disk take some five times as much; larger blocks are no faster,
 /// and the event loop comes round less often.
-inline constexpr qint64 kReadBufferSize = 256 * 1024;
+inline constexpr qint64 kReadBufferSize = qint64{256} * 1024;
 
 } // namespace Download

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Plays a person's part where there is no display: opens the launcher on a virtual one, watches it
-from outside, clicks "JOUER" and closes it. Pictures of the stages are saved.
+"""Plays a person's part on a virtual display that has the size of the launcher's window: opens the
+launcher, watches it from outside, clicks "JOUER" and closes it. Pictures of the stages are saved.
 
 What counts as evidence is what can be seen from outside: the server's access log, the window's
 pixels, files and processes. The exit code tells whether the whole chain was seen.
@@ -20,9 +20,6 @@ import subprocess
 import sys
 import time
 
-SCREEN = "1000x700x24"  # the launcher's window fills it
-# Wine keeps room for a title bar, though nobody draws one here.
-WINE_SCREEN = "1000x723x24"
 LAUNCHER_TITLE = "^Veyra Launcher$"
 GAME_TITLE = "^Jeu d'exemple$"
 PROMPT_TITLE = "^Mise .* jour disponible$"
@@ -46,7 +43,6 @@ END_TIMEOUT = 30
 TOOL_TIMEOUT = 30
 PAINT_DELAY = 0.3  # for a new window to be painted before its picture is taken
 GAME_LIFETIME = 120  # a game that nobody closes ends by itself
-
 
 VERSION_CHECK = "/api/launcher_version.json"
 STATUS = "/api/status.php"
@@ -88,24 +84,6 @@ def ended_at_last(process):
                 process.wait()
 
 
-@contextlib.contextmanager
-def virtual_display(screen):
-    """An X server on a free display number of its own choice."""
-    read_end, write_end = os.pipe()
-    with os.fdopen(read_end) as answer:
-        process = subprocess.Popen(
-            ["Xvfb", "-displayfd", str(write_end), "-screen", "0", screen, "-nolisten", "tcp",
-             "-noreset"],
-            pass_fds=[write_end], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        os.close(write_end)
-        with ended_at_last(process):
-            number = answer.readline().strip()
-            if not number:
-                raise Failure(f"the virtual display did not start (exit code {process.wait()})")
-            os.environ["DISPLAY"] = f":{number}"
-            yield
-
-
 class ThisMachine:
     """How programs are started and what they call their files; on Windows it is otherwise."""
 
@@ -113,7 +91,6 @@ class ThisMachine:
         self.settings = pathlib.Path(os.environ["XDG_DATA_HOME"])
         self.temporary = pathlib.Path(os.environ["TMPDIR"])
         self.environment = {"QT_QPA_PLATFORM": "xcb"}
-        self.screen = SCREEN
 
     def command(self, program):
         return [program]
@@ -149,7 +126,6 @@ class Wine(ThisMachine):
         self.settings = user / "AppData" / "Roaming"
         self.temporary = user / "Temp"
         self.environment = {}
-        self.screen = WINE_SCREEN
 
     def command(self, program):
         return ["wine", program]
@@ -459,7 +435,7 @@ def walk(arguments):
     shutil.rmtree(arguments.screenshots, ignore_errors=True)
     arguments.screenshots.mkdir(parents=True)
     machine = Wine() if arguments.wine else ThisMachine()
-    with virtual_display(machine.screen), open(arguments.launcher_log, "wb") as launcher_log:
+    with open(arguments.launcher_log, "wb") as launcher_log:
         environment = dict(os.environ, **machine.environment,
                            VEYRA_DEMO_GAME_SECONDS=str(GAME_LIFETIME))
         environment.pop("DBUS_SESSION_BUS_ADDRESS", None)

@@ -5,7 +5,7 @@ using namespace Qt::Literals::StringLiterals;
 namespace {
 
 constexpr qsizetype kDeep = 100000;
-constexpr qsizetype kHuge = 50 * 1024 * 1024;
+constexpr qsizetype kHuge = qsizetype{50} * 1024 * 1024;
 
 } // namespace
 

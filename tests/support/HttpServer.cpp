@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr qint64 kMaximumPiece = 256 * 1024;
+constexpr qint64 kMaximumPiece = qint64{256} * 1024;
 
 QByteArray reasonPhrase(int code)
 {

@@ -60,7 +60,7 @@ QJsonObject describePalette()
         const auto colorRole = QPalette::ColorRole(role);
         QStringList groups;
         for (const auto group : {QPalette::Active, QPalette::Inactive, QPalette::Disabled}) {
-            const QBrush brush = palette.brush(group, colorRole);
+            const QBrush &brush = palette.brush(group, colorRole);
             groups.append(brush.color().name() +
                           (brush.style() == Qt::SolidPattern ? QString() : u" not solid"_s));
         }

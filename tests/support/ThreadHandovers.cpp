@@ -1,8 +1,9 @@
 // Only for ThreadSanitizer. It cannot see inside the distribution's Qt, which is built without it:
-// what one thread hands over to another by way of a thread pool or an event queue looks like a race
-// to it. The two doors that this project uses are therefore taken over here, in the test program,
-// and tell it about each handover. Nothing that our own code does is kept from it.
+// what one thread hands over to another by way of a thread pool, an event queue or a future looks
+// like a race to it. The doors that this project uses are therefore taken over here, in the test
+// program, and tell it about each handover. Nothing that our own code does is kept from it.
 
+#include <QFutureInterface>
 #include <QMetaObject>
 #include <QRunnable>
 #include <QThreadPool>
@@ -96,4 +97,20 @@ bool QMetaObject::invokeMethodImpl(QObject *object, QtPrivate::QSlotObjectBase *
             "_ZN11QMetaObject16invokeMethodImplEP7QObjectPN9QtPrivate15QSlotObjectBaseEN2Qt14Connec"
             "tionTypeEPv");
     return real(object, new HandedSlot(slot), type, result);
+}
+
+void QFutureInterfaceBase::reportFinished()
+{
+    static auto *const real =
+        realFunction<void(QFutureInterfaceBase *)>("_ZN20QFutureInterfaceBase14reportFinishedEv");
+    __tsan_release(&mutex()); // one for all who share the future
+    real(this);
+}
+
+void QFutureInterfaceBase::waitForResult(int index)
+{
+    static auto *const real = realFunction<void(QFutureInterfaceBase *, int)>(
+        "_ZN20QFutureInterfaceBase13waitForResultEi");
+    real(this, index);
+    __tsan_acquire(&mutex());
 }

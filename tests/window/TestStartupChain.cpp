@@ -31,8 +31,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kGreen = "color: #8bc34a;"_L1;
-constexpr auto kRed = "color: #f44336;"_L1;
 constexpr auto kNoUpdate = R"({"version": "1.0.0"})";
 constexpr auto kManifestPath = "/updates/version.json";
 constexpr auto kArchivePath = "/client/DofusClient.zip";
@@ -451,7 +449,8 @@ void TestStartupChain::wholeInstallation()
                                      .heldAfter(5));
     openWithoutUpdate();
 
-    QTRY_COMPARE(face(), u"Connexion au serveur... |  | 0/100 | Téléchargement... off"_s);
+    QTRY_COMPARE(server.requestCount(kArchivePath), 1);
+    QCOMPARE(face(), u"Connexion au serveur... |  | 0/100 | Téléchargement... off"_s);
     QStringList faces;
     const auto note = [this, &faces] { faces.append(face()); };
     const auto *downloader = m_launcher->worker<ClientDownloader>();
