@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QSslKey>
+
+/// Throwaway certificates for the host veyra.test (and localhost), made when the tests were built.
+namespace Certificates {
+
+/// What a server shows to prove who it is.
+struct Identity
+{
+    QSslCertificate certificate;
+    QSslKey key;
+};
+
+enum class Kind {
+    Good,             ///< by the tests' authority, for the right host
+    Expired,          ///< good, but for its date
+    AnotherHost,      ///< good, but for its name
+    UnknownAuthority, ///< good, but by an authority that nobody trusts
+    SelfSigned,       ///< by no authority at all
+};
+
+/// Why there can be no TLS here, for QSKIP; empty when there can be.
+QString missing();
+Identity identity(Kind kind);
+
+/// While it lives, this process trusts the tests' authority and no other.
+class TrustedAuthority
+{
+public:
+    TrustedAuthority();
+    ~TrustedAuthority();
+    Q_DISABLE_COPY_MOVE(TrustedAuthority)
+
+private:
+    QSslConfiguration m_before;
+};
+
+} // namespace Certificates
