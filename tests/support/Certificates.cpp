@@ -1,7 +1,6 @@
 #include "tests/support/Certificates.h"
 
-#include <QDir>
-#include <QFile>
+#include <QSslCertificate>
 #include <QSslSocket>
 
 using namespace Qt::Literals::StringLiterals;
@@ -14,12 +13,9 @@ QString folder()
     return QStringLiteral(VEYRA_CERTIFICATES);
 }
 
-QSslCertificate certificate(const QString &name)
+QString fileOf(const QString &name)
 {
-    QFile file(folder() + u'/' + name + u".pem"_s);
-    if (!file.open(QIODevice::ReadOnly))
-        qFatal("There is no %s", qPrintable(file.fileName()));
-    return QSslCertificate(&file);
+    return folder() + u'/' + name;
 }
 
 QString nameOf(Certificates::Kind kind)
@@ -52,17 +48,14 @@ QString Certificates::missing()
 
 Certificates::Identity Certificates::identity(Kind kind)
 {
-    QFile file(folder() + u"/server.key"_s);
-    if (!file.open(QIODevice::ReadOnly))
-        qFatal("There is no %s", qPrintable(file.fileName()));
-    return {certificate(nameOf(kind)), QSslKey(&file, QSsl::Rsa)};
+    return {fileOf(nameOf(kind) + u".pem"_s), fileOf(u"server.key"_s)};
 }
 
 Certificates::TrustedAuthority::TrustedAuthority()
     : m_before(QSslConfiguration::defaultConfiguration())
 {
     QSslConfiguration configuration = m_before;
-    configuration.setCaCertificates({certificate(u"authority"_s)});
+    configuration.setCaCertificates(QSslCertificate::fromPath(fileOf(u"authority.pem"_s)));
     QSslConfiguration::setDefaultConfiguration(configuration);
 }
 

@@ -1,17 +1,16 @@
 #pragma once
 
-#include <QSslCertificate>
 #include <QSslConfiguration>
-#include <QSslKey>
+#include <QString>
 
 /// Throwaway certificates for the host veyra.test (and localhost), made when the tests were built.
 namespace Certificates {
 
-/// What a server shows to prove who it is.
+/// What a server proves with who it is; PEM files.
 struct Identity
 {
-    QSslCertificate certificate;
-    QSslKey key;
+    QString certificateFile;
+    QString keyFile;
 };
 
 enum class Kind {

@@ -1,8 +1,13 @@
 #include "tests/support/HttpServer.h"
 
 #include "tests/support/Certificates.h"
+#include "tests/support/TlsTerminator.h"
 
+#include <QFile>
 #include <QNetworkProxy>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QSslKey>
 #include <QSslSocket>
 #include <QTcpServer>
 #include <QTimer>
@@ -123,37 +128,54 @@ HttpAnswer &HttpAnswer::heldAfter(qint64 bytes)
 class HttpServer::Listener : public QTcpServer
 {
 public:
-    std::optional<Certificates::Identity> identity;
+    void setIdentity(const Certificates::Identity &identity)
+    {
+        QFile keyFile(identity.keyFile);
+        if (!keyFile.open(QIODevice::ReadOnly))
+            qFatal("There is no %s", qPrintable(identity.keyFile));
+        m_tls = QSslConfiguration::defaultConfiguration();
+        m_tls->setLocalCertificateChain(QSslCertificate::fromPath(identity.certificateFile));
+        m_tls->setPrivateKey(QSslKey(&keyFile, QSsl::Rsa));
+        m_tls->setPeerVerifyMode(QSslSocket::VerifyNone);
+    }
 
 protected:
     void incomingConnection(qintptr descriptor) override
     {
-        QTcpSocket *socket = nullptr;
-        if (identity) {
-            auto *sslSocket = new QSslSocket(this);
-            sslSocket->setLocalCertificate(identity->certificate);
-            sslSocket->setPrivateKey(identity->key);
-            sslSocket->setPeerVerifyMode(QSslSocket::VerifyNone);
-            socket = sslSocket;
-        } else {
-            socket = new QTcpSocket(this);
-        }
+        QTcpSocket *socket = m_tls ? makeSslSocket() : new QTcpSocket(this);
         if (socket->setSocketDescriptor(descriptor))
             addPendingConnection(socket);
         else
             delete socket;
     }
+
+private:
+    QTcpSocket *makeSslSocket()
+    {
+        auto *socket = new QSslSocket(this);
+        socket->setSslConfiguration(*m_tls);
+        return socket;
+    }
+
+    // Even an empty one has Qt load its TLS library, which plain tests do without.
+    std::optional<QSslConfiguration> m_tls;
 };
 
 /// One client: reads a request, sends its answer piece by piece, reads the next.
 class HttpServer::Connection : public QObject
 {
 public:
-    Connection(QTcpSocket *socket, HttpServer *server)
+    enum class Encryption {
+        Possible,     ///< if the client begins with it, and the server has an identity
+        DoneElsewhere ///< by a TlsTerminator
+    };
+
+    Connection(QTcpSocket *socket, HttpServer *server, Encryption encryption)
         : QObject(server)
         , m_server(server)
         , m_socket(socket)
         , m_sslSocket(qobject_cast<QSslSocket *>(socket))
+        , m_encryption(encryption)
     {
         m_socket->setParent(this);
         // Small answers would wait 40 ms each for the client's acknowledgement.
@@ -178,7 +200,7 @@ private:
     void readRequest()
     {
         if (beginsWithTls()) {
-            m_sslSocket->startServerEncryption();
+            startTls();
             return;
         }
         m_input += m_socket->readAll();
@@ -188,12 +210,13 @@ private:
 
         m_request = parse(m_input.left(end));
         m_input.remove(0, end + 4);
-        if (m_sslSocket && m_request.method == "CONNECT") {
+        if (canStartTls() && m_request.method == "CONNECT") {
             m_server->m_tunnels.append(m_request.target);
             m_socket->write("HTTP/1.1 200 Connection established\r\n\r\n");
             return;
         }
-        m_request.encrypted = m_sslSocket && m_sslSocket->isEncrypted();
+        m_request.encrypted = m_encryption == Encryption::DoneElsewhere ||
+                              (m_sslSocket && m_sslSocket->isEncrypted());
         m_answer = m_server->nextAnswer(m_request.path);
         m_answering = true;
         m_sent = 0;
@@ -203,10 +226,27 @@ private:
             QTimer::singleShot(m_answer.delay, this, &Connection::sendHead);
     }
 
+    bool canStartTls() const
+    {
+        if (m_sslSocket)
+            return m_sslSocket->mode() == QSslSocket::UnencryptedMode;
+        return m_server->m_terminator && m_encryption == Encryption::Possible;
+    }
+
     bool beginsWithTls() const
     {
-        return m_sslSocket && m_sslSocket->mode() == QSslSocket::UnencryptedMode &&
-               m_input.isEmpty() && m_sslSocket->peek(1).startsWith(kTlsHandshake);
+        return canStartTls() && m_input.isEmpty() && m_socket->peek(1).startsWith(kTlsHandshake);
+    }
+
+    void startTls()
+    {
+        if (m_sslSocket) {
+            m_sslSocket->startServerEncryption();
+            return;
+        }
+        disconnect(m_socket, &QTcpSocket::readyRead, this, nullptr);
+        disconnect(m_socket, &QTcpSocket::bytesWritten, this, nullptr);
+        m_server->m_terminator->takeOver(m_socket);
     }
 
     qint64 unsentBytes() const
@@ -321,6 +361,7 @@ private:
     HttpServer *m_server;
     QTcpSocket *m_socket;
     QSslSocket *m_sslSocket; ///< the same socket, if it can turn to TLS
+    Encryption m_encryption;
     QByteArray m_input;
     HttpRequest m_request;
     HttpAnswer m_answer;
@@ -376,7 +417,14 @@ void HttpServer::release(const QByteArray &path)
 
 void HttpServer::setIdentity(const Certificates::Identity &identity)
 {
-    m_listener->identity = identity;
+    if (!TlsTerminator::isNeeded()) {
+        m_listener->setIdentity(identity);
+        return;
+    }
+    m_terminator = std::make_unique<TlsTerminator>(identity);
+    connect(m_terminator.get(), &TlsTerminator::clientConnected, this, [this](QTcpSocket *socket) {
+        m_connections.append(new Connection(socket, this, Connection::Encryption::DoneElsewhere));
+    });
 }
 
 void HttpServer::clear()
@@ -412,6 +460,7 @@ void HttpServer::becomeProxy()
 void HttpServer::stopListening()
 {
     m_listener->close();
+    m_terminator.reset();
     for (const QPointer<Connection> &connection : std::exchange(m_connections, {}))
         delete connection.data();
 }
@@ -427,5 +476,5 @@ HttpAnswer HttpServer::nextAnswer(const QByteArray &path)
 void HttpServer::onNewConnection()
 {
     while (QTcpSocket *socket = m_listener->nextPendingConnection())
-        m_connections.append(new Connection(socket, this));
+        m_connections.append(new Connection(socket, this, Connection::Encryption::Possible));
 }

@@ -14,6 +14,7 @@
 namespace Certificates {
 struct Identity;
 }
+class TlsTerminator;
 
 /// One answer of the scripted server, built by chaining: HttpAnswer::ok("{}").chunked().
 struct HttpAnswer
@@ -122,6 +123,7 @@ private:
     void onNewConnection();
 
     std::unique_ptr<Listener> m_listener;
+    std::unique_ptr<TlsTerminator> m_terminator; ///< where Qt cannot serve TLS
     QHash<QByteArray, QList<HttpAnswer>> m_answers;
     HttpAnswer m_defaultAnswer = HttpAnswer::status(404, "not found");
     QList<HttpRequest> m_requests;
