@@ -24,14 +24,26 @@ def pass_on(client, server):
             (server if source is client else client).sendall(data)
 
 
+def say_goodbye(client):
+    client.setblocking(False)
+    try:
+        client.unwrap()
+    except ssl.SSLWantReadError:
+        pass  # the client's own goodbye is not waited for
+    client.shutdown(socket.SHUT_WR)
+    # Closed with something unread in it, the connection would be reset, and what the client has not
+    # read by then be lost.
+    client.settimeout(10)
+    while client.recv(65536):
+        pass
+
+
 def serve(connection, context, port):
     try:
         with context.wrap_socket(connection, server_side=True) as client:
             with socket.create_connection(("127.0.0.1", port)) as server:
                 pass_on(client, server)
-            # Says goodbye without waiting for an answer, as a server does.
-            client.setblocking(False)
-            client.unwrap()
+            say_goodbye(client)
     except OSError:
         pass  # the client has broken off
 

@@ -45,6 +45,12 @@ function(sign name)
     run_openssl(ca -config ${configuration} -batch -notext ${signer} -in ${name}.request
         -extensions ${new_EXTENSIONS} -startdate ${first_day} -enddate ${new_END}
         -out ${name}.pem)
+    if(new_AUTHORITY)
+        # A server sends the whole chain: under Wine a client has no store of its own to look in
+        # for authorities, and finds those alone that it was sent.
+        file(READ ${workshop}/${new_AUTHORITY}.pem authority)
+        file(APPEND ${workshop}/${name}.pem "${authority}")
+    endif()
 endfunction()
 
 make_key(authority)
