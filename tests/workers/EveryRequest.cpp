@@ -234,13 +234,13 @@ EveryRequest::Outcome EveryRequest::run(const WorkerRequest &request,
     QObject::connect(reply, &QNetworkReply::finished, reply,
                      [reply, &outcome] { outcome.errorText = reply->errorString(); });
 
+    const QString successBegins = request.success.last().section(u'(', 0, 0) + u'(';
     const QString failureBegins = request.failure.section("%1"_L1, 0, 0);
+    const auto isLastWord = [&](const QString &text) {
+        return text.startsWith(successBegins) || text.startsWith(failureBegins);
+    };
     const bool ended = QTest::qWaitFor(
-        [&] {
-            const QString last = withoutProgress(reports.texts()).value(0);
-            return reports.texts().contains(request.success.last()) ||
-                   last.startsWith(failureBegins);
-        },
+        [&] { return std::any_of(reports.texts().cbegin(), reports.texts().cend(), isLastWord); },
         kPatience);
     if (!ended)
         qWarning("The request for %s has no end", qPrintable(request.name));
