@@ -1,10 +1,19 @@
 #include "tests/support/HttpServer.h"
 
+#include "tests/support/Certificates.h"
+#include "tests/support/TlsTerminator.h"
+
+#include <QFile>
 #include <QNetworkProxy>
-#include <QTcpSocket>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QSslKey>
+#include <QSslSocket>
+#include <QTcpServer>
 #include <QTimer>
 
 #include <algorithm>
+#include <optional>
 
 #ifdef Q_OS_WIN
 #include <winsock2.h>
@@ -18,6 +27,7 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr qint64 kMaximumPiece = qint64{256} * 1024;
+constexpr char kTlsHandshake = 22; // the first byte of what a client says
 
 QByteArray reasonPhrase(int code)
 {
@@ -114,20 +124,67 @@ HttpAnswer &HttpAnswer::heldAfter(qint64 bytes)
     return *this;
 }
 
+/// Once it has an identity, its sockets can turn to TLS.
+class HttpServer::Listener : public QTcpServer
+{
+public:
+    void setIdentity(const Certificates::Identity &identity)
+    {
+        QFile keyFile(identity.keyFile);
+        if (!keyFile.open(QIODevice::ReadOnly))
+            qFatal("There is no %s", qPrintable(identity.keyFile));
+        m_tls = QSslConfiguration::defaultConfiguration();
+        m_tls->setLocalCertificateChain(QSslCertificate::fromPath(identity.certificateFile));
+        m_tls->setPrivateKey(QSslKey(&keyFile, QSsl::Rsa));
+        m_tls->setPeerVerifyMode(QSslSocket::VerifyNone);
+    }
+
+protected:
+    void incomingConnection(qintptr descriptor) override
+    {
+        QTcpSocket *socket = m_tls ? makeSslSocket() : new QTcpSocket(this);
+        if (socket->setSocketDescriptor(descriptor))
+            addPendingConnection(socket);
+        else
+            delete socket;
+    }
+
+private:
+    QTcpSocket *makeSslSocket()
+    {
+        auto *socket = new QSslSocket(this);
+        socket->setSslConfiguration(*m_tls);
+        return socket;
+    }
+
+    // Even an empty one has Qt load its TLS library, which plain tests do without.
+    std::optional<QSslConfiguration> m_tls;
+};
+
 /// One client: reads a request, sends its answer piece by piece, reads the next.
 class HttpServer::Connection : public QObject
 {
 public:
-    Connection(QTcpSocket *socket, HttpServer *server)
+    enum class Encryption {
+        Possible,     ///< if the client begins with it, and the server has an identity
+        DoneElsewhere ///< by a TlsTerminator
+    };
+
+    Connection(QTcpSocket *socket, HttpServer *server, Encryption encryption)
         : QObject(server)
         , m_server(server)
         , m_socket(socket)
+        , m_sslSocket(qobject_cast<QSslSocket *>(socket))
+        , m_encryption(encryption)
     {
         m_socket->setParent(this);
         // Small answers would wait 40 ms each for the client's acknowledgement.
         m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
         connect(m_socket, &QTcpSocket::readyRead, this, &Connection::readRequest);
         connect(m_socket, &QTcpSocket::bytesWritten, this, &Connection::sendMore);
+        if (m_sslSocket) {
+            connect(m_sslSocket, &QSslSocket::encryptedBytesWritten, this, &Connection::sendMore);
+        }
         connect(m_socket, &QTcpSocket::disconnected, this, &QObject::deleteLater);
     }
 
@@ -142,6 +199,10 @@ public:
 private:
     void readRequest()
     {
+        if (beginsWithTls()) {
+            startTls();
+            return;
+        }
         m_input += m_socket->readAll();
         const qsizetype end = m_input.indexOf("\r\n\r\n");
         if (m_answering || end < 0)
@@ -149,6 +210,13 @@ private:
 
         m_request = parse(m_input.left(end));
         m_input.remove(0, end + 4);
+        if (canStartTls() && m_request.method == "CONNECT") {
+            m_server->m_tunnels.append(m_request.target);
+            m_socket->write("HTTP/1.1 200 Connection established\r\n\r\n");
+            return;
+        }
+        m_request.encrypted = m_encryption == Encryption::DoneElsewhere ||
+                              (m_sslSocket && m_sslSocket->isEncrypted());
         m_answer = m_server->nextAnswer(m_request.path);
         m_answering = true;
         m_sent = 0;
@@ -156,6 +224,34 @@ private:
         emit m_server->requestReceived(m_request.path);
         if (!m_answer.silent)
             QTimer::singleShot(m_answer.delay, this, &Connection::sendHead);
+    }
+
+    bool canStartTls() const
+    {
+        if (m_sslSocket)
+            return m_sslSocket->mode() == QSslSocket::UnencryptedMode;
+        return m_server->m_terminator && m_encryption == Encryption::Possible;
+    }
+
+    bool beginsWithTls() const
+    {
+        return canStartTls() && m_input.isEmpty() && m_socket->peek(1).startsWith(kTlsHandshake);
+    }
+
+    void startTls()
+    {
+        if (m_sslSocket) {
+            m_sslSocket->startServerEncryption();
+            return;
+        }
+        disconnect(m_socket, &QTcpSocket::readyRead, this, nullptr);
+        disconnect(m_socket, &QTcpSocket::bytesWritten, this, nullptr);
+        m_server->m_terminator->takeOver(m_socket);
+    }
+
+    qint64 unsentBytes() const
+    {
+        return m_socket->bytesToWrite() + (m_sslSocket ? m_sslSocket->encryptedBytesToWrite() : 0);
     }
 
     static HttpRequest parse(const QByteArray &head)
@@ -203,11 +299,11 @@ private:
 
     void sendMore()
     {
-        if (!m_answering || !m_headSent || m_waiting || m_socket->bytesToWrite() > kMaximumPiece)
+        if (!m_answering || !m_headSent || m_waiting || unsentBytes() > kMaximumPiece)
             return;
 
         if (m_answer.resetAt >= 0 && m_sent >= m_answer.resetAt) {
-            if (m_socket->bytesToWrite() > 0)
+            if (unsentBytes() > 0)
                 return; // what was promised before the reset goes out first
             resetOnClose(m_socket->socketDescriptor());
             m_socket->abort();
@@ -264,6 +360,8 @@ private:
 
     HttpServer *m_server;
     QTcpSocket *m_socket;
+    QSslSocket *m_sslSocket; ///< the same socket, if it can turn to TLS
+    Encryption m_encryption;
     QByteArray m_input;
     HttpRequest m_request;
     HttpAnswer m_answer;
@@ -275,10 +373,11 @@ private:
 
 HttpServer::HttpServer(QObject *parent)
     : QObject(parent)
+    , m_listener(std::make_unique<Listener>())
 {
-    connect(&m_server, &QTcpServer::newConnection, this, &HttpServer::onNewConnection);
-    if (!m_server.listen(QHostAddress::LocalHost))
-        qFatal("No loopback port: %s", qPrintable(m_server.errorString()));
+    connect(m_listener.get(), &QTcpServer::newConnection, this, &HttpServer::onNewConnection);
+    if (!m_listener->listen(QHostAddress::LocalHost))
+        qFatal("No loopback port: %s", qPrintable(m_listener->errorString()));
 }
 
 HttpServer::~HttpServer()
@@ -286,6 +385,11 @@ HttpServer::~HttpServer()
     // The connections hold a pointer to this and outlive the members otherwise.
     for (const QPointer<Connection> &connection : std::as_const(m_connections))
         delete connection.data();
+}
+
+quint16 HttpServer::port() const
+{
+    return m_listener->serverPort();
 }
 
 QUrl HttpServer::url(const QString &path) const
@@ -311,10 +415,23 @@ void HttpServer::release(const QByteArray &path)
     }
 }
 
+void HttpServer::setIdentity(const Certificates::Identity &identity)
+{
+    if (!TlsTerminator::isNeeded()) {
+        m_listener->setIdentity(identity);
+        return;
+    }
+    m_terminator = std::make_unique<TlsTerminator>(identity);
+    connect(m_terminator.get(), &TlsTerminator::clientConnected, this, [this](QTcpSocket *socket) {
+        m_connections.append(new Connection(socket, this, Connection::Encryption::DoneElsewhere));
+    });
+}
+
 void HttpServer::clear()
 {
     m_answers.clear();
     m_requests.clear();
+    m_tunnels.clear();
     for (const QPointer<Connection> &connection : std::exchange(m_connections, {}))
         delete connection.data();
 }
@@ -342,7 +459,8 @@ void HttpServer::becomeProxy()
 
 void HttpServer::stopListening()
 {
-    m_server.close();
+    m_listener->close();
+    m_terminator.reset();
     for (const QPointer<Connection> &connection : std::exchange(m_connections, {}))
         delete connection.data();
 }
@@ -357,6 +475,6 @@ HttpAnswer HttpServer::nextAnswer(const QByteArray &path)
 
 void HttpServer::onNewConnection()
 {
-    while (QTcpSocket *socket = m_server.nextPendingConnection())
-        m_connections.append(new Connection(socket, this));
+    while (QTcpSocket *socket = m_listener->nextPendingConnection())
+        m_connections.append(new Connection(socket, this, Connection::Encryption::Possible));
 }

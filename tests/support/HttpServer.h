@@ -5,13 +5,16 @@
 #include <QList>
 #include <QObject>
 #include <QPointer>
-#include <QTcpServer>
 #include <QUrl>
 
 #include <chrono>
+#include <memory>
 #include <utility>
 
-class QTcpSocket;
+namespace Certificates {
+struct Identity;
+}
+class TlsTerminator;
 
 /// One answer of the scripted server, built by chaining: HttpAnswer::ok("{}").chunked().
 struct HttpAnswer
@@ -62,10 +65,15 @@ struct HttpRequest
     QByteArray target; ///< as it came: a path, or a whole URL when the client uses a proxy
     QByteArray path;   ///< path and query of the target
     QHash<QByteArray, QByteArray> headers; ///< names in lower case
+    bool encrypted = false;
 };
 
 /// A real HTTP/1.1 server on a free loopback port whose answers a test scripts per path. It lives
 /// on the event loop of its thread.
+///
+/// With an identity it speaks TLS too, to any client that begins with it: one that connects to
+/// url() as https://, and one that asks the proxy for a way to some server (CONNECT), in whose
+/// place it then answers.
 class HttpServer : public QObject
 {
     Q_OBJECT
@@ -74,7 +82,7 @@ public:
     explicit HttpServer(QObject *parent = nullptr);
     ~HttpServer() override;
 
-    quint16 port() const { return m_server.serverPort(); }
+    quint16 port() const;
     QUrl url(const QString &path) const;
 
     /// Answers every request for `path` ("/api/status.php") with this.
@@ -85,10 +93,15 @@ public:
     void answerEverythingWith(const HttpAnswer &answer) { m_defaultAnswer = answer; }
     /// Sends what heldAfter() holds back on the connections that are waiting for `path`.
     void release(const QByteArray &path);
+    /// Speaks TLS on the connections to come, and proves with this who it is.
+    void setIdentity(const Certificates::Identity &identity);
     /// Forgets answers and requests; connections are dropped.
     void clear();
 
     const QList<HttpRequest> &requests() const { return m_requests; }
+    /// The servers ("veyra.test:443") to which clients asked for a way. Whatever they then say
+    /// encrypted stands in requests().
+    const QList<QByteArray> &tunnels() const { return m_tunnels; }
     qsizetype requestCount(const QByteArray &path) const;
     /// The last request for `path`.
     HttpRequest lastRequest(const QByteArray &path) const;
@@ -103,14 +116,17 @@ signals:
     void requestReceived(const QByteArray &path);
 
 private:
+    class Listener;
     class Connection;
 
     HttpAnswer nextAnswer(const QByteArray &path);
     void onNewConnection();
 
-    QTcpServer m_server;
+    std::unique_ptr<Listener> m_listener;
+    std::unique_ptr<TlsTerminator> m_terminator; ///< where Qt cannot serve TLS
     QHash<QByteArray, QList<HttpAnswer>> m_answers;
     HttpAnswer m_defaultAnswer = HttpAnswer::status(404, "not found");
     QList<HttpRequest> m_requests;
+    QList<QByteArray> m_tunnels;
     QList<QPointer<Connection>> m_connections;
 };

@@ -48,6 +48,11 @@ bool Platform::isRunning(qint64 processId)
     return running;
 }
 
+bool Platform::hasLoadedTls()
+{
+    return GetModuleHandleW(L"qschannelbackend.dll") || GetModuleHandleW(L"qopensslbackend.dll");
+}
+
 bool Platform::isWine()
 {
     return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
@@ -73,6 +78,12 @@ bool Platform::isRunning(qint64 processId)
     // "pid (name) state ...": the name may hold anything, blanks and brackets included.
     const QByteArray line = status.readAll();
     return line.mid(line.lastIndexOf(')') + 2, 1) != "Z";
+}
+
+bool Platform::hasLoadedTls()
+{
+    QFile maps(u"/proc/self/maps"_s);
+    return maps.open(QIODevice::ReadOnly) && maps.readAll().contains("qopensslbackend");
 }
 
 bool Platform::isWine()

@@ -44,6 +44,9 @@ inline constexpr bool kIsWindows = true;
 inline constexpr bool kIsWindows = false;
 #endif
 
+/// Whether this process has loaded a TLS library. Qt does so when the first connection wants one.
+bool hasLoadedTls();
+
 /// True under Wine, which now and then keeps to itself that a connection was reset, and fails to
 /// start one process in thousands.
 bool isWine();

@@ -1,3 +1,4 @@
+#include "tests/support/Certificates.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/Platform.h"
 #include "tests/support/TestEnvironment.h"
@@ -26,6 +27,10 @@ private slots:
     void holdsBackUntilReleased();
     void receivesRequestsForOtherServersAsProxy();
     void neverAnswers();
+    void speaksTlsToWhoeverBeginsWithIt_data();
+    void speaksTlsToWhoeverBeginsWithIt();
+    void leadsToAnyServerAsProxy();
+    void badCertificateEndsTheConnection();
 
 private:
     QNetworkReply *get(HttpServer &server, const QByteArray &path);
@@ -143,6 +148,86 @@ void TestHttpServer::neverAnswers()
     QSignalSpy finished(reply, &QNetworkReply::finished);
     QTRY_COMPARE(server.requestCount("/x"), 1);
     QVERIFY(!finished.wait(100));
+}
+
+void TestHttpServer::speaksTlsToWhoeverBeginsWithIt_data()
+{
+    QTest::addColumn<HttpAnswer>("answer");
+    QTest::addColumn<int>("error");
+    QTest::addColumn<QByteArray>("body");
+
+    const QByteArray big(1000000, 'x');
+    QTest::newRow("a body with its length") << HttpAnswer::ok(big) << 0 << big;
+    QTest::newRow("a chunked body") << HttpAnswer::ok(big).chunked() << 0 << big;
+    QTest::newRow("a body that ends with the connection")
+        << HttpAnswer::ok(big).withoutLength() << 0 << big;
+    QTest::newRow("a dripped body") << HttpAnswer::ok("abcdef").dripped(2, 5ms) << 0 << "abcdef"_ba;
+    QTest::newRow("a truncated body") << HttpAnswer::ok("abcdef").truncatedAfter(3)
+                                      << int(QNetworkReply::RemoteHostClosedError) << "abc"_ba;
+}
+
+void TestHttpServer::speaksTlsToWhoeverBeginsWithIt()
+{
+    if (const QString reason = Certificates::missing(); !reason.isEmpty())
+        QSKIP(qPrintable(reason));
+    QFETCH(const HttpAnswer, answer);
+    const Certificates::TrustedAuthority authority;
+    HttpServer server;
+    server.setIdentity(Certificates::identity(Certificates::Kind::Good));
+    server.answer("/x", answer);
+
+    // A client that does not stays unencrypted.
+    for (const QString &scheme : {u"https"_s, u"http"_s}) {
+        QUrl url = server.url(u"/x"_s);
+        url.setScheme(scheme);
+        url.setHost(u"localhost"_s);
+        QNetworkReply *reply = m_manager.get(QNetworkRequest(url));
+        reply->setParent(&server);
+        QSignalSpy finished(reply, &QNetworkReply::finished);
+        QVERIFY(finished.wait());
+        QTEST(int(reply->error()), "error");
+        QTEST(reply->readAll(), "body");
+        QCOMPARE(server.lastRequest("/x").encrypted, scheme == u"https"_s);
+    }
+    QVERIFY(server.tunnels().isEmpty());
+}
+
+void TestHttpServer::leadsToAnyServerAsProxy()
+{
+    if (const QString reason = Certificates::missing(); !reason.isEmpty())
+        QSKIP(qPrintable(reason));
+    const Certificates::TrustedAuthority authority;
+    HttpServer server;
+    server.setIdentity(Certificates::identity(Certificates::Kind::Good));
+    server.answer("/api", HttpAnswer::ok("here"));
+    server.becomeProxy();
+    QNetworkReply *reply = m_manager.get(QNetworkRequest(QUrl(u"https://veyra.test/api"_s)));
+    reply->setParent(&server);
+    QSignalSpy finished(reply, &QNetworkReply::finished);
+    QVERIFY(finished.wait());
+    QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
+    QCOMPARE(reply->readAll(), "here"_ba);
+    QCOMPARE(server.tunnels(), QList<QByteArray>{"veyra.test:443"});
+    QCOMPARE(server.requests().size(), 1);
+    QCOMPARE(server.requests().first().target, "/api"_ba);
+    QVERIFY(server.requests().first().encrypted);
+}
+
+void TestHttpServer::badCertificateEndsTheConnection()
+{
+    if (const QString reason = Certificates::missing(); !reason.isEmpty())
+        QSKIP(qPrintable(reason));
+    const Certificates::TrustedAuthority authority;
+    HttpServer server;
+    server.setIdentity(Certificates::identity(Certificates::Kind::AnotherHost));
+    server.becomeProxy();
+    QNetworkReply *reply = m_manager.get(QNetworkRequest(QUrl(u"https://veyra.test/api"_s)));
+    reply->setParent(&server);
+    QSignalSpy finished(reply, &QNetworkReply::finished);
+    QVERIFY(finished.wait());
+    QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
+    QCOMPARE(reply->error(), QNetworkReply::SslHandshakeFailedError);
+    QVERIFY(server.requests().isEmpty());
 }
 
 VEYRA_CORE_TEST_MAIN(TestHttpServer)

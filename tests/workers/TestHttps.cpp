@@ -1,0 +1,140 @@
+#include "tests/support/Certificates.h"
+#include "tests/support/Files.h"
+#include "tests/support/TestEnvironment.h"
+#include "tests/workers/EveryRequest.h"
+
+#include <QTest>
+
+#include <optional>
+
+using namespace Qt::Literals::StringLiterals;
+
+/// What the workers of a launcher do that is built for https://veyra.test/.
+class TestHttps : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init() { m_requests.emplace(); }
+    void cleanup() { m_requests.reset(); }
+
+    void goodCertificateIsTrusted_data() { addRequests(); }
+    void goodCertificateIsTrusted();
+    void badCertificateIsAFailure_data();
+    void badCertificateIsAFailure();
+    void redirectWithinHttpsIsFollowed_data() { addRequests(); }
+    void redirectWithinHttpsIsFollowed();
+    void redirectToHttpIsAFailure_data() { addRequests(); }
+    void redirectToHttpIsAFailure();
+
+private:
+    static void addRequests();
+
+    std::optional<Certificates::TrustedAuthority> m_authority;
+    std::optional<EveryRequest> m_requests;
+};
+
+void TestHttps::initTestCase()
+{
+    if (const QString reason = Certificates::missing(); !reason.isEmpty())
+        QSKIP(qPrintable(reason));
+    m_authority.emplace();
+}
+
+void TestHttps::addRequests()
+{
+    QTest::addColumn<QString>("request");
+    for (const QString &name : EveryRequest::names())
+        QTest::newRow(qPrintable(name)) << name;
+}
+
+void TestHttps::goodCertificateIsTrusted()
+{
+    QFETCH(const QString, request);
+    const WorkerRequest sent = m_requests->named(request);
+    HttpServer &server = m_requests->server;
+    server.setIdentity(Certificates::identity(Certificates::Kind::Good));
+
+    const EveryRequest::Outcome outcome =
+        m_requests->run(sent, [&] { server.answer(sent.path, HttpAnswer::ok(sent.body)); });
+    QCOMPARE(outcome.reports, sent.success);
+    QCOMPARE(m_requests->targets(), QStringList{u"encrypted "_s + QString::fromLatin1(sent.path)});
+    QCOMPARE(server.lastRequest(sent.path).headers.value("host"), "veyra.test"_ba);
+    if (!sent.file.isEmpty())
+        QCOMPARE(Files::read(sent.file), sent.body);
+}
+
+void TestHttps::badCertificateIsAFailure_data()
+{
+    QTest::addColumn<QString>("request");
+    QTest::addColumn<Certificates::Kind>("kind");
+
+    const QList<std::pair<QString, Certificates::Kind>> kinds{
+        {u"an expired certificate"_s, Certificates::Kind::Expired},
+        {u"the certificate of another host"_s, Certificates::Kind::AnotherHost},
+        {u"a certificate by an unknown authority"_s, Certificates::Kind::UnknownAuthority},
+        {u"a certificate that signs itself"_s, Certificates::Kind::SelfSigned},
+    };
+    for (const QString &name : EveryRequest::names()) {
+        for (const auto &[words, kind] : kinds)
+            QTest::newRow(qPrintable(name + u" from a server with "_s + words)) << name << kind;
+    }
+}
+
+void TestHttps::badCertificateIsAFailure()
+{
+    QFETCH(const QString, request);
+    QFETCH(const Certificates::Kind, kind);
+    const WorkerRequest sent = m_requests->named(request);
+    HttpServer &server = m_requests->server;
+    server.setIdentity(Certificates::identity(Certificates::Kind::Good));
+
+    const EveryRequest::Outcome outcome = m_requests->run(sent, [&] {
+        server.answer(sent.path, HttpAnswer::ok(sent.body));
+        server.setIdentity(Certificates::identity(kind));
+    });
+    QVERIFY(!outcome.errorText.isEmpty());
+    QCOMPARE(outcome.reports, sent.failureWith(outcome.errorText));
+    // It was asked, but not told for what.
+    QVERIFY(server.tunnels().contains("veyra.test:443"));
+    QCOMPARE(m_requests->targets(), QStringList());
+    QCOMPARE(m_requests->filesOnDisk(), QStringList());
+}
+
+void TestHttps::redirectWithinHttpsIsFollowed()
+{
+    QFETCH(const QString, request);
+    const WorkerRequest sent = m_requests->named(request);
+    HttpServer &server = m_requests->server;
+    server.setIdentity(Certificates::identity(Certificates::Kind::Good));
+
+    const EveryRequest::Outcome outcome = m_requests->run(sent, [&] {
+        server.answer(sent.path, HttpAnswer::redirect("https://veyra.test:8443/moved"));
+        server.answer("/moved", HttpAnswer::ok(sent.body));
+    });
+    QCOMPARE(outcome.reports, sent.success);
+    QCOMPARE(m_requests->targets(), (QStringList{u"encrypted "_s + QString::fromLatin1(sent.path),
+                                                 u"encrypted /moved"_s}));
+    QCOMPARE(server.tunnels().last(), "veyra.test:8443"_ba);
+}
+
+void TestHttps::redirectToHttpIsAFailure()
+{
+    QFETCH(const QString, request);
+    const WorkerRequest sent = m_requests->named(request);
+    HttpServer &server = m_requests->server;
+    server.setIdentity(Certificates::identity(Certificates::Kind::Good));
+
+    const EveryRequest::Outcome outcome = m_requests->run(sent, [&] {
+        server.answer(sent.path, HttpAnswer::redirect("http://veyra.test/moved"));
+        server.answer("/moved", HttpAnswer::ok(sent.body));
+    });
+    QVERIFY(!outcome.errorText.isEmpty());
+    QCOMPARE(outcome.reports, sent.failureWith(outcome.errorText));
+    QCOMPARE(m_requests->targets(), QStringList{u"encrypted "_s + QString::fromLatin1(sent.path)});
+    QCOMPARE(m_requests->filesOnDisk(), QStringList());
+}
+
+VEYRA_CORE_TEST_MAIN(TestHttps)
+#include "TestHttps.moc"
