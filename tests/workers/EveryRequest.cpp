@@ -112,7 +112,7 @@ EveryRequest::EveryRequest()
     Config::instance().setDofusPath(gameFolder());
     QFile::remove(launcherArchive());
     Files::write(updaterProgram(), "updater");
-    m_programs.addFake(u"powershell"_s, {.created = {gameFolder() + u"/DofusInvoker.swf"_s}});
+    m_programs.addStandIn(u"powershell"_s, {.created = {gameFolder() + u"/DofusInvoker.swf"_s}});
 }
 
 EveryRequest::~EveryRequest()

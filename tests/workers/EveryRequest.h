@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tests/support/FakePrograms.h"
 #include "tests/support/HttpServer.h"
+#include "tests/support/SearchPath.h"
 
 #include <QObject>
 #include <QString>
@@ -63,5 +63,5 @@ private:
     QString gameFolder() const { return m_folder.filePath(QStringLiteral("jeu")); }
 
     QTemporaryDir m_folder;
-    FakePrograms m_programs;
+    SearchPath m_programs;
 };
