@@ -7,7 +7,7 @@ namespace {
 
 /// The network's thread, the reply and the block on its way to the disk take some five times as
 /// much. Larger blocks are no faster, and the event loop comes round less often.
-constexpr qint64 kReadBufferSize = 256 * 1024;
+constexpr qint64 kReadBufferSize = qint64{256} * 1024;
 
 /// Whether the answer whose head has arrived sends Qt elsewhere: nobody gets to see its body.
 bool isRedirect(const QNetworkReply *reply)

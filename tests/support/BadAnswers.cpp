@@ -40,9 +40,8 @@ void BadAnswers::addFailures(const QByteArray &goodBody)
 
 QString BadAnswers::reasonToSkip(const HttpAnswer &answer)
 {
-    if (answer.resetAt >= 0 && Platform::losesResets())
-        return u"Wine does not always report that a connection was reset"_s;
-    return {};
+    return answer.resetAt >= 0 ? Platform::reasonToSkipResets() : QString();
+};
 }
 
 void BadAnswers::loopAt(HttpServer &server)

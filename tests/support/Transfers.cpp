@@ -1,70 +1,27 @@
 #include "tests/support/Transfers.h"
 
+#include "tests/support/Archives.h"
 #include "tests/support/BadAnswers.h"
 #include "tests/support/Files.h"
 #include "tests/support/MemoryRise.h"
 
 #include <QNetworkReply>
-#include <QtEndian>
 #include <QTest>
-#include <QThread>
 
 using namespace std::chrono_literals;
 
 namespace {
 
-constexpr qsizetype kMegabyte = 1024 * 1024;
+constexpr qsizetype kMegabyte = qsizetype{1024} * 1024;
 // Enough for a server that has no time to lose: an unbounded reply takes all of kLarge meanwhile.
 constexpr auto kBusyTime = 400ms;
-constexpr qsizetype kLarge = 128 * kMegabyte;
+constexpr qsizetype kLarge = 96 * kMegabyte;
 
 HttpAnswer redirect(qsizetype bodySize = 0, int code = 302)
 {
     HttpAnswer answer = HttpAnswer::redirect("http://mirror.test/moved", code);
     answer.body = QByteArray(bodySize, 'x');
     return answer;
-}
-
-template <typename Integer> QByteArray littleEndian(Integer number)
-{
-    number = qToLittleEndian(number);
-    return QByteArray(reinterpret_cast<const char *>(&number), sizeof number);
-}
-
-/// What stands before the packed bytes of a gzip stream: no name, no date.
-QByteArray gzipHead()
-{
-    return QByteArray("\x1f\x8b\x08\0\0\0\0\0\0\xff", 10);
-}
-
-quint32 crc32(const QByteArray &bytes)
-{
-    quint32 crc = ~0U;
-    for (const char byte : bytes) {
-        crc ^= static_cast<quint8>(byte);
-        for (int bit = 0; bit < 8; ++bit)
-            crc = (crc >> 1) ^ ((crc & 1) != 0 ? 0xedb88320U : 0U);
-    }
-    return ~crc;
-}
-
-QByteArray gzipped(const QByteArray &content)
-{
-    // qCompress() packs alike, with a size and a head of 6 bytes and a sum of 4.
-    return gzipHead() + qCompress(content).sliced(6).chopped(4) + littleEndian(crc32(content)) +
-           littleEndian(static_cast<quint32>(content.size()));
-}
-
-/// Good blocks as they are, then one of a kind that does not exist.
-QByteArray brokenGzip(const QByteArray &content)
-{
-    constexpr quint16 kBlockSize = 50000;
-    QByteArray stream = gzipHead();
-    for (qsizetype i = 0; i < content.size() / 2; i += kBlockSize) {
-        stream += '\0' + littleEndian(kBlockSize) + littleEndian(quint16(~kBlockSize)) +
-                  content.mid(i, kBlockSize);
-    }
-    return stream + '\x06' + content.sliced(content.size() / 2);
 }
 
 } // namespace
@@ -102,9 +59,10 @@ void Transfers::addWhole()
     moved("behind a redirect of 5 MB in chunks", redirect(5 * kMegabyte, 307).chunked());
     moved("behind the redirect of a proxy, of 5 MB", redirect(5 * kMegabyte, 305));
     const QByteArray text = Files::noise(5 * kMegabyte).toHex();
-    row("packed with gzip", HttpAnswer::ok(gzipped(text)).header("Content-Encoding", "gzip"), text);
+    row("packed with gzip",
+        HttpAnswer::ok(Archives::gzipped(text)).header("Content-Encoding", "gzip"), text);
     row("packed with gzip, in chunks",
-        HttpAnswer::ok(gzipped(text)).header("Content-Encoding", "gzip").chunked(), text);
+        HttpAnswer::ok(Archives::gzipped(text)).header("Content-Encoding", "gzip").chunked(), text);
 }
 
 void Transfers::addFailures(const QByteArray &content)
@@ -129,7 +87,7 @@ void Transfers::addFailures(const QByteArray &content)
     row("5 MB that only claim to be gzip",
         HttpAnswer::ok(large).header("Content-Encoding", "gzip"));
     row("5 MB of gzip that breaks midway",
-        HttpAnswer::ok(brokenGzip(large)).header("Content-Encoding", "gzip"));
+        HttpAnswer::ok(Archives::brokenGzip(large)).header("Content-Encoding", "gzip"));
 }
 
 void Transfers::addProgress()

@@ -409,7 +409,7 @@ void TestDownloadQueue::contentArrivesWhole()
     QVERIFY(reports.waitFor(u"finished"_s));
     const QString last = lastPercent < 0 ? started(0, u"f"_s) : progress(lastPercent, u"f"_s);
     QCOMPARE(reports.withoutRepeats().last(3), QStringList{last} + kDone);
-    QCOMPARE(Files::sha256(Files::read(game(u"f"_s))), Files::sha256(content));
+    QVERIFY(Files::read(game(u"f"_s)) == content);
     QCOMPARE(Files::tree(m_gamePath), QStringList{u"f"_s});
 }
 
@@ -452,7 +452,7 @@ void TestDownloadQueue::busyThreadLetsLittlePileUp()
     Transfers::beBusyAtEachHead(Introspection::pendingReply(updater));
     QVERIFY(reports.waitFor(u"finished"_s));
     const qint64 megabytes = rise.megabytes();
-    QCOMPARE(Files::sha256(Files::read(game(u"f"_s))), Files::sha256(content));
+    QVERIFY(Files::read(game(u"f"_s)) == content);
     if (!skip.isEmpty()) {
         QSKIP(qPrintable(skip));
     }

@@ -503,7 +503,7 @@ void TestSelfUpdater::downloadsAndHandsOver()
     QStringList tail = reports.withoutRepeats();
     tail.remove(0, tail.size() - 3);
     QCOMPARE(tail, (QStringList{progress(lastPercent), kDone, readyToInstall()}));
-    QCOMPARE(Files::sha256(Files::read(archivePath())), Files::sha256(content));
+    QVERIFY(Files::read(archivePath()) == content);
     QTest::qWait(20);
     QCOMPARE(reports.count(u"downloadFinished"_s), 1);
 }
@@ -579,7 +579,7 @@ void TestSelfUpdater::busyThreadLetsLittlePileUp()
     Transfers::beBusyAtEachHead(Introspection::pendingReply(updater));
     QVERIFY(reports.waitFor(u"readyToInstall"_s));
     const qint64 megabytes = rise.megabytes();
-    QCOMPARE(Files::sha256(Files::read(archivePath())), Files::sha256(content));
+    QVERIFY(Files::read(archivePath()) == content);
     if (!skip.isEmpty()) {
         QSKIP(qPrintable(skip));
     }
