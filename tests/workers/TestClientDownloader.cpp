@@ -130,6 +130,7 @@ private slots:
     void successWithoutMarkerIsAFailure();
     void unpackerThatCannotBeStartedSaysNothing_data();
     void unpackerThatCannotBeStartedSaysNothing();
+    void unpackerThatAsksGetsNoAnswer();
     void realUnpackerInstalls_data();
     void realUnpackerInstalls();
     void brokenArchiveCarriesTheUnpackersWords_data();
@@ -781,6 +782,27 @@ void TestClientDownloader::unpackerThatCannotBeStartedSaysNothing()
     // Nothing keeps another attempt from success.
     reports.clear();
     addGoodPowerShell();
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(reports.last(), kSuccess);
+}
+
+void TestClientDownloader::unpackerThatAsksGetsNoAnswer()
+{
+    if (Platform::kIsWindows)
+        QSKIP("Windows has no such scripts");
+    // It reads to the end of its standard input before it unpacks into its fifth argument.
+    const QString folder = m_folder->filePath(u"programmes"_s);
+    const QString unzip = folder + u"/unzip"_s;
+    Files::write(unzip, "#!/bin/sh\n"
+                        "while read -r answer; do :; done\n"
+                        ": > \"$5/DofusInvoker.swf\"\n");
+    QVERIFY(QFile::setPermissions(unzip, QFile::ReadOwner | QFile::ExeOwner));
+    qputenv("PATH", QFile::encodeName(folder)); // m_programs puts the old one back
+
+    m_server.answer(kPath, HttpAnswer::ok("archive"));
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
     downloader.startDownload();
     QVERIFY(reports.waitFor(u"extractionFinished"_s));
     QCOMPARE(reports.last(), kSuccess);
