@@ -41,7 +41,6 @@ void BadAnswers::addFailures(const QByteArray &goodBody)
 QString BadAnswers::reasonToSkip(const HttpAnswer &answer)
 {
     return answer.resetAt >= 0 ? Platform::reasonToSkipResets() : QString();
-};
 }
 
 void BadAnswers::loopAt(HttpServer &server)

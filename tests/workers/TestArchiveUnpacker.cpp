@@ -278,8 +278,9 @@ void TestArchiveUnpacker::staysInTheFolder()
     QFETCH(QList<Archives::Entry>, entries);
     QFETCH(const QStringList, unpacked);
     QFETCH(const QByteArray, words);
-    if (Platform::kIsWindows)
+    if (Platform::kIsWindows) {
         QSKIP("Windows unpacks with PowerShell");
+    }
 
     const QTemporaryDir folder;
     for (Archives::Entry &entry : entries)

@@ -680,8 +680,9 @@ void TestClientDownloader::warningsOfUnzipAreNoFailure()
     QFETCH(const int, exitCode);
     QFETCH(const QString, created);
     QFETCH(const QStringList, after);
-    if (Platform::kIsWindows)
+    if (Platform::kIsWindows) {
         QSKIP("Windows unpacks with PowerShell");
+    }
     m_programs->addStandIn(
         program, {.standardError = "words", .created = {game(created)}, .exitCode = exitCode});
     ClientDownloader downloader(nullptr);
@@ -713,8 +714,9 @@ void TestClientDownloader::archiveThatLeadsOutsideStaysInside()
     QFETCH(const QString, program);
     QFETCH(const QByteArray, name);
     QFETCH(const QString, last);
-    if (Platform::kIsWindows)
+    if (Platform::kIsWindows) {
         QSKIP("Windows unpacks with PowerShell");
+    }
     m_programs->addReal(program);
     m_server.answer(kPath,
                     HttpAnswer::ok(Archives::zip({{name, "x"}, {"DofusInvoker.swf", "client"}})));
@@ -789,8 +791,9 @@ void TestClientDownloader::unpackerThatCannotBeStartedSaysNothing()
 
 void TestClientDownloader::unpackerThatAsksGetsNoAnswer()
 {
-    if (Platform::kIsWindows)
+    if (Platform::kIsWindows) {
         QSKIP("Windows has no such scripts");
+    }
     // It reads to the end of its standard input before it unpacks into its fifth argument.
     const QString folder = m_folder->filePath(u"programmes"_s);
     const QString unzip = folder + u"/unzip"_s;
@@ -828,8 +831,9 @@ void TestClientDownloader::realUnpackerInstalls_data()
 void TestClientDownloader::realUnpackerInstalls()
 {
     QFETCH(const QString, program);
-    if (Platform::kIsWindows)
+    if (Platform::kIsWindows) {
         QSKIP("Windows unpacks with PowerShell");
+    }
     const QString source = m_folder->filePath(u"source"_s);
     const auto accents = u"Client 2.51/données/été à Astrub.d2p"_s;
     Files::write(source + u"/Client 2.51/DofusInvoker.swf"_s, "new");
@@ -867,8 +871,9 @@ void TestClientDownloader::brokenArchiveCarriesTheUnpackersWords_data()
 void TestClientDownloader::brokenArchiveCarriesTheUnpackersWords()
 {
     QFETCH(const QString, program);
-    if (Platform::kIsWindows)
+    if (Platform::kIsWindows) {
         QSKIP("Windows unpacks with PowerShell");
+    }
     m_programs->addReal(program);
     ClientDownloader downloader(nullptr);
 
