@@ -116,6 +116,7 @@ class Bench:
         slow = {"LD_PRELOAD": self.around.program("libbench_slow_disk.so"),
                 "VEYRA_BENCH_DISK_RATE": str(SLOW_DISK_RATE)}
         self.memory_of("slow-disk", "memory of a download to a slow disk", full=5, quick=2, **slow)
+        self.memory_of("redirected", "  behind a redirect", full=5, quick=2, **slow)
 
     def memory_of(self, scenario, figure, full, quick, **more):
         def launcher():

@@ -31,6 +31,9 @@ http {{
     server {{
         listen 127.0.0.1:{port};
         root {root};
+        # What "slow-disk" offers, its archive by way of a redirect.
+        rewrite ^/redirected/client/(.*)$ /slow-disk/client/$1 redirect;
+        rewrite ^/redirected/(.*)$ /slow-disk/$1 last;
     }}
 }}
 """

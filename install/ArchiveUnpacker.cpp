@@ -10,6 +10,11 @@ namespace {
 // and PowerShell's complaint is shown.
 const auto kExpandArchive = u"Expand-Archive -Path '%1' -DestinationPath '%2' -Force"_s;
 
+const auto kUnzip = u"unzip"_s;
+/// Its exit code where something was odd, an absolute path say. It has unpacked the rest, and other
+/// unpackers take that for a success.
+constexpr int kWarningOfUnzip = 1;
+
 bool hasProgram(const QString &name)
 {
     return !QStandardPaths::findExecutable(name).isEmpty();
@@ -42,9 +47,16 @@ UnpackCommand unpackCommand(const QString &archivePath, const QString &destinati
                 {u"-NoProfile"_s, u"-Command"_s, command},
                 QProcessEnvironment(QProcessEnvironment::InheritFromParent)};
     }
-    if (!hasProgram(u"unzip"_s) && hasProgram(u"bsdtar"_s)) {
+    if (!hasProgram(kUnzip) && hasProgram(u"bsdtar"_s)) {
         return {
             u"bsdtar"_s, {u"-x"_s, u"-f"_s, archivePath, u"-C"_s, destination}, withUtf8Names()};
     }
-    return {u"unzip"_s, {u"-q"_s, u"-o"_s, archivePath, u"-d"_s, destination}, withUtf8Names()};
+    return {kUnzip, {u"-q"_s, u"-o"_s, archivePath, u"-d"_s, destination}, withUtf8Names()};
+}
+
+bool hasUnpacked(const QString &program, int exitCode, QProcess::ExitStatus exitStatus)
+{
+    if (exitStatus != QProcess::NormalExit)
+        return false;
+    return exitCode == 0 || (exitCode == kWarningOfUnzip && program == kUnzip);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
@@ -16,3 +17,7 @@ struct UnpackCommand
 /// is a PowerShell (always on Windows) it does the work, elsewhere unzip, or bsdtar. All of them
 /// answer with an exit code and a text on the standard error.
 UnpackCommand unpackCommand(const QString &archivePath, const QString &destination);
+
+/// Whether such a command, which has ended, has unpacked all that it could. Which files the archive
+/// held is for the caller to look at.
+bool hasUnpacked(const QString &program, int exitCode, QProcess::ExitStatus exitStatus);

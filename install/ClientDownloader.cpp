@@ -2,9 +2,9 @@
 
 #include "config/BuildSettings.h"
 #include "config/Config.h"
-#include "config/Download.h"
 #include "config/GameFolder.h"
 #include "install/ArchiveUnpacker.h"
+#include "net/Transfer.h"
 
 #include <QDir>
 #include <QFile>
@@ -63,7 +63,7 @@ void ClientDownloader::startDownload()
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          int{QNetworkRequest::NoLessSafeRedirectPolicy});
     m_reply = m_networkManager->get(request);
-    m_reply->setReadBufferSize(Download::kReadBufferSize);
+    Transfer::boundMemory(m_reply);
     connect(m_reply, &QNetworkReply::downloadProgress, this, &ClientDownloader::onDownloadProgress);
     connect(m_reply, &QNetworkReply::finished, this, &ClientDownloader::onDownloadFinished);
     connect(m_reply, &QNetworkReply::readyRead, m_reply, [this] {
@@ -74,16 +74,15 @@ void ClientDownloader::startDownload()
 
 void ClientDownloader::onDownloadProgress(qint64 received, qint64 total)
 {
-    const double receivedMegabytes = static_cast<double>(received) * Download::kBytesToMegabytes;
     if (total <= 0) {
-        emit progressChanged(-1, kDownloadOfUnknownSize.arg(receivedMegabytes));
+        emit progressChanged(-1, kDownloadOfUnknownSize.arg(Transfer::megabytes(received)));
         return;
     }
 
     m_totalBytes = total;
-    const double totalMegabytes = static_cast<double>(total) * Download::kBytesToMegabytes;
-    emit progressChanged(static_cast<int>(received * 100 / total),
-                         kDownloadOfKnownSize.arg(receivedMegabytes).arg(totalMegabytes));
+    const QString message =
+        kDownloadOfKnownSize.arg(Transfer::megabytes(received)).arg(Transfer::megabytes(total));
+    emit progressChanged(Transfer::percent(received, total), message);
 }
 
 void ClientDownloader::onDownloadFinished()
@@ -94,10 +93,7 @@ void ClientDownloader::onDownloadFinished()
     m_zipFile->close();
     if (m_reply->error() != QNetworkReply::NoError) {
         const QString errorText = m_reply->errorString();
-        m_zipFile->remove();
-        m_zipFile.reset();
-        m_reply->deleteLater();
-        m_reply = nullptr;
+        dropTransfer();
         emit downloadFinished(false, kDownloadFailed.arg(errorText));
         return;
     }
@@ -126,19 +122,20 @@ void ClientDownloader::startExtraction()
 void ClientDownloader::onExtractionFinished(int exitCode, QProcess::ExitStatus exitStatus)
 {
     QFile::remove(zipPath());
-    if (!m_process)
-        return; // another extraction was started meanwhile, and has ended
-
-    if (exitCode != 0 || exitStatus != QProcess::NormalExit) {
-        const QString errorText = QString::fromUtf8(m_process->readAllStandardError());
+    QString program;
+    QString errorText;
+    if (m_process) { // it may have been another one's end that was reported before
+        program = m_process->program();
+        errorText = QString::fromUtf8(m_process->readAllStandardError());
+        m_process->disconnect(this);
         m_process->deleteLater();
         m_process = nullptr;
+    }
+
+    if (!hasUnpacked(program, exitCode, exitStatus)) {
         emit extractionFinished(false, kExtractionFailed.arg(errorText));
         return;
     }
-
-    m_process->deleteLater();
-    m_process = nullptr;
     if (!isClientInstalled()) {
         emit extractionFinished(false, kClientMissing);
         return;
@@ -166,19 +163,33 @@ QString ClientDownloader::installPath()
 
 void ClientDownloader::cancel()
 {
-    if (m_reply) {
-        // Delivers finished() before it returns, and onDownloadFinished() releases both the reply
-        // and the file. By then a slot may have started another download.
-        m_reply->abort();
-    } else if (m_zipFile) {
-        m_zipFile->remove();
-        m_zipFile.reset();
-    }
+    QNetworkReply *const reply = m_reply;
+    // Delivers a last progress and finished() before it returns, so that onDownloadFinished() drops
+    // the transfer, and a slot may start another one. A reply that was at its end already stays as
+    // it is, and so does one whose last progress led here from within its abort().
+    if (reply)
+        reply->abort();
+    const bool isBeingAborted = reply && reply->error() == QNetworkReply::OperationCanceledError;
+    if (m_reply == reply && !isBeingAborted)
+        dropTransfer();
     if (m_process) {
         // Its end comes later, when the pointer is already cleared, and is of no interest then.
         m_process->disconnect(this);
         m_process->kill();
         m_process->deleteLater();
         m_process = nullptr;
+    }
+}
+
+void ClientDownloader::dropTransfer()
+{
+    if (m_reply) {
+        m_reply->disconnect(this);
+        m_reply->deleteLater();
+        m_reply = nullptr;
+    }
+    if (m_zipFile) {
+        m_zipFile->remove();
+        m_zipFile.reset();
     }
 }

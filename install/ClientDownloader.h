@@ -34,8 +34,9 @@ public:
     QString zipPath();
     QString installPath();
 
-    /// Drops whatever is under way. A running download reports its failure before this returns; a
-    /// running extraction reports nothing more.
+    /// Drops whatever is under way. A running download reports its failure before this returns. One
+    /// that is complete, so that only its last reports are due, and a running extraction report
+    /// nothing more.
     void cancel();
 
 signals:
@@ -56,6 +57,9 @@ private slots:
     void onExtractionFinished(int exitCode, QProcess::ExitStatus exitStatus);
 
 private:
+    /// Forgets the reply, and the archive with its file.
+    void dropTransfer();
+
     QNetworkAccessManager *m_networkManager = nullptr;
     QNetworkReply *m_reply = nullptr; // set while a transfer runs
     std::unique_ptr<QFile> m_zipFile; // set while a transfer runs

@@ -1,7 +1,7 @@
 #include "update/SelfUpdater.h"
 
 #include "config/BuildSettings.h"
-#include "config/Download.h"
+#include "net/Transfer.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -32,13 +32,15 @@ const auto kCannotCreateFile = u"Impossible de créer le fichier temporaire"_s;
 const auto kDownloadFailed = u"Erreur de téléchargement: %1"_s;
 const auto kUpdaterMissing = u"Programme de mise à jour introuvable: "_s;
 
-/// 0 for anything but a whole 32-bit number. QString::toInt() would forgive blanks around it.
+/// 0 for anything but a whole 32-bit number: a sign or none, then digits. QString::toInt() would
+/// forgive blanks around it and whatever follows a NUL.
 int versionPart(const QStringList &parts, qsizetype index)
 {
     const QString part = parts.value(index);
-    const bool hasBlank =
-        std::any_of(part.cbegin(), part.cend(), [](QChar c) { return c.isSpace(); });
-    return hasBlank ? 0 : part.toInt();
+    const bool hasSign = part.startsWith(u'+') || part.startsWith(u'-');
+    const bool isNumber = std::all_of(part.cbegin() + (hasSign ? 1 : 0), part.cend(),
+                                      [](QChar c) { return c >= u'0' && c <= u'9'; });
+    return isNumber ? part.toInt() : 0;
 }
 
 } // namespace
@@ -115,7 +117,7 @@ void SelfUpdater::downloadUpdate()
 
     const QNetworkRequest request{QUrl(m_downloadUrl)};
     QNetworkReply *reply = m_networkManager->get(request);
-    reply->setReadBufferSize(Download::kReadBufferSize);
+    Transfer::boundMemory(reply);
     connect(reply, &QNetworkReply::downloadProgress, this, &SelfUpdater::onDownloadProgress);
     connect(reply, &QNetworkReply::readyRead, reply, [this, reply] {
         // Read in any case: a reply whose buffer is full and stays so would never end.
@@ -133,11 +135,9 @@ void SelfUpdater::onDownloadProgress(qint64 received, qint64 total)
         return;
     }
 
-    const auto percent = static_cast<int>(received * 100 / total);
     const QString message =
-        kDownloadOfKnownSize.arg(static_cast<double>(received) * Download::kBytesToMegabytes)
-            .arg(static_cast<double>(total) * Download::kBytesToMegabytes);
-    emit downloadProgress(percent, message);
+        kDownloadOfKnownSize.arg(Transfer::megabytes(received)).arg(Transfer::megabytes(total));
+    emit downloadProgress(Transfer::percent(received, total), message);
 }
 
 void SelfUpdater::onDownloadFinished(QNetworkReply *reply)

@@ -2,7 +2,7 @@
 
 #include "config/BuildSettings.h"
 #include "config/Config.h"
-#include "config/Download.h"
+#include "net/Transfer.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -194,7 +194,7 @@ void Updater::downloadNextFile()
     }
 
     QNetworkReply *reply = m_networkManager->get(QNetworkRequest(url));
-    reply->setReadBufferSize(Download::kReadBufferSize);
+    Transfer::boundMemory(reply);
     connect(reply, &QNetworkReply::downloadProgress, this, &Updater::onFileDownloadProgress);
     connect(reply, &QNetworkReply::finished, reply,
             [this, reply] { onFileDownloadFinished(reply); });
@@ -212,11 +212,10 @@ void Updater::onFileDownloadProgress(qint64 received, qint64 total)
     if (total <= 0 || m_totalFiles == 0)
         return;
 
-    const auto filePercent = static_cast<int>(received * 100 / total);
-    const int percent = (filePercent + m_currentIndex * 100) / m_totalFiles;
+    const int percent = (Transfer::percent(received, total) + m_currentIndex * 100) / m_totalFiles;
     const QString message = kDownloadingWithSize.arg(m_currentFile)
-                                .arg(static_cast<double>(received) * Download::kBytesToMegabytes)
-                                .arg(static_cast<double>(total) * Download::kBytesToMegabytes);
+                                .arg(Transfer::megabytes(received))
+                                .arg(Transfer::megabytes(total));
     emit progressChanged(percent, message);
 }
 

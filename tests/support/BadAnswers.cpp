@@ -1,5 +1,9 @@
 #include "tests/support/BadAnswers.h"
 
+#include "tests/support/Platform.h"
+
+#include <QTest>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -9,10 +13,12 @@ constexpr qsizetype kHuge = qsizetype{50} * 1024 * 1024;
 
 } // namespace
 
-QList<BadAnswers::NamedAnswer> BadAnswers::failures(const QByteArray &goodBody)
+void BadAnswers::addFailures(const QByteArray &goodBody)
 {
+    QTest::addColumn<HttpAnswer>("answer");
+    QTest::addColumn<QString>("skip");
     // What is cut off ends after one byte: a truncated object could be taken for a broken one.
-    return {
+    const QList<NamedAnswer> failures{
         {"404 with a body that would do", HttpAnswer::status(404, goodBody)},
         {"404 with nothing", HttpAnswer::status(404)},
         {"403", HttpAnswer::status(403, goodBody)},
@@ -28,6 +34,13 @@ QList<BadAnswers::NamedAnswer> BadAnswers::failures(const QByteArray &goodBody)
         {"a redirect to an unknown scheme", HttpAnswer::redirect("gopher://veyra.test/")},
         {"a redirect to nowhere", HttpAnswer::redirect("http://veyra.test/nowhere")},
     };
+    for (const auto &[name, answer] : failures)
+        QTest::newRow(name) << answer << reasonToSkip(answer);
+}
+
+QString BadAnswers::reasonToSkip(const HttpAnswer &answer)
+{
+    return answer.resetAt >= 0 ? Platform::reasonToSkipResets() : QString();
 }
 
 void BadAnswers::loopAt(HttpServer &server)

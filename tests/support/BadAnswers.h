@@ -11,9 +11,11 @@ struct NamedAnswer
     HttpAnswer answer;
 };
 
-/// Answers that the network layer reports as an error, whatever they carry. Not for "/loop", which
-/// the answers that redirect without end need: loopAt() scripts it.
-QList<NamedAnswer> failures(const QByteArray &goodBody);
+/// Data rows of answers that the network layer reports as an error, whatever they carry. Columns:
+/// "answer"; "skip", why the row cannot run here. Not for "/loop", which the answers that redirect
+/// without end need: loopAt() scripts it.
+void addFailures(const QByteArray &goodBody);
+QString reasonToSkip(const HttpAnswer &answer);
 void loopAt(HttpServer &server);
 
 /// Bodies that come through well but hold no JSON document.

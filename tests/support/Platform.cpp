@@ -4,6 +4,8 @@
 #include <QFile>
 #include <QStandardPaths>
 
+#include <algorithm>
+
 #ifdef Q_OS_WIN
 #include <windows.h>
 #elif defined(Q_OS_LINUX)
@@ -53,6 +55,17 @@ bool Platform::hasLoadedTls()
     return GetModuleHandleW(L"qschannelbackend.dll") || GetModuleHandleW(L"qopensslbackend.dll");
 }
 
+bool Platform::hasOpen(const QString &path)
+{
+    // Nobody can have it alone while somebody has it.
+    const HANDLE file = CreateFileW(reinterpret_cast<const wchar_t *>(path.utf16()), GENERIC_READ,
+                                    0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return GetLastError() == ERROR_SHARING_VIOLATION;
+    CloseHandle(file);
+    return false;
+}
+
 bool Platform::isWine()
 {
     return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
@@ -84,6 +97,15 @@ bool Platform::hasLoadedTls()
 {
     QFile maps(u"/proc/self/maps"_s);
     return maps.open(QIODevice::ReadOnly) && maps.readAll().contains("qopensslbackend");
+}
+
+bool Platform::hasOpen(const QString &path)
+{
+    const QDir descriptors(u"/proc/self/fd"_s);
+    const QStringList names = descriptors.entryList(QDir::AllEntries | QDir::System);
+    return std::any_of(names.cbegin(), names.cend(), [&](const QString &name) {
+        return QFile::symLinkTarget(descriptors.filePath(name)) == path;
+    });
 }
 
 bool Platform::isWine()

@@ -24,6 +24,9 @@ bool isRunning(qint64 processId);
 /// their environment. Empty where a system does not tell.
 QList<qint64> processesWithEnvironment(const QByteArray &entry);
 
+/// Whether this process has the file open.
+bool hasOpen(const QString &path);
+
 /// While it lives, this process and those that it starts have one processor. Where a program counts
 /// the machine's processors all the same, it does nothing.
 class OneProcessor
@@ -55,9 +58,3 @@ bool isWine();
 QString reasonToSkipResets();
 
 } // namespace Platform
-
-/// In a test function: skips a row whose answer ends in a reset where that may never be noticed.
-#define VEYRA_SKIP_LOST_RESET(answer)                                                              \
-    if ((answer).resetAt >= 0 && Platform::isWine()) {                                             \
-        QSKIP(qPrintable(Platform::reasonToSkipResets()));                                         \
-    }

@@ -1,5 +1,6 @@
 #include "install/ArchiveUnpacker.h"
 
+#include "tests/support/Archives.h"
 #include "tests/support/Files.h"
 #include "tests/support/Platform.h"
 #include "tests/support/SearchPath.h"
@@ -26,6 +27,10 @@ private slots:
     void overwritesWhatIsThere();
     void saysWhatIsWrong_data();
     void saysWhatIsWrong();
+    void staysInTheFolder_data();
+    void staysInTheFolder();
+    void judgesTheEnd_data();
+    void judgesTheEnd();
 };
 
 void TestArchiveUnpacker::choosesFromWhatThereIs_data()
@@ -234,6 +239,91 @@ void TestArchiveUnpacker::saysWhatIsWrong()
     const Outcome outcome = run(unpackCommand(folder.filePath(u"a.zip"_s), folder.path()));
     QVERIFY(outcome.exitCode > 0);
     QVERIFY(!outcome.standardError.isEmpty());
+}
+
+void TestArchiveUnpacker::staysInTheFolder_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QList<Archives::Entry>>("entries"); // %1: the folder with everything in it
+    QTest::addColumn<QStringList>("unpacked");
+    QTest::addColumn<QByteArray>("words");
+    const auto row = [](const char *name, const QList<Archives::Entry> &entries,
+                        const QStringList &byUnzip, const char *wordsOfUnzip,
+                        const QStringList &byBsdtar, const char *wordsOfBsdtar) {
+        QTest::addRow("%s, unzip", name)
+            << u"unzip"_s << entries << byUnzip << QByteArray(wordsOfUnzip);
+        QTest::addRow("%s, bsdtar", name)
+            << u"bsdtar"_s << entries << byBsdtar << QByteArray(wordsOfBsdtar);
+    };
+    row("a name that goes up", {{"../outside/f", "x"}, {"g", "x"}},
+        {u"g"_s, u"outside/"_s, u"outside/f"_s}, "", {u"g"_s}, "contains '..'");
+    row("a name that goes down and up", {{"d/../../outside/f", "x"}, {"g", "x"}},
+        {u"d/"_s, u"d/outside/"_s, u"d/outside/f"_s, u"g"_s}, "", {u"g"_s}, "contains '..'");
+    row("a name from the root", {{"/outside/f", "x"}, {"g", "x"}},
+        {u"g"_s, u"outside/"_s, u"outside/f"_s}, "stripped absolute path",
+        {u"g"_s, u"outside/"_s, u"outside/f"_s}, "Removing leading '/'");
+    row("a file by way of a link", {{"l", "%1/outside", true}, {"l/f", "x"}, {"g", "x"}},
+        {u"g"_s, u"l/"_s}, "not directory", {u"g"_s, u"l/"_s}, "through symlink");
+    row("a file by way of a link that goes up", {{"l", "../outside", true}, {"l/f", "x"}},
+        {u"l/"_s}, "not directory", {u"l/"_s}, "through symlink");
+    row("a file in the place of a link", {{"l", "%1/outside/mine", true}, {"l", "x"}}, {u"l"_s},
+        "symlink", {u"l"_s}, "");
+}
+
+/// Neither of them writes outside the folder, whatever the archive says; some of it they unpack
+/// inside, the rest they refuse.
+void TestArchiveUnpacker::staysInTheFolder()
+{
+    QFETCH(const QString, program);
+    QFETCH(QList<Archives::Entry>, entries);
+    QFETCH(const QStringList, unpacked);
+    QFETCH(const QByteArray, words);
+    if (Platform::kIsWindows) {
+        QSKIP("Windows unpacks with PowerShell");
+    }
+
+    const QTemporaryDir folder;
+    for (Archives::Entry &entry : entries)
+        entry.content.replace("%1", folder.path().toUtf8());
+    Files::write(folder.filePath(u"outside/mine"_s), "mine");
+    Files::write(folder.filePath(u"a.zip"_s), Archives::zip(entries));
+    const QString target = folder.filePath(u"target"_s);
+    QVERIFY(QDir().mkpath(target));
+
+    SearchPath programs;
+    programs.addReal(program);
+    const Outcome outcome = run(unpackCommand(folder.filePath(u"a.zip"_s), target));
+    QVERIFY2(outcome.standardError.contains(words), outcome.standardError.constData());
+    QCOMPARE(Files::tree(target), unpacked);
+    QCOMPARE(Files::tree(folder.filePath(u"outside"_s)), QStringList{u"mine"_s});
+    QCOMPARE(Files::read(folder.filePath(u"outside/mine"_s)), "mine"_ba);
+}
+
+void TestArchiveUnpacker::judgesTheEnd_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QProcess::ExitStatus>("exitStatus");
+    QTest::addColumn<bool>("unpacked");
+    for (const char *program : {"powershell", "unzip", "bsdtar", ""}) {
+        const auto name = QString::fromLatin1(program);
+        const bool mayWarn = name == u"unzip"_s;
+        QTest::addRow("0 of \"%s\"", program) << name << 0 << QProcess::NormalExit << true;
+        QTest::addRow("1 of \"%s\"", program) << name << 1 << QProcess::NormalExit << mayWarn;
+        QTest::addRow("2 of \"%s\"", program) << name << 2 << QProcess::NormalExit << false;
+        QTest::addRow("-1 of \"%s\"", program) << name << -1 << QProcess::NormalExit << false;
+        QTest::addRow("a crash of \"%s\"", program) << name << 0 << QProcess::CrashExit << false;
+        QTest::addRow("a crash with 1 of \"%s\"", program)
+            << name << 1 << QProcess::CrashExit << false;
+    }
+}
+
+void TestArchiveUnpacker::judgesTheEnd()
+{
+    QFETCH(const QString, program);
+    QFETCH(const int, exitCode);
+    QFETCH(const QProcess::ExitStatus, exitStatus);
+    QTEST(hasUnpacked(program, exitCode, exitStatus), "unpacked");
 }
 
 VEYRA_CORE_TEST_MAIN(TestArchiveUnpacker)

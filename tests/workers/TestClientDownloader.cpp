@@ -2,14 +2,18 @@
 
 #include "config/Config.h"
 #include "install/ArchiveUnpacker.h"
+#include "tests/support/Archives.h"
+#include "tests/support/BackgroundServer.h"
 #include "tests/support/BadAnswers.h"
 #include "tests/support/Files.h"
 #include "tests/support/FullDisk.h"
 #include "tests/support/Introspection.h"
+#include "tests/support/MemoryRise.h"
 #include "tests/support/Platform.h"
 #include "tests/support/SearchPath.h"
 #include "tests/support/SignalSequence.h"
 #include "tests/support/TestEnvironment.h"
+#include "tests/support/Transfers.h"
 
 #include <QDir>
 #include <QFile>
@@ -21,6 +25,7 @@
 
 #include <optional>
 #include <type_traits>
+#include <utility>
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
@@ -44,6 +49,12 @@ const auto kCancelled =
 
 const QStringList kExtraction{kExtractionStarted, kExtracting};
 const QStringList kInstallation = kExtraction + QStringList{kInstalled, kSuccess};
+
+/// -1 for an unknown size.
+QString progress(int percent)
+{
+    return percent < 0 ? kUnknownSize : kKnownSize.arg(percent);
+}
 
 QString downloadFailed(const QString &errorText)
 {
@@ -94,9 +105,9 @@ private slots:
     void reportsUnknownSize();
     void progressTexts_data();
     void progressTexts();
-    void largeArchiveArrivesWhole();
-    void slowDiskLosesNothing();
-    void followsRedirects();
+    void clientInItsSubfolder();
+    void busyThreadLetsLittlePileUp_data();
+    void busyThreadLetsLittlePileUp();
     void olderArchiveIsReplaced();
     void secondStartIsIgnored();
     void archiveThatCannotBeCreated_data();
@@ -109,10 +120,17 @@ private slots:
     void failedExtractionCarriesTheStandardError_data();
     void failedExtractionCarriesTheStandardError();
     void crashIsAFailureWhateverItsExitCode();
+    void endOfNoExtractionIsReported_data();
+    void endOfNoExtractionIsReported();
+    void warningsOfUnzipAreNoFailure_data();
+    void warningsOfUnzipAreNoFailure();
+    void archiveThatLeadsOutsideStaysInside_data();
+    void archiveThatLeadsOutsideStaysInside();
     void successWithoutMarkerIsAFailure_data();
     void successWithoutMarkerIsAFailure();
     void unpackerThatCannotBeStartedSaysNothing_data();
     void unpackerThatCannotBeStartedSaysNothing();
+    void unpackerThatAsksGetsNoAnswer();
     void realUnpackerInstalls_data();
     void realUnpackerInstalls();
     void brokenArchiveCarriesTheUnpackersWords_data();
@@ -128,6 +146,9 @@ private slots:
     void cancelWhileDownloading_data();
     void cancelWhileDownloading();
     void cancelWhileExtracting();
+    void cancelOfACompleteDownloadDropsIt_data();
+    void cancelOfACompleteDownloadDropsIt();
+    void cancelWithinACancelReportsOnce();
     void cancelFromWithinASlot_data();
     void cancelFromWithinASlot();
     void slotMayStartAnewWhenCancelled();
@@ -255,34 +276,18 @@ void TestClientDownloader::requestNamesOnlyTheRedirectPolicy()
 
 void TestClientDownloader::installs_data()
 {
-    QTest::addColumn<HttpAnswer>("answer");
-    QTest::addColumn<QString>("marker");
-    QTest::addColumn<QString>("lastProgress");
-    const QByteArray archive = Files::noise(300001);
-    const auto marker = u"DofusInvoker.swf"_s;
-    // Once everything is there Qt knows the size of any body but an empty one.
-    const QString whole = kKnownSize.arg(100);
-
-    QTest::newRow("with its length") << HttpAnswer::ok(archive) << marker << whole;
-    QTest::newRow("a client in its sub-folder")
-        << HttpAnswer::ok(archive) << u"Client 2.51/DofusInvoker.swf"_s << whole;
-    QTest::newRow("in chunks") << HttpAnswer::ok(archive).chunked() << marker << whole;
-    QTest::newRow("until the connection ends")
-        << HttpAnswer::ok(archive).withoutLength() << marker << whole;
-    QTest::newRow("in small chunks, slowly")
-        << HttpAnswer::ok(archive.left(2000)).chunked().dripped(100, 1ms) << marker << whole;
-    QTest::newRow("one byte") << HttpAnswer::ok("x") << marker << whole;
-    QTest::newRow("nothing at all") << HttpAnswer::ok({}) << marker << kUnknownSize;
-    QTest::newRow("late") << HttpAnswer::ok(archive).delayed(100ms) << marker << whole;
+    Transfers::addWhole();
 }
 
 void TestClientDownloader::installs()
 {
     QFETCH(const HttpAnswer, answer);
-    QFETCH(const QString, marker);
-    QFETCH(const QString, lastProgress);
+    QFETCH(const HttpAnswer, moved);
+    QFETCH(const QByteArray, content);
+    QFETCH(const int, lastPercent);
     m_server.answer(kPath, answer);
-    addGoodPowerShell(marker);
+    m_server.answer("/moved", moved);
+    addGoodPowerShell();
 
     ClientDownloader downloader(nullptr);
     SignalSequence reports(&downloader);
@@ -300,9 +305,9 @@ void TestClientDownloader::installs()
     QTest::qWait(20);
     QStringList tail = reports.withoutRepeats();
     tail.remove(0, tail.size() - 6);
-    QCOMPARE(tail, (QStringList{lastProgress, kDownloaded} + kInstallation));
+    QCOMPARE(tail, (QStringList{progress(lastPercent), kDownloaded} + kInstallation));
     QCOMPARE(reports.texts().first(), kConnecting);
-    QCOMPARE(archive, answer.body);
+    QVERIFY(archive == content);
     QVERIFY(archiveGone);
     QVERIFY(downloader.isClientInstalled());
 }
@@ -353,87 +358,66 @@ void TestClientDownloader::reportsUnknownSize()
 
 void TestClientDownloader::progressTexts_data()
 {
-    QTest::addColumn<qint64>("received");
-    QTest::addColumn<qint64>("total");
-    QTest::addColumn<QString>("report");
-    const auto row = [](const char *name, qint64 received, qint64 total, const QString &report) {
-        QTest::newRow(name) << received << total << report;
-    };
-    row("half of 10 MB", 5242880, 10485760, kKnownSize.arg(50));
-    row("a third is cut, not rounded", 1, 3, kKnownSize.arg(33));
-    row("two thirds are cut, not rounded", 2, 3, kKnownSize.arg(66));
-    row("nothing yet", 0, 10, kKnownSize.arg(0));
-    row("one byte of one", 1, 1, kKnownSize.arg(100));
-    row("almost all", 999999, 1000000, kKnownSize.arg(99));
-    row("more than 2^31 bytes", 3000000000, 6000000000, kKnownSize.arg(50));
-    row("total 0", 5, 0, kUnknownSize);
-    row("total -1", 5, -1, kUnknownSize);
+    Transfers::addProgress();
 }
 
 void TestClientDownloader::progressTexts()
 {
     QFETCH(const qint64, received);
     QFETCH(const qint64, total);
-    QFETCH(const QString, report);
+    QFETCH(const int, percent);
     ClientDownloader downloader(nullptr);
     SignalSequence reports(&downloader);
     QVERIFY(QMetaObject::invokeMethod(&downloader, "onDownloadProgress", Q_ARG(qint64, received),
                                       Q_ARG(qint64, total)));
-    QCOMPARE(reports.texts(), QStringList{report});
+    QCOMPARE(reports.texts(), QStringList{progress(percent)});
 }
 
-void TestClientDownloader::largeArchiveArrivesWhole()
+void TestClientDownloader::clientInItsSubfolder()
 {
-    const QByteArray archive = Files::noise(64 * 1024 * 1024 + 7);
-    m_server.answer(kPath, HttpAnswer::ok(archive));
-    addGoodPowerShell();
+    m_server.answer(kPath, HttpAnswer::ok("archive"));
+    addGoodPowerShell(u"Client 2.51/DofusInvoker.swf"_s);
     ClientDownloader downloader(nullptr);
     SignalSequence reports(&downloader);
-    QString hash;
-    connect(&downloader, &ClientDownloader::downloadFinished, this,
-            [&] { hash = Files::sha256(Files::read(downloader.zipPath())); });
     downloader.startDownload();
     QVERIFY(reports.waitFor(u"extractionFinished"_s));
-    QCOMPARE(hash, Files::sha256(archive));
-}
-
-/// While the GUI thread is busy more arrives than a reply may hold; the rest waits in the network.
-void TestClientDownloader::slowDiskLosesNothing()
-{
-    const QByteArray archive = Files::noise(16 * 1024 * 1024 + 3);
-    for (const HttpAnswer &answer : {HttpAnswer::ok(archive), HttpAnswer::ok(archive).chunked(),
-                                     HttpAnswer::ok(archive).withoutLength()}) {
-        m_server.answer(kPath, answer);
-        addGoodPowerShell();
-        ClientDownloader downloader(nullptr);
-        SignalSequence reports(&downloader);
-        QString hash;
-        connect(&downloader, &ClientDownloader::downloadFinished, this,
-                [&] { hash = Files::sha256(Files::read(downloader.zipPath())); });
-        downloader.startDownload();
-        QNetworkReply *reply = Introspection::pendingReply(downloader);
-        QVERIFY(reply);
-        QVERIFY(reply->readBufferSize() > 0);
-        connect(reply, &QNetworkReply::readyRead, this, [] { QTest::qSleep(2); });
-        QVERIFY(reports.waitFor(u"extractionFinished"_s));
-        QCOMPARE(hash, Files::sha256(archive));
-    }
-}
-
-void TestClientDownloader::followsRedirects()
-{
-    m_server.answer(kPath, HttpAnswer::redirect("http://mirror.test/moved", 307));
-    m_server.answer("/moved", HttpAnswer::ok("archive"));
-    addGoodPowerShell();
-    ClientDownloader downloader(nullptr);
-    SignalSequence reports(&downloader);
-    QByteArray archive;
-    connect(&downloader, &ClientDownloader::downloadFinished, this,
-            [&] { archive = Files::read(downloader.zipPath()); });
-    downloader.startDownload();
-    QVERIFY(reports.waitFor(u"extractionFinished"_s));
-    QCOMPARE(archive, "archive"_ba);
     QCOMPARE(reports.last(), kSuccess);
+}
+
+void TestClientDownloader::busyThreadLetsLittlePileUp_data()
+{
+    Transfers::addLarge();
+}
+
+void TestClientDownloader::busyThreadLetsLittlePileUp()
+{
+    QFETCH(const HttpAnswer, answer);
+    QFETCH(const HttpAnswer, moved);
+    QFETCH(const QByteArray, content);
+    QFETCH(const QString, skip);
+    const BackgroundServer background([&](HttpServer &server) {
+        server.answer(kPath, answer);
+        server.answer("/moved", moved);
+        server.becomeProxy();
+    });
+    addGoodPowerShell();
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    const MemoryRise rise;
+    qint64 megabytes = -1;
+    QByteArray archive;
+    connect(&downloader, &ClientDownloader::downloadFinished, this, [&] {
+        megabytes = rise.megabytes();
+        archive = Files::read(downloader.zipPath());
+    });
+    downloader.startDownload();
+    Transfers::beBusyAtEachHead(Introspection::pendingReply(downloader));
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QVERIFY(archive == content);
+    if (!skip.isEmpty()) {
+        QSKIP(qPrintable(skip));
+    }
+    QVERIFY2(megabytes < Transfers::kMostMemory, qPrintable(QString::number(megabytes)));
 }
 
 void TestClientDownloader::olderArchiveIsReplaced()
@@ -509,23 +493,17 @@ void TestClientDownloader::archiveThatCannotBeCreated()
 
 void TestClientDownloader::failedDownloadLeavesNothing_data()
 {
-    QTest::addColumn<HttpAnswer>("answer");
-    const QByteArray archive = Files::noise(300000);
-    for (const auto &[name, answer] : BadAnswers::failures(archive))
-        QTest::newRow(name) << answer;
-    QTest::newRow("cut off after half") << HttpAnswer::ok(archive).truncatedAfter(150000);
-    QTest::newRow("reset after half") << HttpAnswer::ok(archive).resetAfter(150000);
-    QTest::newRow("chunks that are cut off after half")
-        << HttpAnswer::ok(archive).chunked().truncatedAfter(150000);
-    QTest::newRow("chunks that are reset after half")
-        << HttpAnswer::ok(archive).chunked().resetAfter(150000);
+    Transfers::addFailures(Files::noise(300000));
 }
 
 void TestClientDownloader::failedDownloadLeavesNothing()
 {
     QFETCH(const HttpAnswer, answer);
+    QFETCH(const QString, skip);
+    if (!skip.isEmpty()) {
+        QSKIP(qPrintable(skip));
+    }
     m_server.answer(kPath, answer);
-    VEYRA_SKIP_LOST_RESET(answer);
     BadAnswers::loopAt(m_server);
     addGoodPowerShell();
     ClientDownloader downloader(nullptr);
@@ -649,6 +627,111 @@ void TestClientDownloader::crashIsAFailureWhateverItsExitCode()
     QCOMPARE(reports.texts(), (kExtraction + QStringList{extractionFailed({})}));
 }
 
+void TestClientDownloader::endOfNoExtractionIsReported_data()
+{
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QProcess::ExitStatus>("exitStatus");
+    QTest::addColumn<bool>("installed");
+    QTest::addColumn<QStringList>("expected");
+    const QStringList failure{extractionFailed({})};
+    QTest::newRow("a failure") << 1 << QProcess::NormalExit << true << failure;
+    QTest::newRow("a crash") << 0 << QProcess::CrashExit << true << failure;
+    QTest::newRow("no marker") << 0 << QProcess::NormalExit << false << QStringList{kMissing};
+    QTest::newRow("a success") << 0 << QProcess::NormalExit << true
+                               << QStringList{kInstalled, kSuccess};
+}
+
+void TestClientDownloader::endOfNoExtractionIsReported()
+{
+    QFETCH(const int, exitCode);
+    QFETCH(const QProcess::ExitStatus, exitStatus);
+    QFETCH(const bool, installed);
+    QFETCH(const QStringList, expected);
+    ClientDownloader downloader(nullptr);
+    Files::write(downloader.zipPath(), "archive");
+    if (installed)
+        Files::write(game(u"DofusInvoker.swf"_s), "x");
+    SignalSequence reports(&downloader);
+    QVERIFY(QMetaObject::invokeMethod(&downloader, "onExtractionFinished", Q_ARG(int, exitCode),
+                                      Q_ARG(QProcess::ExitStatus, exitStatus)));
+    QCOMPARE(reports.texts(), expected);
+    QVERIFY(!QFile::exists(downloader.zipPath()));
+}
+
+void TestClientDownloader::warningsOfUnzipAreNoFailure_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("created");
+    QTest::addColumn<QStringList>("after");
+    const auto marker = u"DofusInvoker.swf"_s;
+    QTest::newRow("unzip warns") << u"unzip"_s << 1 << marker << QStringList{kInstalled, kSuccess};
+    QTest::newRow("unzip warns, and the marker is missing")
+        << u"unzip"_s << 1 << u"Dofus.exe"_s << QStringList{kMissing};
+    QTest::newRow("unzip fails") << u"unzip"_s << 2 << marker
+                                 << QStringList{extractionFailed(u"words"_s)};
+    QTest::newRow("bsdtar knows no warnings")
+        << u"bsdtar"_s << 1 << marker << QStringList{extractionFailed(u"words"_s)};
+}
+
+void TestClientDownloader::warningsOfUnzipAreNoFailure()
+{
+    QFETCH(const QString, program);
+    QFETCH(const int, exitCode);
+    QFETCH(const QString, created);
+    QFETCH(const QStringList, after);
+    if (Platform::kIsWindows) {
+        QSKIP("Windows unpacks with PowerShell");
+    }
+    m_programs->addStandIn(
+        program, {.standardError = "words", .created = {game(created)}, .exitCode = exitCode});
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startExtraction();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(reports.texts(), kExtraction + after);
+}
+
+void TestClientDownloader::archiveThatLeadsOutsideStaysInside_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QByteArray>("name");
+    QTest::addColumn<QString>("last");
+    const auto row = [](const char *title, const char *program, const char *name,
+                        const QString &last) {
+        QTest::newRow(title) << QString::fromLatin1(program) << QByteArray(name) << last;
+    };
+    row("unzip leaves out the way up", "unzip", "../f", kSuccess);
+    row("unzip warns of the root", "unzip", "/f", kSuccess);
+    row("bsdtar refuses the way up", "bsdtar", "../f",
+        extractionFailed(u"../f: Path contains '..': Unknown error -1\nbsdtar: Error exit delayed "
+                         "from previous errors.\n"_s));
+    row("bsdtar leaves out the root", "bsdtar", "/f", kSuccess);
+}
+
+void TestClientDownloader::archiveThatLeadsOutsideStaysInside()
+{
+    QFETCH(const QString, program);
+    QFETCH(const QByteArray, name);
+    QFETCH(const QString, last);
+    if (Platform::kIsWindows) {
+        QSKIP("Windows unpacks with PowerShell");
+    }
+    m_programs->addReal(program);
+    m_server.answer(kPath,
+                    HttpAnswer::ok(Archives::zip({{name, "x"}, {"DofusInvoker.swf", "client"}})));
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(reports.last(), last);
+    QCOMPARE(Files::tree(m_gamePath), last == kSuccess
+                                          ? QStringList({u"DofusInvoker.swf"_s, u"f"_s})
+                                          : QStringList{u"DofusInvoker.swf"_s});
+    QVERIFY(!QFile::exists(m_gamePath + u"/../f"_s));
+    QVERIFY(!QFile::exists(u"/f"_s));
+}
+
 void TestClientDownloader::successWithoutMarkerIsAFailure_data()
 {
     QTest::addColumn<QString>("created");
@@ -706,6 +789,28 @@ void TestClientDownloader::unpackerThatCannotBeStartedSaysNothing()
     QCOMPARE(reports.last(), kSuccess);
 }
 
+void TestClientDownloader::unpackerThatAsksGetsNoAnswer()
+{
+    if (Platform::kIsWindows) {
+        QSKIP("Windows has no such scripts");
+    }
+    // It reads to the end of its standard input before it unpacks into its fifth argument.
+    const QString folder = m_folder->filePath(u"programmes"_s);
+    const QString unzip = folder + u"/unzip"_s;
+    Files::write(unzip, "#!/bin/sh\n"
+                        "while read -r answer; do :; done\n"
+                        ": > \"$5/DofusInvoker.swf\"\n");
+    QVERIFY(QFile::setPermissions(unzip, QFile::ReadOwner | QFile::ExeOwner));
+    qputenv("PATH", QFile::encodeName(folder)); // m_programs puts the old one back
+
+    m_server.answer(kPath, HttpAnswer::ok("archive"));
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(reports.last(), kSuccess);
+}
+
 namespace {
 
 /// Rows for what unpacks on a machine without PowerShell.
@@ -726,8 +831,9 @@ void TestClientDownloader::realUnpackerInstalls_data()
 void TestClientDownloader::realUnpackerInstalls()
 {
     QFETCH(const QString, program);
-    if (Platform::kIsWindows)
+    if (Platform::kIsWindows) {
         QSKIP("Windows unpacks with PowerShell");
+    }
     const QString source = m_folder->filePath(u"source"_s);
     const auto accents = u"Client 2.51/données/été à Astrub.d2p"_s;
     Files::write(source + u"/Client 2.51/DofusInvoker.swf"_s, "new");
@@ -765,8 +871,9 @@ void TestClientDownloader::brokenArchiveCarriesTheUnpackersWords_data()
 void TestClientDownloader::brokenArchiveCarriesTheUnpackersWords()
 {
     QFETCH(const QString, program);
-    if (Platform::kIsWindows)
+    if (Platform::kIsWindows) {
         QSKIP("Windows unpacks with PowerShell");
+    }
     m_programs->addReal(program);
     ClientDownloader downloader(nullptr);
 
@@ -940,6 +1047,72 @@ void TestClientDownloader::cancelWhileExtracting()
     downloader.startDownload();
     QVERIFY(reports.waitFor(u"extractionFinished"_s));
     QCOMPARE(reports.last(), kSuccess);
+}
+
+void TestClientDownloader::cancelOfACompleteDownloadDropsIt_data()
+{
+    QTest::addColumn<bool>("startsAnew"); // from within the slot as well
+    QTest::newRow("and that is all") << false;
+    QTest::newRow("and starts another at once") << true;
+}
+
+/// At the last progress report everything is there, and abort() has no say any more.
+void TestClientDownloader::cancelOfACompleteDownloadDropsIt()
+{
+    QFETCH(const bool, startsAnew);
+    m_server.answerInTurn(kPath, {HttpAnswer::ok("abcdef"), HttpAnswer::ok("xyz").heldAfter(1)});
+    addGoodPowerShell();
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    bool again = true;
+    connect(&downloader, &ClientDownloader::progressChanged, this, [&](int percent) {
+        if (percent != 100 || !std::exchange(again, false))
+            return;
+        QVERIFY(Introspection::pendingReply(downloader)->isFinished());
+        downloader.cancel();
+        QVERIFY(!QFile::exists(downloader.zipPath()));
+        if (startsAnew)
+            downloader.startDownload();
+    });
+    downloader.startDownload();
+    const QPointer<QNetworkReply> reply = Introspection::pendingReply(downloader);
+    QTRY_VERIFY(!reply);
+    QTest::qWait(50);
+    QStringList texts{kConnecting, kKnownSize.arg(100)};
+    if (startsAnew)
+        texts.append(kConnecting);
+    QCOMPARE(reports.texts(), texts);
+
+    reports.clear();
+    downloader.startDownload(); // ignored where another runs
+    QTRY_COMPARE(m_server.requestCount(kPath), 2);
+    QByteArray archive;
+    connect(&downloader, &ClientDownloader::downloadFinished, this,
+            [&] { archive = Files::read(downloader.zipPath()); });
+    m_server.release(kPath);
+    QVERIFY(reports.waitFor(u"extractionFinished"_s));
+    QCOMPARE(archive, "xyz"_ba);
+    QCOMPARE(reports.last(), kSuccess);
+}
+
+/// abort() reports the progress once more.
+void TestClientDownloader::cancelWithinACancelReportsOnce()
+{
+    m_server.answer(kPath, HttpAnswer::ok("abcdef").heldAfter(3));
+    ClientDownloader downloader(nullptr);
+    SignalSequence reports(&downloader);
+    downloader.startDownload();
+    QTRY_COMPARE(m_server.requestCount(kPath), 1);
+    int calls = 0;
+    connect(&downloader, &ClientDownloader::progressChanged, this, [&] {
+        ++calls;
+        downloader.cancel();
+    });
+    downloader.cancel();
+    QCOMPARE(calls, 1);
+    QCOMPARE(reports.last(), kCancelled);
+    QCOMPARE(reports.count(u"downloadFinished"_s), 1);
+    QVERIFY(!QFile::exists(downloader.zipPath()));
 }
 
 void TestClientDownloader::cancelFromWithinASlot_data()
