@@ -25,7 +25,6 @@
 
 #include <optional>
 #include <type_traits>
-#include <utility>
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
@@ -1066,9 +1065,10 @@ void TestClientDownloader::cancelOfACompleteDownloadDropsIt()
     SignalSequence reports(&downloader);
     bool again = true;
     connect(&downloader, &ClientDownloader::progressChanged, this, [&](int percent) {
-        if (percent != 100 || !std::exchange(again, false))
+        // A report of 100 % may also come while the transfer runs.
+        if (percent != 100 || !again || !Introspection::pendingReply(downloader)->isFinished())
             return;
-        QVERIFY(Introspection::pendingReply(downloader)->isFinished());
+        again = false;
         downloader.cancel();
         QVERIFY(!QFile::exists(downloader.zipPath()));
         if (startsAnew)
@@ -1081,7 +1081,7 @@ void TestClientDownloader::cancelOfACompleteDownloadDropsIt()
     QStringList texts{kConnecting, kKnownSize.arg(100)};
     if (startsAnew)
         texts.append(kConnecting);
-    QCOMPARE(reports.texts(), texts);
+    QCOMPARE(reports.withoutRepeats(), texts);
 
     reports.clear();
     downloader.startDownload(); // ignored where another runs
@@ -1102,7 +1102,8 @@ void TestClientDownloader::cancelWithinACancelReportsOnce()
     ClientDownloader downloader(nullptr);
     SignalSequence reports(&downloader);
     downloader.startDownload();
-    QTRY_COMPARE(m_server.requestCount(kPath), 1);
+    QSignalSpy arrived(Introspection::pendingReply(downloader), &QNetworkReply::readyRead);
+    QTRY_VERIFY(!arrived.isEmpty());
     int calls = 0;
     connect(&downloader, &ClientDownloader::progressChanged, this, [&] {
         ++calls;
