@@ -38,7 +38,6 @@ constexpr auto kManifestPath = "/updates/version.json";
 const auto kChecking = u"Vérification des mises à jour du launcher..."_s;
 const auto kDownloading = u"Connexion au serveur..."_s; // what is shown before much has arrived
 const auto kExtracting = u"Extraction du client en cours..."_s;
-const auto kVerified = u"Vérification des mises à jour..."_s;
 const auto kReady = u"Prêt à jouer !"_s;
 
 const QStringList kInstalledClient{u"DofusInvoker.swf"_s, u"data/"_s, u"data/carte.d2p"_s};
@@ -154,7 +153,7 @@ void TestSecondStart::init()
     m_server = std::make_unique<HttpServer>();
     m_server->answer(kVersionPath, HttpAnswer::ok(R"({"version": "1.0.0"})"));
     m_server->answer(kClientPath, heldClient());
-    m_server->answer(kManifestPath, HttpAnswer::never());
+    m_server->answer(kManifestPath, HttpAnswer::ok(R"({"files": []})"));
     m_server->answer(kStatusPath, HttpAnswer::ok(R"({"online": true, "players": 15})"));
     m_server->answer("/api/news.php", HttpAnswer::ok("[]"));
 }
@@ -261,7 +260,6 @@ void TestSecondStart::raisesTheFirst()
 
 void TestSecondStart::ofTwoAtTheSameMomentOneStays()
 {
-    m_server->answer(kManifestPath, HttpAnswer::ok(R"({"files": []})"));
     DrivenLauncher one(*m_server);
     DrivenLauncher other = one.again();
     one.launch();
@@ -299,8 +297,8 @@ public:
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(u"DISPLAY"_s, m_display);
         m_manager.setProcessEnvironment(environment);
-        m_manager.start(u"openbox"_s, {u"--sm-disable"_s});
-        m_isReady = m_manager.waitForStarted();
+        m_manager.start(u"openbox"_s, {u"--sm-disable"_s, u"--startup"_s, u"echo ready"_s});
+        m_isReady = m_manager.waitForReadyRead();
     }
 
     ~Desktop()
@@ -419,7 +417,6 @@ void TestSecondStart::aCrashLeavesNoObstacle()
 
     // The client's own folder alone counts here, not what the orphaned unpacker does.
     m_server->answer(kClientPath, HttpAnswer::ok(clientArchive()));
-    m_server->answer(kManifestPath, HttpAnswer::ok(R"({"files": []})"));
     DrivenLauncher second = first.again();
     second.environment().insert(u"PATH"_s, qEnvironmentVariable("PATH"));
     QVERIFY(second.start());
@@ -548,7 +545,6 @@ void TestSecondStart::startsWhereNoLockCanBeMade()
 
 void TestSecondStart::installationsInTwoFoldersDoNotMeet()
 {
-    m_server->answer(kManifestPath, HttpAnswer::ok(R"({"files": []})"));
     DrivenLauncher one(*m_server);
     DrivenLauncher other(*m_server);
     // One user's settings.
@@ -606,7 +602,7 @@ void TestSecondStart::oneInstallationAtATimeInAGameFolder()
     QCOMPARE(m_server->requestCount(kClientPath), 1);
 
     m_server->release(kClientPath);
-    QVERIFY(one.waitForLabel(kVerified));
+    QVERIFY(one.waitForLabel(kReady));
     QCOMPARE(treeWithHiddenFiles(gameFolder), kInstalledClient);
     for (DrivenLauncher *launcher : {&one, &other}) {
         launcher->ask(u"close"_s);
@@ -627,7 +623,7 @@ void TestSecondStart::aCrashFreesTheGameFolder()
     one.kill();
     m_server->answer(kClientPath, HttpAnswer::ok(clientArchive()));
     QVERIFY(other.start());
-    QVERIFY(other.waitForLabel(kVerified));
+    QVERIFY(other.waitForLabel(kReady));
     QCOMPARE(treeWithHiddenFiles(gameFolder), kInstalledClient);
 }
 
