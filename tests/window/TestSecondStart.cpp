@@ -224,7 +224,7 @@ void TestSecondStart::raisesTheFirst()
     DrivenLauncher first(*m_server);
     // On the search path in one of the phases only.
     StandIn powershell(first.folder() + u"/bin/"_s + Platform::executableName(u"powershell"_s));
-    powershell.hang();
+    powershell.behave({.hangs = true});
     phase.prepare(*m_server, first);
     QVERIFY(first.start());
     QVERIFY(phase.reach(first));
@@ -386,9 +386,11 @@ void TestSecondStart::aCrashLeavesNoObstacle()
     QFETCH(const QString, phase);
     QFETCH(const bool, emptied);
     QFETCH(const bool, numberLivesOn);
+    // On Windows all have one settings folder, and making a launcher empties it.
+    DrivenLauncher bystander(*m_server);
     DrivenLauncher first(*m_server);
     StandIn powershell(first.folder() + u"/bin/"_s + Platform::executableName(u"powershell"_s));
-    powershell.hang();
+    powershell.behave({.hangs = true});
     if (phase == kReady)
         installClient(first);
     if (phase == kExtracting) {
@@ -399,12 +401,12 @@ void TestSecondStart::aCrashLeavesNoObstacle()
     QVERIFY(first.waitForLabel(phase));
     const qint64 oldNumber = first.processId();
     first.kill();
-    QVERIFY(!lockFiles(first).isEmpty());
+    const QStringList locks = lockFiles(first);
+    QVERIFY(!locks.isEmpty());
 
-    DrivenLauncher bystander(*m_server);
     if (numberLivesOn)
         QVERIFY(bystander.start());
-    for (const QString &file : lockFiles(first)) {
+    for (const QString &file : locks) {
         if (emptied)
             Files::write(file, {});
         if (numberLivesOn) {
@@ -430,7 +432,8 @@ void TestSecondStart::aCrashLeavesNoObstacle()
     second.ask(u"close"_s);
     QVERIFY(second.waitForEnd(kEndTimeout));
     QCOMPARE(second.faultsOfItsEnd(), QString());
-    bystander.kill();
+    bystander.ask(u"close"_s);
+    QVERIFY(bystander.waitForEnd(kEndTimeout));
     QCOMPARE(lockFiles(second), QStringList());
     if (phase != kReady)
         QCOMPARE(treeWithHiddenFiles(second.clientFolder()), kInstalledClient);
