@@ -70,6 +70,13 @@ void letComeToFront(qint64 processId)
 #endif
 }
 
+void bringUp(QWidget *window)
+{
+    window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
+    window->raise();
+    window->activateWindow();
+}
+
 int millisecondsLeft(const QDeadlineTimer &deadline)
 {
     return int(deadline.remainingTime());
@@ -140,15 +147,12 @@ bool SingleInstance::askFirst(const QDeadlineTimer &deadline)
 /// False when there is no window any more. What is open above it stays there.
 bool SingleInstance::bringToFront()
 {
-    if (!m_window || !m_window->isVisible())
+    QWidget *const ours = m_window;
+    if (!ours || !ours->isVisible())
         return false;
 
-    for (QWidget *window : {m_window.data(), QApplication::activeModalWidget()}) {
-        if (!window)
-            continue;
-        window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
-        window->raise();
-        window->activateWindow();
-    }
+    bringUp(ours);
+    if (QWidget *const above = QApplication::activeModalWidget())
+        bringUp(above);
     return true;
 }
