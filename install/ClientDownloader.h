@@ -23,7 +23,7 @@ public:
     ~ClientDownloader() override;
 
     /// Downloads the archive, then goes on with startExtraction(). Does nothing while a download
-    /// runs.
+    /// runs; fails while another launcher installs into the same folder.
     void startDownload();
 
     /// Unpacks the archive into the game folder. The archive is deleted afterwards in any case.
