@@ -1,8 +1,10 @@
 #include "app/Identity.h"
 #include "app/MainWindow.h"
+#include "app/SingleInstance.h"
 #include "update/Updater.h"
 
 #include <QApplication>
+#include <QStandardPaths>
 #include <QThreadPool>
 
 #include <algorithm>
@@ -32,7 +34,13 @@ int main(int argc, char **argv)
     leaveThreadForPainting();
     Identity::apply();
 
+    SingleInstance instance(QStandardPaths::writableLocation(QStandardPaths::AppDataLocation),
+                            QApplication::applicationDirPath());
+    if (instance.isShownByAnother())
+        return EXIT_SUCCESS;
+
     MainWindow window;
+    instance.setWindow(&window);
     window.show();
     const int exitCode = QApplication::exec();
 

@@ -3,11 +3,13 @@
 #include "config/BuildSettings.h"
 #include "config/Config.h"
 #include "config/GameFolder.h"
+#include "config/ProcessLock.h"
 #include "install/ArchiveUnpacker.h"
 #include "net/Transfer.h"
 
 #include <QDir>
 #include <QFile>
+#include <QLockFile>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -18,6 +20,7 @@ namespace {
 
 constexpr auto kArchivePath = "client/DofusClient.zip"_L1;
 constexpr auto kArchiveName = "/DofusClient.zip"_L1;
+constexpr auto kLockName = "/.DofusClient.zip.lock"_L1;
 constexpr auto kMarker = "/DofusInvoker.swf"_L1;
 
 const auto kConnecting = u"Connexion au serveur..."_s;
@@ -49,9 +52,14 @@ void ClientDownloader::startDownload()
         return;
 
     QDir().mkpath(Config::instance().dofusPath());
+    if (!lockGameFolder()) {
+        emit downloadFinished(false, kCannotCreateFile.arg(zipPath()));
+        return;
+    }
     m_zipFile = std::make_unique<QFile>(zipPath());
     if (!m_zipFile->open(QIODevice::WriteOnly)) {
         m_zipFile.reset();
+        m_folderLock.reset();
         emit downloadFinished(false, kCannotCreateFile.arg(zipPath()));
         return;
     }
@@ -122,6 +130,7 @@ void ClientDownloader::startExtraction()
 void ClientDownloader::onExtractionFinished(int exitCode, QProcess::ExitStatus exitStatus)
 {
     QFile::remove(zipPath());
+    m_folderLock.reset();
     QString program;
     QString errorText;
     if (m_process) { // it may have been another one's end that was reported before
@@ -192,4 +201,18 @@ void ClientDownloader::dropTransfer()
         m_zipFile->remove();
         m_zipFile.reset();
     }
+    m_folderLock.reset();
+}
+
+/// False when another launcher is installing into the same folder. Where no lock can be made for
+/// another reason, opening the archive decides.
+bool ClientDownloader::lockGameFolder()
+{
+    m_folderLock.reset(); // an extraction that is still running may hold it
+    auto lock = std::make_unique<QLockFile>(Config::instance().dofusPath() + kLockName);
+    if (ProcessLock::take(*lock)) {
+        m_folderLock = std::move(lock);
+        return true;
+    }
+    return lock->error() != QLockFile::LockFailedError;
 }

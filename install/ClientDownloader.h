@@ -7,6 +7,7 @@
 #include <memory>
 
 class QFile;
+class QLockFile;
 class QNetworkAccessManager;
 class QNetworkReply;
 
@@ -22,7 +23,7 @@ public:
     ~ClientDownloader() override;
 
     /// Downloads the archive, then goes on with startExtraction(). Does nothing while a download
-    /// runs.
+    /// runs; fails while another launcher installs into the same folder.
     void startDownload();
 
     /// Unpacks the archive into the game folder. The archive is deleted afterwards in any case.
@@ -57,12 +58,14 @@ private slots:
     void onExtractionFinished(int exitCode, QProcess::ExitStatus exitStatus);
 
 private:
-    /// Forgets the reply, and the archive with its file.
+    /// Forgets the reply, and the archive with its file; frees the game folder.
     void dropTransfer();
+    bool lockGameFolder();
 
     QNetworkAccessManager *m_networkManager = nullptr;
     QNetworkReply *m_reply = nullptr; // set while a transfer runs
     std::unique_ptr<QFile> m_zipFile; // set while a transfer runs
     QProcess *m_process = nullptr;    // set while an extraction runs
     qint64 m_totalBytes = 0;
+    std::unique_ptr<QLockFile> m_folderLock; // from a download's start to the extraction's end
 };

@@ -26,10 +26,11 @@ constexpr auto kStatePause = 10ms;
 constexpr auto kCollectTimeout = 10s;
 
 // Texts without numbered placeholders go through QString::arg() on purpose; the offscreen platform
-// knows no size hints; a closed window kills the unpacking program.
+// knows no size hints, nor one window above another; a closed window kills the unpacking program.
 constexpr QByteArrayView kKnownRemarks[] = {
     "QString::arg: ",
     "This plugin does not support propagateSizeHints()",
+    "This plugin does not support raise()",
     "QStandardPaths: XDG_RUNTIME_DIR not set",
     "QProcess: Destroyed while process (\"powershell\") is still running.",
     "QProcess: Destroyed while process (\"unzip\") is still running.",
@@ -59,19 +60,14 @@ void placeExecutable(const QString &from, const QString &to)
 
 DrivenLauncher::DrivenLauncher(const HttpServer &server)
     // Beside the tests, so that the executable can be linked.
-    : m_folder(QCoreApplication::applicationDirPath() + u"/run-XXXXXX"_s)
+    : m_folder(std::make_shared<QTemporaryDir>(QCoreApplication::applicationDirPath() +
+                                               u"/run-XXXXXX"_s))
     , m_environment(QProcessEnvironment::systemEnvironment())
-    , m_mark("VEYRA_TEST_RUN=" + QUuid::createUuid().toByteArray(QUuid::WithoutBraces))
 {
     const QString program = Platform::executableName(u"veyra_driven_launcher"_s);
     placeExecutable(QCoreApplication::applicationDirPath() + u"/../veyra_driven_launcher/"_s +
                         program,
                     executable());
-
-    if (!m_control.listen(QHostAddress::LocalHost))
-        qFatal("No loopback port: %s", qPrintable(m_control.errorString()));
-    connect(&m_control, &QTcpServer::newConnection, this,
-            [this] { m_connection = m_control.nextPendingConnection(); });
 
     QDir(QFileInfo(configFile()).path()).removeRecursively();
     for (const QString &name : {u"data"_s, u"config"_s, u"cache"_s, u"tmp"_s})
@@ -82,17 +78,35 @@ DrivenLauncher::DrivenLauncher(const HttpServer &server)
     for (const QString &variable : {u"TMPDIR"_s, u"TEMP"_s, u"TMP"_s})
         m_environment.insert(variable, folder() + u"/tmp"_s);
     m_environment.insert(u"VEYRA_TEST_PROXY_PORT"_s, QString::number(server.port()));
+    listen();
+}
+
+DrivenLauncher::DrivenLauncher(const std::shared_ptr<QTemporaryDir> &folder,
+                               const QProcessEnvironment &environment)
+    : m_folder(folder)
+    , m_environment(environment)
+{
+    listen();
+}
+
+void DrivenLauncher::listen()
+{
+    if (!m_control.listen(QHostAddress::LocalHost))
+        qFatal("No loopback port: %s", qPrintable(m_control.errorString()));
+    connect(&m_control, &QTcpServer::newConnection, this,
+            [this] { m_connection = m_control.nextPendingConnection(); });
     m_environment.insert(u"VEYRA_TEST_CONTROL_PORT"_s, QString::number(m_control.serverPort()));
-    const QList<QByteArray> mark = m_mark.split('=');
-    m_environment.insert(QString::fromLatin1(mark.first()), QString::fromLatin1(mark.last()));
+
+    const QString name = u"VEYRA_TEST_RUN"_s;
+    const QString run = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    m_environment.insert(name, run);
+    m_mark = (name + u'=' + run).toLatin1();
 }
 
 DrivenLauncher::~DrivenLauncher()
 {
-    if (isRunning()) {
-        m_process.kill();
-        m_process.waitForFinished();
-    }
+    if (isRunning())
+        kill();
 }
 
 QString DrivenLauncher::executable() const
@@ -112,11 +126,22 @@ QString DrivenLauncher::configFile() const
 
 bool DrivenLauncher::start()
 {
+    launch();
+    return waitFor([this] { return !m_connection.isNull(); }, kStartTimeout);
+}
+
+void DrivenLauncher::launch()
+{
     m_connection.clear();
     m_process.setProcessEnvironment(m_environment);
     m_process.setWorkingDirectory(folder());
     m_process.start(executable(), {});
-    return waitFor([this] { return !m_connection.isNull(); }, kStartTimeout);
+}
+
+void DrivenLauncher::kill()
+{
+    m_process.kill();
+    m_process.waitForFinished();
 }
 
 QJsonObject DrivenLauncher::ask(const QString &command, const QJsonObject &details)

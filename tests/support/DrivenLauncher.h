@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 
 class HttpServer;
 class QTcpSocket;
@@ -25,8 +26,10 @@ public:
     /// Its requests go to `server`.
     explicit DrivenLauncher(const HttpServer &server);
     ~DrivenLauncher() override;
+    /// Another process of the same program: in the same folder, with the same environment so far.
+    DrivenLauncher again() const { return DrivenLauncher(m_folder, m_environment); }
 
-    QString folder() const { return m_folder.path(); }
+    QString folder() const { return m_folder->path(); }
     QString executable() const;
     QString clientFolder() const;
     QString configFile() const;
@@ -34,6 +37,11 @@ public:
 
     /// False when it does not come up.
     bool start();
+    /// Starts it and waits for nothing: it may be meant to leave at once.
+    void launch();
+    /// Ends it as a crash does.
+    void kill();
+    qint64 processId() const { return m_process.processId(); }
 
     /// Has a command of LauncherDriver executed; the answer is empty when none came.
     QJsonObject ask(const QString &command, const QJsonObject &details = {});
@@ -51,7 +59,11 @@ public:
     QString faultsOfItsEnd(int exitCode = 0);
 
 private:
-    QTemporaryDir m_folder;
+    DrivenLauncher(const std::shared_ptr<QTemporaryDir> &folder,
+                   const QProcessEnvironment &environment);
+    void listen();
+
+    std::shared_ptr<QTemporaryDir> m_folder;
     QTcpServer m_control;
     QPointer<QTcpSocket> m_connection;
     QProcess m_process;

@@ -101,6 +101,8 @@ QJsonObject describeWindow(const MainWindow *window)
         {u"players"_s, text(u"playersLabel"_s)},
         {u"news"_s, window->findChild<QTextEdit *>(u"newsWidget"_s)->toPlainText()},
         {u"visible"_s, window->isVisible()},
+        {u"minimized"_s, window->isMinimized()},
+        {u"active"_s, QApplication::activeWindow() != nullptr},
     };
     if (const QWidget *modal = QApplication::activeModalWidget())
         state[u"modalTitle"_s] = modal->windowTitle();
@@ -127,7 +129,9 @@ QPoint pointOf(const QJsonObject &details)
 ///   answer button         clicks the standard button (a number) of the open message box
 ///   closeBox, escapeBox   closes the open message box, or presses Escape in it
 ///   close                 closes the main window
+///   minimize              minimises the main window
 ///   exit code             ends the event loop with this code
+///   blockLoop             keeps the event loop from going on for longer than any test lasts
 ///   blockPool             occupies the thread pool for longer than any test lasts
 class LauncherDriver : public QObject
 {
@@ -160,7 +164,7 @@ void LauncherDriver::readCommands()
         const QJsonObject message = QJsonDocument::fromJson(m_socket.readLine()).object();
         const QString command = message["command"_L1].toString();
         if (command == u"click"_s || command == u"close"_s || command == u"answer"_s ||
-            command == u"closeBox"_s || command == u"escapeBox"_s) {
+            command == u"closeBox"_s || command == u"escapeBox"_s || command == u"blockLoop"_s) {
             m_socket.write("{}\n");
             m_socket.flush();
             QMetaObject::invokeMethod(
@@ -210,8 +214,12 @@ QJsonObject LauncherDriver::execute(const QString &command, const QJsonObject &d
         QTest::keyClick(box, Qt::Key_Escape);
     else if (command == u"close"_s)
         window->close();
+    else if (command == u"minimize"_s)
+        window->showMinimized();
     else if (command == u"exit"_s)
         QCoreApplication::exit(details["code"_L1].toInt());
+    else if (command == u"blockLoop"_s)
+        QThread::sleep(kLongerThanAnyTest);
     else if (command == u"blockPool"_s)
         QThreadPool::globalInstance()->start([] { QThread::sleep(kLongerThanAnyTest); });
     return {};
