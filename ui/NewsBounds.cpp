@@ -16,7 +16,9 @@ namespace {
 // Microseconds that the layout takes, measured on a machine of 2020 and rounded up. The panel lays
 // a document out two or three times; a single thing cannot be laid out in steps.
 constexpr double kCostLimit = 120'000;
-constexpr double kCostLimitOfOne = 60'000;
+constexpr double kCostLimitOfOne = 30'000;
+/// Plain text has no second pass.
+constexpr double kCostLimitOfText = 60'000;
 
 constexpr double kCostOfBlock = 4;
 constexpr double kCostOfFragment = 2;
@@ -25,13 +27,15 @@ constexpr double kCostOfCell = 15;
 constexpr double kCostOfCharacter = 0.2;
 constexpr double kCostOfForeignLetter = 5; // at worst each begins another direction or script
 constexpr double kCostOfSymbol = 13;       // looked for in one font after the other
-// These grow with the square: pieces of one paragraph, letters of one word, marks on one letter.
-constexpr double kCostOfFragmentPair = 8e-4;
+// These grow with the square: pieces of one paragraph (a change of direction makes one), letters of
+// one word, marks on one letter.
+constexpr double kCostOfPiecePair = 8e-4;
 constexpr double kCostOfWordPair = 3e-5;
 constexpr double kCostOfMarkPair = 2e-3;
-/// A table lays its cells out for their least, their greatest and their true width.
-constexpr double kCostOfNesting = 3;
-constexpr int kNestingLimit = 8;
+/// A table lays its cells out for their least, their greatest and their true width, and twice where
+/// it is too wide.
+constexpr double kCostOfNesting = 5;
+constexpr int kNestingLimit = 6;
 
 /// A height that most lines keep to, in pixels. Higher ones cost more, so that the document's
 /// height stays far within the 33 million pixels that the layout can count.
@@ -328,24 +332,28 @@ public:
         // The square of a length grows by twice the length with each character.
         m_word = c.isSpace() ? 0 : m_word + 1;
         m_marks = c.isMark() || c.category() == QChar::Other_Format ? m_marks + 1 : 0;
-        m_sum += 2 * m_word * kCostOfWordPair * heaviness + 2 * m_marks * kCostOfMarkPair;
+        m_pieces = c == u'\n' ? 0 : isForeign(c) ? m_pieces + 1 : m_pieces;
+        m_sum += 2 * m_word * kCostOfWordPair * heaviness + 2 * m_marks * kCostOfMarkPair +
+                 (isForeign(c) ? 2 * m_pieces * kCostOfPiecePair : 0);
     }
 
 private:
+    static bool isForeign(QChar c) { return c >= QChar(0x300) && c < QChar(0x2000); }
+
     static double costOf(QChar c)
     {
-        const char16_t code = c.unicode();
-        const bool isPunctuation = code >= 0x2000 && code < 0x20d0; // dashes, quotes, bullet, euro
-        if (code == QChar::LineSeparator || c == u'\n')
+        constexpr QChar kSymbols(0x20d0); // before them dashes, quotes, bullet, euro
+        if (c == QChar::LineSeparator || c == u'\n')
             return kCostOfLine;
-        if (code < 0x300 || isPunctuation)
-            return kCostOfCharacter;
-        return code < 0x2000 ? kCostOfForeignLetter : kCostOfSymbol;
+        if (isForeign(c))
+            return kCostOfForeignLetter;
+        return c < kSymbols ? kCostOfCharacter : kCostOfSymbol;
     }
 
     double m_sum = 0;
     double m_word = 0;
     double m_marks = 0;
+    double m_pieces = 0;
 };
 
 /// How much more than usual the lines of this format cost.
@@ -374,8 +382,7 @@ double costOf(const QTextBlock &block)
             text.add(c, heaviness);
         ++fragments;
     }
-    return kCostOfBlock + text.sum() +
-           fragments * (kCostOfFragment + fragments * kCostOfFragmentPair);
+    return kCostOfBlock + text.sum() + fragments * (kCostOfFragment + fragments * kCostOfPiecePair);
 }
 
 double costOfCells(const QTextTable &table)
@@ -446,7 +453,7 @@ QString NewsBounds::fittingText(const QString &text)
     TextCost cost;
     const auto end = std::find_if(text.begin(), text.end(), [&cost](QChar c) {
         cost.add(c, 1);
-        return cost.sum() > kCostLimitOfOne;
+        return cost.sum() > kCostLimitOfText;
     });
     return text.first(end - text.begin());
 }

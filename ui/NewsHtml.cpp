@@ -21,8 +21,8 @@ constexpr qsizetype kSourceLimit = 512 * 1024;
 
 // Qt's parser goes through tags and ancestors, rules and tags, rows and columns in nested loops,
 // and makes every cell of a table beforehand. How much a piece of HTML can ask of it at most is
-// counted in efforts: 1 for a tag.
-constexpr qsizetype kEffortLimit = 40'000;
+// counted in efforts: 1 for a tag, and as many as there are rules.
+constexpr qsizetype kEffortLimit = 150'000;
 /// What is parsed in one go beyond what has been parsed and found within bounds. Half of it rows,
 /// half of it columns make 60,000 cells.
 constexpr qsizetype kEffortStep = 8'000;
@@ -30,7 +30,6 @@ constexpr qsizetype kEffortStep = 8'000;
 /// take several times as long, and nothing can interrupt it.
 constexpr auto kLongStep = 500ms;
 constexpr qsizetype kEffortOfCell = 16;
-constexpr qsizetype kEffortOfRule = 8;
 constexpr int kSpanLimit = 99;
 
 /// They come over plain HTTP from the network, so nothing in them may make the launcher open a
@@ -78,7 +77,7 @@ bool isDigit(QChar c)
     return c >= u'0' && c <= u'9';
 }
 
-/// The ASCII letter or digit that a reference like "&#99;" stands for; null for all others.
+/// The character that a reference like "&#99;" stands for, if names and functions are made of such.
 QChar referredLetter(QStringView reference)
 {
     if (!reference.startsWith("&#"_L1))
@@ -87,7 +86,8 @@ QChar referredLetter(QStringView reference)
     const bool isHex = number.startsWith(u'x', Qt::CaseInsensitive);
     const uint code = isHex ? number.sliced(1).toUInt(nullptr, 16) : number.toUInt();
     const QChar letter = code < 0x80 ? QChar(code) : QChar();
-    return letter.isLetterOrNumber() ? letter : QChar();
+    const bool isInNames = letter.isLetterOrNumber() || letter == u'\\' || letter == u'(';
+    return isInNames ? letter : QChar();
 }
 
 /// The parser knows "c&#111;lspan" for what it is; spelled out it can be found.
@@ -152,6 +152,19 @@ QString withSpansBounded(const QString &html)
     return bounded;
 }
 
+/// Qt 6.4's parser of style sheets reads past its end in "qlineargradient(x1:)" and the like, which
+/// ends the process. A character that shows nothing makes another name of it; so it does of a name
+/// that is spelled with the style sheets' escapes.
+QString withoutGradients(QString html)
+{
+    constexpr QChar kWordJoiner(0x2060);
+    if (!html.contains(u'('))
+        return html;
+    html.replace("gradient("_L1, u"gradient"_s + kWordJoiner + u'(', Qt::CaseInsensitive);
+    html.replace(u'\\', u"\\"_s + kWordJoiner);
+    return html;
+}
+
 /// Counts the efforts of a text from its start on. Where it is in doubt it counts more.
 class Efforts
 {
@@ -180,10 +193,11 @@ private:
         const QChar c = m_html[position];
         if (c == u'<')
             return effortOfTag(position);
-        // In the text of a style sheet: a rule, a selector of its own, one that asks for
-        // attributes.
-        if (m_hasStyles && (c == u'{' || c == u',' || c == u'['))
-            return kEffortOfRule;
+        // In a style sheet: a rule, a selector of its own, one that asks for attributes.
+        if (m_isInStyles && (c == u'{' || c == u',' || c == u'[')) {
+            ++m_rules;
+            return 1;
+        }
         // A cell counts as often as it has columns; its tag has been counted.
         if ((c == u's' || c == u'S') && position >= 3)
             return effortOfSpan(position);
@@ -199,11 +213,17 @@ private:
         const auto begins = [rest](QLatin1StringView text) {
             return rest.startsWith(text, Qt::CaseInsensitive);
         };
-        m_hasStyles = m_hasStyles || begins("style"_L1);
+        // Where a style sheet ends is beyond doubt only after the usual tags.
+        m_isInStyles = m_isInStyles && !m_isUsualStyle;
+        if (begins("style"_L1)) {
+            m_isInStyles = true;
+            m_isUsualStyle = begins("style>"_L1) || begins("style type='text/css'>"_L1) ||
+                             begins("style type=\"text/css\">"_L1);
+        }
         if (begins("td"_L1) || begins("th"_L1) || begins("tr"_L1) || begins("ta"_L1) ||
             begins("tb"_L1) || begins("tf"_L1) || begins("cap"_L1))
-            return kEffortOfCell;
-        return m_hasStyles ? kEffortOfRule : 1;
+            return kEffortOfCell + m_rules;
+        return begins("/"_L1) ? 1 : 1 + m_rules;
     }
 
     qsizetype effortOfSpan(qsizetype position) const
@@ -221,14 +241,16 @@ private:
     QStringView m_html;
     qsizetype m_position = 0;
     qsizetype m_sum = 0;
-    bool m_hasStyles = false;
+    qsizetype m_rules = 0;
+    bool m_isInStyles = false;
+    bool m_isUsualStyle = false;
 };
 
 } // namespace
 
 std::unique_ptr<QTextDocument> NewsHtml::read(const QStringList &news, const QFont &font)
 {
-    const QString html = withSpansBounded(withLettersSpelledOut(joined(news)));
+    const QString html = withoutGradients(withSpansBounded(withLettersSpelledOut(joined(news))));
     auto document = emptyDocument(font);
     Efforts efforts(html);
     auto verdict = NewsBounds::Verdict::Complete;

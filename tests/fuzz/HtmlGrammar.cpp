@@ -33,7 +33,10 @@ constexpr auto kWords =
     "dotted double groove pre nowrap pre-wrap pre-line always bold italic underline line-through "
     "small-caps uppercase collapse frame root empty fixed minimum proportional line-distance disc "
     "decimal lower-alpha upper-roman serif monospace sub super inherit url(file:///etc/hosts) "
-    "file:///etc/hosts http://veyra.test/x qlineargradient(x1:0,y1:0,x2:1,y2:0,stop:0red)"_L1;
+    "file:///etc/hosts http://veyra.test/x qlineargradient(x1:0,y1:0,x2:1,y2:0,stop:0red) "
+    "qlineargradient(x1:) qr\\61 dialgradient(stop:0 rgb(1,2,3) rgba(1,2,3,.5) rgb( palette(link) "
+    "#12 "
+    "hsl(1,2) \\ /* url("_L1;
 
 constexpr auto kNumbers =
     "0 1 2 3 5 10 13 20 40 100 300 999 5000 20480 65535 99999 9000000 2147483647 4294967296 1e9 "
