@@ -9,6 +9,7 @@
 #include "net/NewsFetcher.h"
 #include "net/ServerChecker.h"
 #include "ui/NewsView.h"
+#include "ui/ScrollingMessageBox.h"
 #include "update/SelfUpdater.h"
 #include "update/Updater.h"
 
@@ -368,14 +369,11 @@ void MainWindow::showProgress(int percent, const QString &message)
 
 // --- Message boxes ---
 
-/// Plain text always: an error's text may hold what the server or an unpacker said, and a picture
-/// in it would be read from the disk or from another computer's.
 QMessageBox::StandardButton MainWindow::showBox(QMessageBox::Icon icon, const QString &title,
                                                 const QString &text,
                                                 QMessageBox::StandardButtons buttons)
 {
-    QMessageBox box(icon, title, text, buttons, this);
-    box.setTextFormat(Qt::PlainText);
+    ScrollingMessageBox box(icon, title, text, buttons, this);
     return static_cast<QMessageBox::StandardButton>(box.exec());
 }
 

@@ -4,7 +4,7 @@
 
 #include <QAbstractButton>
 #include <QApplication>
-#include <QFocusEvent>
+#include <QKeyEvent>
 #include <QPainter>
 #include <QPen>
 #include <QProxyStyle>
@@ -24,8 +24,14 @@ bool needsRing(const QWidget *widget)
     return qobject_cast<const QAbstractButton *>(widget) || qobject_cast<const QTextEdit *>(widget);
 }
 
+bool isModifier(int key)
+{
+    return key == Qt::Key_Shift || key == Qt::Key_Control || key == Qt::Key_Alt ||
+           key == Qt::Key_AltGr || key == Qt::Key_Meta;
+}
+
 /// Lets the ring stand off, and whole: its round corners reach into the widget's rectangle, which
-/// styles mask out.
+/// styles mask out, and it reaches out of what holds the widget, such as a box's row of buttons.
 class RingStyle : public QProxyStyle
 {
 public:
@@ -34,6 +40,8 @@ public:
     {
         if (hint == SH_FocusFrame_Mask)
             return 0;
+        if (hint == SH_FocusFrame_AboveWidget) // makes it a child of the window
+            return 1;
         return QProxyStyle::styleHint(hint, option, widget, returnData);
     }
 
@@ -62,7 +70,7 @@ protected:
     {
         QPainter painter(this);
         painter.setRenderHint(QPainter::Antialiasing);
-        painter.setPen(QPen(QColor(Colors::kText), kRingWidth));
+        painter.setPen(QPen(QColor(Colors::kAccent), kRingWidth));
         const qreal inset = kRingWidth / 2;
         const qreal radius = std::min(kLargestRadius, height() / 4.0);
         painter.drawRoundedRect(QRectF(rect()).adjusted(inset, inset, -inset, -inset), radius,
@@ -80,23 +88,44 @@ FocusRing::FocusRing(QObject *parent)
 
 bool FocusRing::eventFilter(QObject *watched, QEvent *event)
 {
-    if (event->type() == QEvent::FocusIn && watched->isWidgetType()) {
-        follow(static_cast<QWidget *>(watched), static_cast<const QFocusEvent *>(event)->reason());
+    switch (event->type()) {
+    case QEvent::ShortcutOverride: // all that comes of a key that is a shortcut
+    case QEvent::KeyPress:
+        keyPressed(static_cast<const QKeyEvent *>(event)->key());
+        break;
+    case QEvent::MouseButtonPress:
+    case QEvent::TouchBegin:
+    case QEvent::TabletPress:
+        m_byKeyboard = false;
+        surround(nullptr);
+        break;
+    case QEvent::FocusIn:
+        if (watched->isWidgetType())
+            surround(static_cast<QWidget *>(watched));
+        break;
+    default:
+        break;
     }
     return QObject::eventFilter(watched, event);
 }
 
-void FocusRing::follow(QWidget *widget, Qt::FocusReason reason)
+void FocusRing::keyPressed(int key)
 {
-    // A window that becomes active again shows what it showed before.
-    if (reason != Qt::ActiveWindowFocusReason && reason != Qt::PopupFocusReason) {
-        m_byKeyboard = reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason ||
-                       reason == Qt::ShortcutFocusReason;
-    }
+    if (isModifier(key)) // half of a key or of a click
+        return;
+    m_byKeyboard = true;
+    // The focus stays where nothing else can have it, as on a box's only button.
+    if (key == Qt::Key_Tab || key == Qt::Key_Backtab)
+        surround(QApplication::focusWidget());
+}
 
-    const bool shown = m_byKeyboard && needsRing(widget);
+/// The focus's reason does not tell: a box gives its first button the focus as if Tab had been
+/// pressed, and a window that becomes active again does not say who made it so.
+void FocusRing::surround(QWidget *focused)
+{
+    const bool shown = m_byKeyboard && focused && needsRing(focused);
     if (shown && !m_frame)
-        m_frame = new RingFrame(widget->parentWidget());
+        m_frame = new RingFrame(focused->window());
     if (m_frame)
-        m_frame->setWidget(shown ? widget : nullptr);
+        m_frame->setWidget(shown ? focused : nullptr);
 }

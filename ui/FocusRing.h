@@ -4,8 +4,8 @@
 #include <QObject>
 #include <QPointer>
 
-/// Shows people who use the keyboard where they are: a ring around the widget that has the focus
-/// when the keyboard has moved it there. The style sheets draw no focus of their own.
+/// Shows people who use the keyboard where they are: a ring around the widget that gets the focus
+/// while the keyboard is what was used last. The style sheets draw no focus of their own.
 /// One for all of the application's windows; GUI thread.
 class FocusRing : public QObject
 {
@@ -17,9 +17,10 @@ public:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
-    void follow(QWidget *widget, Qt::FocusReason reason);
+    void keyPressed(int key);
+    void surround(QWidget *focused);
 
-    // A child of the framed widget's parent, as every focus frame: it goes with a dialog that ends.
+    // A child of the framed widget's window: it goes with a dialog that ends.
     QPointer<QFocusFrame> m_frame;
-    bool m_byKeyboard = false;
+    bool m_byKeyboard = false; // a key was pressed after the last click
 };

@@ -53,6 +53,14 @@ QByteArray longNews()
     return '[' + items.join(',') + ']';
 }
 
+QByteArray longChangelog()
+{
+    QByteArray notes;
+    for (int i = 1; i <= 40; ++i)
+        notes += "- Correction de la quête n° " + QByteArray::number(i) + "\\n";
+    return R"({"version": "1.1.0", "changelog": ")" + notes + "\"}";
+}
+
 /// A real archive with a client whose verification takes long enough to be seen.
 QByteArray realArchive()
 {
@@ -261,7 +269,34 @@ void Photographer::takeAll()
         withModalDialog(u"14-settings"_s, launcher,
                         [&launcher] { launcher.child<QPushButton>(u"settingsButton"_s)->click(); });
         launcher.window()->activateWindow();
-        launcher.playButton()->setFocus(Qt::TabFocusReason);
+        waitFor(u"the window"_s, [&launcher] { return launcher.window()->isActiveWindow(); });
+        launcher.button(u"Paramètres"_s)->setFocus();
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    });
+
+    take(
+        u"17-long-changelog-declined"_s,
+        [](LauncherFixture &launcher) {
+            launcher.installClient();
+            launcher.server.answer("/api/launcher_version.json", HttpAnswer::ok(longChangelog()));
+        },
+        [this, ready](LauncherFixture &launcher) {
+            withModalDialog(u"16-long-changelog"_s, launcher, [&] { ready(launcher); });
+        });
+
+    take(u"20-settings-after-error"_s, installed, [this, ready](LauncherFixture &launcher) {
+        ready(launcher);
+        launcher.playButton()->setFocus();
+        withModalDialog(u"18-error-box-with-keyboard"_s, launcher,
+                        [&launcher] { QTest::keyClick(launcher.playButton(), Qt::Key_Return); });
+        launcher.window()->activateWindow();
+        waitFor(u"the window"_s, [&launcher] { return launcher.window()->isActiveWindow(); });
+        QTimer::singleShot(200ms, launcher.window(), [] {
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        });
+        withModalDialog(u"19-settings-with-keyboard"_s, launcher,
+                        [&launcher] { launcher.child<QPushButton>(u"settingsButton"_s)->click(); });
     });
 }
 

@@ -17,6 +17,7 @@
 #include <QTest>
 #include <QTextEdit>
 
+#include <functional>
 #include <memory>
 
 using namespace Qt::Literals::StringLiterals;
@@ -44,6 +45,12 @@ private slots:
     void aRingShowsTheKeyboardFocus();
     void theRingOutlivesADialog();
     void noRingAfterAClick();
+    void aClickTakesTheRingAway();
+    void aModifierAloneBringsNoRing();
+    void aBoxHasARingOnlyForTheKeyboard_data();
+    void aBoxHasARingOnlyForTheKeyboard();
+    void theRingIsWhole_data();
+    void theRingIsWhole();
     void accessibleNames_data();
     void accessibleNames();
     void theSettingsFieldIsNamedByItsCaption();
@@ -167,11 +174,11 @@ void TestKeyboardAccess::aRingShowsTheKeyboardFocus()
     QTRY_VERIFY(ring()->isVisible());
     QVERIFY(ring()->geometry().contains(settings->geometry()));
 
-    // Seen on the pixels: white in the middle of the ring's left edge.
+    // Seen on the pixels: the accent colour in the middle of the ring's left edge.
     const QImage grabbed = m_launcher->window()->grab().toImage();
     const qreal ratio = grabbed.devicePixelRatio();
     const QPoint edge = ring()->mapTo(m_launcher->window(), QPoint(1, ring()->height() / 2));
-    QCOMPARE(grabbed.pixelColor((QPointF(edge) * ratio).toPoint()), QColor(Qt::white));
+    QCOMPARE(grabbed.pixelColor((QPointF(edge) * ratio).toPoint()), QColor(0x8b, 0xc3, 0x4a));
 }
 
 void TestKeyboardAccess::aHeldEnterPressesOnce()
@@ -219,6 +226,108 @@ void TestKeyboardAccess::noRingAfterAClick()
     QTest::mouseClick(news->viewport(), Qt::LeftButton);
     QCOMPARE(QApplication::focusWidget(), news);
     QVERIFY(!ring()->isVisible());
+}
+
+void TestKeyboardAccess::aClickTakesTheRingAway()
+{
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    QTRY_VERIFY(ring() && ring()->isVisible());
+    QTest::mouseClick(m_launcher->label(u"statusLabel"_s), Qt::LeftButton); // takes no focus
+    QVERIFY(!ring()->isVisible());
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    QTRY_VERIFY(ring()->isVisible());
+}
+
+void TestKeyboardAccess::aModifierAloneBringsNoRing()
+{
+    for (const Qt::Key key : {Qt::Key_Shift, Qt::Key_Control, Qt::Key_Alt, Qt::Key_Meta})
+        QTest::keyClick(QApplication::focusWidget(), key);
+    button(u"Discord"_s)->setFocus(Qt::TabFocusReason);
+    QVERIFY(!ring());
+}
+
+void TestKeyboardAccess::aBoxHasARingOnlyForTheKeyboard_data()
+{
+    using Opening = std::function<void(QPushButton *)>;
+    QTest::addColumn<Opening>("opening");
+    QTest::addColumn<bool>("ringed");
+    QTest::newRow("opened by a click")
+        << Opening([](QPushButton *play) { QTest::mouseClick(play, Qt::LeftButton); }) << false;
+    QTest::newRow("opened by itself") << Opening([](QPushButton *play) { play->click(); }) << false;
+    QTest::newRow("opened by a click after the keyboard moved the focus")
+        << Opening([](QPushButton *play) {
+               QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+               QTest::mouseClick(play, Qt::LeftButton);
+           })
+        << false;
+    QTest::newRow("opened by a key") << Opening([](QPushButton *play) {
+        play->setFocus();
+        QTest::keyClick(play, Qt::Key_Return);
+    }) << true;
+}
+
+void TestKeyboardAccess::aBoxHasARingOnlyForTheKeyboard()
+{
+    QFETCH(const std::function<void(QPushButton *)>, opening);
+    Config::instance().setDofusPath(u"/nowhere"_s);
+    m_launcher->playButton()->setEnabled(true);
+
+    const auto ringOf = [](const QWidget *window) {
+        const auto *frame = window->findChild<QFocusFrame *>();
+        return frame && frame->isVisible();
+    };
+    bool ringed = false;
+    BoxAnswers answers;
+    answers.until([] {
+        const QWidget *focused = QApplication::focusWidget();
+        return focused && focused->window() == QApplication::activeModalWidget();
+    });
+    answers.meanwhile([&] { ringed = ringOf(QApplication::activeModalWidget()); });
+    answers.click(QMessageBox::Ok);
+    opening(m_launcher->playButton());
+    QCOMPARE(answers.seen().size(), 1);
+    QTEST(ringed, "ringed");
+
+    // Clicking the box away leaves no ring behind in the window.
+    m_launcher->window()->activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(m_launcher->window()));
+    QVERIFY(!ringOf(m_launcher->window()));
+}
+
+void TestKeyboardAccess::theRingIsWhole_data()
+{
+    QTest::addColumn<QString>("opener");
+    QTest::newRow("in a message box") << u"JOUER"_s;
+    QTest::newRow("in the settings dialog") << u"Paramètres"_s;
+}
+
+void TestKeyboardAccess::theRingIsWhole()
+{
+    QFETCH(const QString, opener);
+    Config::instance().setDofusPath(u"/nowhere"_s);
+    m_launcher->playButton()->setEnabled(true);
+
+    int ringed = 0;
+    QStringList cut;
+    QTimer::singleShot(50, this, [&] {
+        auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+        for (int i = 0; i < 4; ++i) {
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+            const auto *button = qobject_cast<QPushButton *>(QApplication::focusWidget());
+            if (!button)
+                continue;
+            ++ringed;
+            const QRect around(button->mapTo(dialog, QPoint(-4, -4)), button->size() + QSize(8, 8));
+            if (ring()->parentWidget() != dialog || ring()->geometry() != around ||
+                !dialog->rect().contains(around)) {
+                cut.append(button->text());
+            }
+        }
+        dialog->reject();
+    });
+    m_launcher->button(opener)->click();
+    QVERIFY(ringed >= 3);
+    QCOMPARE(cut, QStringList());
 }
 
 void TestKeyboardAccess::accessibleNames_data()

@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QLabel>
 #include <QPushButton>
+#include <QScreen>
 #include <QTest>
 #include <QTextEdit>
 
@@ -199,9 +200,17 @@ void TestServerNonsense::aHugeChangelogStillAsks()
     server().answer("/api/launcher_version.json",
                     HttpAnswer::ok("{\"version\": \"2.0\", \"changelog\": \"" + kHugeText + "\"}"));
     BoxAnswers answers;
+    bool buttonsAreSeen = false;
+    answers.meanwhile([&buttonsAreSeen] {
+        const auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        const QWidget *no = box->button(QMessageBox::No);
+        const QRect button(no->mapToGlobal(QPoint()), no->size());
+        buttonsAreSeen = box->screen()->availableGeometry().contains(button);
+    });
     answers.click(QMessageBox::No);
     m_launcher->open();
     QTRY_COMPARE_WITH_TIMEOUT(answers.seen().size(), 1, kPatience);
+    QTRY_VERIFY(buttonsAreSeen);
     QVERIFY(answers.seen().first().text.size() < 25'000);
     QVERIFY(answers.seen().first().text.endsWith(u"\n\nVoulez-vous mettre à jour maintenant ?"));
     QTRY_COMPARE(progressText(), u"Prêt à jouer !"_s);
