@@ -1,5 +1,6 @@
 #include "app/Identity.h"
 #include "app/MainWindow.h"
+#include "ui/WindowPlacement.h"
 #include "update/Updater.h"
 
 #include <QApplication>
@@ -33,6 +34,7 @@ int main(int argc, char **argv)
     Identity::apply();
 
     MainWindow window;
+    WindowPlacement::keepInReach(&window);
     window.show();
     const int exitCode = QApplication::exec();
 
