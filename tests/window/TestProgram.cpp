@@ -125,7 +125,7 @@ QJsonObject TestProgram::askFreshLauncher(const QString &question)
     DrivenLauncher launcher(*m_server);
     if (!launcher.start())
         return {};
-    const QJsonObject answer = launcher.ask(question);
+    QJsonObject answer = launcher.ask(question);
     launcher.ask(u"close"_s);
     launcher.waitForEnd(kEndTimeout);
     return answer;

@@ -193,7 +193,7 @@ void TestConfig::unusableFileGivesTheDefault_data()
     QTest::newRow("NUL bytes") << QByteArray(4096, '\0');
     QTest::newRow("100,000 brackets") << QByteArray(100000, '[');
     QTest::newRow("100,000 nested objects") << QByteArray("{\"dofus_path\":").repeated(100000);
-    QTest::newRow("50 MB of noise") << QByteArray(50 * 1024 * 1024, 'x');
+    QTest::newRow("50 MB of noise") << QByteArray(qsizetype{50} * 1024 * 1024, 'x');
 }
 
 void TestConfig::unusableFileGivesTheDefault()

@@ -511,7 +511,7 @@ void TestFileVerification::watcherGoesWithTheUpdater()
 void TestFileVerification::abandonedVerificationEndsAtOnce()
 {
     // Hashing this takes many seconds.
-    makeZeros(u"huge"_s, 8 * 1024);
+    makeZeros(u"huge"_s, 8192);
     QJsonArray files;
     for (int i = 0; i < 1000; ++i)
         files.append(entry(u"huge"_s, u"0"_s));

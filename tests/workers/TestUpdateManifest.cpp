@@ -250,7 +250,7 @@ void TestUpdateManifest::manifestIsVerified()
 void TestUpdateManifest::manifestOf50Megabytes()
 {
     m_server.answer(kPath, HttpAnswer::ok(R"({"files": [], "notes": ")" +
-                                          QByteArray(50 * 1024 * 1024, 'x') + R"("})"));
+                                          QByteArray(qsizetype{50} * 1024 * 1024, 'x') + R"("})"));
     Updater updater(nullptr);
     SignalSequence reports(&updater);
     updater.checkForUpdates();
