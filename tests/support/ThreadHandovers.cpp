@@ -114,3 +114,14 @@ void QFutureInterfaceBase::waitForResult(int index)
     real(this, index);
     __tsan_acquire(&mutex());
 }
+
+bool QFutureInterfaceBase::derefT() const noexcept
+{
+    static auto *const real =
+        realFunction<bool(const QFutureInterfaceBase *)>("_ZNK20QFutureInterfaceBase6derefTEv");
+    __tsan_release(&mutex()); // whoever lets go of it last deletes the results
+    const bool shared = real(this);
+    if (!shared)
+        __tsan_acquire(&mutex());
+    return shared;
+}
