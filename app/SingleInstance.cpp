@@ -37,7 +37,7 @@ constexpr auto kSocketOption = QLocalSocket::NoOptions;
 /// However the folder was written: over a link, or with other capitals on Windows.
 QString canonical(const QString &folder)
 {
-    const QString path = QFileInfo(folder).canonicalFilePath();
+    QString path = QFileInfo(folder).canonicalFilePath();
 #ifdef Q_OS_WIN
     return path.toCaseFolded();
 #else

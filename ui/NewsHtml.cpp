@@ -17,7 +17,7 @@ namespace {
 const auto kItem = u"<p style='margin: 10px 0;'>• %1</p>"_s;
 
 /// Characters. Several hundred printed pages; the parser takes some hundred bytes for each.
-constexpr qsizetype kSourceLimit = 512 * 1024;
+constexpr qsizetype kSourceLimit = 524'288;
 
 // Qt's parser goes through tags and ancestors, rules and tags, rows and columns in nested loops,
 // and makes every cell of a table beforehand. How much a piece of HTML can ask of it at most is

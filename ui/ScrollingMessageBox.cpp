@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -104,7 +103,7 @@ void ScrollingMessageBox::makeTextScroll()
     m_view->setFrameShape(QFrame::NoFrame);
     m_view->document()->setDocumentMargin(kTextMargin);
     m_view->setPlainText(text());
-    std::unique_ptr<QLayoutItem>(layout()->replaceWidget(label, m_view));
+    delete layout()->replaceWidget(label, m_view); // the label's layout item
     label->hide();
     m_view->show();
 

@@ -282,7 +282,7 @@ void TestHostileNews::toolTipsAreNotShown()
         const QPoint place = view->cursorRect().center() + QPoint(40, 0);
         QHelpEvent event(QEvent::ToolTip, place, view->viewport()->mapToGlobal(place));
         QApplication::sendEvent(view->viewport(), &event);
-        const QString tip = QToolTip::text();
+        QString tip = QToolTip::text();
         QToolTip::hideText();
         return tip;
     };
