@@ -130,6 +130,9 @@ class HttpServer::Listener : public QTcpServer
 public:
     void setIdentity(const Certificates::Identity &identity)
     {
+        m_identity = identity;
+        if (TlsTerminator::isNeeded())
+            return;
         QFile keyFile(identity.keyFile);
         if (!keyFile.open(QIODevice::ReadOnly))
             qFatal("There is no %s", qPrintable(identity.keyFile));
@@ -138,6 +141,8 @@ public:
         m_tls->setPrivateKey(QSslKey(&keyFile, QSsl::Rsa));
         m_tls->setPeerVerifyMode(QSslSocket::VerifyNone);
     }
+
+    const std::optional<Certificates::Identity> &identity() const { return m_identity; }
 
 protected:
     void incomingConnection(qintptr descriptor) override
@@ -157,6 +162,7 @@ private:
         return socket;
     }
 
+    std::optional<Certificates::Identity> m_identity;
     // Even an empty one has Qt load its TLS library, which plain tests do without.
     std::optional<QSslConfiguration> m_tls;
 };
@@ -230,7 +236,7 @@ private:
     {
         if (m_sslSocket)
             return m_sslSocket->mode() == QSslSocket::UnencryptedMode;
-        return m_server->m_terminator && m_encryption == Encryption::Possible;
+        return m_server->m_decrypted && m_encryption == Encryption::Possible;
     }
 
     bool beginsWithTls() const
@@ -246,7 +252,8 @@ private:
         }
         disconnect(m_socket, &QTcpSocket::readyRead, this, nullptr);
         disconnect(m_socket, &QTcpSocket::bytesWritten, this, nullptr);
-        m_server->m_terminator->takeOver(m_socket);
+        TlsTerminator::instance().takeOver(m_socket, *m_server->m_listener->identity(),
+                                           m_server->m_decrypted->serverPort());
     }
 
     qint64 unsentBytes() const
@@ -417,14 +424,14 @@ void HttpServer::release(const QByteArray &path)
 
 void HttpServer::setIdentity(const Certificates::Identity &identity)
 {
-    if (!TlsTerminator::isNeeded()) {
-        m_listener->setIdentity(identity);
+    m_listener->setIdentity(identity);
+    if (m_decrypted || !TlsTerminator::isNeeded())
         return;
-    }
-    m_terminator = std::make_unique<TlsTerminator>(identity);
-    connect(m_terminator.get(), &TlsTerminator::clientConnected, this, [this](QTcpSocket *socket) {
-        m_connections.append(new Connection(socket, this, Connection::Encryption::DoneElsewhere));
-    });
+    m_decrypted = std::make_unique<QTcpServer>();
+    connect(m_decrypted.get(), &QTcpServer::newConnection, this,
+            &HttpServer::onNewDecryptedConnection);
+    if (!m_decrypted->listen(QHostAddress::LocalHost))
+        qFatal("No loopback port: %s", qPrintable(m_decrypted->errorString()));
 }
 
 void HttpServer::clear()
@@ -460,7 +467,7 @@ void HttpServer::becomeProxy()
 void HttpServer::stopListening()
 {
     m_listener->close();
-    m_terminator.reset();
+    m_decrypted.reset();
     for (const QPointer<Connection> &connection : std::exchange(m_connections, {}))
         delete connection.data();
 }
@@ -477,4 +484,10 @@ void HttpServer::onNewConnection()
 {
     while (QTcpSocket *socket = m_listener->nextPendingConnection())
         m_connections.append(new Connection(socket, this, Connection::Encryption::Possible));
+}
+
+void HttpServer::onNewDecryptedConnection()
+{
+    while (QTcpSocket *socket = m_decrypted->nextPendingConnection())
+        m_connections.append(new Connection(socket, this, Connection::Encryption::DoneElsewhere));
 }

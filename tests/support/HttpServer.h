@@ -14,7 +14,7 @@
 namespace Certificates {
 struct Identity;
 }
-class TlsTerminator;
+class QTcpServer;
 
 /// One answer of the scripted server, built by chaining: HttpAnswer::ok("{}").chunked().
 struct HttpAnswer
@@ -121,9 +121,10 @@ private:
 
     HttpAnswer nextAnswer(const QByteArray &path);
     void onNewConnection();
+    void onNewDecryptedConnection();
 
     std::unique_ptr<Listener> m_listener;
-    std::unique_ptr<TlsTerminator> m_terminator; ///< where Qt cannot serve TLS
+    std::unique_ptr<QTcpServer> m_decrypted; ///< for clients of a TlsTerminator
     QHash<QByteArray, QList<HttpAnswer>> m_answers;
     HttpAnswer m_defaultAnswer = HttpAnswer::status(404, "not found");
     QList<HttpRequest> m_requests;

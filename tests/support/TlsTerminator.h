@@ -1,37 +1,31 @@
 #pragma once
 
 #include <QObject>
-#include <QPointer>
-#include <QTcpServer>
+#include <QTcpSocket>
 
 namespace Certificates {
 struct Identity;
 }
-class QTcpSocket;
 
-/// TLS for a server whose Qt cannot serve it. That is so under Wine, which has the client's side
-/// only: there a program of the system below it speaks TLS to the clients and connects back with
-/// what they say.
+/// TLS for servers whose Qt cannot serve it. That is so under Wine, which has the client's side
+/// only: there a program of the system below it speaks TLS to the clients. One of them does for the
+/// whole process; it ends with it.
 class TlsTerminator : public QObject
 {
     Q_OBJECT
 
 public:
     static bool isNeeded();
+    /// Started when it is first asked for.
+    static TlsTerminator &instance();
 
-    explicit TlsTerminator(const Certificates::Identity &identity);
-
-    /// Leads a client that is about to begin with TLS there. From now on it is not to be read from.
-    void takeOver(QTcpSocket *client);
-
-signals:
-    /// A client has shaken hands; the socket speaks for it, unencrypted.
-    void clientConnected(QTcpSocket *socket);
+    /// Leads a client there that is about to begin with TLS, and is not to be read from any more.
+    /// What it says comes back, unencrypted, over a connection to `port` of this machine.
+    void takeOver(QTcpSocket *client, const Certificates::Identity &identity, quint16 port);
 
 private:
-    void onNewConnection();
+    explicit TlsTerminator(QObject *parent);
 
-    QTcpServer m_listener;
-    QPointer<QTcpSocket> m_control; ///< the program lives as long as this connection
+    QTcpSocket *m_control = nullptr; ///< the program lives as long as this connection
     quint16 m_port = 0;
 };

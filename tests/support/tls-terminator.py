@@ -1,9 +1,11 @@
-"""Speaks TLS in the place of a server that cannot; see TlsTerminator.h.
+"""Speaks TLS in the place of servers that cannot; see TlsTerminator.h.
 
-tls-terminator.py CERTIFICATE KEY PORT
+tls-terminator.py PORT
 
-Connects to PORT on this machine and says on which port it takes TLS. From there it passes on to
-PORT, decrypted, what each client says, until that first connection ends.
+Connects to PORT on this machine, says on which port it takes clients, and lives until that
+connection ends. Whoever leads a client to it says three lines in front: the file of the
+certificate, the file of the key, and the port of this machine to which it passes on, decrypted,
+what the client says.
 """
 
 import select
@@ -38,28 +40,40 @@ def say_goodbye(client):
         pass
 
 
-def serve(connection, context, port):
+def read_line(connection):
+    # By the byte: what follows the lines is for TLS.
+    line = b""
+    while not line.endswith(b"\n"):
+        byte = connection.recv(1)
+        if not byte:
+            raise ConnectionError("the order is not complete")
+        line += byte
+    return line[:-1].decode()
+
+
+def serve(connection):
     try:
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(certfile=read_line(connection), keyfile=read_line(connection))
+        port = int(read_line(connection))
         with context.wrap_socket(connection, server_side=True) as client:
             with socket.create_connection(("127.0.0.1", port)) as server:
                 pass_on(client, server)
             say_goodbye(client)
     except OSError:
-        pass  # the client has broken off
+        connection.close()  # the client has broken off
 
 
-def accept(listener, context, port):
+def accept(listener):
     while True:
         connection, _ = listener.accept()
-        threading.Thread(target=serve, args=(connection, context, port), daemon=True).start()
+        threading.Thread(target=serve, args=(connection,), daemon=True).start()
 
 
-def main(certificate, key, port):
-    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-    context.load_cert_chain(certificate, key)
+def main(port):
     control = socket.create_connection(("127.0.0.1", port))
     listener = socket.create_server(("127.0.0.1", 0))
-    threading.Thread(target=accept, args=(listener, context, port), daemon=True).start()
+    threading.Thread(target=accept, args=(listener,), daemon=True).start()
     control.sendall(b"%d\n" % listener.getsockname()[1])
     try:
         control.recv(1)
@@ -67,4 +81,4 @@ def main(certificate, key, port):
         pass
 
 
-main(sys.argv[1], sys.argv[2], int(sys.argv[3]))
+main(int(sys.argv[1]))

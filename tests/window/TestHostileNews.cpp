@@ -21,8 +21,12 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-/// Milliseconds for which the window may stand still.
+/// Milliseconds for which the window may stand still; a sanitizer makes everything slower.
+#ifdef VEYRA_SANITIZED
+constexpr double kLimit = 1000;
+#else
 constexpr double kLimit = 250;
+#endif
 
 constexpr QSize kPanel(920, 260);
 
