@@ -28,7 +28,6 @@ if(MINGW)
 endif()
 
 if(VEYRA_SANITIZE)
-    target_compile_definitions(veyra_settings INTERFACE VEYRA_SANITIZED)
     target_compile_options(veyra_settings INTERFACE
         -fsanitize=${VEYRA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(veyra_settings INTERFACE -fsanitize=${VEYRA_SANITIZE})
