@@ -4,12 +4,12 @@
 
 #include <QAbstractTextDocumentLayout>
 #include <QFutureWatcher>
-#include <QSemaphore>
 #include <QtConcurrentRun>
 #include <QTextDocument>
 #include <QThreadPool>
 
 #include <chrono>
+#include <semaphore>
 #include <utility>
 
 using namespace std::chrono_literals;
@@ -18,6 +18,13 @@ namespace {
 
 // Nobody notices it; 1,500 items take a third of it.
 constexpr std::chrono::milliseconds kPatience = 100ms;
+
+/// What the reading thread hands over.
+struct Reading
+{
+    std::unique_ptr<QTextDocument> document;
+    std::binary_semaphore isDone{0};
+};
 
 } // namespace
 
@@ -31,25 +38,26 @@ NewsView::~NewsView() = default;
 void NewsView::showNews(const QStringList &news)
 {
     m_reading.reset(); // whatever it was, it is not awaited any more
-    const auto isRead = std::make_shared<QSemaphore>();
-    const auto read = [news, font = font(), thread = thread(), isRead] {
-        Document document = NewsHtml::read(news, font);
-        document->moveToThread(thread);
-        isRead->release();
-        return document;
+    const auto reading = std::make_shared<Reading>();
+    const auto read = [reading, news, font = font(), thread = thread()] {
+        reading->document = NewsHtml::read(news, font);
+        reading->document->moveToThread(thread);
+        reading->isDone.release();
     };
-    QFuture<Document> reading = QtConcurrent::run(QThreadPool::globalInstance(), read);
-    if (isRead->tryAcquire(1, static_cast<int>(kPatience.count()))) {
-        showDocument(reading.takeResult());
+    const QFuture<void> task = QtConcurrent::run(QThreadPool::globalInstance(), read);
+    if (reading->isDone.try_acquire_for(kPatience)) {
+        showDocument(std::move(reading->document));
         return;
     }
-    m_reading = std::make_unique<QFutureWatcher<Document>>();
-    connect(m_reading.get(), &QFutureWatcherBase::finished, this,
-            [this] { showDocument(m_reading->future().takeResult()); });
-    m_reading->setFuture(reading);
+    m_reading = std::make_unique<QFutureWatcher<void>>();
+    connect(m_reading.get(), &QFutureWatcherBase::finished, this, [this, reading] {
+        reading->isDone.acquire(); // at once
+        showDocument(std::move(reading->document));
+    });
+    m_reading->setFuture(task);
 }
 
-void NewsView::showDocument(Document document)
+void NewsView::showDocument(std::unique_ptr<QTextDocument> document)
 {
     // Without a size nothing is laid out yet: setDocument() gives it the panel's, once.
     document->setPageSize(QSizeF(0, 0));

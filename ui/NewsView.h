@@ -21,10 +21,8 @@ public:
     void showNews(const QStringList &news);
 
 private:
-    using Document = std::unique_ptr<QTextDocument>;
+    void showDocument(std::unique_ptr<QTextDocument> document);
 
-    void showDocument(Document document);
-
-    std::unique_ptr<QFutureWatcher<Document>> m_reading;
+    std::unique_ptr<QFutureWatcher<void>> m_reading;
     QTextDocument *m_shown = nullptr;
 };

@@ -137,6 +137,11 @@ void TestHostileNews::newsDoNotHoldTheWindow_data()
     row("marks on one letter", u"a"_s + QString(50'000, QChar(0x301)));
     row("letters of changing direction", times(u"a\u0628", 50'000));
     row("letters of no font", times(u"\ue000", 50'000));
+    row("a cell of characters that no font has", u"<td>"_s + times(u"&#0;", 20'000));
+    row("symbols of changing direction", times(u"\u4e2d\u202e", 10'000));
+    row("captions in rows of lists",
+        times(u"<caption><ul style='-qt-list-number-suffix:1pt'>x ", 3000));
+    row("cells and captions in rows", times(u"< tr><th><th><th>< caption>x", 60));
     row("lines of no height", u"<p style='line-height:1%'>"_s + times(u"x<br>", 5000));
     row("letters of no width", u"<p style='letter-spacing:-99px'>"_s + times(u"x ", 50'000));
     row("letters of no size", u"<p style='font-size:0.01px'>"_s + times(u"x ", 50'000));
