@@ -1,8 +1,8 @@
 #include "ui/NewsHtml.h"
 
 #include "ui/NewsBounds.h"
+#include "ui/ThreadTime.h"
 
-#include <QDeadlineTimer>
 #include <QImage>
 #include <QTextDocument>
 
@@ -256,14 +256,15 @@ std::unique_ptr<QTextDocument> NewsHtml::read(const QStringList &news, const QFo
     auto verdict = NewsBounds::Verdict::Complete;
     qsizetype effort = 0;
     qsizetype end = 0;
-    QDeadlineTimer longStep(kLongStep);
+    std::chrono::nanoseconds lastStep{};
     while (verdict == NewsBounds::Verdict::Complete && end < html.size() && effort < kEffortLimit &&
-           !longStep.hasExpired()) {
-        longStep.setRemainingTime(kLongStep);
+           lastStep < kLongStep) {
+        const auto start = threadTime();
         effort += kEffortStep;
         end = efforts.reach(effort);
         document->setHtml(html.first(end));
         verdict = NewsBounds::apply(document.get());
+        lastStep = threadTime() - start;
     }
     if (verdict != NewsBounds::Verdict::Unreasonable)
         return document;

@@ -1,21 +1,15 @@
 #include "tests/window/NewsHold.h"
 
 #include "ui/NewsView.h"
+#include "ui/ThreadTime.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QPixmap>
 #include <QScrollBar>
 #include <QTextDocument>
-#include <QtGlobal>
 
 #include <chrono>
-
-#ifdef Q_OS_WIN
-#include <qt_windows.h>
-#else
-#include <ctime>
-#endif
 
 using namespace std::chrono_literals;
 
@@ -24,31 +18,11 @@ namespace {
 /// Longer than the parser takes for anything, under a sanitizer too.
 constexpr auto kPatience = 120s;
 
-/// Milliseconds of processor time that the calling thread has used.
-double threadTime()
-{
-#ifdef Q_OS_WIN
-    FILETIME created;
-    FILETIME ended;
-    FILETIME kernel;
-    FILETIME user;
-    GetThreadTimes(GetCurrentThread(), &created, &ended, &kernel, &user);
-    const auto ticks = [](const FILETIME &time) { // of 100 ns
-        return static_cast<double>(quint64{time.dwHighDateTime} << 32 | time.dwLowDateTime);
-    };
-    return (ticks(kernel) + ticks(user)) / 1e4;
-#else
-    timespec time{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
-#endif
-}
-
 template <typename Action> void watch(NewsHold *hold, const char *what, Action action)
 {
-    const double start = threadTime();
+    const auto start = threadTime();
     action();
-    const double time = threadTime() - start;
+    const double time = std::chrono::duration<double, std::milli>(threadTime() - start).count();
     if (time > hold->time)
         *hold = {time, what};
 }
