@@ -1,0 +1,104 @@
+// VEYRA_PROBE_FAULTS is a list of words, separated by blanks:
+//   kill=N        the program ends before its N-th call, with exit code 77
+//   fail=N        that call fails with an error of the disk
+//   busy=N        that call fails because another program holds the file
+//   fail-from=N   that call and all later ones fail
+//   no-replace    renaming onto an existing file fails
+//   space=N       N bytes are free
+// VEYRA_PROBE_NO_FLUSH does not wait until the disk has everything.
+// VEYRA_PROBE_CALLS names a file that gets the number of calls in the end.
+
+#include "updater/FaultPoints.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <sstream>
+#include <string>
+
+namespace {
+
+constexpr int kKilled = 77;
+
+std::string variable(const char *name)
+{
+    const char *const value = std::getenv(name);
+    return value ? value : "";
+}
+
+std::map<std::string, long> parse()
+{
+    std::map<std::string, long> faults;
+    std::istringstream words(variable("VEYRA_PROBE_FAULTS"));
+    for (std::string word; words >> word;) {
+        const size_t sign = word.find('=');
+        faults[word.substr(0, sign)] =
+            sign == std::string::npos ? 1 : std::stol(word.substr(sign + 1));
+    }
+    return faults;
+}
+
+/// 0 where there is no such fault.
+long fault(const char *name)
+{
+    static const std::map<std::string, long> faults = parse();
+    const auto found = faults.find(name);
+    return found == faults.end() ? 0 : found->second;
+}
+
+class Calls
+{
+public:
+    ~Calls()
+    {
+        const std::string path = variable("VEYRA_PROBE_CALLS");
+        if (path.empty())
+            return;
+        if (std::FILE *file = std::fopen(path.c_str(), "w")) {
+            std::fprintf(file, "%ld", m_count);
+            std::fclose(file);
+        }
+    }
+
+    long next() { return ++m_count; }
+
+private:
+    long m_count = 0;
+};
+
+} // namespace
+
+int FaultPoints::next()
+{
+    static Calls calls;
+    const long call = calls.next();
+    if (call == fault("kill"))
+        std::_Exit(kKilled);
+    if (call == fault("busy"))
+        return EBUSY;
+    const long last = fault("fail-from");
+    return call == fault("fail") || (last != 0 && call >= last) ? EIO : 0;
+}
+
+bool FaultPoints::canReplace()
+{
+    return fault("no-replace") == 0;
+}
+
+std::size_t FaultPoints::longestWrite()
+{
+    // Files are cut off in the middle as well.
+    return 1024 * 1024;
+}
+
+bool FaultPoints::waitsForDisk()
+{
+    return variable("VEYRA_PROBE_NO_FLUSH").empty();
+}
+
+std::optional<std::uint64_t> FaultPoints::freeBytes()
+{
+    const long space = fault("space");
+    return space == 0 ? std::nullopt : std::optional<std::uint64_t>(space);
+}

@@ -1,0 +1,542 @@
+#include "tests/support/Files.h"
+#include "tests/support/TestEnvironment.h"
+#include "tests/updater/Installation.h"
+
+#include "updater/Platform.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QTest>
+
+#ifdef Q_OS_UNIX
+#include <csignal>
+#include <sys/resource.h>
+#include <unistd.h>
+#endif
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+const auto kLauncher = QString::fromUtf8(Installation::kLauncher);
+const auto kUpdater = QString::fromUtf8(Installation::kUpdater);
+const QStringList kOld{u"old"_s};
+const QStringList kNew{u"new"_s};
+
+enum ExitCode {
+    Done = 0,
+    Usage = 1,
+    StillRunning = 2,
+    Refused = 3,
+    NotPrepared = 4,
+    RolledBack = 5,
+    NotRestarted = 7
+};
+
+} // namespace
+
+/// The program as the launcher starts it: what it ends with, says and leaves.
+class TestLauncherUpdater : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void replacesTheLauncherAndItself();
+    void startsTheLauncherInItsOwnFolder();
+    void bearsLongPathsWithAccents();
+    void saysWhatItDoes();
+    void saysNothingWhenSilent();
+    void logsTheLastRun();
+    void refusesWrongArguments_data();
+    void refusesWrongArguments();
+    void refusesAndStartsTheOldLauncher_data();
+    void refusesAndStartsTheOldLauncher();
+    void refusesALauncherUnderAnotherName();
+    void keepsOldFilesWithoutTheirList_data();
+    void keepsOldFilesWithoutTheirList();
+    void waitsForTheLauncher();
+    void namesTheLauncherThatDoesNotEnd();
+    void doesNotRunTwiceInAFolder();
+    void preparesNothingOnAFullDisk();
+    void preparesNothingWithoutSpace();
+    void preparesNothingInAFolderThatIsReadOnly();
+    void preparesNothingWhereAFolderHasAFilesName();
+    void clearsWhatAnEarlierRunStaged();
+    void waitsForAFileToBeLetGo();
+    void undoesWhenAFileIsNotLetGo();
+    void tellsThatTheNewLauncherDoesNotStart();
+    void theProductKnowsNoFaults();
+    void theProductRefusesForeignUpdates();
+
+private:
+    void expectUntouched(Installation &installation);
+};
+
+/// The old launcher, started once, and everything as it was.
+void TestLauncherUpdater::expectUntouched(Installation &installation)
+{
+    QCOMPARE(installation.startsOf(1), kOld);
+    QVERIFY(installation.state() == installation.oldState());
+    QVERIFY(!installation.hasRemains());
+}
+
+void TestLauncherUpdater::replacesTheLauncherAndItself()
+{
+    Installation installation;
+    QCOMPARE(installation.runUpdater().exitCode, int(Done));
+    QCOMPARE(installation.startsOf(1), kNew);
+    QVERIFY(installation.state() == installation.newState());
+    QVERIFY(!installation.hasRemains());
+    // The archive is the launcher's.
+    QVERIFY(QFileInfo::exists(installation.archive()));
+}
+
+void TestLauncherUpdater::startsTheLauncherInItsOwnFolder()
+{
+    Installation installation;
+    installation.prepareProcess = [](QProcess &process) { process.setWorkingDirectory(u"/"_s); };
+    QCOMPARE(installation.runUpdater().exitCode, int(Done));
+    QCOMPARE(installation.startsOf(1), kNew);
+    QCOMPARE(installation.lastRecord(), QStringList{u"new|"_s + installation.folder() + u"|0"_s});
+}
+
+void TestLauncherUpdater::bearsLongPathsWithAccents()
+{
+    Installation installation(QString(100, u'é') + u'/' + QString(100, u'à') +
+                              u"/Été 100 % & co"_s);
+    QCOMPARE(installation.runUpdater().exitCode, int(Done));
+    QCOMPARE(installation.startsOf(1), kNew);
+    QVERIFY(installation.state() == installation.newState());
+}
+
+void TestLauncherUpdater::saysWhatItDoes()
+{
+    Installation installation;
+    const Installation::Outcome outcome = installation.runUpdater();
+    QCOMPARE(outcome.errors, u"Vérification de la mise à jour...\n"
+                             "Préparation de la version 1.0.1...\n"
+                             "Remplacement des fichiers...\n"
+                             "La version 1.0.1 est installée.\n"_s);
+    QCOMPARE(installation.startsOf(1), kNew);
+}
+
+void TestLauncherUpdater::saysNothingWhenSilent()
+{
+    Installation installation;
+    installation.writeArchive("no archive");
+    const QStringList arguments{u"--silent"_s, installation.archive(), installation.folder(),
+                                kLauncher};
+    const Installation::Outcome outcome = installation.run(kUpdater, arguments);
+    QCOMPARE(outcome.exitCode, int(Refused));
+    QCOMPARE(outcome.errors, QString());
+    QVERIFY(outcome.log.contains(u"Mise à jour refusée : archive incohérente"_s));
+    expectUntouched(installation);
+}
+
+void TestLauncherUpdater::logsTheLastRun()
+{
+    Installation installation;
+    const QByteArray good = Files::read(installation.archive());
+    installation.writeArchive("no archive");
+    QVERIFY(installation.runUpdater().log.contains(u"Mise à jour refusée"_s));
+    installation.writeArchive(good);
+    const QString log = installation.runUpdater().log;
+
+    const QStringList lines = log.split(u'\n');
+    const QRegularExpression time(u"^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ "_s);
+    for (const QString &line : lines.mid(0, lines.size() - 1))
+        QVERIFY2(time.match(line).hasMatch(), qPrintable(line));
+    QVERIFY(lines.constFirst().endsWith(
+        u"Mise à jour de %1 avec %2"_s.arg(installation.folder(), installation.archive())));
+    QVERIFY(log.contains(u"La version 1.0.1 est installée."_s));
+    QVERIFY(log.contains(u"Launcher démarré : "_s + installation.folder()));
+    QVERIFY(log.endsWith(u"Code de sortie 0\n"_s));
+    QVERIFY(!log.contains(u"refusée"_s));
+    QCOMPARE(installation.startsOf(2), kOld + kNew);
+}
+
+void TestLauncherUpdater::refusesWrongArguments_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+
+    // ARCHIVE and FOLDER are replaced by the real ones.
+    const QString archive = u"ARCHIVE"_s;
+    const QString folder = u"FOLDER"_s;
+    QTest::newRow("none") << QStringList{};
+    QTest::newRow("silence alone") << QStringList{u"--silent"_s};
+    QTest::newRow("one") << QStringList{archive};
+    QTest::newRow("two") << QStringList{archive, folder};
+    QTest::newRow("four") << QStringList{archive, folder, kLauncher, kLauncher};
+    QTest::newRow("an unknown option") << QStringList{u"--force"_s, archive, folder, kLauncher};
+    QTest::newRow("an option behind") << QStringList{archive, folder, kLauncher, u"--silent"_s};
+    QTest::newRow("no such folder") << QStringList{archive, folder + u"/absent"_s, kLauncher};
+    QTest::newRow("an empty folder") << QStringList{archive, QString(), kLauncher};
+    QTest::newRow("the root folder") << QStringList{archive, u"/"_s, kLauncher};
+    QTest::newRow("a file for a folder")
+        << QStringList{archive, folder + u"/notes.txt"_s, kLauncher};
+    QTest::newRow("no such program") << QStringList{archive, folder, u"Absent.exe"_s};
+    QTest::newRow("no program") << QStringList{archive, folder, QString()};
+    QTest::newRow("a program elsewhere") << QStringList{archive, folder, u"../programmes/x.exe"_s};
+    QTest::newRow("a folder for a program") << QStringList{archive, folder, u"Client"_s};
+}
+
+void TestLauncherUpdater::refusesWrongArguments()
+{
+    QFETCH(QStringList, arguments);
+    Installation installation;
+    arguments.replaceInStrings(u"ARCHIVE"_s, installation.archive());
+    arguments.replaceInStrings(u"FOLDER"_s, installation.folder());
+
+    const Installation::Outcome outcome = installation.run(kUpdater, arguments);
+    QCOMPARE(outcome.exitCode, int(Usage));
+    const bool isSilent = arguments.value(0) == u"--silent"_s;
+    QCOMPARE(outcome.errors.contains(u"Usage : LauncherUpdater.exe"_s), !isSilent);
+    QVERIFY(installation.state() == installation.oldState());
+    QVERIFY(!installation.hasRemains());
+    QCOMPARE(installation.startsOf(0), QStringList());
+}
+
+void TestLauncherUpdater::refusesAndStartsTheOldLauncher_data()
+{
+    QTest::addColumn<QString>("what");
+    QTest::addColumn<QString>("reason");
+
+    QTest::newRow("an archive that is none") << u"none"_s << u"archive incohérente"_s;
+    QTest::newRow("an archive that is absent") << u"absent"_s << u"archive introuvable"_s;
+    QTest::newRow("a forged one") << u"forged"_s << u"signée avec une clé inconnue"_s;
+    QTest::newRow("one with a file that the list does not promise")
+        << u"changed"_s << u"contenu différent de celui que liste.txt annonce"_s;
+    QTest::newRow("the version of this program")
+        << u"same"_s << u"n'est pas plus récente que la version 1.0.0"_s;
+    QTest::newRow("the version that is installed")
+        << u"installed"_s << u"n'est pas plus récente que la version 1.0.1"_s;
+}
+
+void TestLauncherUpdater::refusesAndStartsTheOldLauncher()
+{
+    QFETCH(const QString, what);
+    QFETCH(const QString, reason);
+
+    Installation installation;
+    SampleUpdate update = installation.update();
+    const auto store = update.changeZip;
+    if (what == u"none")
+        installation.writeArchive("no archive");
+    if (what == u"absent")
+        QFile::remove(installation.archive());
+    if (what == u"forged")
+        installation.writeArchive(update.archive(KeyPair()));
+    if (what == u"changed") {
+        // The last file: all others are staged by then.
+        update.changeZip = [store](ZipBuilder &zip) {
+            store(zip);
+            for (ZipEntry &entry : zip.entries) {
+                if (entry.name == "styles/moderne/style.dll")
+                    entry.content = "ONLY the new one";
+            }
+        };
+        installation.writeArchive(update.archive(installation.keys()));
+    }
+    if (what == u"same") {
+        update.version = "1.0.0";
+        installation.writeArchive(update.archive(installation.keys()));
+    }
+    QMap<QString, QByteArray> before = installation.oldState();
+    if (what == u"installed") {
+        before[u"liste.txt"_s].replace("1.0.0", "1.0.1");
+        Files::write(installation.folder() + u"/liste.txt"_s, before.value(u"liste.txt"_s));
+    }
+
+    const Installation::Outcome outcome = installation.runUpdater();
+    QCOMPARE(outcome.exitCode, int(Refused));
+    QVERIFY2(outcome.errors.contains(u"Mise à jour refusée : "_s) &&
+                 outcome.errors.contains(reason),
+             qPrintable(outcome.errors));
+    QCOMPARE(installation.startsOf(1), kOld);
+    QVERIFY(installation.state() == before);
+    QVERIFY(!installation.hasRemains());
+}
+
+void TestLauncherUpdater::refusesALauncherUnderAnotherName()
+{
+    Installation installation;
+    const QString name = u"Mon lanceur à moi.exe"_s;
+    QVERIFY(QFile::rename(installation.folder() + u'/' + kLauncher,
+                          installation.folder() + u'/' + name));
+    const auto before = installation.state();
+    const Installation::Outcome outcome =
+        installation.run(kUpdater, {installation.archive(), installation.folder(), name});
+    QCOMPARE(outcome.exitCode, int(Refused));
+    QVERIFY(outcome.errors.contains(name + u" ne fait pas partie de la mise à jour"_s));
+    QCOMPARE(installation.startsOf(1), kOld);
+    QVERIFY(installation.state() == before);
+}
+
+void TestLauncherUpdater::keepsOldFilesWithoutTheirList_data()
+{
+    QTest::addColumn<QByteArray>("list");
+
+    QTest::newRow("no list") << QByteArray();
+    QTest::newRow("a list that is damaged") << QByteArray("veyra-lanceur 1\n1.0.0\n");
+}
+
+void TestLauncherUpdater::keepsOldFilesWithoutTheirList()
+{
+    QFETCH(const QByteArray, list);
+    Installation installation;
+    const QString path = installation.folder() + u"/liste.txt"_s;
+    QVERIFY(QFile::remove(path));
+    if (!list.isEmpty())
+        Files::write(path, list);
+
+    QCOMPARE(installation.runUpdater().exitCode, int(Done));
+    QCOMPARE(installation.startsOf(1), kNew);
+    auto expected = installation.newState();
+    for (const QString &name : {u"licences/"_s, u"licences/anciennes/"_s,
+                                u"licences/anciennes/Zlib.txt"_s, u"tls/qschannel.dll"_s})
+        expected.insert(name, installation.oldState().value(name));
+    QVERIFY(installation.state() == expected);
+}
+
+void TestLauncherUpdater::waitsForTheLauncher()
+{
+    Installation installation;
+    QProcess launcher;
+    QProcessEnvironment environment = installation.environment;
+    environment.insert(u"VEYRA_PROBE_HANG"_s, u"600"_s);
+    launcher.setProcessEnvironment(environment);
+    launcher.start(installation.folder() + u'/' + kLauncher, {});
+    QVERIFY(launcher.waitForStarted());
+    QCOMPARE(installation.startsOf(1), kOld);
+
+    const Installation::Outcome outcome = installation.runUpdater();
+    QCOMPARE(outcome.exitCode, int(Done));
+    QVERIFY(outcome.errors.startsWith(u"Attente de la fermeture du launcher...\nVérification"_s));
+    QVERIFY(launcher.waitForFinished());
+    QCOMPARE(installation.startsOf(1), kNew);
+    QVERIFY(installation.state() == installation.newState());
+}
+
+void TestLauncherUpdater::namesTheLauncherThatDoesNotEnd()
+{
+    Installation installation;
+    installation.environment.insert(u"VEYRA_PROBE_WAIT"_s, u"300"_s);
+    QProcess launcher;
+    QProcessEnvironment environment = installation.environment;
+    environment.insert(u"VEYRA_PROBE_HANG"_s, u"60000"_s);
+    launcher.setProcessEnvironment(environment);
+    launcher.start(installation.folder() + u'/' + kLauncher, {});
+    QVERIFY(launcher.waitForStarted());
+    QCOMPARE(installation.startsOf(1), kOld);
+
+    const Installation::Outcome outcome = installation.runUpdater();
+    QCOMPARE(outcome.exitCode, int(StillRunning));
+    // The kernel keeps 15 characters of a name.
+    QVERIFY2(outcome.errors.contains(
+                 u"le launcher est encore ouvert (VeyraLauncher.e, processus %1)"_s.arg(
+                     launcher.processId())),
+             qPrintable(outcome.errors));
+    launcher.kill();
+    QVERIFY(launcher.waitForFinished());
+    QVERIFY(installation.state() == installation.oldState());
+    QVERIFY(!installation.hasRemains());
+    QCOMPARE(installation.startsOf(0), QStringList());
+}
+
+void TestLauncherUpdater::doesNotRunTwiceInAFolder()
+{
+    Installation installation;
+    installation.environment.insert(u"VEYRA_PROBE_WAIT"_s, u"300"_s);
+    {
+        Platform::FolderLock other;
+        QVERIFY(other.tryLock(installation.folder().toStdString()));
+        const Installation::Outcome outcome = installation.runUpdater();
+        QCOMPARE(outcome.exitCode, int(StillRunning));
+        QVERIFY(outcome.errors.contains(u"une autre mise à jour du launcher est en cours"_s));
+        QVERIFY(installation.state() == installation.oldState());
+    }
+    QCOMPARE(installation.runUpdater().exitCode, int(Done));
+    QCOMPARE(installation.startsOf(1), kNew);
+}
+
+void TestLauncherUpdater::preparesNothingOnAFullDisk()
+{
+#ifdef Q_OS_UNIX
+    Installation installation;
+    installation.prepareProcess = [](QProcess &process) {
+        process.setChildProcessModifier([] {
+            std::signal(SIGXFSZ, SIG_IGN);
+            const rlimit limit{64 * 1024, 64 * 1024};
+            setrlimit(RLIMIT_FSIZE, &limit);
+        });
+    };
+    const Installation::Outcome outcome = installation.runUpdater();
+    QCOMPARE(outcome.exitCode, int(NotPrepared));
+    QVERIFY(outcome.errors.contains(u"Mise à jour impossible : impossible d'écrire "_s));
+    expectUntouched(installation);
+#else
+    QSKIP("Needs a limit of the size of files");
+#endif
+}
+
+void TestLauncherUpdater::preparesNothingWithoutSpace()
+{
+    Installation installation;
+    const Installation::Outcome outcome = installation.runUpdater(u"space=3145728"_s);
+    QCOMPARE(outcome.exitCode, int(NotPrepared));
+    const QRegularExpression text(u"il faut (\\d+) Mo libres sur le disque, il en reste 3\\."_s);
+    const QRegularExpressionMatch match = text.match(outcome.errors);
+    QVERIFY2(match.hasMatch(), qPrintable(outcome.errors));
+    // The files, a copy of both programs and 16 MB to spare.
+    qint64 bytes = 0;
+    for (const QByteArray &content : installation.newState())
+        bytes += content.size();
+    for (const QString &program : {kLauncher, kUpdater})
+        bytes += installation.oldState().value(program).size();
+    const qint64 megabytes = bytes / (1024 * 1024) + 16;
+    QVERIFY(qAbs(match.captured(1).toLongLong() - megabytes) <= 1);
+    expectUntouched(installation);
+}
+
+void TestLauncherUpdater::preparesNothingInAFolderThatIsReadOnly()
+{
+#ifdef Q_OS_UNIX
+    Installation installation;
+    // Nobody else than root may write anywhere: the updater gets the rights of a stranger.
+    const bool isRoot = geteuid() == 0;
+    if (isRoot) {
+        installation.prepareProcess = [](QProcess &process) {
+            process.setChildProcessModifier([] {
+                constexpr uid_t kNobody = 65534;
+                if (setuid(kNobody) != 0)
+                    ::_exit(99);
+            });
+        };
+        installation.letStrangersIn();
+    } else {
+        QVERIFY(QFile::setPermissions(installation.folder(), QFile::ReadOwner | QFile::ExeOwner));
+    }
+    const Installation::Outcome outcome = installation.runUpdater();
+    QFile::setPermissions(installation.folder(),
+                          QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    if (outcome.exitCode == -1)
+        QSKIP("A stranger cannot reach the folder");
+    QCOMPARE(outcome.exitCode, int(NotPrepared));
+    QVERIFY2(
+        outcome.errors.contains(u"impossible d'écrire dans le dossier "_s + installation.folder()),
+        qPrintable(outcome.errors));
+    QVERIFY(installation.state() == installation.oldState());
+    QVERIFY(!installation.hasRemains());
+#else
+    QSKIP("Needs rights as Unix has them");
+#endif
+}
+
+void TestLauncherUpdater::preparesNothingWhereAFolderHasAFilesName()
+{
+    Installation installation;
+    const QString path = installation.folder() + u"/Qt6Svg.dll"_s;
+    QVERIFY(QDir().mkdir(path));
+    const Installation::Outcome outcome = installation.runUpdater();
+    QCOMPARE(outcome.exitCode, int(NotPrepared));
+    QVERIFY(outcome.errors.contains(u"un dossier porte le nom du fichier "_s + path));
+    QVERIFY(QDir().rmdir(path));
+    expectUntouched(installation);
+}
+
+void TestLauncherUpdater::clearsWhatAnEarlierRunStaged()
+{
+    Installation installation;
+    Files::write(installation.folder() + u"/.veyra-maj/nouveau/a/b.dll"_s, "left");
+    Files::write(installation.folder() + u"/.veyra-maj/journal.partiel"_s, "left");
+    QCOMPARE(installation.runUpdater().exitCode, int(Done));
+    QCOMPARE(installation.startsOf(1), kNew);
+    QVERIFY(installation.state() == installation.newState());
+    QVERIFY(!installation.hasRemains());
+}
+
+void TestLauncherUpdater::waitsForAFileToBeLetGo()
+{
+    Installation installation;
+    installation.environment.insert(u"VEYRA_PROBE_RETRY"_s, u"5000"_s);
+    QCOMPARE(installation.runUpdater().exitCode, int(Done));
+    const int calls = installation.callCount();
+    QCOMPARE(installation.startsOf(1), kNew);
+
+    // Some call in the middle of the replacement.
+    int retried = 0;
+    for (int call = calls / 2; call < calls / 2 + 20; ++call) {
+        installation.restore();
+        QCOMPARE(installation.runUpdater(u"busy=%1"_s.arg(call)).exitCode, 0);
+        QCOMPARE(installation.startsOf(1), kNew);
+        QVERIFY(installation.state() == installation.newState());
+        retried += installation.callCount() > calls ? 1 : 0;
+    }
+    QVERIFY(retried > 0);
+}
+
+void TestLauncherUpdater::undoesWhenAFileIsNotLetGo()
+{
+    Installation installation;
+    QCOMPARE(installation.runUpdater().exitCode, int(Done));
+    const int calls = installation.callCount();
+    QCOMPARE(installation.startsOf(1), kNew);
+
+    // Nothing is tried again: a file that is held once counts as held for good.
+    int undone = 0;
+    for (int call = calls / 2; call < calls / 2 + 20; ++call) {
+        installation.restore();
+        const Installation::Outcome outcome = installation.runUpdater(u"busy=%1"_s.arg(call));
+        if (outcome.exitCode != RolledBack)
+            continue;
+        ++undone;
+        QVERIFY(outcome.errors.contains(u"L'ancienne version a été remise en place."_s));
+        expectUntouched(installation);
+    }
+    QVERIFY(undone > 0);
+}
+
+void TestLauncherUpdater::tellsThatTheNewLauncherDoesNotStart()
+{
+    Installation installation;
+    SampleUpdate update = installation.update();
+    update.files[Installation::kLauncher] = QByteArray("\x7f"
+                                                       "ELF but no program",
+                                                       20);
+    installation.writeArchive(update.archive(installation.keys()));
+    const Installation::Outcome outcome = installation.runUpdater();
+    QCOMPARE(outcome.exitCode, int(NotRestarted));
+    QVERIFY(outcome.errors.contains(u"n'a pas pu être démarré"_s));
+    QVERIFY(!installation.hasRemains());
+}
+
+void TestLauncherUpdater::theProductKnowsNoFaults()
+{
+    const QByteArray product = Files::read(QString::fromUtf8(PRODUCT_UPDATER));
+    const QByteArray probe = Files::read(QString::fromUtf8(UPDATER_PROBE));
+    QVERIFY(probe.contains("VEYRA_PROBE_FAULTS"));
+    QVERIFY(!product.isEmpty());
+    QVERIFY(!product.contains("VEYRA_PROBE"));
+    QVERIFY(!product.contains("libQt"));
+}
+
+void TestLauncherUpdater::theProductRefusesForeignUpdates()
+{
+    Installation installation;
+    const QString path = installation.folder() + u'/' + kUpdater;
+    QVERIFY(QFile::remove(path));
+    QVERIFY(QFile::copy(QString::fromUtf8(PRODUCT_UPDATER), path));
+    const Installation::Outcome outcome = installation.runUpdater();
+    QCOMPARE(outcome.exitCode, int(Refused));
+    QVERIFY2(outcome.errors.contains(u"" PRODUCT_REFUSAL ""_s), qPrintable(outcome.errors));
+    QCOMPARE(installation.startsOf(1), kOld);
+    QVERIFY(QFile::remove(path));
+    auto expected = installation.oldState();
+    expected.remove(kUpdater);
+    QVERIFY(installation.state() == expected);
+}
+
+VEYRA_CORE_TEST_MAIN(TestLauncherUpdater)
+#include "TestLauncherUpdater.moc"

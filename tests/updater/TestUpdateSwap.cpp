@@ -1,0 +1,256 @@
+#include "tests/support/TestEnvironment.h"
+#include "tests/updater/Installation.h"
+
+#include <QFileInfo>
+#include <QScopeGuard>
+#include <QTest>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+const auto kLauncher = QString::fromUtf8(Installation::kLauncher);
+const auto kUpdater = QString::fromUtf8(Installation::kUpdater);
+const QStringList kOld{u"old"_s};
+const QStringList kNew{u"new"_s};
+
+} // namespace
+
+/// The replacement of the files, ended or hindered at every one of its system calls in turn.
+class TestUpdateSwap : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanup();
+    void replacesEverything();
+    void everyKillLeavesTheOldLauncherOrTheNew();
+    void everyKillOnAVolumeWithoutReplacing();
+    void everyKillOfTheMending_data();
+    void everyKillOfTheMending();
+    void everyFailureIsUndone();
+    void everyFailureOfTheRestOfTheDisk();
+
+private:
+    void checkState(const QStringList &launcher, bool mayKeepEmptyFolders = false);
+    bool isGuarded() const;
+    bool hasFile(const QString &name) const;
+
+    Installation m_installation;
+    int m_calls = 0;
+    QString m_context; ///< for whoever reads of a failure
+};
+
+void TestUpdateSwap::initTestCase()
+{
+    m_installation.environment.insert(u"VEYRA_PROBE_NO_FLUSH"_s, u"1"_s);
+    QCOMPARE(m_installation.runUpdater().exitCode, 0);
+    m_calls = m_installation.callCount();
+    QVERIFY2(m_calls > 100, qPrintable(QString::number(m_calls)));
+    QCOMPARE(m_installation.startsOf(1), kNew);
+    m_installation.restore();
+}
+
+void TestUpdateSwap::cleanup()
+{
+    if (QTest::currentTestFailed())
+        qWarning("%s", qPrintable(m_context));
+    m_context.clear();
+    m_installation.restore();
+}
+
+/// The folder is that of the launcher which started there last, byte for byte.
+void TestUpdateSwap::checkState(const QStringList &launcher, bool mayKeepEmptyFolders)
+{
+    QVERIFY2(launcher == kOld || launcher == kNew, qPrintable(launcher.join(u", "_s)));
+    auto expected = launcher == kOld ? m_installation.oldState() : m_installation.newState();
+    if (mayKeepEmptyFolders) {
+        for (const QString &name : {u"licences/"_s, u"licences/anciennes/"_s}) {
+            if (QFileInfo::exists(m_installation.folder() + u'/' + name))
+                expected.insert(name, {});
+        }
+    }
+    QCOMPARE(m_installation.state().keys(), expected.keys());
+    QVERIFY(m_installation.state() == expected);
+}
+
+bool TestUpdateSwap::hasFile(const QString &name) const
+{
+    return QFileInfo::exists(m_installation.folder() + u'/' + name);
+}
+
+/// Whether this program stands in the launcher's place.
+bool TestUpdateSwap::isGuarded() const
+{
+    const QByteArray program = m_installation.state().value(kLauncher);
+    return program == m_installation.oldState().value(kUpdater);
+}
+
+void TestUpdateSwap::replacesEverything()
+{
+    QCOMPARE(m_installation.runUpdater().exitCode, 0);
+    QCOMPARE(m_installation.startsOf(1), kNew);
+    checkState(kNew);
+    QVERIFY(!m_installation.hasRemains());
+}
+
+void TestUpdateSwap::everyKillLeavesTheOldLauncherOrTheNew()
+{
+    int guarded = 0;
+    int finished = 0;
+    for (int call = 1; call <= m_calls; ++call) {
+        m_context = u"killed at call %1 of %2"_s.arg(call).arg(m_calls);
+        m_installation.restore();
+        QCOMPARE(m_installation.runUpdater(u"kill=%1"_s.arg(call)).exitCode, Installation::kKilled);
+
+        // A person starts the launcher, whatever stands in its place.
+        const bool isPending = isGuarded();
+        guarded += isPending ? 1 : 0;
+        QVERIFY(m_installation.start(kLauncher).exitCode == 0);
+        const QStringList launcher = m_installation.startsOf(1);
+        finished += launcher == kNew ? 1 : 0;
+        checkState(launcher);
+        QVERIFY(!QTest::currentTestFailed());
+        QVERIFY(!isPending || !m_installation.hasRemains());
+
+        // The next update finds nothing in its way.
+        const bool isDone = launcher == kNew;
+        QVERIFY(m_installation.runUpdater().exitCode == (isDone ? 3 : 0));
+        QVERIFY(m_installation.startsOf(1) == kNew);
+        checkState(kNew);
+        QVERIFY(!QTest::currentTestFailed());
+        QVERIFY(!m_installation.hasRemains());
+    }
+    QVERIFY2(guarded > 20, qPrintable(QString::number(guarded)));
+    QVERIFY2(finished > 5 && finished < m_calls / 2, qPrintable(QString::number(finished)));
+}
+
+void TestUpdateSwap::everyKillOnAVolumeWithoutReplacing()
+{
+    QCOMPARE(m_installation.runUpdater(u"no-replace"_s).exitCode, 0);
+    QCOMPARE(m_installation.startsOf(1), kNew);
+    const int calls = m_installation.callCount();
+    QVERIFY(calls > m_calls);
+
+    int missing = 0;
+    for (int call = 1; call <= calls; ++call) {
+        m_context = u"killed at call %1 of %2"_s.arg(call).arg(calls);
+        m_installation.restore();
+        QCOMPARE(m_installation.runUpdater(u"no-replace kill=%1"_s.arg(call)).exitCode,
+                 Installation::kKilled);
+
+        // Such a volume knows moments without the launcher. Then the updater program is there.
+        const bool isMissing = !hasFile(kLauncher);
+        missing += isMissing ? 1 : 0;
+        const QString program = isMissing ? kUpdater : kLauncher;
+        QVERIFY(m_installation.start(program, u"no-replace"_s).exitCode == 0);
+        checkState(m_installation.startsOf(1));
+        QVERIFY(!QTest::currentTestFailed());
+    }
+    QCOMPARE(missing, 2);
+}
+
+void TestUpdateSwap::everyKillOfTheMending_data()
+{
+    QTest::addColumn<QString>("stateFile");
+    QTest::addColumn<bool>("isLast");
+    QTest::addColumn<QStringList>("expected");
+
+    QTest::newRow("nothing is replaced yet") << u".veyra-maj/journal.txt"_s << false << kOld;
+    QTest::newRow("all but the launcher is replaced")
+        << u".veyra-maj/journal.txt"_s << true << kOld;
+    QTest::newRow("only the launcher is missing") << u".veyra-maj/termine.txt"_s << false << kNew;
+}
+
+void TestUpdateSwap::everyKillOfTheMending()
+{
+    QFETCH(const QString, stateFile);
+    QFETCH(const bool, isLast);
+    QFETCH(const QStringList, expected);
+
+    // The first or the last call at which the journal has this name and the updater is the
+    // launcher.
+    int found = 0;
+    for (int call = 1; call <= m_calls && (found == 0 || isLast); ++call) {
+        m_installation.restore();
+        QCOMPARE(m_installation.runUpdater(u"kill=%1"_s.arg(call)).exitCode, Installation::kKilled);
+        if (hasFile(stateFile) && isGuarded())
+            found = call;
+        else if (found != 0)
+            break;
+    }
+    QVERIFY(found > 0);
+    m_installation.restore();
+    QCOMPARE(m_installation.runUpdater(u"kill=%1"_s.arg(found)).exitCode, Installation::kKilled);
+    const auto resetKept = qScopeGuard([this] { m_installation.forget(); });
+    m_installation.keep();
+    QCOMPARE(m_installation.start(kLauncher).exitCode, 0);
+    QCOMPARE(m_installation.startsOf(1), expected);
+    const int calls = m_installation.callCount();
+    QVERIFY2(calls > 15, qPrintable(QString::number(calls)));
+
+    for (int call = 1; call <= calls; ++call) {
+        m_context = u"killed at call %1 of %2"_s.arg(call).arg(calls);
+        m_installation.restore();
+        QVERIFY(isGuarded());
+        QCOMPARE(m_installation.start(kLauncher, u"kill=%1"_s.arg(call)).exitCode,
+                 Installation::kKilled);
+        QVERIFY(m_installation.start(kLauncher).exitCode == 0);
+        QVERIFY(m_installation.startsOf(1) == expected);
+        checkState(expected);
+        QVERIFY(!QTest::currentTestFailed());
+    }
+}
+
+void TestUpdateSwap::everyFailureIsUndone()
+{
+    QMap<int, int> codes;
+    for (int call = 1; call <= m_calls; ++call) {
+        m_context = u"failed at call %1 of %2"_s.arg(call).arg(m_calls);
+        m_installation.restore();
+        const Installation::Outcome outcome = m_installation.runUpdater(u"fail=%1"_s.arg(call));
+        ++codes[outcome.exitCode];
+
+        // One start in any case: of the new launcher where all went well after all.
+        const QStringList launcher = m_installation.startsOf(1);
+        const QStringList expected = outcome.exitCode == 0 ? kNew : kOld;
+        QVERIFY2(launcher == expected, qPrintable(outcome.log));
+        checkState(launcher, outcome.exitCode == 0);
+        QVERIFY(!QTest::currentTestFailed());
+        QVERIFY(!hasFile(u".veyra-maj/journal.txt"_s) && !hasFile(u".veyra-maj/termine.txt"_s));
+    }
+    // Nothing else than these: what was replaced can always be undone.
+    QCOMPARE(codes.keys(), QList<int>({0, 4, 5}));
+    QVERIFY(codes.value(4) > 20);
+    QVERIFY(codes.value(5) > 20);
+}
+
+void TestUpdateSwap::everyFailureOfTheRestOfTheDisk()
+{
+    QMap<int, int> codes;
+    for (int call = 1; call <= m_calls; ++call) {
+        m_context = u"failed from call %1 of %2"_s.arg(call).arg(m_calls);
+        m_installation.restore();
+        const Installation::Outcome outcome =
+            m_installation.runUpdater(u"fail-from=%1"_s.arg(call));
+        ++codes[outcome.exitCode];
+        if (outcome.exitCode != 6) {
+            QVERIFY(m_installation.startsOf(1) == (outcome.exitCode == 0 ? kNew : kOld));
+        } else {
+            // It says what to do, and does not start what may be half replaced.
+            QVERIFY(outcome.errors.contains(u"Redémarrez l'ordinateur"_s));
+        }
+
+        // The disk is well again, and a person starts the launcher.
+        QVERIFY(m_installation.start(kLauncher).exitCode == 0);
+        const QStringList launcher = m_installation.startsOf(1);
+        checkState(launcher);
+        QVERIFY(!QTest::currentTestFailed());
+    }
+    QVERIFY(codes.value(4) > 20);
+    QVERIFY(codes.value(6) > 20);
+}
+
+VEYRA_CORE_TEST_MAIN(TestUpdateSwap)
+#include "TestUpdateSwap.moc"

@@ -1,0 +1,329 @@
+#include "updater/LauncherUpdate.h"
+
+#include "updater/FileName.h"
+#include "updater/Platform.h"
+#include "updater/ProgressView.h"
+#include "updater/RunLog.h"
+#include "updater/Swap.h"
+#include "updater/UpdateArchive.h"
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <utility>
+
+namespace {
+
+constexpr std::string_view kSilent = "--silent";
+constexpr std::chrono::milliseconds kPollInterval{100};
+constexpr const char *kUsage =
+    "Usage : LauncherUpdater.exe [--silent] ARCHIVE DOSSIER PROGRAMME\n"
+    "Installe la mise à jour ARCHIVE du launcher dans DOSSIER, puis démarre PROGRAMME.";
+
+struct CommandLine
+{
+    bool silent = false;
+    std::vector<std::string> operands;
+};
+
+CommandLine parse(const std::vector<std::string> &arguments)
+{
+    CommandLine result;
+    result.silent = !arguments.empty() && arguments.front() == kSilent;
+    result.operands.assign(arguments.begin() + (result.silent ? 1 : 0), arguments.end());
+    return result;
+}
+
+/// For the person: what happened, and what to do about it.
+std::string explained(const Failure &failure)
+{
+    switch (failure.code) {
+    case ExitCode::StillRunning:
+        return "La mise à jour ne peut pas commencer : " + failure.text;
+    case ExitCode::Refused:
+        return "Mise à jour refusée : " + failure.text + ".\nLe launcher n'a pas été modifié.";
+    case ExitCode::NotPrepared:
+        return "Mise à jour impossible : " + failure.text + ".\nLe launcher n'a pas été modifié.";
+    case ExitCode::RolledBack:
+        return "La mise à jour a échoué : " + failure.text +
+               ".\nL'ancienne version a été remise en place.";
+    case ExitCode::RollBackFailed:
+        return "La mise à jour a été interrompue et l'ancienne version n'a pas pu être remise en "
+               "place : " +
+               failure.text +
+               ".\nRedémarrez l'ordinateur, puis démarrez le launcher. Si cela ne suffit pas, "
+               "réinstallez-le : le jeu et la configuration sont conservés.";
+    case ExitCode::NotRestarted:
+        return "Le launcher est en place, mais il n'a pas pu être démarré : " + failure.text +
+               ".\nDémarrez-le vous-même.";
+    case ExitCode::Done:
+    case ExitCode::Usage:
+        break;
+    }
+    return failure.text;
+}
+
+/// One run, with everything that its steps share.
+class Run
+{
+public:
+    Run(const UpdaterSettings &settings, bool silent)
+        : m_settings(settings)
+        , m_view(Platform::createProgressView(silent))
+    {
+    }
+
+    ExitCode update(const std::string &archive, const std::string &folder,
+                    const std::string &program);
+    ExitCode mendOwnFolder();
+    ExitCode explainUsage();
+
+private:
+    ExitCode attempt(const std::function<void()> &steps);
+    void takePaths(const std::string &archive, const std::string &folder,
+                   const std::string &program);
+    void waitUntil(const std::function<std::string()> &obstacle) const;
+    void waitForLock();
+    void waitForLauncher();
+    void mend(Swap &swap);
+    void install(Swap &swap);
+    UpdateTerms terms(const std::optional<UpdateList> &installed) const;
+    std::optional<UpdateList> installedList();
+    void startLauncher();
+
+    void step(const std::string &text);
+
+    const UpdaterSettings &m_settings;
+    std::unique_ptr<ProgressView> m_view;
+    RunLog m_log;
+    Platform::FolderLock m_lock;
+
+    std::string m_archive;
+    std::string m_folder;
+    std::string m_program;
+};
+
+ExitCode Run::update(const std::string &archive, const std::string &folder,
+                     const std::string &program)
+{
+    return attempt([&] {
+        takePaths(archive, folder, program);
+        Platform::leaveWorkingDirectory();
+        waitForLock();
+        waitForLauncher();
+        Swap swap(m_folder, m_settings.retryFor);
+        mend(swap);
+        install(swap);
+    });
+}
+
+ExitCode Run::mendOwnFolder()
+{
+    return attempt([this] {
+        const std::string self = Platform::ownExecutable();
+        m_folder = self.substr(0, self.rfind('/'));
+        if (!Swap::isPending(m_folder))
+            throw Failure(ExitCode::Usage, kUsage);
+        Platform::leaveWorkingDirectory();
+        waitForLock();
+        Swap swap(m_folder, m_settings.retryFor);
+        mend(swap);
+        m_program = swap.mendedLauncher();
+    });
+}
+
+ExitCode Run::explainUsage()
+{
+    return attempt([] { throw Failure(ExitCode::Usage, kUsage); });
+}
+
+/// Whatever went wrong, the launcher runs afterwards, unless it does already or cannot.
+ExitCode Run::attempt(const std::function<void()> &steps)
+{
+    ExitCode code = ExitCode::Done;
+    try {
+        steps();
+    } catch (const Failure &failure) {
+        code = failure.code;
+        const std::string text = explained(failure);
+        m_log.write(text);
+        m_view->showFailure(text);
+    }
+    const bool canStart = code != ExitCode::Usage && code != ExitCode::StillRunning &&
+                          code != ExitCode::RollBackFailed && !m_program.empty();
+    if (canStart) {
+        try {
+            startLauncher();
+        } catch (const Failure &failure) {
+            const std::string text = explained(failure);
+            m_log.write(text);
+            m_view->showFailure(text);
+            if (code == ExitCode::Done)
+                code = failure.code;
+        }
+    }
+    m_log.write("Code de sortie " + std::to_string(int(code)));
+    return code;
+}
+
+void Run::takePaths(const std::string &archive, const std::string &folder,
+                    const std::string &program)
+{
+    m_folder = Platform::absolutePath(folder);
+    if (m_folder.size() < 2)
+        throw Failure(ExitCode::Usage, "Dossier introuvable : " + folder + "\n" + kUsage);
+    if (program.empty() || program.find_first_of("/\\:") != std::string::npos)
+        throw Failure(ExitCode::Usage, "Nom de programme attendu : " + program + "\n" + kUsage);
+    const std::string path = m_folder + "/" + program;
+    Platform::Entry entry{};
+    if (const Platform::Error error = Platform::findEntry(path, entry)) {
+        m_program = program;
+        throw Failure(ExitCode::NotPrepared, "impossible d'examiner " + path + " : " + error.text);
+    }
+    // An interrupted run may have left a moment without it, on some volumes.
+    if (entry != Platform::Entry::File && !Swap::isPending(m_folder))
+        throw Failure(ExitCode::Usage, "Programme introuvable : " + path + "\n" + kUsage);
+
+    const std::string found = Platform::absolutePath(archive);
+    m_archive = found.empty() ? archive : found;
+    m_program = program;
+    m_log.write("Mise à jour de " + m_folder + " avec " + m_archive);
+}
+
+/// Until there is no obstacle any more. The last one stands in the Failure.
+void Run::waitUntil(const std::function<std::string()> &obstacle) const
+{
+    const auto deadline = std::chrono::steady_clock::now() + m_settings.waitFor;
+    for (;;) {
+        const std::string found = obstacle();
+        if (found.empty())
+            return;
+        if (std::chrono::steady_clock::now() >= deadline)
+            throw Failure(ExitCode::StillRunning, found);
+        std::this_thread::sleep_for(kPollInterval);
+    }
+}
+
+void Run::waitForLock()
+{
+    waitUntil([this]() -> std::string {
+        return m_lock.tryLock(m_folder) ? "" : "une autre mise à jour du launcher est en cours.";
+    });
+}
+
+void Run::waitForLauncher()
+{
+    bool isTold = false;
+    waitUntil([this, &isTold]() -> std::string {
+        const auto processes = Platform::processesRunning(m_folder + "/" + m_program);
+        if (processes.empty())
+            return {};
+        if (!std::exchange(isTold, true))
+            step("Attente de la fermeture du launcher...");
+        std::string names;
+        for (const std::string &process : processes)
+            names += (names.empty() ? "" : " ; ") + process;
+        return "le launcher est encore ouvert (" + names + "). Fermez-le, puis recommencez.";
+    });
+}
+
+void Run::mend(Swap &swap)
+{
+    switch (swap.mend()) {
+    case Swap::Mended::Nothing:
+        break;
+    case Swap::Mended::Undone:
+        step("Une mise à jour interrompue a été annulée.");
+        break;
+    case Swap::Mended::Finished:
+        step("Une mise à jour interrompue a été terminée.");
+        break;
+    }
+}
+
+void Run::install(Swap &swap)
+{
+    step("Vérification de la mise à jour...");
+    const std::optional<UpdateList> installed = installedList();
+    const UpdateArchive archive(m_archive, terms(installed));
+
+    step("Préparation de la version " + archive.list().version + "...");
+    int shown = -1;
+    swap.prepare(archive, installed ? &*installed : nullptr, m_program, Platform::ownExecutable(),
+                 [this, &shown](int percent) {
+                     if (percent != std::exchange(shown, percent))
+                         m_view->showPercent(percent);
+                 });
+    try {
+        // The person may have opened it again.
+        waitForLauncher();
+    } catch (const Failure &) {
+        swap.discard();
+        throw;
+    }
+
+    step("Remplacement des fichiers...");
+    swap.perform();
+    step("La version " + archive.list().version + " est installée.");
+}
+
+UpdateTerms Run::terms(const std::optional<UpdateList> &installed) const
+{
+    UpdateTerms result;
+    for (const std::string &key : m_settings.keys) {
+        if (!key.empty())
+            result.keys.push_back(UpdateKey::parse(key));
+    }
+    result.target = m_settings.target;
+    result.versions.push_back(m_settings.version);
+    if (installed)
+        result.versions.push_back(installed->version);
+    return result;
+}
+
+/// A launcher without its list, or with a damaged one, can be updated all the same: this program's
+/// own version still keeps older ones out, and what only the old version had stays.
+std::optional<UpdateList> Run::installedList()
+{
+    const auto text =
+        Platform::readFile(m_folder + "/" + std::string(FileName::kList), UpdateList::kLongestText);
+    if (!text) {
+        m_log.write("Le launcher installé n'a pas de liste de fichiers.");
+        return std::nullopt;
+    }
+    try {
+        return UpdateList::parse(*text);
+    } catch (const Failure &failure) {
+        m_log.write("Liste du launcher installé ignorée : " + failure.text);
+        return std::nullopt;
+    }
+}
+
+void Run::startLauncher()
+{
+    const std::string path = m_folder + "/" + m_program;
+    if (const Platform::Error error = Platform::start(path, m_folder))
+        throw Failure(ExitCode::NotRestarted, path + " : " + error.text);
+    m_log.write("Launcher démarré : " + path);
+}
+
+void Run::step(const std::string &text)
+{
+    m_log.write(text);
+    m_view->showStep(text);
+}
+
+} // namespace
+
+ExitCode runUpdater(const std::vector<std::string> &arguments, const UpdaterSettings &settings)
+{
+    const CommandLine line = parse(arguments);
+    Run run(settings, line.silent);
+    if (line.operands.size() == 3)
+        return run.update(line.operands[0], line.operands[1], line.operands[2]);
+    if (line.operands.empty())
+        return run.mendOwnFolder();
+    return run.explainUsage();
+}

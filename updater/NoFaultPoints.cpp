@@ -1,0 +1,26 @@
+#include "updater/FaultPoints.h"
+
+int FaultPoints::next()
+{
+    return 0;
+}
+
+bool FaultPoints::canReplace()
+{
+    return true;
+}
+
+std::size_t FaultPoints::longestWrite()
+{
+    return SIZE_MAX;
+}
+
+bool FaultPoints::waitsForDisk()
+{
+    return true;
+}
+
+std::optional<std::uint64_t> FaultPoints::freeBytes()
+{
+    return std::nullopt;
+}

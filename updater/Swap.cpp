@@ -1,0 +1,520 @@
+#include "updater/Swap.h"
+
+#include "updater/Failure.h"
+#include "updater/FileName.h"
+#include "updater/UpdateArchive.h"
+
+#include <algorithm>
+#include <thread>
+
+namespace {
+
+using Platform::Entry;
+using Platform::Error;
+
+const std::string kWork = "/" + std::string(FileName::kWorkFolder);
+const std::string kNew = kWork + "/nouveau";
+const std::string kOld = kWork + "/ancien";
+const std::string kGuard = kWork + "/garde";
+const std::string kPartialJournal = kWork + "/journal.partiel";
+const std::string kJournal = kWork + "/journal.txt";
+const std::string kDone = kWork + "/termine.txt";
+
+constexpr std::chrono::milliseconds kRetryInterval{100};
+// What a folder, its names and the journal take on the disk, with room for other programs.
+constexpr std::uint64_t kSpareBytes = 16 * 1024 * 1024;
+constexpr size_t kCopyChunk = 1024 * 1024;
+
+[[noreturn]] void fail(const std::string &what, const std::string &path, const Error &error)
+{
+    throw Failure(ExitCode::NotPrepared, what + " " + path + " : " + error.text);
+}
+
+void write(const std::string &path, const std::string &content)
+{
+    Platform::OutputFile file;
+    Error error = file.create(path);
+    if (!error)
+        error = file.write(content.data(), content.size());
+    if (!error)
+        error = file.close();
+    if (error)
+        fail("impossible d'écrire", path, error);
+}
+
+Entry entryAt(const std::string &path)
+{
+    Entry entry{};
+    if (const Error error = Platform::findEntry(path, entry))
+        fail("impossible d'examiner", path, error);
+    return entry;
+}
+
+/// As far as it goes: what stays is in nobody's way.
+void removeTree(const std::string &path)
+{
+    Entry entry{};
+    if (Platform::findEntry(path, entry) || entry == Entry::Nothing)
+        return;
+    if (entry != Entry::Folder) {
+        Platform::removeFile(path);
+        return;
+    }
+    std::vector<std::string> names;
+    Platform::listFolder(path, names);
+    for (const std::string &name : names)
+        removeTree(path + "/" + name);
+    Platform::removeFolder(path);
+}
+
+} // namespace
+
+Swap::Swap(std::string folder, std::chrono::milliseconds retryFor)
+    : m_folder(std::move(folder))
+    , m_retryFor(retryFor)
+{
+}
+
+std::string Swap::at(const std::string &name) const
+{
+    return m_folder + "/" + name;
+}
+
+std::string Swap::newAt(const std::string &name) const
+{
+    return m_folder + kNew + "/" + name;
+}
+
+std::string Swap::oldAt(const std::string &name) const
+{
+    return m_folder + kOld + "/" + name;
+}
+
+// --- Staging
+
+void Swap::prepare(const UpdateArchive &archive, const UpdateList *installed,
+                   const std::string &launcher, const std::string &ownExecutable,
+                   const Progress &progress)
+{
+    try {
+        plan(archive, installed, launcher);
+        stage(archive, ownExecutable, progress);
+        writeJournal();
+    } catch (const Failure &) {
+        discard();
+        throw;
+    }
+}
+
+void Swap::plan(const UpdateArchive &archive, const UpdateList *installed,
+                const std::string &launcher)
+{
+    const UpdateList::File *const program = archive.list().find(launcher);
+    if (!program) {
+        throw Failure::refused("le programme " + launcher +
+                               " ne fait pas partie de la mise à jour");
+    }
+    m_journal = {};
+    m_journal.launcher = program->name;
+
+    std::set<std::string> kept;
+    for (const UpdateList::File &file : archive.list().files) {
+        kept.insert(FileName::folded(file.name));
+        if (&file != program)
+            planFile(file.name);
+    }
+    planFile(std::string(FileName::kList));
+    planFile(std::string(FileName::kSignature));
+
+    if (!installed)
+        return;
+    for (const UpdateList::File &file : installed->files) {
+        if (!kept.contains(FileName::folded(file.name)) && entryAt(at(file.name)) == Entry::File)
+            m_journal.entries.push_back({Journal::Step::Remove, file.name});
+    }
+}
+
+void Swap::planFile(const std::string &name)
+{
+    switch (entryAt(at(name))) {
+    case Entry::Nothing:
+        planFoldersOf(name);
+        m_journal.entries.push_back({Journal::Step::Add, name});
+        break;
+    case Entry::Folder:
+        throw Failure(ExitCode::NotPrepared, "un dossier porte le nom du fichier " + at(name));
+    case Entry::File:
+    case Entry::Other:
+        m_journal.entries.push_back({Journal::Step::Replace, name});
+        break;
+    }
+}
+
+/// The outermost first.
+void Swap::planFoldersOf(const std::string &name)
+{
+    const std::string folder(FileName::folderOf(name));
+    if (folder.empty())
+        return;
+    const bool isPlanned = std::any_of(
+        m_journal.entries.begin(), m_journal.entries.end(), [&folder](const Journal::Entry &entry) {
+            return entry.step == Journal::Step::MakeFolder && entry.name == folder;
+        });
+    if (isPlanned)
+        return;
+    const Entry entry = entryAt(at(folder));
+    if (entry == Entry::Folder)
+        return;
+    if (entry != Entry::Nothing)
+        throw Failure(ExitCode::NotPrepared, "un fichier porte le nom du dossier " + at(folder));
+    planFoldersOf(folder);
+    m_journal.entries.push_back({Journal::Step::MakeFolder, folder});
+}
+
+void Swap::stage(const UpdateArchive &archive, const std::string &ownExecutable,
+                 const Progress &progress)
+{
+    removeTree(m_folder + kWork);
+    m_workFolders.clear();
+    // The first thing that is written in the folder: it tells whether anything can be.
+    if (const Error error = Platform::makeFolder(m_folder + kWork))
+        fail("impossible d'écrire dans le dossier", m_folder, error);
+    checkSpace(archive, ownExecutable);
+    makeWorkFoldersFor(kNew, {});
+    makeWorkFoldersFor(kOld, {});
+
+    const std::uint64_t total = std::max<std::uint64_t>(archive.list().totalBytes(), 1);
+    std::uint64_t written = 0;
+    for (const UpdateList::File &file : archive.list().files) {
+        makeWorkFoldersFor(kNew, file.name);
+        const std::string path = newAt(file.name);
+        Platform::OutputFile output;
+        if (const Error error = output.create(path))
+            fail("impossible de créer", path, error);
+        archive.extract(file, [&](const char *bytes, size_t count) {
+            if (const Error error = output.write(bytes, count))
+                fail("impossible d'écrire", path, error);
+            written += count;
+            progress(int(written * 100 / total));
+        });
+        if (const Error error = output.close())
+            fail("impossible d'écrire", path, error);
+    }
+    write(newAt(std::string(FileName::kList)), archive.listText());
+    write(newAt(std::string(FileName::kSignature)), archive.signatureText());
+
+    for (const Journal::Entry &entry : m_journal.entries) {
+        if (entry.step == Journal::Step::Replace || entry.step == Journal::Step::Remove)
+            makeWorkFoldersFor(kOld, entry.name);
+    }
+    copy(at(m_journal.launcher), oldAt(m_journal.launcher));
+    copy(ownExecutable, m_folder + kGuard);
+    for (const std::string &folder : m_workFolders)
+        flush(folder);
+}
+
+void Swap::checkSpace(const UpdateArchive &archive, const std::string &ownExecutable) const
+{
+    std::uint64_t needed = archive.list().totalBytes() + kSpareBytes;
+    for (const std::string &path : {at(m_journal.launcher), ownExecutable})
+        needed += Platform::fileSize(path).value_or(0);
+    const std::optional<std::uint64_t> available = Platform::freeBytes(m_folder);
+    if (available && *available < needed) {
+        constexpr std::uint64_t kMegabyte = 1024 * 1024;
+        throw Failure(ExitCode::NotPrepared, "il faut " + std::to_string(needed / kMegabyte + 1) +
+                                                 " Mo libres sur le disque, il en reste " +
+                                                 std::to_string(*available / kMegabyte));
+    }
+}
+
+/// `root` (in the launcher's folder) and the folders that `name` needs below it.
+void Swap::makeWorkFoldersFor(const std::string &root, const std::string &name)
+{
+    std::vector<std::string> missing;
+    for (std::string_view folder = FileName::folderOf(name); !folder.empty();
+         folder = FileName::folderOf(folder))
+        missing.push_back(m_folder + root + "/" + std::string(folder));
+    missing.push_back(m_folder + root);
+    for (auto folder = missing.rbegin(); folder != missing.rend(); ++folder) {
+        if (m_workFolders.contains(*folder))
+            continue;
+        if (const Error error = Platform::makeFolder(*folder))
+            fail("impossible de créer le dossier", *folder, error);
+        m_workFolders.insert(*folder);
+    }
+}
+
+void Swap::copy(const std::string &from, const std::string &to) const
+{
+    std::FILE *const source = Platform::openForReading(from);
+    if (!source)
+        throw Failure(ExitCode::NotPrepared, "impossible de lire " + from);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> closer(source, &std::fclose);
+
+    Platform::OutputFile target;
+    Error error = target.create(to);
+    std::vector<char> chunk(kCopyChunk);
+    for (size_t count = 0;
+         !error && (count = std::fread(chunk.data(), 1, chunk.size(), source)) > 0;)
+        error = target.write(chunk.data(), count);
+    if (std::ferror(source) != 0)
+        throw Failure(ExitCode::NotPrepared, "impossible de lire " + from);
+    if (!error)
+        error = target.takeRightsOf(from);
+    if (!error)
+        error = target.close();
+    if (error)
+        fail("impossible d'écrire", to, error);
+}
+
+/// Under its name it is complete or not there at all.
+void Swap::writeJournal()
+{
+    write(m_folder + kPartialJournal, m_journal.text());
+    flush(m_folder + kWork);
+    move(m_folder + kPartialJournal, m_folder + kJournal);
+    flush(m_folder + kWork);
+    flush(m_folder);
+}
+
+void Swap::discard()
+{
+    Platform::removeFile(m_folder + kJournal);
+    clear();
+}
+
+// --- Replacing
+
+void Swap::perform()
+{
+    std::string reason;
+    try {
+        replaceAll();
+        move(m_folder + kJournal, m_folder + kDone);
+        flush(m_folder + kWork);
+        finish();
+        return;
+    } catch (const Failure &failure) {
+        reason = failure.text;
+    }
+
+    try {
+        // Its last step may be what failed.
+        if (exists(m_folder + kDone))
+            move(m_folder + kDone, m_folder + kJournal);
+        undo();
+    } catch (const Failure &failure) {
+        throw Failure(ExitCode::RollBackFailed, reason + " ; " + failure.text);
+    }
+    throw Failure(ExitCode::RolledBack, reason);
+}
+
+void Swap::replaceAll()
+{
+    // From here until finish() it is this program that starts in the launcher's place.
+    moveOver(m_folder + kGuard, at(m_journal.launcher));
+    flush(m_folder);
+
+    for (const auto &[step, name] : m_journal.entries) {
+        if (step == Journal::Step::MakeFolder) {
+            if (const Error error = Platform::makeFolder(at(name)))
+                fail("impossible de créer le dossier", at(name), error);
+            continue;
+        }
+        if (step != Journal::Step::Add)
+            move(at(name), oldAt(name));
+        if (step != Journal::Step::Remove)
+            move(newAt(name), at(name));
+    }
+    flushTouchedFolders();
+}
+
+void Swap::finish()
+{
+    for (const auto &[step, name] : m_journal.entries) {
+        if (step != Journal::Step::Remove)
+            continue;
+        // Folders that the removed files leave empty, innermost first. One that somebody holds may
+        // stay: it does no harm.
+        for (std::string_view folder = FileName::folderOf(name); !folder.empty();
+             folder = FileName::folderOf(folder)) {
+            const Error error = Platform::removeFolder(at(std::string(folder)));
+            if (error && error.kind != Error::Kind::Missing)
+                break;
+        }
+    }
+    // Last of all: from here on the new launcher starts by itself.
+    if (exists(newAt(m_journal.launcher)))
+        moveOver(newAt(m_journal.launcher), at(m_journal.launcher));
+    flush(m_folder);
+
+    // Everything is at its place: what cannot be cleared now is cleared at the next start.
+    Platform::removeFile(m_folder + kDone);
+    clear();
+}
+
+void Swap::undo()
+{
+    for (auto entry = m_journal.entries.rbegin(); entry != m_journal.entries.rend(); ++entry)
+        undoEntry(*entry);
+    flushTouchedFolders();
+
+    // The copy of this program stays in the launcher's place until all the rest is as it was.
+    if (exists(oldAt(m_journal.launcher)))
+        moveOver(oldAt(m_journal.launcher), at(m_journal.launcher));
+    flush(m_folder);
+    remove(m_folder + kJournal);
+    clear();
+}
+
+void Swap::undoEntry(const Journal::Entry &entry)
+{
+    const std::string &name = entry.name;
+    switch (entry.step) {
+    case Journal::Step::MakeFolder: {
+        const Error error = Platform::removeFolder(at(name));
+        const bool isGone = !error || error.kind == Error::Kind::Missing;
+        // Somebody else's file in it may keep it.
+        if (!isGone && error.kind != Error::Kind::NotEmpty)
+            fail("impossible de supprimer le dossier", at(name), error);
+        break;
+    }
+    case Journal::Step::Add:
+        // Where it still waits, a file of its name is somebody else's.
+        if (!exists(newAt(name)) && exists(at(name)))
+            move(at(name), newAt(name));
+        break;
+    case Journal::Step::Replace:
+        if (!exists(oldAt(name)))
+            break;
+        if (exists(at(name))) {
+            // Both are there only where somebody else made one since: it gives way.
+            if (exists(newAt(name)))
+                remove(newAt(name));
+            move(at(name), newAt(name));
+        }
+        move(oldAt(name), at(name));
+        break;
+    case Journal::Step::Remove:
+        if (exists(oldAt(name))) {
+            makeFoldersOf(name);
+            move(oldAt(name), at(name));
+        }
+        break;
+    }
+}
+
+/// Those that finish() removed before it failed.
+void Swap::makeFoldersOf(const std::string &name) const
+{
+    const std::string folder(FileName::folderOf(name));
+    if (folder.empty() || exists(at(folder)))
+        return;
+    makeFoldersOf(folder);
+    if (const Error error = Platform::makeFolder(at(folder)))
+        fail("impossible de créer le dossier", at(folder), error);
+}
+
+// --- Mending
+
+bool Swap::isPending(const std::string &folder)
+{
+    Entry journal{};
+    Entry done{};
+    const bool unknown = bool(Platform::findEntry(folder + kJournal, journal)) ||
+                         bool(Platform::findEntry(folder + kDone, done));
+    return unknown || journal != Entry::Nothing || done != Entry::Nothing;
+}
+
+Swap::Mended Swap::mend()
+{
+    const bool mustFinish = exists(m_folder + kDone);
+    if (!mustFinish && !exists(m_folder + kJournal)) {
+        clear();
+        return Mended::Nothing;
+    }
+    try {
+        const std::string path = m_folder + (mustFinish ? kDone : kJournal);
+        const auto text = Platform::readFile(path, Journal::kLongestText);
+        if (!text)
+            throw Failure(ExitCode::RollBackFailed, "impossible de lire " + path);
+        m_journal = Journal::parse(*text);
+        if (mustFinish)
+            finish();
+        else
+            undo();
+        return mustFinish ? Mended::Finished : Mended::Undone;
+    } catch (const Failure &failure) {
+        throw Failure(ExitCode::RollBackFailed, failure.text);
+    }
+}
+
+void Swap::clear()
+{
+    removeTree(m_folder + kWork);
+}
+
+// --- Steps
+
+bool Swap::exists(const std::string &path) const
+{
+    return entryAt(path) != Entry::Nothing;
+}
+
+void Swap::move(const std::string &from, const std::string &to) const
+{
+    if (const Error error = retried([&] { return Platform::rename(from, to); }))
+        fail("impossible de déplacer", from, error);
+}
+
+void Swap::moveOver(const std::string &from, const std::string &to) const
+{
+    Error error = retried([&] { return Platform::replace(from, to); });
+    if (error.kind == Error::Kind::Exists || error.kind == Error::Kind::Unsupported) {
+        // Such a volume leaves a moment with no file of this name. "LauncherUpdater.exe" is in its
+        // place then, and mends it.
+        remove(to);
+        error = retried([&] { return Platform::rename(from, to); });
+    }
+    if (error)
+        fail("impossible de remplacer", to, error);
+}
+
+void Swap::remove(const std::string &path) const
+{
+    const Error error = retried([&] { return Platform::removeFile(path); });
+    if (error && error.kind != Error::Kind::Missing)
+        fail("impossible de supprimer", path, error);
+}
+
+void Swap::flush(const std::string &folder) const
+{
+    if (const Error error = Platform::flushFolder(folder))
+        fail("impossible d'écrire dans le dossier", folder, error);
+}
+
+void Swap::flushTouchedFolders() const
+{
+    std::set<std::string> folders{m_folder, m_folder + kNew, m_folder + kOld};
+    for (const Journal::Entry &entry : m_journal.entries) {
+        const std::string folder(FileName::folderOf(entry.name));
+        for (const std::string &path : {at(folder), newAt(folder), oldAt(folder)}) {
+            Entry kind{};
+            if (!folder.empty() && !Platform::findEntry(path, kind) && kind == Entry::Folder)
+                folders.insert(path);
+        }
+    }
+    for (const std::string &folder : folders)
+        flush(folder);
+}
+
+Error Swap::retried(const std::function<Error()> &call) const
+{
+    const auto deadline = std::chrono::steady_clock::now() + m_retryFor;
+    for (;;) {
+        Error error = call();
+        if (error.kind != Error::Kind::Busy || std::chrono::steady_clock::now() >= deadline)
+            return error;
+        std::this_thread::sleep_for(kRetryInterval);
+    }
+}

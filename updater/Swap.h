@@ -1,0 +1,92 @@
+#pragma once
+
+#include "updater/Journal.h"
+#include "updater/Platform.h"
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+class UpdateArchive;
+struct UpdateList;
+
+/// Replaces the files in the launcher's folder, all of them or none. Whatever ends it, what starts
+/// under the launcher's name afterwards is the old launcher with all its files, the new one with
+/// all of its, or in between a copy of this program, which calls mend() and starts the launcher
+/// then.
+///
+/// Everything it needs lies in the folder ".veyra-maj" in the launcher's:
+///
+///     nouveau/       the new files, until they are at their places
+///     ancien/        the old ones that were moved aside, and a copy of the launcher's program
+///     garde          this program, for the launcher's place
+///     journal.txt    from the moment on where everything is staged: the replacement is undone
+///     termine.txt    the same journal, renamed when all files but the launcher are replaced: the
+///                    replacement is finished
+class Swap
+{
+public:
+    using Progress = std::function<void(int percent)>;
+
+    /// `retryFor` is how long a step waits for another program (a virus scanner, say) to let go.
+    Swap(std::string folder, std::chrono::milliseconds retryFor);
+
+    /// Whether an earlier replacement was interrupted.
+    static bool isPending(const std::string &folder);
+
+    enum class Mended { Nothing, Undone, Finished };
+    /// Undoes or finishes what an earlier run left, and clears its remains. Throws a Failure when it
+    /// cannot; then nothing else may be done in the folder.
+    Mended mend();
+    /// The launcher's file name as the interrupted replacement knew it; after a mend().
+    const std::string &mendedLauncher() const { return m_journal.launcher; }
+
+    /// Stages the new files. `installed` is the list of the old version, null if there is none.
+    /// Throws a Failure and leaves nothing behind.
+    void prepare(const UpdateArchive &archive, const UpdateList *installed,
+                 const std::string &launcher, const std::string &ownExecutable,
+                 const Progress &progress);
+    /// After prepare(). Throws a Failure with RolledBack or RollBackFailed.
+    void perform();
+    /// Removes what prepare() staged.
+    void discard();
+
+private:
+    std::string at(const std::string &name) const;
+    std::string newAt(const std::string &name) const;
+    std::string oldAt(const std::string &name) const;
+
+    void plan(const UpdateArchive &archive, const UpdateList *installed,
+              const std::string &launcher);
+    void planFile(const std::string &name);
+    void planFoldersOf(const std::string &name);
+    void stage(const UpdateArchive &archive, const std::string &ownExecutable,
+               const Progress &progress);
+    void checkSpace(const UpdateArchive &archive, const std::string &ownExecutable) const;
+    void makeWorkFoldersFor(const std::string &root, const std::string &name);
+    void copy(const std::string &from, const std::string &to) const;
+    void writeJournal();
+
+    void replaceAll();
+    void finish();
+    void undo();
+    void undoEntry(const Journal::Entry &entry);
+    void makeFoldersOf(const std::string &name) const;
+    void clear();
+
+    bool exists(const std::string &path) const;
+    void move(const std::string &from, const std::string &to) const;
+    void moveOver(const std::string &from, const std::string &to) const;
+    void remove(const std::string &path) const;
+    void flush(const std::string &folder) const;
+    void flushTouchedFolders() const;
+    Platform::Error retried(const std::function<Platform::Error()> &call) const;
+
+    std::string m_folder;
+    std::chrono::milliseconds m_retryFor;
+    Journal m_journal;
+    std::set<std::string> m_workFolders;
+};
