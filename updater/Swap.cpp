@@ -42,14 +42,6 @@ void write(const std::string &path, const std::string &content)
         fail("impossible d'écrire", path, error);
 }
 
-Entry entryAt(const std::string &path)
-{
-    Entry entry{};
-    if (const Error error = Platform::findEntry(path, entry))
-        fail("impossible d'examiner", path, error);
-    return entry;
-}
-
 /// As far as it goes: what stays is in nobody's way.
 void removeTree(const std::string &path)
 {
@@ -238,8 +230,7 @@ void Swap::makeWorkFoldersFor(const std::string &root, const std::string &name)
     for (auto folder = missing.rbegin(); folder != missing.rend(); ++folder) {
         if (m_workFolders.contains(*folder))
             continue;
-        if (const Error error = Platform::makeFolder(*folder))
-            fail("impossible de créer le dossier", *folder, error);
+        makeFolder(*folder);
         m_workFolders.insert(*folder);
     }
 }
@@ -317,8 +308,7 @@ void Swap::replaceAll()
 
     for (const auto &[step, name] : m_journal.entries) {
         if (step == Journal::Step::MakeFolder) {
-            if (const Error error = Platform::makeFolder(at(name)))
-                fail("impossible de créer le dossier", at(name), error);
+            makeFolder(at(name));
             continue;
         }
         if (step != Journal::Step::Add)
@@ -372,7 +362,7 @@ void Swap::undoEntry(const Journal::Entry &entry)
     const std::string &name = entry.name;
     switch (entry.step) {
     case Journal::Step::MakeFolder: {
-        const Error error = Platform::removeFolder(at(name));
+        const Error error = retried([&] { return Platform::removeFolder(at(name)); });
         const bool isGone = !error || error.kind == Error::Kind::Missing;
         // Somebody else's file in it may keep it.
         if (!isGone && error.kind != Error::Kind::NotEmpty)
@@ -411,8 +401,7 @@ void Swap::makeFoldersOf(const std::string &name) const
     if (folder.empty() || exists(at(folder)))
         return;
     makeFoldersOf(folder);
-    if (const Error error = Platform::makeFolder(at(folder)))
-        fail("impossible de créer le dossier", at(folder), error);
+    makeFolder(at(folder));
 }
 
 // --- Mending
@@ -456,9 +445,23 @@ void Swap::clear()
 
 // --- Steps
 
+Entry Swap::entryAt(const std::string &path) const
+{
+    Entry entry{};
+    if (const Error error = retried([&] { return Platform::findEntry(path, entry); }))
+        fail("impossible d'examiner", path, error);
+    return entry;
+}
+
 bool Swap::exists(const std::string &path) const
 {
     return entryAt(path) != Entry::Nothing;
+}
+
+void Swap::makeFolder(const std::string &path) const
+{
+    if (const Error error = retried([&] { return Platform::makeFolder(path); }))
+        fail("impossible de créer le dossier", path, error);
 }
 
 void Swap::move(const std::string &from, const std::string &to) const
@@ -489,23 +492,22 @@ void Swap::remove(const std::string &path) const
 
 void Swap::flush(const std::string &folder) const
 {
-    if (const Error error = Platform::flushFolder(folder))
+    if (const Error error = retried([&] { return Platform::flushFolder(folder); }))
         fail("impossible d'écrire dans le dossier", folder, error);
 }
 
 void Swap::flushTouchedFolders() const
 {
-    std::set<std::string> folders{m_folder, m_folder + kNew, m_folder + kOld};
-    for (const Journal::Entry &entry : m_journal.entries) {
-        const std::string folder(FileName::folderOf(entry.name));
+    std::set<std::string> touched{{}};
+    for (const Journal::Entry &entry : m_journal.entries)
+        touched.emplace(FileName::folderOf(entry.name));
+    for (const std::string &folder : touched) {
         for (const std::string &path : {at(folder), newAt(folder), oldAt(folder)}) {
-            Entry kind{};
-            if (!folder.empty() && !Platform::findEntry(path, kind) && kind == Entry::Folder)
-                folders.insert(path);
+            // New folders are gone when all is undone.
+            if (entryAt(path) == Entry::Folder)
+                flush(path);
         }
     }
-    for (const std::string &folder : folders)
-        flush(folder);
 }
 
 Error Swap::retried(const std::function<Error()> &call) const

@@ -38,8 +38,8 @@ public:
     static bool isPending(const std::string &folder);
 
     enum class Mended { Nothing, Undone, Finished };
-    /// Undoes or finishes what an earlier run left, and clears its remains. Throws a Failure when it
-    /// cannot; then nothing else may be done in the folder.
+    /// Undoes or finishes what an earlier run left, and clears its remains. Throws a Failure when
+    /// it cannot; then nothing else may be done in the folder.
     Mended mend();
     /// The launcher's file name as the interrupted replacement knew it; after a mend().
     const std::string &mendedLauncher() const { return m_journal.launcher; }
@@ -77,7 +77,9 @@ private:
     void makeFoldersOf(const std::string &name) const;
     void clear();
 
+    Platform::Entry entryAt(const std::string &path) const;
     bool exists(const std::string &path) const;
+    void makeFolder(const std::string &path) const;
     void move(const std::string &from, const std::string &to) const;
     void moveOver(const std::string &from, const std::string &to) const;
     void remove(const std::string &path) const;

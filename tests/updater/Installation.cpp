@@ -157,9 +157,11 @@ void Installation::keep()
 
 void Installation::letStrangersIn()
 {
+    constexpr auto kLookInside =
+        QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther;
     // The test's own folder and, around it, the test program's.
     for (const QString &path : {m_folders.path(), QFileInfo(QDir::tempPath()).path()})
-        QFile::setPermissions(path, QFile::permissions(path) | QFile::ReadOther | QFile::ExeOther);
+        QFile::setPermissions(path, QFile::permissions(path) | kLookInside);
 }
 
 Installation::Outcome Installation::run(const QString &program, const QStringList &arguments,

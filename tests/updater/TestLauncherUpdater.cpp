@@ -422,7 +422,7 @@ void TestLauncherUpdater::preparesNothingInAFolderThatIsReadOnly()
     QFile::setPermissions(installation.folder(),
                           QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     if (outcome.exitCode == -1)
-        QSKIP("A stranger cannot reach the folder");
+        QSKIP("A stranger cannot reach the folder: one around it keeps others out");
     QCOMPARE(outcome.exitCode, int(NotPrepared));
     QVERIFY2(
         outcome.errors.contains(u"impossible d'écrire dans le dossier "_s + installation.folder()),

@@ -11,6 +11,8 @@ namespace {
 
 const auto kLauncher = QString::fromUtf8(Installation::kLauncher);
 const auto kUpdater = QString::fromUtf8(Installation::kUpdater);
+const auto kJournal = u".veyra-maj/journal.txt"_s;
+const auto kDone = u".veyra-maj/termine.txt"_s;
 const QStringList kOld{u"old"_s};
 const QStringList kNew{u"new"_s};
 
@@ -36,9 +38,12 @@ private:
     void checkState(const QStringList &launcher, bool mayKeepEmptyFolders = false);
     bool isGuarded() const;
     bool hasFile(const QString &name) const;
+    void findGuardedCalls();
 
     Installation m_installation;
     int m_calls = 0;
+    /// The calls, by the journal's name then, at which this program stands in the launcher's place.
+    QMap<QString, QList<int>> m_guardedCalls;
     QString m_context; ///< for whoever reads of a failure
 };
 
@@ -85,6 +90,16 @@ bool TestUpdateSwap::isGuarded() const
 {
     const QByteArray program = m_installation.state().value(kLauncher);
     return program == m_installation.oldState().value(kUpdater);
+}
+
+void TestUpdateSwap::findGuardedCalls()
+{
+    for (int call = 1; call <= m_calls && !m_guardedCalls.contains(kDone); ++call) {
+        m_installation.restore();
+        QCOMPARE(m_installation.runUpdater(u"kill=%1"_s.arg(call)).exitCode, Installation::kKilled);
+        if (isGuarded())
+            m_guardedCalls[hasFile(kDone) ? kDone : kJournal].append(call);
+    }
 }
 
 void TestUpdateSwap::replacesEverything()
@@ -157,10 +172,9 @@ void TestUpdateSwap::everyKillOfTheMending_data()
     QTest::addColumn<bool>("isLast");
     QTest::addColumn<QStringList>("expected");
 
-    QTest::newRow("nothing is replaced yet") << u".veyra-maj/journal.txt"_s << false << kOld;
-    QTest::newRow("all but the launcher is replaced")
-        << u".veyra-maj/journal.txt"_s << true << kOld;
-    QTest::newRow("only the launcher is missing") << u".veyra-maj/termine.txt"_s << false << kNew;
+    QTest::newRow("nothing is replaced yet") << kJournal << false << kOld;
+    QTest::newRow("all but the launcher is replaced") << kJournal << true << kOld;
+    QTest::newRow("only the launcher is missing") << kDone << false << kNew;
 }
 
 void TestUpdateSwap::everyKillOfTheMending()
@@ -169,29 +183,22 @@ void TestUpdateSwap::everyKillOfTheMending()
     QFETCH(const bool, isLast);
     QFETCH(const QStringList, expected);
 
-    // The first or the last call at which the journal has this name and the updater is the
-    // launcher.
-    int found = 0;
-    for (int call = 1; call <= m_calls && (found == 0 || isLast); ++call) {
-        m_installation.restore();
-        QCOMPARE(m_installation.runUpdater(u"kill=%1"_s.arg(call)).exitCode, Installation::kKilled);
-        if (hasFile(stateFile) && isGuarded())
-            found = call;
-        else if (found != 0)
-            break;
-    }
-    QVERIFY(found > 0);
+    findGuardedCalls();
+    const QList<int> calls = m_guardedCalls.value(stateFile);
+    QVERIFY(!calls.isEmpty());
+    const int interrupted = isLast ? calls.constLast() : calls.constFirst();
     m_installation.restore();
-    QCOMPARE(m_installation.runUpdater(u"kill=%1"_s.arg(found)).exitCode, Installation::kKilled);
+    QCOMPARE(m_installation.runUpdater(u"kill=%1"_s.arg(interrupted)).exitCode,
+             Installation::kKilled);
     const auto resetKept = qScopeGuard([this] { m_installation.forget(); });
     m_installation.keep();
     QCOMPARE(m_installation.start(kLauncher).exitCode, 0);
     QCOMPARE(m_installation.startsOf(1), expected);
-    const int calls = m_installation.callCount();
-    QVERIFY2(calls > 15, qPrintable(QString::number(calls)));
+    const int mendingCalls = m_installation.callCount();
+    QVERIFY2(mendingCalls > 15, qPrintable(QString::number(mendingCalls)));
 
-    for (int call = 1; call <= calls; ++call) {
-        m_context = u"killed at call %1 of %2"_s.arg(call).arg(calls);
+    for (int call = 1; call <= mendingCalls; ++call) {
+        m_context = u"killed at call %1 of %2"_s.arg(call).arg(mendingCalls);
         m_installation.restore();
         QVERIFY(isGuarded());
         QCOMPARE(m_installation.start(kLauncher, u"kill=%1"_s.arg(call)).exitCode,
@@ -218,7 +225,7 @@ void TestUpdateSwap::everyFailureIsUndone()
         QVERIFY2(launcher == expected, qPrintable(outcome.log));
         checkState(launcher, outcome.exitCode == 0);
         QVERIFY(!QTest::currentTestFailed());
-        QVERIFY(!hasFile(u".veyra-maj/journal.txt"_s) && !hasFile(u".veyra-maj/termine.txt"_s));
+        QVERIFY(!hasFile(kJournal) && !hasFile(kDone));
     }
     // Nothing else than these: what was replaced can always be undone.
     QCOMPARE(codes.keys(), QList<int>({0, 4, 5}));
