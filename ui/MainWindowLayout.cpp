@@ -4,6 +4,7 @@
 #include "config/Colors.h"
 #include "config/Product.h"
 #include "ui/FocusRing.h"
+#include "ui/NewsLinks.h"
 #include "ui/NewsView.h"
 #include "ui/StyleSheets.h"
 
@@ -137,6 +138,7 @@ void MainWindow::createNewsPanel()
     newsWidget->setReadOnly(true);
     newsWidget->setMinimumHeight(kNewsMinimumHeight);
     newsWidget->setPlaceholderText(u"Chargement des actualités..."_s);
+    new NewsLinks(newsWidget);
 }
 
 void MainWindow::createProgressArea()
@@ -153,6 +155,9 @@ void MainWindow::createProgressArea()
     progressBar->setValue(0);
     progressBar->setTextVisible(false);
     progressBar->setFixedHeight(kProgressBarHeight);
+    progressBar->setFormat(u"%p\u00a0%"_s); // French puts a space before the sign
+    connect(progressBar, &QProgressBar::valueChanged, this, &MainWindow::showPercentage);
+    showPercentage();
 }
 
 QHBoxLayout *MainWindow::createButtonRow()
