@@ -13,7 +13,9 @@
 #include "update/SelfUpdater.h"
 #include "update/Updater.h"
 
+#include <QApplication>
 #include <QCoreApplication>
+#include <QCursor>
 #include <QDesktopServices>
 #include <QFile>
 #include <QFileInfo>
@@ -23,6 +25,7 @@
 #include <QPushButton>
 #include <QTextEdit>
 #include <QTimer>
+#include <QToolTip>
 #include <QUrl>
 
 #include <chrono>
@@ -242,6 +245,7 @@ void MainWindow::onClientDownloadFinished(bool success, const QString &message)
 void MainWindow::onClientExtractionStarted()
 {
     progressBar->setMaximum(0);
+    showPercentage();
     progressLabel->setText(kExtracting);
 }
 
@@ -285,6 +289,7 @@ void MainWindow::onUpdateFinished(bool success, const QString &message)
         progressBar->setValue(100);
     else
         setProgressColor(Colors::kError);
+    callUser();
 }
 
 // --- Buttons ---
@@ -373,7 +378,24 @@ void MainWindow::showProgress(int percent, const QString &message)
     } else {
         progressBar->setMaximum(0);
     }
+    showPercentage();
     setProgressText(message);
+}
+
+/// In the bar's tool tip, as the bar has no text of its own; none while nobody knows how far it is.
+/// Called where the range changes, of which the bar does not tell.
+void MainWindow::showPercentage()
+{
+    progressBar->setToolTip(progressBar->text());
+    // A tip that is open would keep telling the old one.
+    if (progressBar->underMouse() && QToolTip::isVisible())
+        QToolTip::showText(QCursor::pos(), progressBar->toolTip(), progressBar);
+}
+
+/// A step has ended that may have taken long enough for the player to turn to another window.
+void MainWindow::callUser()
+{
+    QApplication::alert(this);
 }
 
 // --- Message boxes ---
@@ -397,7 +419,9 @@ void MainWindow::showFailure(const QString &title, const QString &message)
 {
     progressBar->setMaximum(100);
     progressBar->setValue(0);
+    showPercentage();
     setProgressText(message);
     setProgressColor(Colors::kError);
+    callUser();
     showError(title, message);
 }

@@ -77,6 +77,8 @@ private:
     void setProgressText(const QString &text);
     void setProgressColor(QLatin1StringView color);
     void showProgress(int percent, const QString &message);
+    void showPercentage();
+    void callUser();
     QMessageBox::StandardButton showBox(QMessageBox::Icon icon, const QString &title,
                                         const QString &text, QMessageBox::StandardButtons buttons);
     void showError(const QString &title, const QString &text);
