@@ -85,7 +85,7 @@ MainWindow::MainWindow(QWidget *parent)
 {
     setWindowTitle(Product::kName);
     setFixedSize(kWindowSize);
-    backdrop.startLoading(size()); // takes as long as what follows
+    backdrop.startLoading(size(), devicePixelRatioF()); // takes as long as what follows
     setupUi();
     applyStyles();
 

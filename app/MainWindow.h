@@ -65,6 +65,7 @@ private:
     QHBoxLayout *createButtonRow();
     QLabel *createVersionLabel();
     void setupKeyboardAccess();
+    void adaptToScreen();
 
     void connectWorkers();
     void checkLauncherUpdate();
@@ -107,4 +108,5 @@ private:
 
     QPixmap backgroundPixmap; // null where there is no picture
     Backdrop backdrop;
+    qreal screenRatio = 0; // device pixels in a pixel, of the screen that the window is made for
 };

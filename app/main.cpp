@@ -1,6 +1,7 @@
 #include "app/Identity.h"
 #include "app/MainWindow.h"
 #include "app/SingleInstance.h"
+#include "ui/WindowPlacement.h"
 #include "update/Updater.h"
 
 #include <QApplication>
@@ -41,6 +42,7 @@ int main(int argc, char **argv)
 
     MainWindow window;
     instance.setWindow(&window);
+    WindowPlacement::keepInReach(&window);
     window.show();
     const int exitCode = QApplication::exec();
 

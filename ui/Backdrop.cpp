@@ -15,12 +15,23 @@ namespace {
 constexpr QColor kVeil(0, 0, 0, 150);
 const auto kPictureFile = u":/images/background.png"_s;
 
-QImage readPicture(QSize windowSize)
+/// How many pixels of a device with this ratio the window takes.
+QSize devicePixels(QSize windowSize, qreal ratio)
+{
+    return (QSizeF(windowSize) * ratio).toSize();
+}
+
+QImage readPicture(QSize windowSize, qreal ratio)
 {
     const QImage picture(kPictureFile);
     if (picture.isNull())
         return {};
-    return picture.scaled(windowSize, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
+    if (ratio == 1)
+        return picture.scaled(windowSize, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
+    // Pixel for pixel what the device shows: painting, which does not smooth, has nothing to
+    // squeeze.
+    return picture.scaled(devicePixels(windowSize, ratio), Qt::IgnoreAspectRatio,
+                          Qt::SmoothTransformation);
 }
 
 /// All of the picture, squeezed into the window: neither cropped nor letter-boxed.
@@ -28,9 +39,7 @@ void paintAnew(QPainter &painter, const QPixmap &picture, QSize windowSize)
 {
     const QRect window(QPoint(), windowSize);
     if (!picture.isNull()) {
-        const QPixmap scaled =
-            picture.scaled(windowSize, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
-        painter.drawPixmap(QRectF(window), scaled, QRectF());
+        painter.drawPixmap(QRectF(window), picture, QRectF());
     } else {
         QLinearGradient gradient(0, 0, 0, windowSize.height());
         gradient.setColorAt(0.0, QColor(Colors::kDarkest));
@@ -42,11 +51,15 @@ void paintAnew(QPainter &painter, const QPixmap &picture, QSize windowSize)
 
 } // namespace
 
-void Backdrop::startLoading(QSize windowSize)
+void Backdrop::startLoading(QSize windowSize, qreal ratio)
 {
-    m_loadedSize = windowSize;
-    if (QFile::exists(kPictureFile))
-        m_loading = QtConcurrent::run(QThreadPool::globalInstance(), readPicture, windowSize);
+    m_windowSize = windowSize;
+    m_ratio = ratio;
+    m_painted = {};
+    if (QFile::exists(kPictureFile)) {
+        m_loading =
+            QtConcurrent::run(QThreadPool::globalInstance(), readPicture, windowSize, ratio);
+    }
 }
 
 QPixmap Backdrop::takePicture()
@@ -54,31 +67,35 @@ QPixmap Backdrop::takePicture()
     return m_loading.isValid() ? QPixmap::fromImage(m_loading.takeResult()) : QPixmap();
 }
 
-void Backdrop::paint(QPainter &painter, const QPixmap &picture, QSize windowSize)
+bool Backdrop::isLoadedFor(QSize windowSize, qreal ratio) const
 {
-    // The device's own pixel ratio: the window may be painted into a picture with another one.
-    prepare(picture, windowSize, painter.combinedTransform().m11());
+    return m_windowSize == windowSize && m_ratio == ratio;
+}
+
+qreal Backdrop::ratioOf(const QPainter &painter)
+{
+    return painter.combinedTransform().m11();
+}
+
+void Backdrop::paint(QPainter &painter, const QPixmap &picture)
+{
     if (m_painted.isNull())
-        paintAnew(painter, picture, windowSize);
+        prepare(picture);
+    if (m_painted.isNull())
+        paintAnew(painter, picture, m_windowSize);
     else
         painter.drawPixmap(0, 0, m_painted);
 }
 
-/// Keeps the very pixels that painting on a device with this pixel ratio gives. Where the window's
-/// edges lie within pixels of the device nothing is kept.
-void Backdrop::prepare(const QPixmap &picture, QSize windowSize, qreal ratio)
+/// Keeps the very pixels that painting anew gives. Where the window's edges lie within pixels of
+/// the device nothing is kept.
+void Backdrop::prepare(const QPixmap &picture)
 {
-    if (m_paintedSize == windowSize && m_paintedRatio == ratio)
-        return;
-    m_paintedSize = windowSize;
-    m_paintedRatio = ratio;
-    m_painted = {};
-
-    const QSizeF deviceSize = QSizeF(windowSize) * ratio;
+    const QSizeF deviceSize = QSizeF(m_windowSize) * m_ratio;
     if (deviceSize.isEmpty() || deviceSize != QSizeF(deviceSize.toSize()))
         return;
     m_painted = QPixmap(deviceSize.toSize());
-    m_painted.setDevicePixelRatio(ratio);
+    m_painted.setDevicePixelRatio(m_ratio);
     QPainter painter(&m_painted);
-    paintAnew(painter, picture, windowSize);
+    paintAnew(painter, picture, m_windowSize);
 }

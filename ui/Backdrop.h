@@ -13,27 +13,30 @@ class QPainter;
 class Backdrop
 {
 public:
-    /// Begins to read the picture for a window of this size, in logical pixels. Where there is no
-    /// picture nothing is begun.
-    void startLoading(QSize windowSize);
+    /// Begins to read the picture for a window of this size, in logical pixels, on a device with
+    /// this pixel ratio. Where there is no picture nothing is begun.
+    void startLoading(QSize windowSize, qreal ratio);
 
-    /// Waits for the picture and returns it no larger than the window shows it: 3.5 MB of pixels in
-    /// place of 8. Null where there is none or it cannot be read.
+    /// Waits for the picture and returns it no larger than the window shows it: without scaling
+    /// 3.5 MB of pixels in place of 8. Null where there is none or it cannot be read.
     QPixmap takePicture();
 
-    /// The size that was given last.
-    QSize loadedSize() const { return m_loadedSize; }
+    /// Whether this is what was given last.
+    bool isLoadedFor(QSize windowSize, qreal ratio) const;
 
-    /// Paints onto a window of this size, with `picture` being the one that takePicture() gave for
-    /// it.
-    void paint(QPainter &painter, const QPixmap &picture, QSize windowSize);
+    /// The pixel ratio of what is painted on: the window may be painted into a picture with another
+    /// one than its screen's.
+    static qreal ratioOf(const QPainter &painter);
+
+    /// Paints onto a window of the size that was given last, with `picture` being the one that
+    /// takePicture() gave for it.
+    void paint(QPainter &painter, const QPixmap &picture);
 
 private:
-    void prepare(const QPixmap &picture, QSize windowSize, qreal ratio);
+    void prepare(const QPixmap &picture);
 
     QFuture<QImage> m_loading; // valid from startLoading() to takePicture()
-    QSize m_loadedSize;
-    QPixmap m_painted;
-    QSize m_paintedSize;
-    qreal m_paintedRatio = 0;
+    QSize m_windowSize;
+    qreal m_ratio = 0;
+    QPixmap m_painted; // null until it is painted, and where it cannot be kept
 };

@@ -3,8 +3,11 @@
 #include "config/BuildSettings.h"
 #include "config/Colors.h"
 #include "config/Product.h"
+#include "ui/ElidedLabel.h"
 #include "ui/FocusRing.h"
 #include "ui/NewsView.h"
+#include "ui/PillLabel.h"
+#include "ui/RoundedProgressBar.h"
 #include "ui/StyleSheets.h"
 
 #include <QGraphicsDropShadowEffect>
@@ -25,6 +28,8 @@ namespace {
 constexpr QMargins kWindowMargins(40, 30, 40, 30);
 constexpr int kRowSpacing = 20;
 constexpr int kLinkSpacing = 10;
+const auto kLogoName = u"logoLabel"_s;
+const auto kLogoFile = u":/images/logo.png"_s;
 constexpr QSize kLogoBounds(300, 150);
 constexpr int kNewsMinimumHeight = 200;
 constexpr int kProgressBarHeight = 25;
@@ -35,6 +40,21 @@ constexpr qreal kPlayButtonGlow = 20;
 // The rows add up to more than the window when the logo's label is as high as its picture. The
 // drawing in the picture keeps to the middle 55 % of its height, so the label may cut the rest.
 constexpr int kLogoHeight = 84;
+
+void showLogo(QLabel *label, const QPixmap &logo, qreal ratio)
+{
+    QPixmap scaled =
+        logo.scaled(kLogoBounds * ratio, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+    scaled.setDevicePixelRatio(ratio);
+    label->setPixmap(scaled);
+    label->setMinimumHeight(kLogoHeight);
+    // Where a label has to cut its picture, Qt cuts at the wrong place on scaled screens. With
+    // negative margins it draws the whole of it, and the widget's own edge cuts.
+    label->setAttribute(Qt::WA_ContentsMarginsRespectsSafeArea, false); // allows them
+    const int overhang =
+        std::max(0, (qRound(scaled.deviceIndependentSize().height()) - kLogoHeight) / 2);
+    label->setContentsMargins(0, -overhang, 0, -overhang);
+}
 
 } // namespace
 
@@ -61,6 +81,7 @@ void MainWindow::setupUi()
     layout->addLayout(buttonRow);
     layout->addWidget(createVersionLabel());
     setupKeyboardAccess();
+    adaptToScreen();
 
     connect(playButton, &QPushButton::clicked, this, &MainWindow::onPlayClicked);
     connect(settingsButton, &QPushButton::clicked, this, &MainWindow::onSettingsClicked);
@@ -70,25 +91,11 @@ void MainWindow::setupUi()
 
 QHBoxLayout *MainWindow::createHeader()
 {
-    auto *logoLabel = new QLabel;
-    const QPixmap logo(u":/images/logo.png"_s);
-    if (!logo.isNull()) {
-        const QPixmap scaled =
-            logo.scaled(kLogoBounds, Qt::KeepAspectRatio, Qt::SmoothTransformation);
-        logoLabel->setPixmap(scaled);
-        logoLabel->setMinimumHeight(kLogoHeight);
-        // Where a label has to cut its picture, Qt cuts at the wrong place on scaled screens. With
-        // negative margins it draws the whole of it, and the widget's own edge cuts.
-        logoLabel->setAttribute(Qt::WA_ContentsMarginsRespectsSafeArea, false); // allows them
-        const int overhang = std::max(0, (scaled.height() - kLogoHeight) / 2);
-        logoLabel->setContentsMargins(0, -overhang, 0, -overhang);
-    }
-    logoLabel->setObjectName(u"logoLabel"_s);
+    auto *logoLabel = new QLabel; // adaptToScreen() gives it its picture
+    logoLabel->setObjectName(kLogoName);
 
     titleLabel = new QLabel(Product::kName);
     titleLabel->setObjectName(u"titleLabel"_s);
-    if (!logo.isNull())
-        titleLabel->hide();
 
     auto *links = new QHBoxLayout;
     links->setSpacing(kLinkSpacing);
@@ -113,7 +120,7 @@ QHBoxLayout *MainWindow::createStatusRow()
 {
     statusLabel = new QLabel(u"Vérification du serveur..."_s);
     statusLabel->setObjectName(u"statusLabel"_s);
-    playersLabel = new QLabel;
+    playersLabel = new PillLabel;
     playersLabel->setObjectName(u"playersLabel"_s);
 
     auto *row = new QHBoxLayout;
@@ -127,6 +134,7 @@ QLabel *MainWindow::createNewsHeading()
 {
     auto *heading = new QLabel(u"Actualités"_s);
     heading->setObjectName(u"sectionTitle"_s);
+    heading->setIndent(0); // the sheet's margin makes Qt indent the text, out of line with the rest
     return heading;
 }
 
@@ -141,12 +149,12 @@ void MainWindow::createNewsPanel()
 
 void MainWindow::createProgressArea()
 {
-    progressLabel = new QLabel(u"Vérification des mises à jour..."_s);
+    progressLabel = new ElidedLabel(u"Vérification des mises à jour..."_s);
     progressLabel->setObjectName(u"progressLabel"_s);
     progressLabel->setAlignment(Qt::AlignLeft | Qt::AlignTop);
     progressLabel->setTextFormat(Qt::PlainText); // what a server says in an error is no HTML
 
-    progressBar = new QProgressBar;
+    progressBar = new RoundedProgressBar;
     progressBar->setObjectName(u"progressBar"_s);
     progressBar->setMinimum(0);
     progressBar->setMaximum(100);
@@ -169,7 +177,6 @@ QHBoxLayout *MainWindow::createButtonRow()
     playButton->setEnabled(false);
 
     auto *glow = new QGraphicsDropShadowEffect;
-    glow->setBlurRadius(kPlayButtonGlow);
     glow->setColor(QColor(Colors::kAccent));
     glow->setOffset(0, 0);
     playButton->setGraphicsEffect(glow);
@@ -214,6 +221,19 @@ void MainWindow::setupKeyboardAccess()
     playButton->setAccessibleName(u"Lancer le jeu"_s);
 }
 
+/// Brings what is made of pixels to the screen's. No event tells of every change, painting does.
+void MainWindow::adaptToScreen()
+{
+    screenRatio = devicePixelRatioF();
+    if (const QPixmap logo(kLogoFile); !logo.isNull()) {
+        titleLabel->hide();
+        showLogo(findChild<QLabel *>(kLogoName), logo, screenRatio);
+    }
+    // Qt blurs over so many pixels of the device.
+    static_cast<QGraphicsDropShadowEffect *>(playButton->graphicsEffect())
+        ->setBlurRadius(kPlayButtonGlow * screenRatio);
+}
+
 void MainWindow::applyStyles()
 {
     setStyleSheet(StyleSheets::mainWindow());
@@ -226,11 +246,16 @@ void MainWindow::applyStyles()
 
 void MainWindow::paintEvent(QPaintEvent *event)
 {
-    if (backdrop.loadedSize() != size()) { // a window manager may not keep to the fixed size
-        backdrop.startLoading(size());
+    if (screenRatio != devicePixelRatioF())
+        adaptToScreen();
+
+    QPainter painter(this);
+    // A window manager may not keep to the fixed size, and the window may go to another screen.
+    const qreal ratio = Backdrop::ratioOf(painter);
+    if (!backdrop.isLoadedFor(size(), ratio)) {
+        backdrop.startLoading(size(), ratio);
         backgroundPixmap = backdrop.takePicture();
     }
-    QPainter painter(this);
-    backdrop.paint(painter, backgroundPixmap, size());
+    backdrop.paint(painter, backgroundPixmap);
     QWidget::paintEvent(event);
 }

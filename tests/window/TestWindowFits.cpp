@@ -175,21 +175,26 @@ void TestWindowFits::theLogosDrawingIsWhole()
     auto *label = m_launcher->label(u"logoLabel"_s);
     const QPixmap logo = label->pixmap();
     const auto [first, last] = drawnRows(logo.toImage());
-    QVERIFY(label->width() >= logo.width());
+    // As many pixels as the screen has for it, within its share of the window.
+    QCOMPARE(logo.devicePixelRatio(), label->devicePixelRatio());
+    const QSizeF size = logo.deviceIndependentSize();
+    QVERIFY(size.height() <= 150.5 && size.height() > 149);
+    QVERIFY(label->width() >= int(size.width()));
 
     // What the logo changes in the window, row by row.
     const QImage with = m_launcher->window()->grab(label->geometry()).toImage();
     QPixmap nothing(logo.size());
+    nothing.setDevicePixelRatio(logo.devicePixelRatio());
     nothing.fill(Qt::transparent);
     label->setPixmap(nothing);
     const QImage without = m_launcher->window()->grab(label->geometry()).toImage();
     const auto [firstSeen, lastSeen] = differingRows(with, without);
 
     const qreal ratio = with.devicePixelRatio();
-    const qreal cut = (logo.height() - label->height()) / 2.0;
-    QVERIFY2(std::abs(firstSeen - (first - cut) * ratio) <= ratio + 1,
+    const qreal cut = (size.height() - label->height()) / 2.0 * ratio;
+    QVERIFY2(std::abs(firstSeen - (first - cut)) <= ratio + 1,
              qPrintable(u"first row seen: %1"_s.arg(firstSeen)));
-    QVERIFY2(std::abs(lastSeen - (last + 1 - cut) * ratio) <= 2 * ratio + 1,
+    QVERIFY2(std::abs(lastSeen - (last + 1 - cut)) <= 2 * ratio + 1,
              qPrintable(u"last row seen: %1"_s.arg(lastSeen)));
     QVERIFY(firstSeen > 0 && lastSeen < with.height() - 1);
 }

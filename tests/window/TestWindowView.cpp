@@ -554,8 +554,9 @@ void TestWindowView::backdropOnScaledScreens_data()
 void TestWindowView::backdropOnScaledScreens()
 {
     QFETCH(qreal, ratio);
+    const QSize pixels = (QSizeF(window()->size()) * ratio).toSize();
     const auto blankScreen = [&] {
-        QImage image((QSizeF(window()->size()) * ratio).toSize(), QImage::Format_RGB32);
+        QImage image(pixels, QImage::Format_RGB32);
         image.setDevicePixelRatio(ratio);
         image.fill(Qt::black);
         return image;
@@ -563,11 +564,20 @@ void TestWindowView::backdropOnScaledScreens()
 
     QImage painted = blankScreen();
     window()->render(&painted, {}, window()->rect(), QWidget::RenderFlags());
+
+    // The picture pixel for pixel, not one that was made for another screen.
+    const QRectF area(window()->rect());
     QImage expected = blankScreen();
     QPainter painter(&expected);
-    paintFreshBackdrop(&painter, window()->size());
+    painter.drawPixmap(area,
+                       QPixmap(u":/images/background.png"_s)
+                           .scaled(pixels, Qt::IgnoreAspectRatio, Qt::SmoothTransformation),
+                       QRectF());
+    painter.fillRect(area, QColor(0, 0, 0, 150));
     painter.end();
     QCOMPARE(painted, expected);
+    // Back on the first screen nothing of the other is left.
+    QCOMPARE(backdropOf(window()), freshBackdrop(window()->size()));
 }
 
 void TestWindowView::backdropShowsTheWholePicture()
