@@ -194,12 +194,15 @@ public:
         connect(m_socket, &QTcpSocket::disconnected, this, &QObject::deleteLater);
     }
 
-    void release(const QByteArray &path)
+    /// Whether an answer for `path` was held back here.
+    bool release(const QByteArray &path)
     {
-        if (!m_answering || m_request.path != path || m_answer.holdAt < 0)
-            return;
+        if (!m_answering || m_request.path != path || m_answer.holdAt < 0 ||
+            m_socket->state() != QAbstractSocket::ConnectedState)
+            return false;
         m_answer.holdAt = -1;
         sendMore();
+        return true;
     }
 
 private:
@@ -227,7 +230,6 @@ private:
         m_answering = true;
         m_sent = 0;
         m_server->m_requests.append(m_request);
-        emit m_server->requestReceived(m_request.path);
         if (!m_answer.silent)
             QTimer::singleShot(m_answer.delay, this, &Connection::sendHead);
     }
@@ -416,10 +418,13 @@ void HttpServer::answerInTurn(const QByteArray &path, const QList<HttpAnswer> &a
 
 void HttpServer::release(const QByteArray &path)
 {
+    bool wasHeld = false;
     for (const QPointer<Connection> &connection : std::as_const(m_connections)) {
         if (Connection *waiting = connection.data())
-            waiting->release(path);
+            wasHeld |= waiting->release(path);
     }
+    if (!wasHeld)
+        m_releasedEarly.insert(path);
 }
 
 void HttpServer::setIdentity(const Certificates::Identity &identity)
@@ -437,6 +442,7 @@ void HttpServer::setIdentity(const Certificates::Identity &identity)
 void HttpServer::clear()
 {
     m_answers.clear();
+    m_releasedEarly.clear();
     m_requests.clear();
     m_tunnels.clear();
     for (const QPointer<Connection> &connection : std::exchange(m_connections, {}))
@@ -477,7 +483,10 @@ HttpAnswer HttpServer::nextAnswer(const QByteArray &path)
     const auto answers = m_answers.find(path);
     if (answers == m_answers.end())
         return m_defaultAnswer;
-    return answers->size() > 1 ? answers->takeFirst() : answers->first();
+    HttpAnswer answer = answers->size() > 1 ? answers->takeFirst() : answers->first();
+    if (answer.holdAt >= 0 && m_releasedEarly.remove(path))
+        answer.holdAt = -1;
+    return answer;
 }
 
 void HttpServer::onNewConnection()

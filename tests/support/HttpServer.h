@@ -5,6 +5,7 @@
 #include <QList>
 #include <QObject>
 #include <QPointer>
+#include <QSet>
 #include <QUrl>
 
 #include <chrono>
@@ -91,7 +92,8 @@ public:
     void answerInTurn(const QByteArray &path, const QList<HttpAnswer> &answers);
     /// Answers requests for all other paths with this instead of 404.
     void answerEverythingWith(const HttpAnswer &answer) { m_defaultAnswer = answer; }
-    /// Sends what heldAfter() holds back on the connections that are waiting for `path`.
+    /// Sends what heldAfter() holds back on the connections that are waiting for `path`; where none
+    /// is yet, the next one does not have to wait.
     void release(const QByteArray &path);
     /// Speaks TLS on the connections to come, and proves with this who it is.
     void setIdentity(const Certificates::Identity &identity);
@@ -112,9 +114,6 @@ public:
     /// Stops listening, so that connections are refused.
     void stopListening();
 
-signals:
-    void requestReceived(const QByteArray &path);
-
 private:
     class Listener;
     class Connection;
@@ -126,6 +125,7 @@ private:
     std::unique_ptr<Listener> m_listener;
     std::unique_ptr<QTcpServer> m_decrypted; ///< for clients of a TlsTerminator
     QHash<QByteArray, QList<HttpAnswer>> m_answers;
+    QSet<QByteArray> m_releasedEarly;
     HttpAnswer m_defaultAnswer = HttpAnswer::status(404, "not found");
     QList<HttpRequest> m_requests;
     QList<QByteArray> m_tunnels;
