@@ -12,7 +12,7 @@ qint64 peak()
 {
     QFile status(u"/proc/self/status"_s);
     if (!status.open(QIODevice::ReadOnly))
-        return 0;
+        return 0; // another system
     for (const QByteArray &line : status.readAll().split('\n')) {
         if (line.startsWith("VmHWM:")) // "VmHWM:      4711 kB"
             return line.simplified().split(' ').value(1).toLongLong() / 1024;
@@ -26,9 +26,8 @@ MemoryRise::MemoryRise()
 {
     // The peak begins anew with what there is now.
     QFile references(u"/proc/self/clear_refs"_s);
-    if (references.open(QIODevice::WriteOnly))
-        references.write("5");
-    references.close();
+    if (references.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && references.write("5") != 1)
+        qFatal("The peak of the memory cannot be reset");
     m_before = peak();
 }
 
@@ -39,10 +38,8 @@ qint64 MemoryRise::megabytes() const
 
 QString MemoryRise::reasonToSkip()
 {
-#if defined(__SANITIZE_ADDRESS__)
-    return u"AddressSanitizer keeps what is freed"_s;
-#elif defined(__SANITIZE_THREAD__)
-    return u"ThreadSanitizer keeps records of its own"_s;
+#if defined(VEYRA_SANITIZED)
+    return u"A sanitizer keeps what is freed, and records of its own"_s;
 #elif defined(Q_OS_LINUX)
     return {};
 #else

@@ -8,7 +8,7 @@ class MemoryRise
 public:
     MemoryRise();
 
-    /// At its peak so far, in MB; -1 where a system does not tell.
+    /// At its peak so far, in MB. Only where reasonToSkip() is empty.
     qint64 megabytes() const;
 
     /// Why the figure says nothing about the program here; empty where it does.

@@ -101,10 +101,11 @@ bool Platform::hasLoadedTls()
 
 bool Platform::hasOpen(const QString &path)
 {
+    const QString file = QFileInfo(path).canonicalFilePath();
     const QDir descriptors(u"/proc/self/fd"_s);
     const QStringList names = descriptors.entryList(QDir::AllEntries | QDir::System);
     return std::any_of(names.cbegin(), names.cend(), [&](const QString &name) {
-        return QFile::symLinkTarget(descriptors.filePath(name)) == path;
+        return QFile::symLinkTarget(descriptors.filePath(name)) == file;
     });
 }
 

@@ -290,28 +290,26 @@ class Desktop
 public:
     Desktop()
     {
-        m_server.start(u"Xvfb"_s, {u"-displayfd"_s, u"1"_s, u"-nolisten"_s, u"tcp"_s, u"-screen"_s,
-                                   u"0"_s, u"1280x1024x24"_s});
-        if (!m_server.waitForStarted() || !m_server.waitForReadyRead())
-            return;
-        m_display = u":"_s + QString::fromLatin1(m_server.readLine().trimmed());
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"DISPLAY"_s, m_display);
-        m_manager.setProcessEnvironment(environment);
-        m_manager.start(u"openbox"_s, {u"--sm-disable"_s, u"--startup"_s, u"echo ready"_s});
-        m_isReady = m_manager.waitForReadyRead();
+        // What openbox starts once it manages the windows.
+        const auto startup = u"sh -c 'echo \"$DISPLAY\"'"_s;
+        m_process.start(QStringLiteral(WITH_DISPLAY), {u"1280x1024x24"_s, u"openbox"_s,
+                                                       u"--sm-disable"_s, u"--startup"_s, startup});
+        // It may have remarks of its own.
+        while (m_display.isEmpty() && (m_process.canReadLine() || m_process.waitForReadyRead())) {
+            const QByteArray line = m_process.readLine().trimmed();
+            if (line.startsWith(':'))
+                m_display = QString::fromLatin1(line);
+        }
     }
 
     ~Desktop()
     {
-        for (QProcess *process : {&m_manager, &m_server}) {
-            process->kill();
-            process->waitForFinished();
-        }
+        m_process.terminate();
+        m_process.waitForFinished();
     }
     Q_DISABLE_COPY_MOVE(Desktop)
 
-    bool isReady() const { return m_isReady; }
+    bool isReady() const { return !m_display.isEmpty(); }
     void show(DrivenLauncher &launcher) const
     {
         launcher.environment().insert(u"DISPLAY"_s, m_display);
@@ -319,10 +317,8 @@ public:
     }
 
 private:
-    QProcess m_server;
-    QProcess m_manager;
+    QProcess m_process;
     QString m_display;
-    bool m_isReady = false;
 };
 
 bool isActive(const QJsonObject &state)

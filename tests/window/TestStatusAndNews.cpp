@@ -163,6 +163,8 @@ void TestStatusAndNews::news_data()
     QTest::newRow("one item") << QStringList{u"Un"_s} << u"• Un"_s;
     QTest::newRow("two items are two paragraphs")
         << QStringList{u"Un"_s, u"Deux"_s} << u"• Un\n• Deux"_s;
+    QTest::newRow("two items that are the same are both shown")
+        << QStringList{u"Un"_s, u"Un"_s} << u"• Un\n• Un"_s;
     QTest::newRow("HTML is rendered")
         << QStringList{u"<b>Gras</b> &amp; <i>fin</i>"_s} << u"• Gras & fin"_s;
     QTest::newRow("a placeholder in an item stays")
