@@ -9,8 +9,6 @@
 #include <QFileInfo>
 #include <QLocalSocket>
 
-#include <chrono>
-
 #ifdef Q_OS_WIN
 #include <windows.h>
 #endif
@@ -20,8 +18,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// A closed launcher may stay for five seconds, for a verification that is stuck in the system.
-constexpr auto kPatience = 6s;
+constexpr auto kPatience = kLongestEnd + 1s;
 
 constexpr char kShown[] = "shown\n";
 

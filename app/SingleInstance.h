@@ -6,7 +6,13 @@
 #include <QString>
 #include <QWidget>
 
+#include <chrono>
+
 class QDeadlineTimer;
+
+/// How long a closed launcher may live on, for a verification that is stuck in the system. A later
+/// start is more patient than that.
+inline constexpr std::chrono::milliseconds kLongestEnd{5000};
 
 /// Keeps a launcher from running twice. The same launcher is the one in the same folder with the
 /// same settings. The first holds a lock in the settings folder and listens on a local socket; a

@@ -9,15 +9,9 @@
 #include <QThreadPool>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
 
-using namespace std::chrono_literals;
-
 namespace {
-
-// How long a closed launcher may live on for a verification that is stuck in the system.
-constexpr std::chrono::milliseconds kVerificationEnd = 5s;
 
 /// Qt's painting waits for a free thread of the pool, and on a machine with one processor the pool
 /// has one thread: a verification would take it and freeze the window until its end.
@@ -49,7 +43,7 @@ int main(int argc, char **argv)
     // A verification posts its progress to the window's Updater: the window may go only once the
     // pool is idle.
     Updater::abandonVerifications();
-    if (!QThreadPool::globalInstance()->waitForDone(kVerificationEnd.count()))
+    if (!QThreadPool::globalInstance()->waitForDone(kLongestEnd.count()))
         std::_Exit(exitCode); // a drive that does not answer: no orderly end
     return exitCode;
 }

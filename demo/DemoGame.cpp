@@ -1,6 +1,8 @@
 // The sample game. It shows that it was started, from where and with what, in its window and in a
 // small file in its working directory, by which a script can tell as well.
 
+#include "config/Colors.h"
+
 #include <QApplication>
 #include <QDir>
 #include <QGuiApplication>
@@ -32,22 +34,23 @@ constexpr auto kLifetimeVariable = "VEYRA_DEMO_GAME_SECONDS";
 
 const auto kStyle = uR"(
     #game {
-        background: qlineargradient(x1:0, y1:0, x2:1, y2:1, stop:0 #1e1e1e, stop:1 #33502a);
+        background: qlineargradient(x1:0, y1:0, x2:1, y2:1, stop:0 %1, stop:1 #33502a);
     }
-    #title { color: #8bc34a; font-size: 30px; font-weight: bold; }
-    #text { color: #ffffff; font-size: 15px; }
+    #title { color: %2; font-size: 30px; font-weight: bold; }
+    #text { color: %3; font-size: 15px; }
     #details { color: #c8c8c8; font-size: 12px; }
     QPushButton {
-        color: #ffffff;
-        background: #689f38;
+        color: %3;
+        background: %4;
         border: none;
         border-radius: 10px;
         font-size: 15px;
         font-weight: bold;
         padding: 12px 28px;
     }
-    QPushButton:hover { background: #7cb342; }
-)"_s;
+    QPushButton:hover { background: %5; }
+)"_s.arg(Colors::kPanel, Colors::kAccent, Colors::kText, Colors::kGradientEnd,
+         Colors::kDarkerGreen);
 
 QString argumentsAsText()
 {

@@ -63,9 +63,9 @@ private:
     bool lockGameFolder();
 
     QNetworkAccessManager *m_networkManager = nullptr;
-    QNetworkReply *m_reply = nullptr; // set while a transfer runs
-    std::unique_ptr<QFile> m_zipFile; // set while a transfer runs
-    QProcess *m_process = nullptr;    // set while an extraction runs
-    qint64 m_totalBytes = 0;
+    QNetworkReply *m_reply = nullptr;        // set while a transfer runs
+    std::unique_ptr<QFile> m_zipFile;        // set while a transfer runs
+    QProcess *m_process = nullptr;           // set while an extraction runs
+    qint64 m_totalBytes = 0;                 // of the last report; nothing reads it yet
     std::unique_ptr<QLockFile> m_folderLock; // from a download's start to the extraction's end
 };
