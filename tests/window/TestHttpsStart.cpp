@@ -1,6 +1,7 @@
 #include "tests/support/BoxAnswers.h"
 #include "tests/support/Certificates.h"
 #include "tests/support/Files.h"
+#include "tests/support/LauncherFiles.h"
 #include "tests/support/StandIn.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/window/LauncherFixture.h"
@@ -10,7 +11,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
-#include <QStandardPaths>
 #include <QTest>
 #include <QTextEdit>
 
@@ -23,17 +23,6 @@ namespace {
 constexpr auto kVersionPath = "/api/launcher_version.json";
 constexpr auto kLauncherPath = "/launcher.zip";
 constexpr auto kMapName = "données/carte.d2p";
-
-QString launcherArchive()
-{
-    return QStandardPaths::writableLocation(QStandardPaths::TempLocation) +
-           u"/VeyraLauncher_update.zip"_s;
-}
-
-QString updaterProgram()
-{
-    return QCoreApplication::applicationDirPath() + u"/LauncherUpdater.exe"_s;
-}
 
 QByteArray version(const QString &number)
 {
@@ -103,7 +92,7 @@ void TestHttpsStart::initTestCase()
 
 void TestHttpsStart::init()
 {
-    QFile::remove(launcherArchive());
+    QFile::remove(LauncherFiles::archive());
     m_launcher = std::make_unique<LauncherFixture>();
     HttpServer &server = m_launcher->server;
     server.setIdentity(Certificates::identity(Certificates::Kind::Good));
@@ -142,14 +131,14 @@ void TestHttpsStart::newLauncherIsHandedOver()
     HttpServer &server = m_launcher->server;
     server.answer(kVersionPath, HttpAnswer::ok(version(u"1.0.1"_s)));
     server.answer(kLauncherPath, HttpAnswer::ok("the new launcher"));
-    const StandIn updater(updaterProgram());
+    const StandIn updater(LauncherFiles::updater());
     BoxAnswers boxes;
     boxes.click(QMessageBox::Ok);
     m_launcher->open();
 
     QTRY_COMPARE(updater.starts().size(), 1);
-    QCOMPARE(updater.starts().first().arguments.first(), launcherArchive());
-    QCOMPARE(Files::read(launcherArchive()), "the new launcher"_ba);
+    QCOMPARE(updater.starts().first().arguments.first(), LauncherFiles::archive());
+    QCOMPARE(Files::read(LauncherFiles::archive()), "the new launcher"_ba);
     QVERIFY(server.lastRequest(kLauncherPath).encrypted);
     QCOMPARE(boxes.seen().size(), 1);
 }
@@ -170,7 +159,7 @@ void TestHttpsStart::badCertificateLeavesTheLauncherOffline()
     server.setIdentity(Certificates::identity(kind));
     server.answer(kVersionPath, HttpAnswer::ok(version(u"1.0.1"_s)));
     server.answer(kLauncherPath, HttpAnswer::ok("the new launcher"));
-    const StandIn updater(updaterProgram());
+    const StandIn updater(LauncherFiles::updater());
     BoxAnswers boxes;
     boxes.click(QMessageBox::Ok);
     m_launcher->open();
@@ -188,7 +177,7 @@ void TestHttpsStart::badCertificateLeavesTheLauncherOffline()
     QVERIFY(!server.tunnels().isEmpty());
     QVERIFY(server.requests().isEmpty());
     QCOMPARE(Files::tree(m_launcher->gameFolder()), QStringList());
-    QVERIFY(!QFile::exists(launcherArchive()));
+    QVERIFY(!QFile::exists(LauncherFiles::archive()));
     QVERIFY(updater.starts().isEmpty());
 }
 

@@ -3,6 +3,7 @@
 #include "net/ServerChecker.h"
 #include "tests/support/BoxAnswers.h"
 #include "tests/support/Files.h"
+#include "tests/support/LauncherFiles.h"
 #include "tests/support/Platform.h"
 #include "tests/support/StandIn.h"
 #include "tests/support/TestEnvironment.h"
@@ -17,7 +18,6 @@
 #include <QJsonObject>
 #include <QLabel>
 #include <QSignalSpy>
-#include <QStandardPaths>
 #include <QTest>
 #include <QTextEdit>
 
@@ -36,17 +36,6 @@ const auto kReadyInRed = u"Prêt à jouer ! | color: #f44336; | 100/100 | JOUER 
 const auto kDownloadBegins =
     u"Téléchargement de la mise à jour... |  | 0/100 | Mise à jour... off"_s;
 const auto kClientDownloadBegins = u"Connexion au serveur... |  | 0/100 | Téléchargement... off"_s;
-
-QString archivePath()
-{
-    return QStandardPaths::writableLocation(QStandardPaths::TempLocation) +
-           u"/VeyraLauncher_update.zip"_s;
-}
-
-QString updaterPath()
-{
-    return QCoreApplication::applicationDirPath() + u"/LauncherUpdater.exe"_s;
-}
 
 enum class Answer { Yes, No, Ok, Escape, TitleBar };
 
@@ -122,15 +111,15 @@ void TestLauncherUpdate::init()
 {
     m_launcher = std::make_unique<LauncherFixture>();
     m_launcher->server.answer(kLauncherPath, HttpAnswer::never());
-    QFile::remove(archivePath());
+    QFile::remove(LauncherFiles::archive());
 }
 
 void TestLauncherUpdate::cleanup()
 {
     m_launcher.reset();
-    QFile::remove(updaterPath());
-    QDir().rmdir(archivePath());
-    QFile::remove(archivePath());
+    QFile::remove(LauncherFiles::updater());
+    QDir().rmdir(LauncherFiles::archive());
+    QFile::remove(LauncherFiles::archive());
 }
 
 void TestLauncherUpdate::publish(const QString &changelog, bool required, const QString &url,
@@ -458,7 +447,7 @@ void TestLauncherUpdate::downloadFailures_data()
         << Prepare([](HttpServer &) {}) << QString() << u"URL de téléchargement invalide"_s << true
         << QByteArray() << QString();
     QTest::newRow("the archive cannot be created")
-        << Prepare([](HttpServer &) { QDir().mkpath(archivePath()); }) << url
+        << Prepare([](HttpServer &) { QDir().mkpath(LauncherFiles::archive()); }) << url
         << u"Impossible de créer le fichier temporaire"_s << true << QByteArray() << QString();
     QTest::newRow("no archive on the server") << Prepare([](HttpServer &server) {
         server.answer(kLauncherPath, HttpAnswer::status(404, "nothing here"));
@@ -471,7 +460,7 @@ void TestLauncherUpdate::downloadFailures_data()
                                            << Platform::reasonToSkipResets();
     QTest::newRow("no updater program; the archive is kept") << Prepare([](HttpServer &server) {
         server.answer(kLauncherPath, HttpAnswer::ok("0123456789"));
-    }) << url << u"Programme de mise à jour introuvable: "_s + updaterPath()
+    }) << url << u"Programme de mise à jour introuvable: "_s + LauncherFiles::updater()
                                                              << true << "0123456789"_ba
                                                              << QString();
 }
@@ -508,7 +497,7 @@ void TestLauncherUpdate::downloadFailures()
                  qPrintable(box.text));
     QCOMPARE(faceBehindBox, box.text + u" | color: #f44336; | 0/100 | Mise à jour... off"_s);
     QVERIFY(!isBusy());
-    QTEST(Files::read(archivePath()), "archive");
+    QTEST(Files::read(LauncherFiles::archive()), "archive");
 }
 
 void TestLauncherUpdate::failedMandatoryUpdateGoesOn()
@@ -528,7 +517,7 @@ void TestLauncherUpdate::failedMandatoryUpdateGoesOn()
 
 void TestLauncherUpdate::updaterReceivesThreeArguments()
 {
-    const StandIn updater(updaterPath());
+    const StandIn updater(LauncherFiles::updater());
     m_launcher->server.answer(kLauncherPath, HttpAnswer::ok("the new launcher"));
     publish({}, true);
     BoxAnswers boxes;
@@ -537,13 +526,13 @@ void TestLauncherUpdate::updaterReceivesThreeArguments()
     QTRY_COMPARE(updater.starts().size(), 1);
     const StandIn::Start start = updater.starts().first();
     QCOMPARE(start.arguments,
-             (QStringList{archivePath(), QCoreApplication::applicationDirPath(),
+             (QStringList{LauncherFiles::archive(), QCoreApplication::applicationDirPath(),
                           QFileInfo(QCoreApplication::applicationFilePath()).fileName()}));
     QVERIFY(QFileInfo(start.arguments.at(0)).isAbsolute());
     QVERIFY(!start.arguments.at(1).endsWith(u'/'));
     QVERIFY(!start.arguments.at(2).contains(u'/'));
     QCOMPARE(start.workingDirectory, QDir::currentPath());
-    QCOMPARE(Files::read(archivePath()), "the new launcher"_ba);
+    QCOMPARE(Files::read(LauncherFiles::archive()), "the new launcher"_ba);
     QCOMPARE(boxes.seen().size(), 1);
     QCOMPARE(m_launcher->server.requestCount(kClientPath), 0);
 }
@@ -552,12 +541,13 @@ void TestLauncherUpdate::handOverBeforeTheQuit()
 {
     // No event loop of the application runs here, so that the quit has no effect and the window
     // can be looked at.
-    const StandIn updater(updaterPath());
+    const StandIn updater(LauncherFiles::updater());
     m_launcher->installClient();
     m_launcher->open();
     m_launcher->call("onLauncherDownloadProgress", 100, u"x"_s);
     BoxAnswers boxes;
-    m_launcher->call("onLauncherReadyToInstall", updaterPath(), u"/tmp/an archive.zip"_s);
+    m_launcher->call("onLauncherReadyToInstall", LauncherFiles::updater(),
+                     u"/tmp/an archive.zip"_s);
     QCOMPARE(face(), u"Installation de la mise à jour... |  | 100/100 | JOUER off"_s);
     QTRY_COMPARE(updater.starts().size(), 1);
     QCOMPARE(updater.starts().first().arguments.first(), u"/tmp/an archive.zip"_s);
@@ -569,7 +559,7 @@ void TestLauncherUpdate::updaterCannotBeStarted()
     m_launcher->server.answer(kLauncherPath, HttpAnswer::ok("the new launcher"));
     publish({}, true);
     m_launcher->installClient();
-    StandIn::installUnstartable(updaterPath());
+    StandIn::installUnstartable(LauncherFiles::updater());
     BoxAnswers boxes;
     QString faceBehindBox;
     bool busyBehindBox = false;
@@ -595,7 +585,7 @@ void TestLauncherUpdate::updaterCannotBeStarted()
              qPrintable(faceBehindBox));
     QVERIFY(busyBehindBox);
     QVERIFY(!isBusy());
-    QCOMPARE(Files::read(archivePath()), "the new launcher"_ba);
+    QCOMPARE(Files::read(LauncherFiles::archive()), "the new launcher"_ba);
 }
 
 void TestLauncherUpdate::missingUpdaterWithoutClient()
