@@ -2,8 +2,6 @@
 
 #include "tests/support/Platform.h"
 
-#include <QTest>
-
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -13,12 +11,10 @@ constexpr qsizetype kHuge = qsizetype{50} * 1024 * 1024;
 
 } // namespace
 
-void BadAnswers::addFailures(const QByteArray &goodBody)
+QList<BadAnswers::NamedAnswer> BadAnswers::failures(const QByteArray &goodBody)
 {
-    QTest::addColumn<HttpAnswer>("answer");
-    QTest::addColumn<QString>("skip");
     // What is cut off ends after one byte: a truncated object could be taken for a broken one.
-    const QList<NamedAnswer> failures{
+    return {
         {"404 with a body that would do", HttpAnswer::status(404, goodBody)},
         {"404 with nothing", HttpAnswer::status(404)},
         {"403", HttpAnswer::status(403, goodBody)},
@@ -34,8 +30,6 @@ void BadAnswers::addFailures(const QByteArray &goodBody)
         {"a redirect to an unknown scheme", HttpAnswer::redirect("gopher://veyra.test/")},
         {"a redirect to nowhere", HttpAnswer::redirect("http://veyra.test/nowhere")},
     };
-    for (const auto &[name, answer] : failures)
-        QTest::newRow(name) << answer << reasonToSkip(answer);
 }
 
 QString BadAnswers::reasonToSkip(const HttpAnswer &answer)

@@ -11,10 +11,10 @@ struct NamedAnswer
     HttpAnswer answer;
 };
 
-/// Data rows of answers that the network layer reports as an error, whatever they carry. Columns:
-/// "answer"; "skip", why the row cannot run here. Not for "/loop", which the answers that redirect
-/// without end need: loopAt() scripts it.
-void addFailures(const QByteArray &goodBody);
+/// Answers that the network layer reports as an error, whatever they carry. Not for "/loop", which
+/// those that redirect without end need: loopAt() scripts it.
+QList<NamedAnswer> failures(const QByteArray &goodBody);
+/// Why a row with the answer cannot run here; empty where it can.
 QString reasonToSkip(const HttpAnswer &answer);
 void loopAt(HttpServer &server);
 

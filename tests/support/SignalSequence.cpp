@@ -50,9 +50,8 @@ SignalSequence::SignalSequence(QObject *sender)
     }
 }
 
-QStringList SignalSequence::withoutRepeats() const
+QStringList SignalSequence::withoutRepeats(QStringList texts)
 {
-    QStringList texts = m_texts;
     texts.erase(std::unique(texts.begin(), texts.end()), texts.end());
     return texts;
 }
@@ -66,6 +65,11 @@ qsizetype SignalSequence::count(const QString &signalName) const
 
 bool SignalSequence::waitFor(const QString &signalName, qsizetype times)
 {
+    return waitUntil([&] { return count(signalName) >= times; });
+}
+
+bool SignalSequence::waitUntil(const std::function<bool()> &condition)
+{
     // Not QTest::qWaitFor(), which sleeps 10 ms between any two events: a transfer has many.
     QEventLoop loop;
     QTimer patience;
@@ -75,10 +79,10 @@ bool SignalSequence::waitFor(const QString &signalName, qsizetype times)
 
     m_wait = &loop;
     int timedOut = 0;
-    while (count(signalName) < times && !timedOut)
+    while (!condition() && !timedOut)
         timedOut = loop.exec();
     m_wait = nullptr;
-    return count(signalName) >= times;
+    return condition();
 }
 
 int SignalSequence::qt_metacall(QMetaObject::Call call, int id, void **arguments)
@@ -101,4 +105,6 @@ void SignalSequence::record(const QMetaMethod &signal, void **arguments)
     m_texts.append(text);
     if (m_wait)
         m_wait->quit();
+    if (m_action)
+        m_action();
 }

@@ -11,24 +11,40 @@
 #include <functional>
 #include <memory>
 
+class QTestData;
+
 /// One of the requests that the launcher's workers send, and what the worker then says.
 struct WorkerRequest
 {
     using Worker = std::unique_ptr<QObject>;
 
     QString name;
-    QByteArray path; ///< below the server's base URL
-    QByteArray body; ///< of a good answer
-    QString file;    ///< where that ends up; empty when on no disk
-    /// All signals but the progress, see SignalSequence.
+    QByteArray path;      ///< below the server's base URL
+    QStringList traits{}; ///< see Introspection::traits()
+    QByteArray body;      ///< of a good answer
+    QStringList onDisk{}; ///< what that leaves, see EveryRequest::filesOnDisk()
+
+    // What the worker says, see SignalSequence, without the transfer's progress. All of it begins
+    // with what it says while it sends the request.
+    QStringList atOnce{};
     QStringList success;
-    /// The same, one signal; "%1" is the network's error text.
-    QString failure;
+    QStringList failure;    ///< "%1" is the network's error text
+    QStringList nonsense{}; ///< where the body is no JSON; empty where any body will do
     QStringList failureWith(const QString &errorText) const;
 
     /// A worker that knows all that it takes to send the request: it may have asked for that.
     std::function<Worker(HttpServer &)> prepare;
     std::function<void(QObject &)> send;
+
+    // Of a download alone.
+    QString part{};                  ///< the file while it comes in
+    QString file{};                  ///< the file when it is complete
+    QString progress{};              ///< "%1" is the percentage
+    QString progressOfUnknownSize{}; ///< empty where the worker says nothing
+    const char *progressSlot = nullptr;
+    bool isDownload() const { return !file.isEmpty(); }
+    QStringList progressAt(int percent) const; ///< -1 for an unknown size
+    QStringList withoutProgress(const QStringList &reports) const;
 };
 
 /// All that the launcher asks a server for, in one shape, for tests of what holds for all of it;
@@ -41,12 +57,20 @@ public:
     ~EveryRequest();
 
     static QStringList names();
+    static QStringList downloadNames();
+    /// A data row for a request, the name of which is its first value.
+    static QTestData &newRow(const QString &request, const char *words = "");
+    /// The column "request" and a row for each.
+    static void addRows(const QStringList &requests = names());
     WorkerRequest named(const QString &name) const;
 
     struct Outcome
     {
-        QStringList reports; ///< all signals but the progress
+        QStringList allReports;
+        QStringList reports; ///< those without the transfer's progress
         QString errorText;   ///< the network's
+        QByteArray content;  ///< of a download's file, when the end of the transfer is reported
+        QStringList onDisk;  ///< at the last report, see filesOnDisk()
     };
     /// Prepares a worker, lets `script` say what the server does from then on, sends the request
     /// and waits for its end.
@@ -54,7 +78,9 @@ public:
 
     /// What lies where downloads are written.
     QStringList filesOnDisk() const;
-    QStringList targets() const; ///< of the requests that the server received
+    /// Of the requests that the server received. Now and then Qt sends one twice when its answer
+    /// leads elsewhere: it stands here once.
+    QStringList targets() const;
 
     HttpServer server;
 

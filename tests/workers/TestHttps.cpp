@@ -1,5 +1,4 @@
 #include "tests/support/Certificates.h"
-#include "tests/support/Files.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/workers/EveryRequest.h"
 
@@ -19,18 +18,16 @@ private slots:
     void init() { m_requests.emplace(); }
     void cleanup() { m_requests.reset(); }
 
-    void goodCertificateIsTrusted_data() { addRequests(); }
+    void goodCertificateIsTrusted_data() { EveryRequest::addRows(); }
     void goodCertificateIsTrusted();
     void badCertificateIsAFailure_data();
     void badCertificateIsAFailure();
-    void redirectWithinHttpsIsFollowed_data() { addRequests(); }
+    void redirectWithinHttpsIsFollowed_data() { EveryRequest::addRows(); }
     void redirectWithinHttpsIsFollowed();
-    void redirectToHttpIsAFailure_data() { addRequests(); }
+    void redirectToHttpIsAFailure_data() { EveryRequest::addRows(); }
     void redirectToHttpIsAFailure();
 
 private:
-    static void addRequests();
-
     std::optional<Certificates::TrustedAuthority> m_authority;
     std::optional<EveryRequest> m_requests;
 };
@@ -40,13 +37,6 @@ void TestHttps::initTestCase()
     if (const QString reason = Certificates::missing(); !reason.isEmpty())
         QSKIP(qPrintable(reason));
     m_authority.emplace();
-}
-
-void TestHttps::addRequests()
-{
-    QTest::addColumn<QString>("request");
-    for (const QString &name : EveryRequest::names())
-        QTest::newRow(qPrintable(name)) << name;
 }
 
 void TestHttps::goodCertificateIsTrusted()
@@ -61,8 +51,8 @@ void TestHttps::goodCertificateIsTrusted()
     QCOMPARE(outcome.reports, sent.success);
     QCOMPARE(m_requests->targets(), QStringList{u"encrypted "_s + QString::fromLatin1(sent.path)});
     QCOMPARE(server.lastRequest(sent.path).headers.value("host"), "veyra.test"_ba);
-    if (!sent.file.isEmpty())
-        QCOMPARE(Files::read(sent.file), sent.body);
+    if (sent.isDownload())
+        QCOMPARE(outcome.content, sent.body);
 }
 
 void TestHttps::badCertificateIsAFailure_data()
@@ -70,15 +60,15 @@ void TestHttps::badCertificateIsAFailure_data()
     QTest::addColumn<QString>("request");
     QTest::addColumn<Certificates::Kind>("kind");
 
-    const QList<std::pair<QString, Certificates::Kind>> kinds{
-        {u"an expired certificate"_s, Certificates::Kind::Expired},
-        {u"the certificate of another host"_s, Certificates::Kind::AnotherHost},
-        {u"a certificate by an unknown authority"_s, Certificates::Kind::UnknownAuthority},
-        {u"a certificate that signs itself"_s, Certificates::Kind::SelfSigned},
+    const QList<std::pair<const char *, Certificates::Kind>> kinds{
+        {"an expired certificate", Certificates::Kind::Expired},
+        {"the certificate of another host", Certificates::Kind::AnotherHost},
+        {"a certificate by an unknown authority", Certificates::Kind::UnknownAuthority},
+        {"a certificate that signs itself", Certificates::Kind::SelfSigned},
     };
     for (const QString &name : EveryRequest::names()) {
         for (const auto &[words, kind] : kinds)
-            QTest::newRow(qPrintable(name + u" from a server with "_s + words)) << name << kind;
+            EveryRequest::newRow(name, words) << kind;
     }
 }
 

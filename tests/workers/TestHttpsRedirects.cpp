@@ -1,5 +1,4 @@
 #include "tests/support/Certificates.h"
-#include "tests/support/Files.h"
 #include "tests/support/Platform.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/workers/EveryRequest.h"
@@ -43,11 +42,9 @@ private:
 
 void TestHttpsRedirects::addRequests()
 {
-    QTest::addColumn<QString>("request");
     if (const QString reason = Certificates::missing(); !reason.isEmpty())
         QSKIP(qPrintable(reason));
-    for (const QString &name : EveryRequest::names())
-        QTest::newRow(qPrintable(name)) << name;
+    EveryRequest::addRows();
 }
 
 QString TestHttpsRedirects::plain(const WorkerRequest &request)
@@ -84,8 +81,8 @@ void TestHttpsRedirects::redirectToHttpsIsFollowed()
     });
     QCOMPARE(outcome.reports, sent.success);
     QCOMPARE(m_requests->targets(), (QStringList{plain(sent), u"encrypted /moved"_s}));
-    if (!sent.file.isEmpty())
-        QCOMPARE(Files::read(sent.file), sent.body);
+    if (sent.isDownload())
+        QCOMPARE(outcome.content, sent.body);
 }
 
 void TestHttpsRedirects::redirectToABadCertificateIsAFailure()

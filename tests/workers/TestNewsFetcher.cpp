@@ -1,13 +1,10 @@
 #include "net/NewsFetcher.h"
 
-#include "tests/support/BadAnswers.h"
+#include "tests/support/HttpServer.h"
 #include "tests/support/Introspection.h"
-#include "tests/support/SignalSequence.h"
 #include "tests/support/TestEnvironment.h"
 
-#include <QNetworkAccessManager>
 #include <QNetworkReply>
-#include <QPointer>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -18,14 +15,10 @@ using namespace Qt::Literals::StringLiterals;
 namespace {
 
 constexpr auto kPath = "/api/news.php";
-const QStringList kWelcome{
-    u"<span style='color: #8bc34a;'>Bienvenue sur Veyra !</span><br/>Le serveur est en cours de préparation. Restez connectés pour les dernières actualités."_s};
 const QStringList kNothing{u"Aucune actualité pour le moment."_s};
 
 } // namespace
 
-static_assert(!std::is_default_constructible_v<NewsFetcher>);
-static_assert(std::is_constructible_v<NewsFetcher, QObject *>);
 static_assert(std::is_same_v<decltype(&NewsFetcher::fetchNews), void (NewsFetcher::*)()>);
 
 class TestNewsFetcher : public QObject
@@ -36,22 +29,9 @@ private slots:
     void init();
 
     void declaresOneSignalAndOneSlot();
-    void ownsItsManager();
-    void constructorSendsNothing();
-    void requestNamesOnlyTheRedirectPolicy();
-
     void formatsTheItems_data();
     void formatsTheItems();
-    void brokenBodyMeansNoNews_data();
-    void brokenBodyMeansNoNews();
-    void failureMeansWelcome_data();
-    void failureMeansWelcome();
-    void unreachableServerMeansWelcome();
     void manyItemsKeepTheirOrder();
-
-    void followsRedirects();
-    void replyIsGoneAfterItsReport();
-    void mayBeDestroyedWhileTheRequestIsUnderWay();
 
 private:
     QStringList fetch();
@@ -80,43 +60,6 @@ void TestNewsFetcher::declaresOneSignalAndOneSlot()
     QCOMPARE(Introspection::declarations(NewsFetcher::staticMetaObject),
              (QStringList{u"public signal newsReceived(QStringList news)"_s,
                           u"private slot onFetchFinished(QNetworkReply* reply)"_s}));
-    QCOMPARE(NewsFetcher::staticMetaObject.superClass(), &QObject::staticMetaObject);
-}
-
-void TestNewsFetcher::ownsItsManager()
-{
-    QObject parent;
-    const auto *fetcher = new NewsFetcher(&parent);
-    QCOMPARE(fetcher->parent(), &parent);
-    QCOMPARE(fetcher->children().size(), 1);
-    QVERIFY(qobject_cast<QNetworkAccessManager *>(fetcher->children().first()));
-}
-
-void TestNewsFetcher::constructorSendsNothing()
-{
-    const NewsFetcher fetcher(nullptr);
-    QCOMPARE(fetcher.findChildren<QNetworkReply *>().size(), 0);
-    QTest::qWait(50);
-    QCOMPARE(m_server.requests().size(), 0);
-}
-
-void TestNewsFetcher::requestNamesOnlyTheRedirectPolicy()
-{
-    NewsFetcher fetcher(nullptr);
-    SignalSequence reports(&fetcher);
-    fetcher.fetchNews();
-
-    const QNetworkReply *reply = Introspection::pendingReply(fetcher);
-    QVERIFY(reply);
-    QCOMPARE(reply->operation(), QNetworkAccessManager::GetOperation);
-    QCOMPARE(
-        Introspection::traits(reply->request()),
-        QStringList{u"attribute %1 = int 1"_s.arg(int(QNetworkRequest::RedirectPolicyAttribute))});
-
-    QVERIFY(reports.waitFor(u"newsReceived"_s));
-    QCOMPARE(m_server.requests().size(), 1);
-    QCOMPARE(m_server.requests().first().method, "GET"_ba);
-    QCOMPARE(m_server.requests().first().target, "http://veyra.test/api/news.php"_ba);
 }
 
 void TestNewsFetcher::formatsTheItems_data()
@@ -189,45 +132,6 @@ void TestNewsFetcher::formatsTheItems()
     QTEST(fetch(), "news");
 }
 
-void TestNewsFetcher::brokenBodyMeansNoNews_data()
-{
-    QTest::addColumn<HttpAnswer>("answer");
-    for (const auto &[name, answer] : BadAnswers::brokenJson())
-        QTest::newRow(name) << answer;
-}
-
-void TestNewsFetcher::brokenBodyMeansNoNews()
-{
-    QFETCH(const HttpAnswer, answer);
-    m_server.answer(kPath, answer);
-    QCOMPARE(fetch(), kNothing);
-}
-
-void TestNewsFetcher::failureMeansWelcome_data()
-{
-    BadAnswers::addFailures(R"(["Maintenance ce soir"])");
-}
-
-void TestNewsFetcher::failureMeansWelcome()
-{
-    QFETCH(const HttpAnswer, answer);
-    QFETCH(const QString, skip);
-    if (!skip.isEmpty()) {
-        QSKIP(qPrintable(skip));
-    }
-    m_server.answer(kPath, answer);
-    BadAnswers::loopAt(m_server);
-    QCOMPARE(fetch(), kWelcome);
-}
-
-void TestNewsFetcher::unreachableServerMeansWelcome()
-{
-    HttpServer dead;
-    dead.becomeProxy();
-    dead.stopListening();
-    QCOMPARE(fetch(), kWelcome);
-}
-
 void TestNewsFetcher::manyItemsKeepTheirOrder()
 {
     QByteArray body = "[";
@@ -238,38 +142,6 @@ void TestNewsFetcher::manyItemsKeepTheirOrder()
     }
     m_server.answer(kPath, HttpAnswer::ok(body + ']').chunked());
     QCOMPARE(fetch(), expected);
-}
-
-void TestNewsFetcher::followsRedirects()
-{
-    m_server.answer(kPath, HttpAnswer::redirect("/moved", 301));
-    m_server.answer("/moved", HttpAnswer::ok(R"(["ailleurs"])"));
-    QCOMPARE(fetch(), QStringList{u"ailleurs"_s});
-}
-
-void TestNewsFetcher::replyIsGoneAfterItsReport()
-{
-    for (const HttpAnswer &answer :
-         {HttpAnswer::ok("[]"), HttpAnswer::ok(R"(["x"])"), HttpAnswer::status(500)}) {
-        m_server.answer(kPath, answer);
-        NewsFetcher fetcher(nullptr);
-        fetcher.fetchNews();
-        const QPointer<QNetworkReply> reply = Introspection::pendingReply(fetcher);
-        QVERIFY(reply);
-        QTRY_VERIFY(!reply);
-    }
-}
-
-void TestNewsFetcher::mayBeDestroyedWhileTheRequestIsUnderWay()
-{
-    m_server.answer(kPath, HttpAnswer::never());
-    auto fetcher = std::make_unique<NewsFetcher>(nullptr);
-    SignalSequence reports(fetcher.get());
-    fetcher->fetchNews();
-    QTRY_COMPARE(m_server.requestCount(kPath), 1);
-    fetcher.reset();
-    QTest::qWait(20);
-    QCOMPARE(reports.texts(), QStringList());
 }
 
 VEYRA_CORE_TEST_MAIN(TestNewsFetcher)
