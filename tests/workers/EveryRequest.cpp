@@ -278,6 +278,12 @@ WorkerRequest EveryRequest::named(const QString &name) const
     return *found;
 }
 
+WorkerRequest EveryRequest::fetched() const
+{
+    QFETCH(const QString, request);
+    return named(request);
+}
+
 EveryRequest::Outcome EveryRequest::run(const WorkerRequest &request,
                                         const std::function<void()> &script)
 {
@@ -314,6 +320,22 @@ EveryRequest::Outcome EveryRequest::run(const WorkerRequest &request,
     outcome.allReports = reports.texts();
     outcome.reports = request.withoutProgress(reports.texts());
     return outcome;
+}
+
+void EveryRequest::compareSuccess(const Outcome &outcome, const WorkerRequest &request) const
+{
+    QCOMPARE(outcome.reports, request.success);
+    QVERIFY(!request.isDownload() || outcome.content == request.body);
+    QCOMPARE(outcome.onDisk, request.onDisk);
+    QCOMPARE(filesOnDisk(), request.onDisk);
+}
+
+void EveryRequest::compareFailure(const Outcome &outcome, const WorkerRequest &request) const
+{
+    QVERIFY(!outcome.errorText.isEmpty());
+    QCOMPARE(outcome.reports, request.failureWith(outcome.errorText));
+    QCOMPARE(outcome.onDisk, QStringList());
+    QCOMPARE(filesOnDisk(), QStringList());
 }
 
 QStringList EveryRequest::filesOnDisk() const

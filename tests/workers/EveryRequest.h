@@ -63,6 +63,8 @@ public:
     /// The column "request" and a row for each.
     static void addRows(const QStringList &requests = names());
     WorkerRequest named(const QString &name) const;
+    /// The one that the current row names.
+    WorkerRequest fetched() const;
 
     struct Outcome
     {
@@ -75,6 +77,10 @@ public:
     /// Prepares a worker, lets `script` say what the server does from then on, sends the request
     /// and waits for its end.
     Outcome run(const WorkerRequest &request, const std::function<void()> &script);
+
+    // All that a test can tell of an end.
+    void compareSuccess(const Outcome &outcome, const WorkerRequest &request) const;
+    void compareFailure(const Outcome &outcome, const WorkerRequest &request) const;
 
     /// What lies where downloads are written.
     QStringList filesOnDisk() const;

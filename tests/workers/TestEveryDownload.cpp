@@ -105,31 +105,27 @@ void TestEveryDownload::arrivesWhole_data()
 
 void TestEveryDownload::arrivesWhole()
 {
-    QFETCH(const QString, request);
     QFETCH(const HttpAnswer, answer);
     QFETCH(const HttpAnswer, moved);
     QFETCH(const QByteArray, content);
     QFETCH(const int, lastPercent);
-    const WorkerRequest sent = m_requests->named(request);
+    WorkerRequest sent = m_requests->fetched();
+    sent.body = content;
     for (const QString &file : {sent.part, sent.file})
         Files::write(file, "an older one, and longer than the shortest"_ba);
     const EveryRequest::Outcome outcome = m_requests->run(sent, [&] {
         m_requests->server.answer(sent.path, answer);
         m_requests->server.answer("/moved", moved);
     });
-    QCOMPARE(outcome.reports, sent.success);
+    m_requests->compareSuccess(outcome, sent);
     const qsizetype rest = sent.success.size() - sent.atOnce.size();
     QCOMPARE(SignalSequence::withoutRepeats(outcome.allReports).last(rest + 1),
              (sent.atOnce + sent.progressAt(lastPercent)).last(1) + sent.success.last(rest));
-    QVERIFY(outcome.content == content);
-    QCOMPARE(outcome.onDisk, sent.onDisk);
-    QCOMPARE(m_requests->filesOnDisk(), sent.onDisk);
 }
 
 void TestEveryDownload::reportsProgressAsItComes()
 {
-    QFETCH(const QString, request);
-    const WorkerRequest sent = m_requests->named(request);
+    const WorkerRequest sent = m_requests->fetched();
     // Qt reports at most ten times a second, for the first time after a tenth.
     const EveryRequest::Outcome outcome = m_requests->run(sent, [&] {
         m_requests->server.answer(sent.path,
@@ -142,8 +138,7 @@ void TestEveryDownload::reportsProgressAsItComes()
 
 void TestEveryDownload::reportsUnknownSize()
 {
-    QFETCH(const QString, request);
-    const WorkerRequest sent = m_requests->named(request);
+    const WorkerRequest sent = m_requests->fetched();
     const EveryRequest::Outcome outcome = m_requests->run(sent, [&] {
         m_requests->server.answer(sent.path,
                                   HttpAnswer::ok("abc").chunked().delayed(150ms).dripped(1, 150ms));
@@ -179,11 +174,10 @@ void TestEveryDownload::progressTexts_data()
 
 void TestEveryDownload::progressTexts()
 {
-    QFETCH(const QString, request);
     QFETCH(const qint64, received);
     QFETCH(const qint64, total);
     QFETCH(const int, percent);
-    const WorkerRequest sent = m_requests->named(request);
+    const WorkerRequest sent = m_requests->fetched();
     const WorkerRequest::Worker worker = sent.prepare(m_requests->server);
     m_requests->server.answer(sent.path, HttpAnswer::never());
     sent.send(*worker);
@@ -214,10 +208,9 @@ void TestEveryDownload::busyThreadLetsLittlePileUp_data()
 
 void TestEveryDownload::busyThreadLetsLittlePileUp()
 {
-    QFETCH(const QString, request);
     QFETCH(const HttpAnswer, answer);
     QFETCH(const HttpAnswer, moved);
-    const WorkerRequest sent = m_requests->named(request);
+    const WorkerRequest sent = m_requests->fetched();
     const WorkerRequest::Worker worker = sent.prepare(m_requests->server);
     const BackgroundServer background([&](HttpServer &server) {
         server.answer(sent.path, answer);
@@ -277,17 +270,13 @@ void TestEveryDownload::brokenTransferLeavesNothing_data()
 
 void TestEveryDownload::brokenTransferLeavesNothing()
 {
-    QFETCH(const QString, request);
     QFETCH(const HttpAnswer, answer);
     if (const QString reason = BadAnswers::reasonToSkip(answer); !reason.isEmpty())
         QSKIP(qPrintable(reason));
-    const WorkerRequest sent = m_requests->named(request);
+    const WorkerRequest sent = m_requests->fetched();
     const EveryRequest::Outcome outcome =
         m_requests->run(sent, [&] { m_requests->server.answer(sent.path, answer); });
-    QVERIFY(!outcome.errorText.isEmpty());
-    QCOMPARE(outcome.reports, sent.failureWith(outcome.errorText));
-    QCOMPARE(outcome.onDisk, QStringList());
-    QCOMPARE(m_requests->filesOnDisk(), QStringList());
+    m_requests->compareFailure(outcome, sent);
 }
 
 VEYRA_CORE_TEST_MAIN(TestEveryDownload)

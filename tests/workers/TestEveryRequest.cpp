@@ -96,8 +96,7 @@ void TestEveryRequest::newWorkerIsIdle()
 
 void TestEveryRequest::requestIsPlain()
 {
-    QFETCH(const QString, request);
-    const WorkerRequest sent = m_requests->named(request);
+    const WorkerRequest sent = m_requests->fetched();
     const WorkerRequest::Worker worker = sent.prepare(m_requests->server);
     m_requests->server.clear();
     SignalSequence reports(worker.get());
@@ -117,16 +116,14 @@ void TestEveryRequest::requestIsPlain()
 
 void TestEveryRequest::redirectsAreFollowed()
 {
-    QFETCH(const QString, request);
-    const WorkerRequest sent = m_requests->named(request);
+    const WorkerRequest sent = m_requests->fetched();
     const EveryRequest::Outcome outcome = m_requests->run(sent, [&] {
         m_requests->server.answer(sent.path, HttpAnswer::redirect("/moved", 301));
         m_requests->server.answer("/moved", HttpAnswer::redirect("http://veyra.test/away", 302));
         m_requests->server.answer("/away", HttpAnswer::redirect("/there", 308));
         m_requests->server.answer("/there", HttpAnswer::ok(sent.body));
     });
-    QCOMPARE(outcome.reports, sent.success);
-    QCOMPARE(outcome.onDisk, sent.onDisk);
+    m_requests->compareSuccess(outcome, sent);
     QStringList expected;
     for (const QByteArray &path : {sent.path, "/moved"_ba, "/away"_ba, "/there"_ba})
         expected.append(u"plain http://veyra.test"_s + QString::fromLatin1(path));
@@ -146,30 +143,23 @@ void TestEveryRequest::badAnswerIsAFailure_data()
 
 void TestEveryRequest::badAnswerIsAFailure()
 {
-    QFETCH(const QString, request);
     QFETCH(const HttpAnswer, answer);
     if (const QString reason = BadAnswers::reasonToSkip(answer); !reason.isEmpty())
         QSKIP(qPrintable(reason));
-    const WorkerRequest sent = m_requests->named(request);
+    const WorkerRequest sent = m_requests->fetched();
     const EveryRequest::Outcome outcome = m_requests->run(sent, [&] {
         m_requests->server.answer(sent.path, answer);
         BadAnswers::loopAt(m_requests->server);
     });
-    QVERIFY(!outcome.errorText.isEmpty());
-    QCOMPARE(outcome.reports, sent.failureWith(outcome.errorText));
-    QCOMPARE(outcome.onDisk, QStringList());
-    QCOMPARE(m_requests->filesOnDisk(), QStringList());
+    m_requests->compareFailure(outcome, sent);
 }
 
 void TestEveryRequest::unreachableServerIsAFailure()
 {
-    QFETCH(const QString, request);
-    const WorkerRequest sent = m_requests->named(request);
+    const WorkerRequest sent = m_requests->fetched();
     const EveryRequest::Outcome outcome =
         m_requests->run(sent, [this] { m_requests->server.stopListening(); });
-    QVERIFY(!outcome.errorText.isEmpty());
-    QCOMPARE(outcome.reports, sent.failureWith(outcome.errorText));
-    QCOMPARE(outcome.onDisk, QStringList());
+    m_requests->compareFailure(outcome, sent);
 }
 
 void TestEveryRequest::nonsenseIsNoJson_data()
@@ -188,9 +178,8 @@ void TestEveryRequest::nonsenseIsNoJson_data()
 
 void TestEveryRequest::nonsenseIsNoJson()
 {
-    QFETCH(const QString, request);
     QFETCH(const HttpAnswer, answer);
-    const WorkerRequest sent = m_requests->named(request);
+    const WorkerRequest sent = m_requests->fetched();
     const EveryRequest::Outcome outcome =
         m_requests->run(sent, [&] { m_requests->server.answer(sent.path, answer); });
     QCOMPARE(outcome.reports, sent.nonsense);
@@ -211,9 +200,8 @@ void TestEveryRequest::replyIsGoneAfterItsEnd_data()
 
 void TestEveryRequest::replyIsGoneAfterItsEnd()
 {
-    QFETCH(const QString, request);
     QFETCH(const HttpAnswer, answer);
-    const WorkerRequest sent = m_requests->named(request);
+    const WorkerRequest sent = m_requests->fetched();
     const WorkerRequest::Worker worker = sent.prepare(m_requests->server);
     m_requests->server.answer(sent.path, answer);
     sent.send(*worker);
@@ -235,9 +223,8 @@ void TestEveryRequest::workerMayBeDestroyedMeanwhile_data()
 
 void TestEveryRequest::workerMayBeDestroyedMeanwhile()
 {
-    QFETCH(const QString, request);
     QFETCH(const bool, within);
-    const WorkerRequest sent = m_requests->named(request);
+    const WorkerRequest sent = m_requests->fetched();
     WorkerRequest::Worker worker = sent.prepare(m_requests->server);
     const HttpAnswer half = HttpAnswer::ok(sent.body).heldAfter(sent.body.size() / 2);
     m_requests->server.answer(sent.path, within ? half : HttpAnswer::never());

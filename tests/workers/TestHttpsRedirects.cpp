@@ -9,12 +9,6 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-namespace {
-
-constexpr auto kMovedToHttps = "https://veyra.test/moved";
-
-} // namespace
-
 /// What the workers of a launcher do that is built for http://veyra.test/ when the server sends
 /// them to https://.
 class TestHttpsRedirects : public QObject
@@ -36,6 +30,9 @@ private slots:
 private:
     static void addRequests();
     static QString plain(const WorkerRequest &request);
+    /// Has a server with the certificate of this kind say `moved` where the request is sent to.
+    EveryRequest::Outcome runAgainst(Certificates::Kind kind, const WorkerRequest &sent,
+                                     const HttpAnswer &moved);
 
     std::optional<EveryRequest> m_requests;
 };
@@ -67,60 +64,46 @@ void TestHttpsRedirects::plainRequestsLoadNoTlsLibrary()
     QVERIFY(Platform::hasLoadedTls());
 }
 
+EveryRequest::Outcome TestHttpsRedirects::runAgainst(Certificates::Kind kind,
+                                                     const WorkerRequest &sent,
+                                                     const HttpAnswer &moved)
+{
+    const Certificates::TrustedAuthority authority;
+    HttpServer &server = m_requests->server;
+    server.setIdentity(Certificates::identity(kind));
+    return m_requests->run(sent, [&] {
+        server.answer(sent.path, HttpAnswer::redirect("https://veyra.test/moved"));
+        server.answer("/moved", moved);
+        server.answer("/back", HttpAnswer::ok(sent.body));
+    });
+}
+
 void TestHttpsRedirects::redirectToHttpsIsFollowed()
 {
-    QFETCH(const QString, request);
-    const WorkerRequest sent = m_requests->named(request);
-    HttpServer &server = m_requests->server;
-    const Certificates::TrustedAuthority authority;
-    server.setIdentity(Certificates::identity(Certificates::Kind::Good));
-
-    const EveryRequest::Outcome outcome = m_requests->run(sent, [&] {
-        server.answer(sent.path, HttpAnswer::redirect(kMovedToHttps));
-        server.answer("/moved", HttpAnswer::ok(sent.body));
-    });
-    QCOMPARE(outcome.reports, sent.success);
+    const WorkerRequest sent = m_requests->fetched();
+    const EveryRequest::Outcome outcome =
+        runAgainst(Certificates::Kind::Good, sent, HttpAnswer::ok(sent.body));
+    m_requests->compareSuccess(outcome, sent);
     QCOMPARE(m_requests->targets(), (QStringList{plain(sent), u"encrypted /moved"_s}));
-    if (sent.isDownload())
-        QCOMPARE(outcome.content, sent.body);
 }
 
 void TestHttpsRedirects::redirectToABadCertificateIsAFailure()
 {
-    QFETCH(const QString, request);
-    const WorkerRequest sent = m_requests->named(request);
-    HttpServer &server = m_requests->server;
-    const Certificates::TrustedAuthority authority;
-    server.setIdentity(Certificates::identity(Certificates::Kind::UnknownAuthority));
-
-    const EveryRequest::Outcome outcome = m_requests->run(sent, [&] {
-        server.answer(sent.path, HttpAnswer::redirect(kMovedToHttps));
-        server.answer("/moved", HttpAnswer::ok(sent.body));
-    });
-    QVERIFY(!outcome.errorText.isEmpty());
-    QCOMPARE(outcome.reports, sent.failureWith(outcome.errorText));
-    QVERIFY(server.tunnels().contains("veyra.test:443"));
+    const WorkerRequest sent = m_requests->fetched();
+    const EveryRequest::Outcome outcome =
+        runAgainst(Certificates::Kind::UnknownAuthority, sent, HttpAnswer::ok(sent.body));
+    m_requests->compareFailure(outcome, sent);
+    QVERIFY(m_requests->server.tunnels().contains("veyra.test:443"));
     QCOMPARE(m_requests->targets(), QStringList{plain(sent)});
-    QCOMPARE(m_requests->filesOnDisk(), QStringList());
 }
 
 void TestHttpsRedirects::redirectToHttpsAndBackIsAFailure()
 {
-    QFETCH(const QString, request);
-    const WorkerRequest sent = m_requests->named(request);
-    HttpServer &server = m_requests->server;
-    const Certificates::TrustedAuthority authority;
-    server.setIdentity(Certificates::identity(Certificates::Kind::Good));
-
-    const EveryRequest::Outcome outcome = m_requests->run(sent, [&] {
-        server.answer(sent.path, HttpAnswer::redirect(kMovedToHttps));
-        server.answer("/moved", HttpAnswer::redirect("http://veyra.test/back"));
-        server.answer("/back", HttpAnswer::ok(sent.body));
-    });
-    QVERIFY(!outcome.errorText.isEmpty());
-    QCOMPARE(outcome.reports, sent.failureWith(outcome.errorText));
+    const WorkerRequest sent = m_requests->fetched();
+    const EveryRequest::Outcome outcome =
+        runAgainst(Certificates::Kind::Good, sent, HttpAnswer::redirect("http://veyra.test/back"));
+    m_requests->compareFailure(outcome, sent);
     QCOMPARE(m_requests->targets(), (QStringList{plain(sent), u"encrypted /moved"_s}));
-    QCOMPARE(m_requests->filesOnDisk(), QStringList());
 }
 
 VEYRA_CORE_TEST_MAIN(TestHttpsRedirects)
