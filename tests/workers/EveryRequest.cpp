@@ -36,7 +36,7 @@ const QStringList kRedirectPolicy{
 
 QByteArray versionRecord()
 {
-    return R"({"version": "1.0.1", "download_url": ")" +
+    return R"({"version": "1.0.1", "required": true, "download_url": ")" +
            QString(BuildSettings::serverBaseUrl()).chopped(1).toLatin1() + kLauncherPath + R"("})";
 }
 
@@ -156,7 +156,7 @@ QList<WorkerRequest> EveryRequest::all(const QString &gameFolder)
             .name = u"the launcher's version"_s,
             .path = kVersionPath,
             .body = versionRecord(),
-            .success = {u"updateCheckFinished(true, \"1.0.1\", \"\", false)"_s},
+            .success = {u"updateCheckFinished(true, \"1.0.1\", \"\", true)"_s},
             .failure = {noUpdate},
             .nonsense = {noUpdate},
             .prepare = makeWorker<SelfUpdater>,

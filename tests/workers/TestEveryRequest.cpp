@@ -11,6 +11,7 @@
 #include "update/Updater.h"
 
 #include <QDir>
+#include <QFile>
 #include <QNetworkAccessManager>
 #include <QPointer>
 #include <QSignalSpy>
@@ -102,6 +103,7 @@ void TestEveryRequest::requestIsPlain()
     SignalSequence reports(worker.get());
     sent.send(*worker);
     QCOMPARE(reports.texts(), sent.atOnce);
+    QVERIFY(!sent.isDownload() || QFile::exists(sent.part));
     const QPointer<QNetworkReply> reply = Introspection::pendingReply(*worker);
     QVERIFY(reply);
     QCOMPARE(reply->operation(), QNetworkAccessManager::GetOperation);
