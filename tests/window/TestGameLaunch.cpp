@@ -4,6 +4,7 @@
 #include "tests/support/BoxAnswers.h"
 #include "tests/support/Files.h"
 #include "tests/support/StandIn.h"
+#include "tests/support/Stragglers.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/window/LauncherFixture.h"
 
@@ -102,7 +103,7 @@ void TestGameLaunch::prefersTheGameFolderItself()
     QTRY_COMPARE(game.starts().size(), 1);
     QCOMPARE(game.starts().first().workingDirectory,
              QDir(m_launcher->gameFolder()).canonicalPath());
-    QTest::qWait(100);
+    waitForStragglers(std::chrono::milliseconds(100));
     QVERIFY(other.starts().isEmpty());
 }
 
@@ -180,7 +181,7 @@ void TestGameLaunch::failedStartIsNotReported()
     BoxAnswers boxes;
     clickPlay();
     QCOMPARE(face(), u"Jeu lancé ! |  | 100/100 | JOUER on"_s);
-    QTest::qWait(50);
+    waitForStragglers();
     QVERIFY(boxes.seen().isEmpty());
 }
 
@@ -254,7 +255,7 @@ void TestGameLaunch::doesNothingWhileBusy()
     emit m_launcher->playButton()->clicked();
     m_launcher->call("onPlayClicked");
     QCOMPARE(face(), before);
-    QTest::qWait(200);
+    waitForStragglers(std::chrono::milliseconds(200));
     QVERIFY(game.starts().isEmpty());
     QCOMPARE(boxes.seen().size(), boxesBefore);
 }

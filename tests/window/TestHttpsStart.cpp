@@ -3,6 +3,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/LauncherFiles.h"
 #include "tests/support/StandIn.h"
+#include "tests/support/Stragglers.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/window/LauncherFixture.h"
 #include "update/Updater.h"
@@ -172,7 +173,7 @@ void TestHttpsStart::badCertificateLeavesTheLauncherOffline()
     QTRY_COMPARE(text("statusLabel"), u"Serveur hors ligne"_s);
     QTRY_VERIFY(m_launcher->news()->toPlainText().contains(u"Bienvenue sur Veyra !"_s));
 
-    QTest::qWait(50);
+    waitForStragglers();
     QCOMPARE(boxes.seen().size(), 1);
     QVERIFY(!server.tunnels().isEmpty());
     QVERIFY(server.requests().isEmpty());

@@ -2,6 +2,7 @@
 #include "config/Config.h"
 #include "tests/support/BoxAnswers.h"
 #include "tests/support/Files.h"
+#include "tests/support/Stragglers.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/window/LauncherFixture.h"
 #include "ui/StyleSheets.h"
@@ -235,7 +236,7 @@ void TestSettingsDialog::savingWithUnwritableFile()
         QVERIFY(!parts.dialog->isVisible());
     });
     QCOMPARE(Config::instance().dofusPath(), u"/new"_s);
-    QTest::qWait(50);
+    waitForStragglers();
     QVERIFY(boxes.seen().isEmpty());
 }
 

@@ -5,6 +5,7 @@
 #include "net/ServerChecker.h"
 #include "tests/support/BoxAnswers.h"
 #include "tests/support/Files.h"
+#include "tests/support/Stragglers.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/window/LauncherFixture.h"
 #include "update/SelfUpdater.h"
@@ -417,7 +418,7 @@ void TestStartupChain::installedClientIsReadyWithoutManifest()
     m_launcher->installClient();
     openWithoutUpdate();
     QTRY_COMPARE(face(), kFaceWhenReady);
-    QTest::qWait(50);
+    waitForStragglers();
     QStringList paths = requestPaths();
     paths.sort();
     QCOMPARE(paths, (QStringList{u"/api/launcher_version.json"_s, u"/api/news.php"_s,
@@ -567,7 +568,7 @@ void TestStartupChain::verificationFailure()
     // The bar stays where the check began.
     QTRY_COMPARE(face(),
                  u"Erreur: Format de version invalide | color: #f44336; | 0/100 | JOUER on"_s);
-    QTest::qWait(50);
+    waitForStragglers();
     QVERIFY(boxes.seen().isEmpty());
 }
 
@@ -720,7 +721,7 @@ void TestStartupChain::updateFails()
     BoxAnswers boxes;
     m_launcher->call("onUpdateFinished", false, u"Raté"_s);
     QCOMPARE(face(), u"Raté | color: #f44336; | 33/100 | JOUER on"_s);
-    QTest::qWait(50);
+    waitForStragglers();
     QVERIFY(boxes.seen().isEmpty());
     // The colour outlives the text.
     m_launcher->call("onUpdateFinished", true, u"Fini"_s);
@@ -745,7 +746,7 @@ void TestStartupChain::chainIsNotRestartedByAnotherFolder()
     });
     QTest::mouseClick(m_launcher->button(u"Paramètres"_s), Qt::LeftButton);
     QCOMPARE(Config::instance().dofusPath(), emptyFolder.path());
-    QTest::qWait(100);
+    waitForStragglers(100ms);
     QCOMPARE(face(), kFaceWhenReady);
     QCOMPARE(m_launcher->server.requests().size(), requests);
 }

@@ -1,5 +1,6 @@
 #include "app/MainWindow.h"
 #include "net/ServerChecker.h"
+#include "tests/support/Stragglers.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/window/LauncherFixture.h"
 
@@ -250,7 +251,7 @@ void TestStatusAndNews::newsLoadNothing()
     const auto type = QTextDocument::ImageResource;
     const QVariant used = m_launcher->news()->document()->resource(type, QUrl(url));
     QVERIFY(used.value<QImage>() != picture);
-    QTest::qWait(50);
+    waitForStragglers();
     QCOMPARE(m_launcher->server.requestCount("/picture.png"), 0);
 }
 

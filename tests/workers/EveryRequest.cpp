@@ -9,6 +9,7 @@
 #include "tests/support/Introspection.h"
 #include "tests/support/LauncherFiles.h"
 #include "tests/support/SignalSequence.h"
+#include "tests/support/Stragglers.h"
 #include "update/SelfUpdater.h"
 #include "update/Updater.h"
 
@@ -316,7 +317,7 @@ EveryRequest::Outcome EveryRequest::run(const WorkerRequest &request,
     if (!ended)
         qWarning("The request for %s has no end", qPrintable(request.name));
     // Whatever else it might say.
-    QTest::qWait(20);
+    waitForStragglers();
     outcome.allReports = reports.texts();
     outcome.reports = request.withoutProgress(reports.texts());
     return outcome;

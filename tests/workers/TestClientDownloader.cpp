@@ -10,6 +10,7 @@
 #include "tests/support/Platform.h"
 #include "tests/support/SearchPath.h"
 #include "tests/support/SignalSequence.h"
+#include "tests/support/Stragglers.h"
 #include "tests/support/TestEnvironment.h"
 
 #include <QDir>
@@ -273,7 +274,7 @@ void TestClientDownloader::archiveThatCannotBeCreated()
              QStringList{u"downloadFinished(false, \"Erreur: Impossible de créer le fichier "_s +
                          m_gamePath + u"/DofusClient.zip\")"_s});
     QCOMPARE(m_downloader->findChildren<QNetworkReply *>().size(), 0);
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(m_server.requests().size(), 0);
 
     // The way is free again, and so is the downloader.
@@ -336,7 +337,7 @@ void TestClientDownloader::failedExtractionCarriesTheStandardError()
     connect(m_downloader.get(), &ClientDownloader::extractionFinished, this,
             [&] { archiveGone = !QFile::exists(m_downloader->zipPath()); });
     QVERIFY(install());
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(m_reports->withoutRepeats(),
              (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} + kExtraction +
               QStringList{extractionFailed(text)}));
@@ -472,7 +473,7 @@ void TestClientDownloader::successWithoutMarkerIsAFailure()
          .created = created.isEmpty() ? QStringList() : QStringList{game(created)}});
     m_server.answer(kPath, HttpAnswer::ok("archive"));
     QVERIFY(install());
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(m_reports->withoutRepeats(),
              (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} + kExtraction +
               QStringList{kMissing}));
@@ -495,7 +496,7 @@ void TestClientDownloader::unpackerThatCannotBeStartedSaysNothing()
     m_server.answer(kPath, HttpAnswer::ok("archive"));
     m_downloader->startDownload();
     QVERIFY(m_reports->waitFor(u"extractionStarted"_s));
-    QTest::qWait(100);
+    waitForStragglers(100ms);
     QCOMPARE(m_reports->withoutRepeats(),
              (QStringList{kConnecting, kKnownSize.arg(100), kDownloaded} + kExtraction));
     QCOMPARE(Files::read(m_downloader->zipPath()), "archive"_ba);
@@ -668,7 +669,7 @@ void TestClientDownloader::cancelWhileIdleDoesNothing()
 {
     m_downloader->cancel();
     m_downloader->cancel();
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(m_reports->texts(), QStringList());
     QVERIFY(!QDir(m_gamePath).exists());
 }
@@ -702,7 +703,7 @@ void TestClientDownloader::cancelWhileDownloading()
     QVERIFY(!QFile::exists(m_downloader->zipPath()));
     const qsizetype count = m_reports->texts().size();
     QTRY_VERIFY(!reply);
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(m_reports->texts().size(), count);
 
     m_server.answer(kPath, HttpAnswer::ok("archive"));
@@ -724,7 +725,7 @@ void TestClientDownloader::cancelWhileExtracting()
 
     m_downloader->cancel();
     QTRY_VERIFY(!process);
-    QTest::qWait(50);
+    waitForStragglers();
     QCOMPARE(m_reports->texts(), QStringList());
 
     addGoodPowerShell();
@@ -759,7 +760,7 @@ void TestClientDownloader::cancelOfACompleteDownloadDropsIt()
     m_downloader->startDownload();
     const QPointer<QNetworkReply> reply = Introspection::pendingReply(*m_downloader);
     QTRY_VERIFY(!reply);
-    QTest::qWait(50);
+    waitForStragglers();
     QStringList texts{kConnecting, kKnownSize.arg(100)};
     if (startsAnew)
         texts.append(kConnecting);
@@ -827,7 +828,7 @@ void TestClientDownloader::cancelFromWithinASlot()
         QTRY_COMPARE(m_reports->last(), after.last());
     QTRY_COMPARE(m_downloader->children().size(), 1); // no process
     QTRY_COMPARE(m_downloader->findChildren<QNetworkReply *>().size(), 0);
-    QTest::qWait(50);
+    waitForStragglers();
     const QStringList texts = m_reports->withoutRepeats();
     QCOMPARE(texts.sliced(texts.indexOf(moment) + 1), after);
     QVERIFY(!QFile::exists(m_downloader->zipPath()));
@@ -858,7 +859,7 @@ void TestClientDownloader::mayBeDestroyedDuringTheExtraction()
     m_downloader->startExtraction();
     QTRY_COMPARE(m_programs->startsOf(u"powershell"_s).size(), 1);
     m_downloader.reset();
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(m_reports->texts(), kExtraction);
 }
 

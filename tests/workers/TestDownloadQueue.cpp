@@ -6,6 +6,7 @@
 #include "tests/support/HttpServer.h"
 #include "tests/support/Platform.h"
 #include "tests/support/SignalSequence.h"
+#include "tests/support/Stragglers.h"
 #include "tests/support/TestEnvironment.h"
 
 #include <QDir>
@@ -164,7 +165,7 @@ void TestDownloadQueue::emptyQueueEndsAtOnce()
 void TestDownloadQueue::verificationDoesNotStartIt()
 {
     prime({u"a.txt"_s, u"b.txt"_s});
-    QTest::qWait(50);
+    waitForStragglers();
     QCOMPARE(m_server.requests().size(), 0);
     QCOMPARE(m_updater->findChildren<QNetworkReply *>().size(), 0);
     QVERIFY(!QDir(m_gamePath).exists());
@@ -181,7 +182,7 @@ void TestDownloadQueue::fetchesOneAfterTheOther()
 
     for (qsizetype i = 0; i < names.size(); ++i) {
         QTRY_COMPARE(m_server.requests().size(), i + 1);
-        QTest::qWait(20); // nothing else is asked for meanwhile
+        waitForStragglers(); // nothing else is asked for meanwhile
         QCOMPARE(m_server.requests().size(), i + 1);
         QCOMPARE(m_server.requests().last().path, urlPath(names.at(i)));
         QVERIFY(QFile::exists(game(names.at(i) + u".tmp"_s)));
@@ -190,7 +191,7 @@ void TestDownloadQueue::fetchesOneAfterTheOther()
         QTRY_COMPARE(Files::read(game(names.at(i))), names.at(i).toUtf8());
     }
     QVERIFY(m_reports->waitFor(u"finished"_s));
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(m_reports->withoutRepeats(),
              (QStringList{started(0, names[0]), progress(33, names[0]), started(33, names[1]),
                           progress(66, names[1]), started(66, names[2]), progress(100, names[2])} +
@@ -354,7 +355,7 @@ void TestDownloadQueue::failureOfTheSecondOfThreeStopsTheQueue()
     m_server.answer(urlPath(u"c"_s), HttpAnswer::ok("new c"));
     prime({u"a"_s, u"b"_s, u"c"_s});
     QVERIFY(download());
-    QTest::qWait(50);
+    waitForStragglers();
     QCOMPARE(m_reports->last(), failed(u"b"_s));
     QCOMPARE(m_reports->count(u"finished"_s), 1);
     QCOMPARE(m_reports->withoutRepeats().first(3),
@@ -406,7 +407,7 @@ void TestDownloadQueue::fileThatCannotBeWrittenStopsTheQueue()
     m_server.answer(urlPath(name), HttpAnswer::ok("b"));
     prime({u"a"_s, name, u"c"_s});
     QVERIFY(download());
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(m_reports->withoutRepeats(), (QStringList{started(0, u"a"_s), progress(33, u"a"_s),
                                                        started(33, name), cannotWrite(name)}));
     QCOMPARE(m_server.requests().size(), 1);

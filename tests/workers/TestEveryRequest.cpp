@@ -5,6 +5,7 @@
 #include "tests/support/BadAnswers.h"
 #include "tests/support/Introspection.h"
 #include "tests/support/SignalSequence.h"
+#include "tests/support/Stragglers.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/workers/EveryRequest.h"
 #include "update/SelfUpdater.h"
@@ -89,7 +90,7 @@ void TestEveryRequest::newWorkerIsIdle()
         children.append(child->metaObject()->className());
     QTEST(children, "children");
     QCOMPARE(worker->findChildren<QNetworkReply *>().size(), 0);
-    QTest::qWait(50);
+    waitForStragglers();
     QCOMPARE(m_requests->server.requests().size(), 0);
     QVERIFY(!QDir(Config::instance().dofusPath()).exists());
     QCOMPARE(m_requests->filesOnDisk(), QStringList());
@@ -236,7 +237,7 @@ void TestEveryRequest::workerMayBeDestroyedMeanwhile()
     QTRY_COMPARE(m_requests->server.requestCount(sent.path), 1);
     QTRY_VERIFY(!within || !arrived.isEmpty());
     worker.reset();
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(sent.withoutProgress(reports.texts()), sent.atOnce);
 }
 

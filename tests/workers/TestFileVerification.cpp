@@ -5,6 +5,7 @@
 #include "tests/support/MemoryRise.h"
 #include "tests/support/Platform.h"
 #include "tests/support/SignalSequence.h"
+#include "tests/support/Stragglers.h"
 #include "tests/support/TestEnvironment.h"
 
 #include <QDir>
@@ -202,7 +203,7 @@ void TestFileVerification::threeMatchingFiles()
     updater.checkFilesInBackground(files, m_folder->path());
     QCOMPARE(reports.texts(), QStringList{announced(3)});
     QVERIFY(reports.waitFor(u"finished"_s));
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(reports.texts(), (QStringList{announced(3), verified(33, 1, 3), verified(66, 2, 3),
                                            verified(100, 3, 3), kUpToDate, kFinished}));
 }
@@ -215,7 +216,7 @@ void TestFileVerification::oneOfThreeIsMissing()
     SignalSequence reports(&updater);
     updater.checkFilesInBackground(files, m_folder->path());
     QVERIFY(reports.waitFor(u"finished"_s));
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(reports.texts(), (QStringList{announced(3), verified(33, 1, 3), verified(66, 2, 3),
                                            verified(100, 3, 3), differing(1), kFinished}));
 }
@@ -227,7 +228,7 @@ void TestFileVerification::noFilesAtAll()
     updater.checkFilesInBackground({}, m_folder->path());
     QCOMPARE(reports.texts(), QStringList{announced(0)});
     QVERIFY(reports.waitFor(u"finished"_s));
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(reports.texts(), (QStringList{announced(0), kUpToDate, kFinished}));
 }
 
@@ -378,7 +379,7 @@ void TestFileVerification::worksOnThePoolAndReportsOnThisThread()
         BusyPool pool;
         updater.checkFilesInBackground(files, m_folder->path());
         QCOMPARE(reports.texts(), QStringList{announced(3)});
-        QTest::qWait(50);
+        waitForStragglers();
         QCOMPARE(reports.texts(), QStringList{announced(3)});
 
         // All of it can be done while this thread does not look; the reports wait for it.
@@ -419,7 +420,7 @@ void TestFileVerification::secondRunWhileTheFirstIsWaiting()
         updater.checkFilesInBackground(files, m_folder->path());
     }
     QVERIFY(reports.waitFor(u"finished"_s));
-    QTest::qWait(20);
+    waitForStragglers();
     // Both report their progress, one result counts.
     QCOMPARE(reports.texts(),
              (QStringList{announced(2), announced(3), verified(50, 1, 2), verified(100, 2, 2),
@@ -446,7 +447,7 @@ void TestFileVerification::secondRunWhileTheFirstIsRunning()
     QVERIFY(reports.texts().contains(kUpToDate));
 
     QThreadPool::globalInstance()->waitForDone();
-    QTest::qWait(50);
+    waitForStragglers();
     QStringList texts = reports.texts();
     QCOMPARE(texts.size(), 2 + 2 + 1 + 2 + 2);
     for (const QString &text :
@@ -469,7 +470,7 @@ void TestFileVerification::secondRunFromWithinAProgressReport()
     updater.checkFilesInBackground(files, m_folder->path());
     QVERIFY(reports.waitFor(u"finished"_s));
     QThreadPool::globalInstance()->waitForDone();
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(reports.count(u"finished"_s), 1);
     QVERIFY(reports.texts().contains(kUpToDate));
     QCOMPARE(reports.texts().size(), 1 + 3 + 1 + 2);
@@ -504,7 +505,7 @@ void TestFileVerification::watcherGoesWithTheUpdater()
     QThreadPool::globalInstance()->waitForDone();
     updater.reset();
     QVERIFY(!watcher);
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(reports.texts(), QStringList{announced(3)});
 }
 

@@ -6,6 +6,7 @@
 #include "tests/support/Introspection.h"
 #include "tests/support/LauncherFiles.h"
 #include "tests/support/SignalSequence.h"
+#include "tests/support/Stragglers.h"
 #include "tests/support/TestEnvironment.h"
 
 #include <QDir>
@@ -307,7 +308,7 @@ void TestSelfUpdater::downloadWithoutAddressFails()
     QCOMPARE(m_reports->texts(), QStringList{kInvalidUrl});
     QVERIFY(!QFile::exists(LauncherFiles::archive()));
     QCOMPARE(m_updater->findChildren<QNetworkReply *>().size(), 0);
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(m_server.requests().size(), requests);
 }
 
@@ -338,7 +339,7 @@ void TestSelfUpdater::missingUpdaterIsReportedAfterTheSuccess()
     learnAddress();
     m_updater->downloadUpdate();
     QVERIFY(m_reports->waitFor(u"downloadFinished"_s, 2));
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(m_reports->withoutRepeats(),
              (QStringList{kStarted, kKnownSize.arg(100), kDone,
                           u"downloadFinished(false, \"Programme de mise à jour introuvable: "_s +
@@ -353,7 +354,7 @@ void TestSelfUpdater::archiveThatCannotBeCreated()
     QVERIFY(QDir().mkpath(LauncherFiles::archive() + u"/in the way"_s));
     m_updater->downloadUpdate();
     QCOMPARE(m_reports->texts(), (QStringList{kStarted, kCannotCreate}));
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(m_server.requests().size(), requests);
 
     // The way is free again, and so is the updater.
@@ -380,7 +381,7 @@ void TestSelfUpdater::unusableAddressLeavesNothing()
     learnAddress(R"({"version": "2", "download_url": ")" + address + R"("})");
     m_updater->downloadUpdate();
     QVERIFY(m_reports->waitFor(u"downloadFinished"_s));
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(m_reports->texts().first(), kStarted);
     QVERIFY(
         m_reports->last().startsWith(u"downloadFinished(false, \"Erreur de téléchargement: "_s));

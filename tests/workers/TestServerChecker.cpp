@@ -3,6 +3,7 @@
 #include "tests/support/HttpServer.h"
 #include "tests/support/Introspection.h"
 #include "tests/support/SignalSequence.h"
+#include "tests/support/Stragglers.h"
 #include "tests/support/TestEnvironment.h"
 
 #include <QNetworkReply>
@@ -147,7 +148,7 @@ void TestServerChecker::eachRequestReportsOnceInTheOrderOfTheAnswers()
     }
     m_server.release(kPath);
     QVERIFY(reports.waitFor(u"statusReceived"_s, 3));
-    QTest::qWait(50);
+    waitForStragglers();
     QCOMPARE(reports.texts(),
              (QStringList{u"statusReceived(true, 2)"_s, u"statusReceived(false, 0)"_s,
                           u"statusReceived(true, 1)"_s}));

@@ -5,6 +5,7 @@
 #include "tests/support/HttpServer.h"
 #include "tests/support/Introspection.h"
 #include "tests/support/SignalSequence.h"
+#include "tests/support/Stragglers.h"
 #include "tests/support/TestEnvironment.h"
 
 #include <QNetworkReply>
@@ -90,7 +91,7 @@ bool TestUpdateManifest::run()
     const qsizetype ends = m_reports->count(u"finished"_s);
     m_updater->checkForUpdates();
     const bool ended = m_reports->waitFor(u"finished"_s, ends + 1);
-    QTest::qWait(20);
+    waitForStragglers();
     return ended;
 }
 
@@ -194,7 +195,7 @@ void TestUpdateManifest::secondRunIsARunOfItsOwn()
     QVERIFY(run());
     m_server.release(kPath);
     QVERIFY(m_reports->waitFor(u"finished"_s, 2));
-    QTest::qWait(20);
+    waitForStragglers();
     QCOMPARE(m_reports->texts(),
              (QStringList{kChecking, kChecking} + kOffline + QStringList{kBadManifest}));
     QCOMPARE(m_server.requestCount(kPath), 2);
