@@ -31,7 +31,7 @@ std::string takeName(std::string_view &text, std::string_view start)
     const size_t end = text.find('\n');
     if (end == std::string_view::npos)
         throw damaged();
-    const std::string name(text.substr(start.size(), end - start.size()));
+    std::string name(text.substr(start.size(), end - start.size()));
     if (!isAllowed(name))
         throw damaged();
     text.remove_prefix(end + 1);

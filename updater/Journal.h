@@ -21,7 +21,7 @@ struct Journal
         std::string name;
     };
 
-    static constexpr size_t kLongestText = 2 * 1024 * 1024;
+    static constexpr size_t kLongestText = 2ull * 1024 * 1024;
 
     /// The launcher's program: replaced by steps of its own, so it is in no entry.
     std::string launcher;

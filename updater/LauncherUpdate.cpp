@@ -65,19 +65,55 @@ std::string explained(const Failure &failure)
     return failure.text;
 }
 
+/// The folder whose files the run moves; empty when the arguments name none.
+std::string folderOf(const CommandLine &line)
+{
+    switch (line.operands.size()) {
+    case 0: {
+        const std::string self = Platform::ownExecutable();
+        return self.substr(0, self.rfind('/'));
+    }
+    case 1:
+        return line.operands[0];
+    case 3:
+        return line.operands[1];
+    default:
+        return {};
+    }
+}
+
+/// Of a path that Platform::absolutePath() found: neither nothing nor all of a disk.
+bool isFolderOfLauncher(const std::string &folder)
+{
+    return !folder.empty() && folder.back() != '/' && folder.back() != ':';
+}
+
+/// The same run, from wherever the program lies.
+std::vector<std::string> asCopy(const CommandLine &line, const std::string &folder)
+{
+    std::vector<std::string> arguments;
+    if (line.silent)
+        arguments.emplace_back(kSilent);
+    const auto &operands = line.operands;
+    arguments.insert(arguments.end(), operands.begin(), operands.end());
+    if (operands.empty())
+        arguments.push_back(folder);
+    return arguments;
+}
+
 /// One run, with everything that its steps share.
 class Run
 {
 public:
     Run(const UpdaterSettings &settings, bool silent)
         : m_settings(settings)
-        , m_view(Platform::createProgressView(silent))
+        , m_view(createProgressView(silent))
     {
     }
 
     ExitCode update(const std::string &archive, const std::string &folder,
                     const std::string &program);
-    ExitCode mendOwnFolder();
+    ExitCode mend(const std::string &folder);
     ExitCode explainUsage();
 
 private:
@@ -87,7 +123,7 @@ private:
     void waitUntil(const std::function<std::string()> &obstacle) const;
     void waitForLock();
     void waitForLauncher();
-    void mend(Swap &swap);
+    void mendWhatIsPending(Swap &swap);
     void install(Swap &swap);
     UpdateTerms terms(const std::optional<UpdateList> &installed) const;
     std::optional<UpdateList> installedList();
@@ -114,22 +150,21 @@ ExitCode Run::update(const std::string &archive, const std::string &folder,
         waitForLock();
         waitForLauncher();
         Swap swap(m_folder, m_settings.retryFor);
-        mend(swap);
+        mendWhatIsPending(swap);
         install(swap);
     });
 }
 
-ExitCode Run::mendOwnFolder()
+ExitCode Run::mend(const std::string &folder)
 {
-    return attempt([this] {
-        const std::string self = Platform::ownExecutable();
-        m_folder = self.substr(0, self.rfind('/'));
-        if (!Swap::isPending(m_folder))
+    return attempt([&] {
+        m_folder = Platform::absolutePath(folder);
+        if (!isFolderOfLauncher(m_folder) || !Swap::isPending(m_folder))
             throw Failure(ExitCode::Usage, kUsage);
         Platform::leaveWorkingDirectory();
         waitForLock();
         Swap swap(m_folder, m_settings.retryFor);
-        mend(swap);
+        mendWhatIsPending(swap);
         m_program = swap.mendedLauncher();
     });
 }
@@ -172,7 +207,7 @@ void Run::takePaths(const std::string &archive, const std::string &folder,
                     const std::string &program)
 {
     m_folder = Platform::absolutePath(folder);
-    if (m_folder.size() < 2)
+    if (!isFolderOfLauncher(m_folder))
         throw Failure(ExitCode::Usage, "Dossier introuvable : " + folder + "\n" + kUsage);
     if (program.empty() || program.find_first_of("/\\:") != std::string::npos)
         throw Failure(ExitCode::Usage, "Nom de programme attendu : " + program + "\n" + kUsage);
@@ -229,7 +264,7 @@ void Run::waitForLauncher()
     });
 }
 
-void Run::mend(Swap &swap)
+void Run::mendWhatIsPending(Swap &swap)
 {
     switch (swap.mend()) {
     case Swap::Mended::Nothing:
@@ -320,10 +355,14 @@ void Run::step(const std::string &text)
 ExitCode runUpdater(const std::vector<std::string> &arguments, const UpdaterSettings &settings)
 {
     const CommandLine line = parse(arguments);
+    const std::string folder = folderOf(line);
+    if (!folder.empty() && Platform::continueAsCopy(folder, asCopy(line, folder)))
+        return ExitCode::Done;
+
     Run run(settings, line.silent);
     if (line.operands.size() == 3)
         return run.update(line.operands[0], line.operands[1], line.operands[2]);
-    if (line.operands.empty())
-        return run.mendOwnFolder();
+    if (!folder.empty())
+        return run.mend(folder);
     return run.explainUsage();
 }

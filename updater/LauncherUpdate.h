@@ -21,7 +21,8 @@ struct UpdaterSettings
 UpdaterSettings productSettings();
 
 /// The whole program. The launcher starts it with the archive, its own folder and its own file
-/// name;
-/// "--silent" before them shows nothing. Without them it mends what an interrupted run left in the
-/// folder where it lies, and starts the launcher: it may stand in the launcher's place then.
+/// name; "--silent" before them shows nothing. With a folder alone it mends what an interrupted run
+/// left there, and starts the launcher; without any it does so in the folder where it lies: it may
+/// stand in the launcher's place then. Where it cannot replace its own file it ends at once, with
+/// Done, and a copy of it does the work.
 ExitCode runUpdater(const std::vector<std::string> &arguments, const UpdaterSettings &settings);

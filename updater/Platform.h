@@ -8,8 +8,6 @@
 #include <string_view>
 #include <vector>
 
-class ProgressView;
-
 /// What differs between systems, one file for each. Paths are UTF-8 with "/" between folders.
 /// Nothing here throws.
 namespace Platform {
@@ -81,9 +79,14 @@ private:
 
 // --- Processes
 
+/// The first thing that the program does: from then on nothing is loaded that was put beside it.
+void prepareProcess();
 /// The arguments without the program's name.
 std::vector<std::string> arguments(int argc, char **argv);
 std::string ownExecutable();
+/// Where the file of a running program can be neither replaced nor removed, and this program lies
+/// in `folder`: starts a copy of it with these arguments. Then, and only then, it returns true.
+bool continueAsCopy(const std::string &folder, const std::vector<std::string> &arguments);
 /// A working directory keeps its folder from being renamed or removed.
 void leaveWorkingDirectory();
 /// The processes that run the program `path`, without this one, as a person knows them.
@@ -110,6 +113,5 @@ private:
 
 /// Where the launcher's local data lie; made if missing.
 std::string dataFolder();
-std::unique_ptr<ProgressView> createProgressView(bool silent);
 
 } // namespace Platform

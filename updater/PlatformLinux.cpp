@@ -1,7 +1,6 @@
 #include "updater/Platform.h"
 
 #include "updater/FaultPoints.h"
-#include "updater/ProgressView.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -74,29 +73,6 @@ std::string readLink(const std::string &path)
     return target;
 }
 
-/// Steps go to the standard error, unless the person wants silence.
-class ConsoleView : public ProgressView
-{
-public:
-    explicit ConsoleView(bool silent)
-        : m_silent(silent)
-    {
-    }
-
-    void showStep(const std::string &text) override { write(text); }
-    void showPercent(int) override {}
-    void showFailure(const std::string &text) override { write(text); }
-
-private:
-    void write(const std::string &text) const
-    {
-        if (!m_silent)
-            std::fprintf(stderr, "%s\n", text.c_str());
-    }
-
-    bool m_silent;
-};
-
 } // namespace
 
 Error Platform::findEntry(const std::string &path, Entry &entry)
@@ -104,7 +80,7 @@ Error Platform::findEntry(const std::string &path, Entry &entry)
     struct stat status
     {
     };
-    const Error error = attempt([&] { return ::lstat(path.c_str(), &status); });
+    Error error = attempt([&] { return ::lstat(path.c_str(), &status); });
     entry = Entry::Nothing;
     if (error.kind == Error::Kind::Missing)
         return {};
@@ -119,11 +95,11 @@ Error Platform::findEntry(const std::string &path, Entry &entry)
 Error Platform::listFolder(const std::string &path, std::vector<std::string> &names)
 {
     DIR *folder = nullptr;
-    const Error error = attempt([&] {
+    Error error = attempt([&] {
         folder = ::opendir(path.c_str());
         return folder ? 0 : -1;
     });
-    if (error)
+    if (!folder)
         return error;
     while (const dirent *entry = ::readdir(folder)) {
         const std::string name = entry->d_name;
@@ -152,7 +128,7 @@ Error Platform::removeFile(const std::string &path)
 
 Error Platform::rename(const std::string &from, const std::string &to)
 {
-    const Error error = attempt([&] {
+    Error error = attempt([&] {
         return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
     });
     if (error.kind != Error::Kind::Unsupported)
@@ -160,7 +136,7 @@ Error Platform::rename(const std::string &from, const std::string &to)
 
     // A volume that does not know the flag.
     Entry entry{};
-    if (const Error unknown = findEntry(to, entry))
+    if (Error unknown = findEntry(to, entry))
         return unknown;
     if (entry != Entry::Nothing)
         return errorOf(EEXIST);
@@ -211,20 +187,6 @@ std::optional<std::uint64_t> Platform::fileSize(const std::string &path)
     return std::uint64_t(status.st_size);
 }
 
-std::optional<std::string> Platform::readFile(const std::string &path, size_t limit)
-{
-    std::FILE *file = openForReading(path);
-    if (!file)
-        return std::nullopt;
-    std::string content(limit + 1, '\0');
-    content.resize(std::fread(content.data(), 1, content.size(), file));
-    const bool isWhole = std::ferror(file) == 0 && content.size() <= limit;
-    std::fclose(file);
-    if (!isWhole)
-        return std::nullopt;
-    return content;
-}
-
 std::FILE *Platform::openForReading(const std::string &path)
 {
     // "e": programs that are started do not inherit it.
@@ -262,7 +224,7 @@ Error Platform::OutputFile::write(const char *bytes, size_t count)
 {
     while (count > 0) {
         ssize_t written = 0;
-        const Error error = attempt([&] {
+        Error error = attempt([&] {
             written = ::write(int(m_handle), bytes, std::min(count, FaultPoints::longestWrite()));
             return written < 0 && errno != EINTR ? -1 : 0;
         });
@@ -276,7 +238,7 @@ Error Platform::OutputFile::write(const char *bytes, size_t count)
 
 Error Platform::OutputFile::close()
 {
-    const Error error = attempt([&] { return flush(int(m_handle)); });
+    Error error = attempt([&] { return flush(int(m_handle)); });
     const int handle = int(m_handle);
     m_handle = -1;
     if (::close(handle) != 0 && !error)
@@ -296,6 +258,8 @@ Error Platform::OutputFile::takeRightsOf(const std::string &path)
     });
 }
 
+void Platform::prepareProcess() {}
+
 std::vector<std::string> Platform::arguments(int argc, char **argv)
 {
     return std::vector<std::string>(argv + std::min(argc, 1), argv + argc);
@@ -304,6 +268,12 @@ std::vector<std::string> Platform::arguments(int argc, char **argv)
 std::string Platform::ownExecutable()
 {
     return readLink("/proc/self/exe");
+}
+
+bool Platform::continueAsCopy(const std::string &, const std::vector<std::string> &)
+{
+    // The file of a running program can be replaced.
+    return false;
 }
 
 void Platform::leaveWorkingDirectory()
@@ -334,7 +304,7 @@ std::vector<std::string> Platform::processesRunning(const std::string &path)
         constexpr size_t kLongestName = 64;
         std::string name = readFile("/proc/" + process + "/comm", kLongestName).value_or("?");
         name.erase(std::remove(name.begin(), name.end(), '\n'), name.end());
-        found.push_back(name + ", processus " + process);
+        found.push_back(name.append(", processus ").append(process));
     }
     return found;
 }
@@ -391,15 +361,10 @@ std::string Platform::dataFolder()
     if (base.empty() || base.front() != '/')
         base = std::string(home ? home : "") + "/.local/share";
 
-    const std::string folder = base + "/Veyra/Veyra Launcher";
+    std::string folder = base + "/Veyra/Veyra Launcher";
     for (size_t slash = folder.find('/', 1); slash != std::string::npos;
          slash = folder.find('/', slash + 1))
         ::mkdir(folder.substr(0, slash).c_str(), S_IRWXU);
     ::mkdir(folder.c_str(), S_IRWXU);
     return folder;
-}
-
-std::unique_ptr<ProgressView> Platform::createProgressView(bool silent)
-{
-    return std::make_unique<ConsoleView>(silent);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 /// What a person sees of the program. Texts are French.
@@ -17,3 +18,7 @@ public:
     /// Returns when the person has read it.
     virtual void showFailure(const std::string &text) = 0;
 };
+
+/// The executable chooses which one it has, by the file that it links: ConsoleView.cpp, or
+/// ProgressWindow.cpp for players on Windows. Where `silent` is set it shows nothing.
+std::unique_ptr<ProgressView> createProgressView(bool silent);

@@ -22,8 +22,8 @@ const std::string kDone = kWork + "/termine.txt";
 
 constexpr std::chrono::milliseconds kRetryInterval{100};
 // What a folder, its names and the journal take on the disk, with room for other programs.
-constexpr std::uint64_t kSpareBytes = 16 * 1024 * 1024;
-constexpr size_t kCopyChunk = 1024 * 1024;
+constexpr std::uint64_t kSpareBytes = 16ull * 1024 * 1024;
+constexpr size_t kCopyChunk = 1024ull * 1024;
 
 [[noreturn]] void fail(const std::string &what, const std::string &path, const Error &error)
 {
@@ -54,8 +54,9 @@ void removeTree(const std::string &path)
     }
     std::vector<std::string> names;
     Platform::listFolder(path, names);
+    const std::string inside = path + "/";
     for (const std::string &name : names)
-        removeTree(path + "/" + name);
+        removeTree(inside + name);
     Platform::removeFolder(path);
 }
 
@@ -212,7 +213,7 @@ void Swap::checkSpace(const UpdateArchive &archive, const std::string &ownExecut
         needed += Platform::fileSize(path).value_or(0);
     const std::optional<std::uint64_t> available = Platform::freeBytes(m_folder);
     if (available && *available < needed) {
-        constexpr std::uint64_t kMegabyte = 1024 * 1024;
+        constexpr std::uint64_t kMegabyte = 1024ull * 1024;
         throw Failure(ExitCode::NotPrepared, "il faut " + std::to_string(needed / kMegabyte + 1) +
                                                  " Mo libres sur le disque, il en reste " +
                                                  std::to_string(*available / kMegabyte));

@@ -16,8 +16,8 @@ namespace {
 
 constexpr zip_int64_t kMostEntries = 2000;
 // What is packed is hardly ever larger than what is not; names and the directory come on top.
-constexpr std::uint64_t kLargestArchive = UpdateList::kMostBytes + 16 * 1024 * 1024;
-constexpr size_t kChunk = 1024 * 1024;
+constexpr std::uint64_t kLargestArchive = UpdateList::kMostBytes + 16ull * 1024 * 1024;
+constexpr size_t kChunk = 128ull * 1024;
 
 /// The name as its bytes stand in the archive, whatever the entry says of their meaning.
 std::string entryName(zip_t *archive, zip_uint64_t index)

@@ -25,7 +25,7 @@ struct UpdateList
 
     static constexpr size_t kMostFiles = 2000;
     static constexpr std::uint64_t kMostBytes = 1024ull * 1024 * 1024; ///< of all files together
-    static constexpr size_t kLongestText = 1024 * 1024;
+    static constexpr size_t kLongestText = 1024ull * 1024;
 
     std::string version;
     std::string target; ///< the system that it is for

@@ -3,5 +3,6 @@
 
 int main(int argc, char **argv)
 {
+    Platform::prepareProcess();
     return int(runUpdater(Platform::arguments(argc, argv), productSettings()));
 }

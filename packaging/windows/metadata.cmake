@@ -2,12 +2,25 @@
 
 set(veyra_windows_dir ${CMAKE_CURRENT_LIST_DIR})
 
+# veyra_add_windows_metadata(target [DESCRIPTION text] [KNOWS_RESOLUTION])
+# DESCRIPTION is what Windows calls the program, in ASCII; without it the product's name.
+# KNOWS_RESOLUTION is for a program that asks the screen for its resolution without declaring so.
 function(veyra_add_windows_metadata target)
     enable_language(RC)
+    cmake_parse_arguments(PARSE_ARGV 1 veyra "KNOWS_RESOLUTION" "DESCRIPTION" "")
 
     set(veyra_company "Veyra")
     set(veyra_product "Veyra Launcher")
     set(veyra_internal_name ${target})
+    string(REGEX REPLACE "^Veyra" "" veyra_identity ${target})
+    if(NOT veyra_DESCRIPTION)
+        set(veyra_DESCRIPTION ${veyra_product})
+    endif()
+    set(veyra_resolution "<!-- Awareness of the screen's resolution is left out: Qt declares it at start. -->")
+    if(veyra_KNOWS_RESOLUTION)
+        set(veyra_resolution "")
+        set(veyra_resolution_setting "<dpiAware xmlns=\"http://schemas.microsoft.com/SMI/2005/WindowsSettings\">true</dpiAware>")
+    endif()
     set(veyra_icon ${veyra_windows_dir}/launcher.ico)
     set(veyra_manifest ${CMAKE_CURRENT_BINARY_DIR}/${target}.manifest)
 

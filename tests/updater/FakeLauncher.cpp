@@ -11,15 +11,42 @@
 #include <string>
 #include <thread>
 
+#ifdef _WIN32
+#include <array>
+#include <windows.h>
+#endif
+
+namespace {
+
+std::filesystem::path ownFile([[maybe_unused]] const char *name)
+{
+#ifdef _WIN32
+    // Names come in the system's code page, which does not know all of them.
+    std::array<wchar_t, MAX_PATH> path{};
+    GetModuleFileNameW(nullptr, path.data(), DWORD(path.size()));
+    return path.data();
+#else
+    return name;
+#endif
+}
+
+std::string utf8(const std::filesystem::path &path)
+{
+    const std::u8string text = path.generic_u8string();
+    return {text.begin(), text.end()};
+}
+
+} // namespace
+
 int main(int argc, char **argv)
 {
-    std::ifstream self(argv[0], std::ios::binary);
+    std::ifstream self(ownFile(argv[0]), std::ios::binary);
     const std::string content{std::istreambuf_iterator<char>(self), {}};
     const std::string line = content.substr(content.rfind('\n') + 1) + '|' +
-                             std::filesystem::current_path().string() + '|' +
+                             utf8(std::filesystem::current_path()) + '|' +
                              std::to_string(argc - 1) + '\n';
     if (const char *const record = std::getenv("VEYRA_PROBE_RECORD")) {
-        if (std::FILE *const file = std::fopen(record, "a")) {
+        if (std::FILE *const file = std::fopen(record, "ab")) {
             std::fwrite(line.data(), 1, line.size(), file);
             std::fclose(file);
         }

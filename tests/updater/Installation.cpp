@@ -52,7 +52,10 @@ void makeFolder(const QString &folder, const QMap<QString, QByteArray> &wanted)
             continue;
         }
         if (!found.contains(entry.key()) || found.value(entry.key()) != entry.value()) {
-            QFile::remove(path); // it may be running
+            // It may be running. Windows removes it when it has ended.
+            [[maybe_unused]] const bool isRemoved =
+                QTest::qWaitFor([&] { return !QFile::exists(path) || QFile::remove(path); },
+                                int(std::chrono::milliseconds(20s).count()));
             Files::write(path, entry.value());
         }
         QFile::setPermissions(path, QFile::permissions(path) | QFile::ExeOwner | QFile::ExeGroup |
@@ -110,8 +113,10 @@ Installation::Installation(const QString &name)
     environment.insert(u"VEYRA_PROBE_KEY"_s, QString::fromStdString(m_keys.publicKey()));
     environment.insert(u"VEYRA_PROBE_WAIT"_s, u"20000"_s);
     environment.insert(u"VEYRA_PROBE_RETRY"_s, u"0"_s);
+    // Tests that are about the disk itself wait for it.
+    environment.insert(u"VEYRA_PROBE_NO_FLUSH"_s, u"1"_s);
     environment.insert(u"VEYRA_PROBE_RECORD"_s, recordPath());
-    environment.insert(u"VEYRA_PROBE_CALLS"_s, m_folders.filePath(u"calls.txt"_s));
+    environment.insert(u"VEYRA_PROBE_CALLS"_s, callsPath());
     environment.insert(u"XDG_DATA_HOME"_s, m_folders.filePath(u"data"_s));
 }
 
@@ -164,27 +169,71 @@ void Installation::letStrangersIn()
         QFile::setPermissions(path, QFile::permissions(path) | kLookInside);
 }
 
+/// Where it replaces its own file: such a copy as it makes of itself. Otherwise empty.
+QString Installation::copyOf(const QString &program) const
+{
+#ifdef Q_OS_WIN
+    const QByteArray content = Files::read(m_folder + u'/' + program);
+    if (!content.contains("liste.txt.minisig"))
+        return {};
+    QString copy = m_folders.filePath(u"copie/LauncherUpdater.exe"_s);
+    if (Files::read(copy) != content) {
+        QFile::remove(copy);
+        Files::write(copy, content);
+    }
+    return copy;
+#else
+    Q_UNUSED(program)
+    return {};
+#endif
+}
+
 Installation::Outcome Installation::run(const QString &program, const QStringList &arguments,
                                         const QString &faults)
 {
+    const QString errors = m_folders.filePath(u"errors.txt"_s);
+#ifdef Q_OS_WIN
+    const QString data = qEnvironmentVariable("LOCALAPPDATA"); // the system asks nothing else
+#else
+    const QString data = m_folders.filePath(u"data"_s);
+#endif
+    const QString log = data + u"/Veyra/Veyra Launcher/mise-a-jour.log"_s;
+    // Linux hurries to the disk with what overwrites a file: some thousand times, that takes
+    // minutes.
+    for (const QString &path : {errors, callsPath()})
+        QFile::remove(path);
+
     QProcess process;
     QProcessEnvironment variables = environment;
     variables.insert(u"VEYRA_PROBE_FAULTS"_s, faults);
     process.setProcessEnvironment(variables);
     process.setWorkingDirectory(m_folder);
-    process.setStandardErrorFile(m_folders.filePath(u"errors.txt"_s));
+    process.setStandardErrorFile(errors);
     if (prepareProcess)
         prepareProcess(process);
-    process.start(m_folder + u'/' + program, arguments);
+    const QString copy = copyOf(program);
+    QStringList given = arguments;
+    if (!copy.isEmpty() && (given.isEmpty() || given == QStringList{u"--silent"_s}))
+        given.append(m_folder);
+    process.start(copy.isEmpty() ? m_folder + u'/' + program : copy, given);
     const bool hasEnded = process.waitForFinished(int(std::chrono::milliseconds(60s).count()));
 
     Outcome outcome;
     outcome.exitCode =
         hasEnded && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    outcome.errors = QString::fromUtf8(Files::read(m_folders.filePath(u"errors.txt"_s)));
-    outcome.log = QString::fromUtf8(
-        Files::read(m_folders.filePath(u"data/Veyra/Veyra Launcher/mise-a-jour.log"_s)));
+    outcome.errors = QString::fromUtf8(Files::read(errors)).remove(u'\r');
+    outcome.log = QString::fromUtf8(Files::read(log));
     return outcome;
+}
+
+bool Installation::startDetached(const QString &program, const QStringList &arguments)
+{
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.setWorkingDirectory(m_folder);
+    process.setProgram(m_folder + u'/' + program);
+    process.setArguments(arguments);
+    return process.startDetached();
 }
 
 Installation::Outcome Installation::runUpdater(const QString &faults)
@@ -200,7 +249,7 @@ Installation::Outcome Installation::start(const QString &program, const QString 
 
 int Installation::callCount() const
 {
-    return Files::read(m_folders.filePath(u"calls.txt"_s)).toInt();
+    return Files::read(callsPath()).toInt();
 }
 
 QStringList Installation::startsOf(int count)

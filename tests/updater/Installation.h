@@ -56,10 +56,14 @@ public:
     /// Other users may then look into the folder, and run what lies there.
     void letStrangersIn();
 
-    /// Runs a program of the folder until it ends. `faults` is for ProbeFaultPoints.cpp.
+    /// Runs a program of the folder until it ends. `faults` is for ProbeFaultPoints.cpp. On Windows
+    /// the updater program would end at once and leave the work to a copy of it that lies
+    /// elsewhere: there it is such a copy that runs.
     Outcome run(const QString &program, const QStringList &arguments, const QString &faults = {});
     /// As the launcher does.
     Outcome runUpdater(const QString &faults = {});
+    /// Runs it where it lies, and does not wait.
+    bool startDetached(const QString &program, const QStringList &arguments);
     /// As a person does, who clicks on the launcher or on the updater program.
     Outcome start(const QString &program, const QString &faults = {});
     /// Of the last run without faults.
@@ -74,6 +78,8 @@ public:
     std::function<void(QProcess &)> prepareProcess = {};
 
 private:
+    QString copyOf(const QString &program) const;
+    QString callsPath() const { return m_folders.filePath(QStringLiteral("calls.txt")); }
     QString recordPath() const { return m_folders.filePath(QStringLiteral("starts.txt")); }
 
     KeyPair m_keys;

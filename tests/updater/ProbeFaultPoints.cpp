@@ -21,6 +21,14 @@ namespace {
 
 constexpr int kKilled = 77;
 
+#ifdef _WIN32
+constexpr int kDiskFails = 1117; // ERROR_IO_DEVICE
+constexpr int kIsHeld = 32;      // ERROR_SHARING_VIOLATION
+#else
+constexpr int kDiskFails = EIO;
+constexpr int kIsHeld = EBUSY;
+#endif
+
 std::string variable(const char *name)
 {
     const char *const value = std::getenv(name);
@@ -76,9 +84,9 @@ int FaultPoints::next()
     if (call == fault("kill"))
         std::_Exit(kKilled);
     if (call == fault("busy"))
-        return EBUSY;
+        return kIsHeld;
     const long last = fault("fail-from");
-    return call == fault("fail") || (last != 0 && call >= last) ? EIO : 0;
+    return call == fault("fail") || (last != 0 && call >= last) ? kDiskFails : 0;
 }
 
 bool FaultPoints::canReplace()
@@ -89,7 +97,7 @@ bool FaultPoints::canReplace()
 std::size_t FaultPoints::longestWrite()
 {
     // Files are cut off in the middle as well.
-    return 1024 * 1024;
+    return 1024ull * 1024;
 }
 
 bool FaultPoints::waitsForDisk()

@@ -27,10 +27,9 @@ QByteArray SampleUpdate::archive(const KeyPair &keys) const
 
     ZipBuilder zip;
     for (auto file = files.begin(); file != files.end(); ++file)
-        zip.entries.append(
-            {.name = file.key(), .content = file.value(), .deflated = !file.value().isEmpty()});
-    zip.entries.append({.name = "liste.txt", .content = list, .deflated = true});
-    zip.entries.append({.name = "liste.txt.minisig", .content = signature});
+        zip.add({.name = file.key(), .content = file.value(), .deflated = !file.value().isEmpty()});
+    zip.add({.name = "liste.txt", .content = list, .deflated = true});
+    zip.add({.name = "liste.txt.minisig", .content = signature});
     if (changeZip)
         changeZip(zip);
     QByteArray bytes = zip.bytes();

@@ -92,6 +92,7 @@ void TestUpdateArchive::initTestCase()
 QString TestUpdateArchive::verdictOf(const QByteArray &archive) const
 {
     const QString path = m_folder.filePath(u"archive.zip"_s);
+    QFile::remove(path); // Linux hurries to the disk with what overwrites a file
     Files::write(path, archive);
     return verdict(path, m_terms);
 }
@@ -181,7 +182,7 @@ void TestUpdateArchive::hostile_data()
     row(u"a directory at the start"_s, inconsistent,
         zip([](ZipBuilder &builder) { builder.claimedDirectoryOffset = 0; }));
     row(u"two entries that share their content"_s, inconsistent, zip([](ZipBuilder &builder) {
-            builder.entries.append(builder.entries.at(kLauncher));
+            builder.add(builder.entries.at(kLauncher));
             builder.entries.last().name = "autre.exe";
             builder.entries.last().contentOf = int(kLauncher);
         }));
@@ -202,9 +203,7 @@ void TestUpdateArchive::hostile_data()
 
     // Names
     const auto named = [zip](const QByteArray &name) {
-        return zip([name](ZipBuilder &builder) {
-            builder.entries.append({.name = name, .content = "evil"});
-        });
+        return zip([name](ZipBuilder &builder) { builder.add({.name = name, .content = "evil"}); });
     };
     const auto badName = [&row, &named](const QByteArray &name, const QString &reason) {
         QByteArray shown = name;
@@ -253,19 +252,19 @@ void TestUpdateArchive::hostile_data()
 
     // Sizes
     row(u"a file of 4 GB"_s, tooLarge, zip([](ZipBuilder &builder) {
-            builder.entries.append({.name = "gros", .deflated = true, .size = 0xfffffffe});
+            builder.add({.name = "gros", .deflated = true, .size = 0xfffffffe});
         }));
     row(u"files of more than 1 GB together"_s, tooLarge, zip([](ZipBuilder &builder) {
             for (const char *name : {"gros1", "gros2"})
-                builder.entries.append({.name = name, .deflated = true, .size = 0x20000001});
+                builder.add({.name = name, .deflated = true, .size = 0x20000001});
         }));
     row(u"2,001 entries"_s, u"plus de 2000 entrées dans l'archive"_s, zip([](ZipBuilder &builder) {
             while (builder.entries.size() < 2001)
-                builder.entries.append({.name = "f" + QByteArray::number(builder.entries.size())});
+                builder.add({.name = "f" + QByteArray::number(builder.entries.size())});
         }));
     row(u"65,534 entries"_s, u"plus de 2000 entrées dans l'archive"_s, zip([](ZipBuilder &builder) {
             while (builder.entries.size() < 65534)
-                builder.entries.append({.name = "f" + QByteArray::number(builder.entries.size())});
+                builder.add({.name = "f" + QByteArray::number(builder.entries.size())});
         }));
     row(u"a list of more than 1 MB"_s, u"liste.txt est trop grand"_s,
         {.changeSignedList = [](QByteArray &list) { list = QByteArray(1024 * 1024 + 1, ' '); }});
@@ -339,7 +338,7 @@ void TestUpdateArchive::hostile_data()
         }));
     row(u"a content that unpacks to a thousand times what it says"_s, damaged,
         launcher([](ZipEntry &entry) {
-            entry.packed = ZipBuilder::deflated(QByteArray(16 * 1024 * 1024, '\0'));
+            entry.packed = ZipBuilder::deflated(QByteArray(16ll * 1024 * 1024, '\0'));
         }));
     row(u"a content that unpacks to less than it says"_s, damaged, launcher([](ZipEntry &entry) {
             entry.packed = ZipBuilder::deflated(entry.content.chopped(1));
@@ -420,9 +419,11 @@ void TestUpdateArchive::unpacksWhatItChecked()
     Files::write(path, SampleUpdate().archive(m_keys));
     const UpdateArchive archive(path.toStdString(), m_terms);
 
-    // Somebody puts another file in its place.
-    QVERIFY(QFile::rename(path, m_folder.filePath(u"aside.zip"_s)));
-    Files::write(path, "evil");
+    // Somebody puts another file in its place, where the system lets them.
+    if (QFile::rename(path, m_folder.filePath(u"aside.zip"_s)))
+        Files::write(path, "evil");
+    else
+        QVERIFY(QSysInfo::kernelType() == u"winnt"_s);
     QByteArray unpacked;
     archive.extract(archive.list().files.front(), [&unpacked](const char *bytes, size_t count) {
         unpacked.append(bytes, qsizetype(count));

@@ -171,7 +171,7 @@ void TestUpdateList::lists_data()
     };
     row("2,000 files", many(2000), {});
     row("2,001 files", many(2001), u"liste.txt, ligne 2004 : plus de 2000 fichiers"_s);
-    row("more than 1 MB of text", kHead + QByteArray(1024 * 1024, 'a'),
+    row("more than 1 MB of text", kHead + QByteArray(1024ll * 1024, 'a'),
         u"liste.txt est trop longue"_s);
 }
 

@@ -17,6 +17,7 @@ std::string setting(const char *name)
 
 int main(int argc, char **argv)
 {
+    Platform::prepareProcess();
     UpdaterSettings settings;
     settings.version = "1.0.0";
     settings.target = "windows-x64";

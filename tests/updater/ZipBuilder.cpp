@@ -2,6 +2,8 @@
 
 #include <QtEndian>
 
+#include <utility>
+
 namespace {
 
 constexpr quint16 kVersionNeeded = 20;
@@ -52,6 +54,11 @@ QByteArray ZipBuilder::deflated(const QByteArray &content)
     // Qt puts the length (4 bytes) and zlib's header (2) before it, and zlib a sum (4) after it.
     const QByteArray wrapped = qCompress(content, 9);
     return wrapped.mid(6, wrapped.size() - 10);
+}
+
+void ZipBuilder::add(ZipEntry entry)
+{
+    entries.append(std::move(entry));
 }
 
 QByteArray ZipBuilder::bytes() const

@@ -31,6 +31,7 @@ struct ZipBuilder
     std::optional<quint16> claimedEntries = {};
     std::optional<quint32> claimedDirectoryOffset = {};
 
+    void add(ZipEntry entry);
     QByteArray bytes() const;
 
     /// What deflate makes of it.
