@@ -61,6 +61,11 @@ function(veyra_install_for_windows target)
         @ONLY NEWLINE_STYLE CRLF)
     install(DIRECTORY ${texts}/ ${veyra_windows_dir}/licences/ DESTINATION licences)
 
+    if(VEYRA_BUILD_UPDATER)
+        install(TARGETS LauncherUpdater RUNTIME DESTINATION .)
+        install(DIRECTORY ${VEYRA_UPDATER_LIBRARIES}/licences/ DESTINATION licences)
+    endif()
+
     # What Debian says of the libraries that it compiles; elsewhere they are added by hand.
     install(FILES /usr/share/doc/qt6-base-dev/copyright
         DESTINATION licences RENAME Qt.txt OPTIONAL)

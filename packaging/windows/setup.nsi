@@ -17,8 +17,8 @@ SetCompressor /SOLID lzma
 !define PRODUCT "Veyra Launcher"
 !define COMPANY "Veyra"
 !define PROGRAM "VeyraLauncher.exe"
-; Not part of what is installed here, but it may lie beside the launcher.
-!define UPDATER "LauncherUpdater.exe"
+; Where the updater program keeps what it needs while it replaces files.
+!define UPDATE_FOLDER ".veyra-maj"
 !define UNINSTALLER "Desinstaller.exe"
 !define UNINSTALL_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\VeyraLauncher"
 !define EXIT_FAILED 2
@@ -83,6 +83,8 @@ Section "!${PRODUCT}" SectionProgram
     SectionIn RO
     !insertmacro RefuseWhileRunning
 
+    ; What an interrupted update left would be undone over what is installed now.
+    RMDir /r "$INSTDIR\${UPDATE_FOLDER}"
     SetOutPath "$INSTDIR"
     SetOverwrite on
     ClearErrors
@@ -134,7 +136,7 @@ Section "Uninstall"
 
     ; File by file: whatever else lies in the folder is the person's own.
     !include "${REMOVALS}"
-    Delete "$INSTDIR\${UPDATER}"
+    RMDir /r "$INSTDIR\${UPDATE_FOLDER}"
     Delete "$INSTDIR\${UNINSTALLER}"
     Delete "$SMPROGRAMS\${PRODUCT}.lnk"
     Delete "$DESKTOP\${PRODUCT}.lnk"
