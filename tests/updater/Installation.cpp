@@ -1,6 +1,7 @@
 #include "tests/updater/Installation.h"
 
 #include "tests/support/Files.h"
+#include "tests/support/Platform.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -215,13 +216,21 @@ Installation::Outcome Installation::run(const QString &program, const QStringLis
     QStringList given = arguments;
     if (!copy.isEmpty() && (given.isEmpty() || given == QStringList{u"--silent"_s}))
         given.append(m_folder);
-    process.start(copy.isEmpty() ? m_folder + u'/' + program : copy, given);
+    // Wine fails to start one process in thousands.
+    constexpr int kMostStarts = 3;
+    for (int starts = 0; starts < (Platform::isWine() ? kMostStarts : 1); ++starts) {
+        process.start(copy.isEmpty() ? m_folder + u'/' + program : copy, given);
+        if (process.waitForStarted())
+            break;
+    }
     const bool hasEnded = process.waitForFinished(int(std::chrono::milliseconds(60s).count()));
 
     Outcome outcome;
     outcome.exitCode =
         hasEnded && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
     outcome.errors = QString::fromUtf8(Files::read(errors)).remove(u'\r');
+    if (outcome.exitCode == -1)
+        outcome.errors += process.errorString();
     outcome.log = QString::fromUtf8(Files::read(log));
     return outcome;
 }
