@@ -1,5 +1,6 @@
 #include "tests/support/DrivenLauncher.h"
 
+#include "tests/support/Desktop.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/Platform.h"
 
@@ -126,10 +127,21 @@ QString DrivenLauncher::configFile() const
     return Platform::settingsFolder(folder() + u"/data"_s) + u"/config.json"_s;
 }
 
+void DrivenLauncher::showOn(const Desktop &desktop)
+{
+    m_environment.insert(u"DISPLAY"_s, desktop.display());
+    m_environment.insert(u"QT_QPA_PLATFORM"_s, u"xcb"_s);
+}
+
 bool DrivenLauncher::start()
 {
     launch();
-    return waitFor([this] { return !m_connection.isNull(); }, kStartTimeout);
+    if (waitFor([this] { return !m_connection.isNull() || !isRunning(); }, kStartTimeout) &&
+        m_connection)
+        return true;
+    qWarning("It did not come up: %s, exit code %d, %s", isRunning() ? "running" : "ended",
+             m_process.exitCode(), m_process.readAllStandardError().constData());
+    return false;
 }
 
 void DrivenLauncher::launch()

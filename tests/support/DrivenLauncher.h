@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 
+class Desktop;
 class HttpServer;
 class QTcpSocket;
 
@@ -34,6 +35,8 @@ public:
     QString clientFolder() const;
     QString configFile() const;
     QProcessEnvironment &environment() { return m_environment; }
+    /// Its windows are real ones then. Before it is started.
+    void showOn(const Desktop &desktop);
 
     /// False when it does not come up.
     bool start();

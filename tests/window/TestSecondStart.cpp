@@ -1,3 +1,4 @@
+#include "tests/support/Desktop.h"
 #include "tests/support/DrivenLauncher.h"
 #include "tests/support/Files.h"
 #include "tests/support/FullDisk.h"
@@ -75,7 +76,8 @@ void useGameFolder(const DrivenLauncher &launcher, const QString &folder)
     Files::write(launcher.configFile(), QJsonDocument(settings).toJson());
 }
 
-/// What a launcher leaves on the disk while it runs, or when it crashes.
+/// What a launcher leaves on the disk while it runs, or when it crashes. On Windows a file whose
+/// reader is just ending may stay a moment longer than the one who removed it.
 QStringList lockFiles(const DrivenLauncher &launcher)
 {
     QStringList found;
@@ -256,7 +258,7 @@ void TestSecondStart::raisesTheFirst()
     first.ask(u"close"_s);
     QVERIFY(first.waitForEnd(kEndTimeout));
     QCOMPARE(first.faultsOfItsEnd(), QString());
-    QCOMPARE(lockFiles(first), QStringList());
+    QTRY_COMPARE(lockFiles(first), QStringList());
 }
 
 void TestSecondStart::ofTwoAtTheSameMomentOneStays()
@@ -284,43 +286,6 @@ void TestSecondStart::ofTwoAtTheSameMomentOneStays()
 
 namespace {
 
-/// An X server with a window manager that keeps windows from coming up of their own accord.
-class Desktop
-{
-public:
-    Desktop()
-    {
-        // What openbox starts once it manages the windows.
-        const auto startup = u"sh -c 'echo \"$DISPLAY\"'"_s;
-        m_process.start(QStringLiteral(WITH_DISPLAY), {u"1280x1024x24"_s, u"openbox"_s,
-                                                       u"--sm-disable"_s, u"--startup"_s, startup});
-        // It may have remarks of its own.
-        while (m_display.isEmpty() && (m_process.canReadLine() || m_process.waitForReadyRead())) {
-            const QByteArray line = m_process.readLine().trimmed();
-            if (line.startsWith(':'))
-                m_display = QString::fromLatin1(line);
-        }
-    }
-
-    ~Desktop()
-    {
-        m_process.terminate();
-        m_process.waitForFinished();
-    }
-    Q_DISABLE_COPY_MOVE(Desktop)
-
-    bool isReady() const { return !m_display.isEmpty(); }
-    void show(DrivenLauncher &launcher) const
-    {
-        launcher.environment().insert(u"DISPLAY"_s, m_display);
-        launcher.environment().insert(u"QT_QPA_PLATFORM"_s, u"xcb"_s);
-    }
-
-private:
-    QProcess m_process;
-    QString m_display;
-};
-
 bool isActive(const QJsonObject &state)
 {
     return state["active"_L1].toBool();
@@ -337,12 +302,12 @@ void TestSecondStart::bringsTheFirstToTheFrontOfOtherWindows()
         QSKIP("This takes Xvfb and openbox");
 
     DrivenLauncher first(*m_server);
-    desktop.show(first);
+    first.showOn(desktop);
     installClient(first);
     QVERIFY(first.start());
     QVERIFY(first.waitForState(isActive));
     DrivenLauncher above(*m_server);
-    desktop.show(above);
+    above.showOn(desktop);
     installClient(above);
     QVERIFY(above.start());
     QVERIFY(above.waitForState(isActive));
@@ -404,6 +369,8 @@ void TestSecondStart::aCrashLeavesNoObstacle()
     if (numberLivesOn)
         QVERIFY(bystander.start());
     for (const QString &file : locks) {
+        // Wine lets go of a killed program's files a moment after its end.
+        QTRY_VERIFY(QFile(file).open(QIODevice::ReadWrite));
         if (emptied)
             Files::write(file, {});
         if (numberLivesOn) {
@@ -431,7 +398,7 @@ void TestSecondStart::aCrashLeavesNoObstacle()
     QCOMPARE(second.faultsOfItsEnd(), QString());
     bystander.ask(u"close"_s);
     QVERIFY(bystander.waitForEnd(kEndTimeout));
-    QCOMPARE(lockFiles(second), QStringList());
+    QTRY_COMPARE(lockFiles(second), QStringList());
     if (phase != kReady)
         QCOMPARE(Files::tree(second.clientFolder()), kInstalledClient);
 }
