@@ -10,9 +10,24 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QTextDocument>
 #include <QVBoxLayout>
 
 using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr qsizetype kToolTipLine = 80; // characters; a longer line may leave the screen
+
+/// The path in lines: a tool tip breaks none by itself. Nor is it HTML.
+QString asToolTip(QString path)
+{
+    for (qsizetype end = kToolTipLine; end < path.size(); end += kToolTipLine + 1)
+        path.insert(end, u'\n');
+    return Qt::mightBeRichText(path) ? path.toHtmlEscaped() : path;
+}
+
+} // namespace
 
 void MainWindow::onSettingsClicked()
 {
@@ -23,6 +38,7 @@ void MainWindow::onSettingsClicked()
 
     auto *layout = new QVBoxLayout(&dialog);
     auto *caption = new QLabel(u"Chemin d'installation de Dofus:"_s);
+    caption->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed); // close to its field
     layout->addWidget(caption);
     auto *pathRow = new QHBoxLayout;
     auto *pathEdit = new QLineEdit(Config::instance().dofusPath());
@@ -30,9 +46,14 @@ void MainWindow::onSettingsClicked()
     auto *browseButton = new QPushButton(u"Parcourir"_s);
     pathRow->addWidget(pathEdit);
     pathRow->addWidget(browseButton);
-    layout->addLayout(pathRow);
+    layout->addLayout(pathRow, 1); // what room is left comes below the field
+    layout->setAlignment(pathRow, Qt::AlignTop);
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel);
     layout->addWidget(buttons);
+
+    const auto showWholePath = [pathEdit] { pathEdit->setToolTip(asToolTip(pathEdit->text())); };
+    showWholePath();
+    connect(pathEdit, &QLineEdit::textChanged, pathEdit, showWholePath);
 
     connect(browseButton, &QPushButton::clicked, &dialog, [this, pathEdit] {
         // Starts at the stored folder, not at what is typed in the field.

@@ -44,6 +44,9 @@ private slots:
 
     void look();
     void layout();
+    void theCaptionIsCloseToItsField();
+    void theToolTipTellsTheWholePath_data();
+    void theToolTipTellsTheWholePath();
     void showsTheStoredFolder();
     void savingStoresTheFolderAsTyped_data();
     void savingStoresTheFolderAsTyped();
@@ -176,6 +179,47 @@ void TestSettingsDialog::layout()
         QCOMPARE(pathRow->itemAt(0)->widget(), parts.field);
         QCOMPARE(pathRow->itemAt(1)->widget(), parts.browse);
         QCOMPARE(rows->itemAt(2)->widget(), parts.dialog->findChild<QDialogButtonBox *>());
+    });
+}
+
+void TestSettingsDialog::theCaptionIsCloseToItsField()
+{
+    use([](const Parts &parts) {
+        const auto *caption = parts.dialog->findChild<QLabel *>();
+        const int fontHeight = caption->fontMetrics().height();
+        QVERIFY(caption->height() < 2 * fontHeight);
+        const int gap = parts.field->geometry().top() - caption->geometry().bottom();
+        QVERIFY2(gap > 0 && gap < fontHeight, qPrintable(QString::number(gap)));
+        QCOMPARE(parts.field->geometry().center().y(), parts.browse->geometry().center().y());
+        // Room for the focus ring of either row.
+        const int buttons = parts.save->mapTo(parts.dialog, QPoint()).y();
+        QVERIFY(buttons - parts.browse->geometry().bottom() > 8);
+    });
+}
+
+void TestSettingsDialog::theToolTipTellsTheWholePath_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("toolTip");
+    QTest::newRow("a folder") << u"C:/Jeux/Veyra"_s << u"C:/Jeux/Veyra"_s;
+    QTest::newRow("no folder") << QString() << QString();
+    QTest::newRow("a path wider than the screen, in lines")
+        << QString(200, u'x')
+        << QString(80, u'x') + u'\n' + QString(80, u'x') + u'\n' + QString(40, u'x');
+    QTest::newRow("exactly one line") << QString(80, u'x') << QString(80, u'x');
+    QTest::newRow("what looks like HTML is shown as it is")
+        << u"/jeux/<b>gras</b>"_s << u"/jeux/&lt;b&gt;gras&lt;/b&gt;"_s;
+}
+
+void TestSettingsDialog::theToolTipTellsTheWholePath()
+{
+    QFETCH(const QString, path);
+    QFETCH(const QString, toolTip);
+    Config::instance().setDofusPath(path);
+    use([&toolTip](const Parts &parts) {
+        QCOMPARE(parts.field->toolTip(), toolTip);
+        parts.field->setText(u"/typed"_s);
+        QCOMPARE(parts.field->toolTip(), u"/typed"_s);
     });
 }
 
