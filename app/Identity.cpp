@@ -3,6 +3,7 @@
 #include "config/BuildSettings.h"
 #include "config/Colors.h"
 #include "config/Product.h"
+#include "ui/FrenchMenus.h"
 
 #include <QApplication>
 #include <QColor>
@@ -56,4 +57,5 @@ void Identity::apply()
     QApplication::setWindowIcon(QIcon(QPixmap(u":/images/logo.png"_s)));
     QApplication::setStyle(u"Fusion"_s);
     QApplication::setPalette(darkPalette());
+    QApplication::installTranslator(new FrenchMenus(qApp));
 }

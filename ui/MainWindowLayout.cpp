@@ -5,6 +5,7 @@
 #include "config/Product.h"
 #include "ui/ElidedLabel.h"
 #include "ui/FocusRing.h"
+#include "ui/NewsLinks.h"
 #include "ui/NewsView.h"
 #include "ui/PillLabel.h"
 #include "ui/RoundedProgressBar.h"
@@ -145,6 +146,7 @@ void MainWindow::createNewsPanel()
     newsWidget->setReadOnly(true);
     newsWidget->setMinimumHeight(kNewsMinimumHeight);
     newsWidget->setPlaceholderText(u"Chargement des actualités..."_s);
+    new NewsLinks(newsWidget);
 }
 
 void MainWindow::createProgressArea()
