@@ -10,10 +10,13 @@
 #include "net/ServerChecker.h"
 #include "ui/NewsHtml.h"
 #include "ui/ScrollingMessageBox.h"
+#include "ui/TaskbarProgress.h"
 #include "update/SelfUpdater.h"
 #include "update/Updater.h"
 
+#include <QApplication>
 #include <QCoreApplication>
+#include <QCursor>
 #include <QDesktopServices>
 #include <QFile>
 #include <QFileInfo>
@@ -23,6 +26,7 @@
 #include <QPushButton>
 #include <QTextEdit>
 #include <QTimer>
+#include <QToolTip>
 #include <QUrl>
 
 #include <chrono>
@@ -219,7 +223,7 @@ void MainWindow::startClientDownload()
 {
     isDownloadingClient = true;
     setPlayButton(false, kDownloading);
-    progressBar->setMaximum(100);
+    setBarMaximum(100);
     progressBar->setValue(0);
     clientDownloader->startDownload();
 }
@@ -241,7 +245,7 @@ void MainWindow::onClientDownloadFinished(bool success, const QString &message)
 
 void MainWindow::onClientExtractionStarted()
 {
-    progressBar->setMaximum(0);
+    setBarMaximum(0);
     progressLabel->setText(kExtracting);
 }
 
@@ -254,7 +258,7 @@ void MainWindow::onClientExtractionFinished(bool success, const QString &message
         return;
     }
 
-    progressBar->setMaximum(100);
+    setBarMaximum(100);
     setProgressText(message);
     setProgressColor(Colors::kAccent);
     progressBar->setValue(100);
@@ -281,10 +285,13 @@ void MainWindow::onUpdateFinished(bool success, const QString &message)
     isUpdating = false;
     setPlayButton(true, kPlay);
     setProgressText(message);
-    if (success)
+    if (success) {
         progressBar->setValue(100);
-    else
+    } else {
         setProgressColor(Colors::kError);
+        taskbarProgress->fail();
+    }
+    callPlayer();
 }
 
 // --- Buttons ---
@@ -368,12 +375,35 @@ void MainWindow::setProgressColor(QLatin1StringView color)
 void MainWindow::showProgress(int percent, const QString &message)
 {
     if (percent >= 0) {
-        progressBar->setMaximum(100);
+        setBarMaximum(100);
         progressBar->setValue(percent);
     } else {
-        progressBar->setMaximum(0);
+        setBarMaximum(0);
     }
     setProgressText(message);
+}
+
+/// The bar tells of a new value, but not of a new range.
+void MainWindow::setBarMaximum(int maximum)
+{
+    progressBar->setMaximum(maximum);
+    showPercentage();
+    taskbarProgress->follow();
+}
+
+/// In the bar's tool tip, as the bar has no text of its own; none while nobody knows how far it is.
+void MainWindow::showPercentage()
+{
+    progressBar->setToolTip(progressBar->text());
+    // A tip that is open would keep telling the old one.
+    if (progressBar->underMouse() && QToolTip::isVisible())
+        QToolTip::showText(QCursor::pos(), progressBar->toolTip(), progressBar);
+}
+
+/// For players who have turned to another window, since the steps take their time.
+void MainWindow::callPlayer()
+{
+    QApplication::alert(this);
 }
 
 // --- Message boxes ---
@@ -383,6 +413,7 @@ QMessageBox::StandardButton MainWindow::showBox(QMessageBox::Icon icon, const QS
                                                 QMessageBox::StandardButtons buttons)
 {
     ScrollingMessageBox box(icon, title, text, buttons, this);
+    callPlayer();
     return static_cast<QMessageBox::StandardButton>(box.exec());
 }
 
@@ -395,9 +426,10 @@ void MainWindow::showError(const QString &title, const QString &text)
 /// closed.
 void MainWindow::showFailure(const QString &title, const QString &message)
 {
-    progressBar->setMaximum(100);
+    setBarMaximum(100);
     progressBar->setValue(0);
     setProgressText(message);
     setProgressColor(Colors::kError);
+    taskbarProgress->fail();
     showError(title, message);
 }

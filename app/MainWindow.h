@@ -16,6 +16,7 @@ class QPushButton;
 class QTextEdit;
 class SelfUpdater;
 class ServerChecker;
+class TaskbarProgress;
 class Updater;
 
 /// The launcher's one window. Runs the start-up chain (newer launcher? client installed? files
@@ -78,6 +79,9 @@ private:
     void setProgressText(const QString &text);
     void setProgressColor(QLatin1StringView color);
     void showProgress(int percent, const QString &message);
+    void setBarMaximum(int maximum);
+    void showPercentage();
+    void callPlayer();
     QMessageBox::StandardButton showBox(QMessageBox::Icon icon, const QString &title,
                                         const QString &text, QMessageBox::StandardButtons buttons);
     void showError(const QString &title, const QString &text);
@@ -108,5 +112,6 @@ private:
 
     QPixmap backgroundPixmap; // null where there is no picture
     Backdrop backdrop;
+    TaskbarProgress *taskbarProgress = nullptr;
     qreal screenRatio = 0; // device pixels in a pixel, of the screen that the window is made for
 };

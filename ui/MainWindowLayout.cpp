@@ -10,6 +10,7 @@
 #include "ui/PillLabel.h"
 #include "ui/RoundedProgressBar.h"
 #include "ui/StyleSheets.h"
+#include "ui/TaskbarProgress.h"
 
 #include <QGraphicsDropShadowEffect>
 #include <QHBoxLayout>
@@ -163,6 +164,10 @@ void MainWindow::createProgressArea()
     progressBar->setValue(0);
     progressBar->setTextVisible(false);
     progressBar->setFixedHeight(kProgressBarHeight);
+    progressBar->setFormat(u"%p\u00a0%"_s); // French puts a space before the sign
+    connect(progressBar, &QProgressBar::valueChanged, this, &MainWindow::showPercentage);
+    showPercentage();
+    taskbarProgress = new TaskbarProgress(progressBar);
 }
 
 QHBoxLayout *MainWindow::createButtonRow()

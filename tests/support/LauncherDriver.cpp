@@ -103,6 +103,7 @@ QJsonObject describeWindow(const MainWindow *window)
         {u"visible"_s, window->isVisible()},
         {u"minimized"_s, window->isMinimized()},
         {u"active"_s, QApplication::activeWindow() != nullptr},
+        {u"windowId"_s, qint64(window->winId())},
     };
     if (const QWidget *modal = QApplication::activeModalWidget())
         state[u"modalTitle"_s] = modal->windowTitle();

@@ -12,6 +12,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QTest>
+#include <QTextEdit>
 #include <QThreadPool>
 #include <QTimer>
 
@@ -32,6 +33,13 @@ const QByteArray kNews = R"([
      "content": "Les portes de la citadelle s'ouvrent ce soir à 20 h : quêtes, récompenses et feu de joie."},
     "<b>Maintenance</b> jeudi matin, de 6 h à 7 h.",
     {"title": "Événement du week-end", "content": "Expérience doublée dans toutes les forêts."}
+])";
+
+const QByteArray kNewsWithLinks = R"([
+    {"date": "20/11", "title": "Ouverture de la saison d'hiver",
+     "content": "Les règles se lisent <a href='https://forum.test/1'>sur le forum</a>."},
+    {"title": "Événement du week-end",
+     "content": "Inscrivez-vous <a href='https://forum.test/2'>auprès des éclaireurs</a> avant jeudi."}
 ])";
 
 /// In pieces: Qt reports the progress of a transfer every 100 ms at most.
@@ -286,6 +294,8 @@ void Photographer::takeAll()
 
     take(u"20-settings-after-error"_s, installed, [this, ready](LauncherFixture &launcher) {
         ready(launcher);
+        launcher.window()->activateWindow();
+        waitFor(u"the window"_s, [&launcher] { return launcher.window()->isActiveWindow(); });
         launcher.playButton()->setFocus();
         withModalDialog(u"18-error-box-with-keyboard"_s, launcher,
                         [&launcher] { QTest::keyClick(launcher.playButton(), Qt::Key_Return); });
@@ -298,6 +308,18 @@ void Photographer::takeAll()
         withModalDialog(u"19-settings-with-keyboard"_s, launcher,
                         [&launcher] { launcher.child<QPushButton>(u"settingsButton"_s)->click(); });
     });
+
+    take(
+        u"21-news-links"_s,
+        [](LauncherFixture &launcher) {
+            launcher.installClient();
+            launcher.server.answer("/api/news.php", HttpAnswer::ok(kNewsWithLinks));
+        },
+        [ready](LauncherFixture &launcher) {
+            ready(launcher);
+            for (int i = 0; i < 2; ++i)
+                QTest::keyClick(launcher.news(), Qt::Key_Tab);
+        });
 }
 
 } // namespace

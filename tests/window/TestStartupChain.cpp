@@ -136,6 +136,7 @@ private slots:
 
     void downloadProgress_data();
     void downloadProgress();
+    void theToolTipTellsThePercentage();
     void extractionBegins();
     void extractionSucceeds();
     void verificationBeginsOneSecondLater();
@@ -617,6 +618,38 @@ void TestStartupChain::downloadProgress()
     QCOMPARE(report(0, u"Trois"_s), u"Trois |  | 0/100 | JOUER off"_s);
     QCOMPARE(report(-7, {}), u" |  | busy | JOUER off"_s);
     QCOMPARE(report(100, u"<b>Quatre</b>"_s), u"<b>Quatre</b> |  | 100/100 | JOUER off"_s);
+}
+
+void TestStartupChain::theToolTipTellsThePercentage()
+{
+    m_launcher->open();
+    const auto *bar = m_launcher->progressBar();
+    QCOMPARE(bar->toolTip(), u"0\u00a0%"_s);
+    for (const char *slot : {"onClientDownloadProgress", "onLauncherDownloadProgress"}) {
+        m_launcher->call(slot, 42, u"Une"_s);
+        QCOMPARE(bar->toolTip(), u"42\u00a0%"_s);
+        m_launcher->call(slot, -1, u"Deux"_s); // nobody knows
+        QCOMPARE(bar->toolTip(), QString());
+        m_launcher->call(slot, 42, u"Trois"_s);
+        QCOMPARE(bar->toolTip(), u"42\u00a0%"_s);
+        m_launcher->call(slot, 0, u"Quatre"_s);
+        m_launcher->call(slot, -1, u"Cinq"_s);
+        m_launcher->call(slot, 0, u"Six"_s); // a value that the bar has kept
+        QCOMPARE(bar->toolTip(), u"0\u00a0%"_s);
+    }
+    m_launcher->call("onClientExtractionStarted");
+    QCOMPARE(bar->toolTip(), QString());
+    m_launcher->call("onClientExtractionFinished", true, u"Fini"_s);
+    QCOMPARE(bar->toolTip(), u"100\u00a0%"_s);
+    m_launcher->call("onUpdateProgress", 33, u"Sept"_s);
+    QCOMPARE(bar->toolTip(), u"33\u00a0%"_s);
+
+    m_launcher->call("onClientDownloadProgress", 0, u"Huit"_s);
+    m_launcher->call("onClientExtractionStarted");
+    BoxAnswers boxes;
+    m_launcher->call("onClientExtractionFinished", false, u"Raté"_s);
+    QCOMPARE(bar->toolTip(), u"0\u00a0%"_s);
+    QVERIFY(!bar->isTextVisible());
 }
 
 void TestStartupChain::extractionBegins()
