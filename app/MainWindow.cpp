@@ -8,6 +8,7 @@
 #include "install/ClientDownloader.h"
 #include "net/NewsFetcher.h"
 #include "net/ServerChecker.h"
+#include "ui/Announcer.h"
 #include "ui/NewsHtml.h"
 #include "ui/ScrollingMessageBox.h"
 #include "update/SelfUpdater.h"
@@ -211,7 +212,7 @@ void MainWindow::checkClientInstallation()
 
     // An installed client is not verified: that follows a fresh installation only.
     progressBar->setValue(100);
-    progressLabel->setText(kReadyToPlay);
+    announceStep(kReadyToPlay);
     setPlayButton(true, kPlay);
 }
 
@@ -242,7 +243,7 @@ void MainWindow::onClientDownloadFinished(bool success, const QString &message)
 void MainWindow::onClientExtractionStarted()
 {
     progressBar->setMaximum(0);
-    progressLabel->setText(kExtracting);
+    announceStep(kExtracting);
 }
 
 void MainWindow::onClientExtractionFinished(bool success, const QString &message)
@@ -255,7 +256,7 @@ void MainWindow::onClientExtractionFinished(bool success, const QString &message
     }
 
     progressBar->setMaximum(100);
-    setProgressText(message);
+    announceStep(message);
     setProgressColor(Colors::kAccent);
     progressBar->setValue(100);
     QTimer::singleShot(kVerificationDelay, this, &MainWindow::startGameUpdate);
@@ -280,7 +281,7 @@ void MainWindow::onUpdateFinished(bool success, const QString &message)
 {
     isUpdating = false;
     setPlayButton(true, kPlay);
-    setProgressText(message);
+    announceStep(message);
     if (success)
         progressBar->setValue(100);
     else
@@ -321,7 +322,10 @@ void MainWindow::onDiscordClicked()
 
 void MainWindow::onServerStatusReceived(bool online, int players)
 {
-    statusLabel->setText(online ? kOnline : kOffline);
+    const QString &status = online ? kOnline : kOffline;
+    if (statusLabel->text() != status)
+        announcer->announce(status);
+    statusLabel->setText(status);
     statusLabel->setStyleSheet(kStatusStyle.arg(online ? Colors::kAccent : Colors::kError));
 
     if (!online || players < 0) {
@@ -356,6 +360,13 @@ void MainWindow::setPlayButton(bool enabled, const QString &text)
 void MainWindow::setProgressText(const QString &text)
 {
     progressLabel->setText(text.left(kTextLimit));
+}
+
+/// For what a screen reader has to speak: the steps that begin or end something.
+void MainWindow::announceStep(const QString &text)
+{
+    setProgressText(text);
+    announcer->announce(progressLabel->text());
 }
 
 /// The colour stays until the next change; the text changes independently of it.
@@ -397,7 +408,7 @@ void MainWindow::showFailure(const QString &title, const QString &message)
 {
     progressBar->setMaximum(100);
     progressBar->setValue(0);
-    setProgressText(message);
+    announceStep(message);
     setProgressColor(Colors::kError);
     showError(title, message);
 }

@@ -7,6 +7,7 @@
 #include <QMessageBox>
 #include <QPixmap>
 
+class Announcer;
 class ClientDownloader;
 class NewsFetcher;
 class QHBoxLayout;
@@ -76,6 +77,7 @@ private:
 
     void setPlayButton(bool enabled, const QString &text);
     void setProgressText(const QString &text);
+    void announceStep(const QString &text);
     void setProgressColor(QLatin1StringView color);
     void showProgress(int percent, const QString &message);
     QMessageBox::StandardButton showBox(QMessageBox::Icon icon, const QString &title,
@@ -94,6 +96,7 @@ private:
     QPushButton *websiteButton = nullptr;
     QPushButton *discordButton = nullptr;
     QTextEdit *newsWidget = nullptr;
+    Announcer *announcer = nullptr;
 
     Updater *updater = nullptr;
     ServerChecker *serverChecker = nullptr;
