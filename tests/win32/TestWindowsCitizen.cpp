@@ -2,7 +2,9 @@
 #include "tests/support/StandIn.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/window/LauncherFixture.h"
+#include "ui/WindowsExtras.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QDir>
 #include <QFile>
@@ -10,6 +12,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
+#include <QScopeGuard>
 #include <QTest>
 
 #include <windows.h>
@@ -120,6 +123,7 @@ private slots:
     void hasAManifest_data();
     void hasAManifest();
     void opensNoConsole();
+    void newerPartsOfWindowsDoNoHarm();
 
 private:
     QTemporaryDir m_folder;
@@ -260,6 +264,23 @@ void TestWindowsCitizen::opensNoConsole()
     const qsizetype header = wordAt(head, kHeaderPlace);
     QCOMPARE(head.mid(header, 4), QByteArray("PE\0\0", 4));
     QCOMPARE(wordAt(head, header + kSubsystemOffset), IMAGE_SUBSYSTEM_WINDOWS_GUI);
+}
+
+void TestWindowsCitizen::newerPartsOfWindowsDoNoHarm()
+{
+    // What is behind these calls depends on the system: nothing, a part that answers, or an error.
+    WindowsExtras::darkenTitleBars();
+    const bool wasActive = QAccessible::isActive();
+    const auto restore = qScopeGuard([&] { QAccessible::setActive(wasActive); });
+    QAccessible::setActive(true);
+
+    LauncherFixture launcher;
+    launcher.open();
+    QVERIFY(QTest::qWaitForWindowExposed(launcher.window()));
+    launcher.call("onUpdateFinished", true, u"Les fichiers sont à jour !"_s);
+    QCOMPARE(launcher.label(u"progressLabel"_s)->text(), u"Les fichiers sont à jour !"_s);
+    QTest::qWait(100); // what was raised is delivered
+    QVERIFY(launcher.window()->isVisible());
 }
 
 VEYRA_WIDGET_TEST_MAIN(TestWindowsCitizen)
