@@ -80,7 +80,7 @@ private:
                                         [&](const auto &one) { return one.contains(key); });
         if (found == m_answers.end())
             return {};
-        const QJsonObject answer = *found;
+        QJsonObject answer = *found;
         m_answers.erase(found);
         return answer;
     }
@@ -181,11 +181,12 @@ void TestAssistiveTechnology::cleanupTestCase()
 Part TestAssistiveTechnology::part(const QString &role, const QString &name)
 {
     const QJsonArray tree = m_observer->ask("tree", u"tree"_s)[u"tree"_s].toArray();
-    for (const QJsonValue &entry : tree) {
+    for (const auto &entry : tree) {
         if (entry[0].toString() != role || (!name.isNull() && entry[1].toString() != name))
             continue;
         QStringList states;
-        for (const QJsonValue &state : entry[2].toArray())
+        const QJsonArray shown = entry[2].toArray();
+        for (const auto &state : shown)
             states.append(state.toString());
         return {role, entry[1].toString(), states, entry[3].toDouble(-1)};
     }
