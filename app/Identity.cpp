@@ -46,6 +46,16 @@ QPalette darkPalette()
     return palette;
 }
 
+/// The logo, and in the sizes of title and task bars, where its word cannot be read, its emblem.
+QIcon windowIcon()
+{
+    // By way of a pixmap: Qt keeps that, and the window's logo need not be decoded a second time.
+    QIcon icon(QPixmap(u":/images/logo.png"_s));
+    for (const int size : {16, 24, 32, 48})
+        icon.addPixmap(QPixmap(u":/icons/%1.png"_s.arg(size)));
+    return icon;
+}
+
 } // namespace
 
 void Identity::apply()
@@ -53,8 +63,7 @@ void Identity::apply()
     QApplication::setApplicationName(Product::kName);
     QApplication::setApplicationVersion(BuildSettings::launcherVersion());
     QApplication::setOrganizationName(Product::kOrganization);
-    // By way of a pixmap: Qt keeps that, and the window's logo need not be decoded a second time.
-    QApplication::setWindowIcon(QIcon(QPixmap(u":/images/logo.png"_s)));
+    QApplication::setWindowIcon(windowIcon());
     QApplication::setStyle(u"Fusion"_s);
     QApplication::setPalette(darkPalette());
     QApplication::installTranslator(new FrenchMenus(qApp));

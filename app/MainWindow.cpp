@@ -8,6 +8,7 @@
 #include "install/ClientDownloader.h"
 #include "net/NewsFetcher.h"
 #include "net/ServerChecker.h"
+#include "ui/Announcer.h"
 #include "ui/NewsHtml.h"
 #include "ui/ScrollingMessageBox.h"
 #include "ui/TaskbarProgress.h"
@@ -215,7 +216,7 @@ void MainWindow::checkClientInstallation()
 
     // An installed client is not verified: that follows a fresh installation only.
     progressBar->setValue(100);
-    progressLabel->setText(kReadyToPlay);
+    announceStep(kReadyToPlay);
     setPlayButton(true, kPlay);
 }
 
@@ -246,7 +247,7 @@ void MainWindow::onClientDownloadFinished(bool success, const QString &message)
 void MainWindow::onClientExtractionStarted()
 {
     setBarMaximum(0);
-    progressLabel->setText(kExtracting);
+    announceStep(kExtracting);
 }
 
 void MainWindow::onClientExtractionFinished(bool success, const QString &message)
@@ -259,7 +260,7 @@ void MainWindow::onClientExtractionFinished(bool success, const QString &message
     }
 
     setBarMaximum(100);
-    setProgressText(message);
+    announceStep(message);
     setProgressColor(Colors::kAccent);
     progressBar->setValue(100);
     QTimer::singleShot(kVerificationDelay, this, &MainWindow::startGameUpdate);
@@ -284,7 +285,7 @@ void MainWindow::onUpdateFinished(bool success, const QString &message)
 {
     isUpdating = false;
     setPlayButton(true, kPlay);
-    setProgressText(message);
+    announceStep(message);
     if (success) {
         progressBar->setValue(100);
     } else {
@@ -328,7 +329,10 @@ void MainWindow::onDiscordClicked()
 
 void MainWindow::onServerStatusReceived(bool online, int players)
 {
-    statusLabel->setText(online ? kOnline : kOffline);
+    const QString &status = online ? kOnline : kOffline;
+    if (statusLabel->text() != status)
+        announcer->announce(status);
+    statusLabel->setText(status);
     statusLabel->setStyleSheet(kStatusStyle.arg(online ? Colors::kAccent : Colors::kError));
 
     if (!online || players < 0) {
@@ -363,6 +367,13 @@ void MainWindow::setPlayButton(bool enabled, const QString &text)
 void MainWindow::setProgressText(const QString &text)
 {
     progressLabel->setText(text.left(kTextLimit));
+}
+
+/// For what a screen reader has to speak: the steps that begin or end something.
+void MainWindow::announceStep(const QString &text)
+{
+    setProgressText(text);
+    announcer->announce(progressLabel->text());
 }
 
 /// The colour stays until the next change; the text changes independently of it.
@@ -428,7 +439,7 @@ void MainWindow::showFailure(const QString &title, const QString &message)
 {
     setBarMaximum(100);
     progressBar->setValue(0);
-    setProgressText(message);
+    announceStep(message);
     setProgressColor(Colors::kError);
     taskbarProgress->fail();
     showError(title, message);

@@ -7,6 +7,7 @@
 #include <QMessageBox>
 #include <QPixmap>
 
+class Announcer;
 class ClientDownloader;
 class NewsFetcher;
 class QHBoxLayout;
@@ -77,6 +78,7 @@ private:
 
     void setPlayButton(bool enabled, const QString &text);
     void setProgressText(const QString &text);
+    void announceStep(const QString &text);
     void setProgressColor(QLatin1StringView color);
     void showProgress(int percent, const QString &message);
     void setBarMaximum(int maximum);
@@ -98,6 +100,7 @@ private:
     QPushButton *websiteButton = nullptr;
     QPushButton *discordButton = nullptr;
     QTextEdit *newsWidget = nullptr;
+    Announcer *announcer = nullptr;
 
     Updater *updater = nullptr;
     ServerChecker *serverChecker = nullptr;

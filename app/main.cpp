@@ -2,6 +2,7 @@
 #include "app/MainWindow.h"
 #include "app/SingleInstance.h"
 #include "ui/WindowPlacement.h"
+#include "ui/WindowsExtras.h"
 #include "update/Updater.h"
 
 #include <QApplication>
@@ -28,6 +29,7 @@ int main(int argc, char **argv)
     QApplication application(argc, argv);
     leaveThreadForPainting();
     Identity::apply();
+    WindowsExtras::darkenTitleBars();
 
     SingleInstance instance(QStandardPaths::writableLocation(QStandardPaths::AppDataLocation),
                             QApplication::applicationDirPath());

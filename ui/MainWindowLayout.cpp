@@ -3,6 +3,8 @@
 #include "config/BuildSettings.h"
 #include "config/Colors.h"
 #include "config/Product.h"
+#include "ui/AccessibleParts.h"
+#include "ui/Announcer.h"
 #include "ui/ElidedLabel.h"
 #include "ui/FocusRing.h"
 #include "ui/NewsLinks.h"
@@ -95,6 +97,7 @@ QHBoxLayout *MainWindow::createHeader()
 {
     auto *logoLabel = new QLabel; // adaptToScreen() gives it its picture
     logoLabel->setObjectName(kLogoName);
+    logoLabel->setAccessibleName(Product::kName);
 
     titleLabel = new QLabel(Product::kName);
     titleLabel->setObjectName(u"titleLabel"_s);
@@ -225,7 +228,10 @@ void MainWindow::setupKeyboardAccess()
     discordButton->setAccessibleName(u"Ouvrir le salon Discord"_s);
     newsWidget->setAccessibleName(u"Actualités"_s);
     progressBar->setAccessibleName(u"Progression"_s);
-    playButton->setAccessibleName(u"Lancer le jeu"_s);
+
+    AccessibleParts::install();
+    announcer = new Announcer(this);
+    connect(progressBar, &QProgressBar::valueChanged, announcer, &Announcer::announceProgress);
 }
 
 /// Brings what is made of pixels to the screen's. No event tells of every change, painting does.

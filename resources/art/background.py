@@ -25,6 +25,7 @@ Y = np.broadcast_to(((np.arange(HEIGHT) + 0.5) / KY)[:, None], (HEIGHT, WIDTH))
 MOON_X, MOON_Y, MOON_R = 585.0, 150.0, 54.0
 HORIZON = 345.0
 SHORE = 446.0
+TRACK = 526.0  # the middle of the progress bar
 
 LIME = hexcolour("#8bc34a")
 MIST = rgb(150, 186, 118)
@@ -503,7 +504,8 @@ def lake(picture):
     shore = smoothstep(SHORE - 1.5, SHORE + 3.0, Y + 7.0 * noise.fbm(X / 110.0, Y * 0.0, 5))
     picture = lay(picture, water, shore)
     picture = mist_band(picture, noise, SHORE + 2, 15, 0.66, MIST * 0.96, 1.2)
-    return mist_band(picture, noise, SHORE + 62, 12, 0.16, MIST * 0.8, 1.5)
+    # The bar's dark track stands out against this bank.
+    return mist_band(picture, noise, TRACK, 17, 0.62, MIST * 0.80, 2.2)
 
 
 # --- Foreground --------------------------------------------------------------
@@ -536,7 +538,8 @@ def side_trees(picture):
         under = np.clip(0.6 + 1.1 * noise.fbm(X / 90.0, Y / 30.0, 4), 0, 1)
         under = under * np.exp(-((Y - 555.0) / 48.0) ** 2) * smoothstep(300, 480, np.abs(X - 505.0))
         picture = lay(picture, rgb(112, 150, 84), under * 0.36)
-    return picture
+    # The bank on the water drifts in among the trees.
+    return mist_band(picture, noise, TRACK, 20, 0.72, MIST * 1.05, 2.2)
 
 
 BANK = Noise(52)
@@ -665,7 +668,7 @@ def undergrowth(mask):
         grass(mask, rnd, x, ground_line(x), (3 + 17 * edge) * rnd.uniform(0.35, 1.15))
     for _ in range(13):
         side = rnd.choice((0, 1))
-        x = rnd.uniform(-10, 190) if side == 0 else rnd.uniform(880, 1010)
+        x = rnd.uniform(-10, 190) if side == 0 else rnd.uniform(908, 1010)
         for lean in (-0.9, -0.35, 0.4, 0.95):
             fern(mask, rnd, x, ground_line(x) + 4, rnd.uniform(24, 46), lean * rnd.uniform(0.7, 1.1))
     boulders(mask, rnd)
@@ -695,29 +698,79 @@ def boulders(mask, rnd):
         mask.polygon(points)
 
 
-def wanderer(mask, x, foot):
-    """Someone in a hooded cloak, seen from behind, staff in hand."""
-    def place(points, k=0.70):
-        mask.polygon([(x + px * k, foot + py * k) for px, py in points])
+class Wanderer:
+    """Someone in a hooded cloak, seen from behind, a lantern on the staff."""
 
-    cloak = ([(-7, -84)] + p.bezier((-7, -84), (-17, -78), (-19, -60), (-20, -38))
-             + p.bezier((-20, -38), (-22, -18), (-27, -8), (-30, 0))
-             + p.bezier((-30, 0), (-18, 5), (-10, 0), (-3, 4))
-             + p.bezier((-3, 4), (6, -1), (12, 4), (21, -2))
-             + p.bezier((21, -2), (18, -20), (17, -40), (16, -58))
-             + p.bezier((16, -58), (15, -72), (12, -80), (6, -84)))
-    hood = ([(-10, -80)] + p.bezier((-10, -80), (-12, -96), (-7, -106), (1, -108))
-            + p.bezier((1, -108), (9, -105), (11, -94), (9, -80)))
-    arm = [(12, -70), (30, -58), (34, -60), (35, -55), (30, -52), (12, -58)]
-    staff = [(31, -118), (33, -118), (34.6, 4), (31.6, 4)]
-    crook = ([(31, -116)] + p.bezier((31, -116), (26, -122), (25, -131), (31, -136))
-             + [(32, -133.5)] + p.bezier((32, -133.5), (28.5, -130), (29, -123), (33, -117)))
-    # A sword across the back.
-    hilt = [(-17, -74), (-25, -93), (-23, -94), (-14.5, -75)]
-    guard = [(-24.5, -80), (-14, -85), (-13.3, -83), (-23.8, -78)]
-    for part in (cloak, hood, arm, staff, crook, hilt, guard):
-        place(part)
-    return x + 32.5 * 0.70, foot - 126 * 0.70
+    SIZE = 0.74  # of the drawing's units, in which the figure is 108 high
+    LAMP = (45.0, -76.0)  # below the progress bar, which would cut it
+
+    def __init__(self, x, foot):
+        self.x, self.foot = x, foot
+        self.cloak, self.gear, self.lamp = new_mask(4), new_mask(4), new_mask(4)
+        self.draw_cloak()
+        self.draw_gear()
+        self.draw_lamp()
+
+    def place(self, mask, points):
+        mask.polygon([self.at(px, py) for px, py in points])
+
+    def at(self, px, py):
+        return self.x + px * self.SIZE, self.foot + py * self.SIZE
+
+    def draw_cloak(self):
+        # The wind blows from the lake: the hem streams to the right, over the boots.
+        cloak = ([(-6, -86)] + p.bezier((-6, -86), (-15, -82), (-18, -76), (-18, -66))
+                 + p.bezier((-18, -66), (-17, -52), (-15, -44), (-16, -32))
+                 + p.bezier((-16, -32), (-17, -20), (-19, -12), (-21, -5))
+                 + [(-16, -7), (-13, -3), (-8, -7), (-3, -2), (3, -6), (8, -2), (14, -8), (19, -6), (26, -12)]
+                 + p.bezier((26, -12), (19, -22), (15, -34), (14, -46))
+                 + p.bezier((14, -46), (14, -58), (17, -68), (16, -72))
+                 + p.bezier((16, -72), (15, -80), (11, -84), (6, -86)))
+        hood = ([(-9, -82)] + p.bezier((-9, -82), (-11, -92), (-10, -101), (-3, -106))
+                + p.bezier((-3, -106), (1, -109), (6, -110), (10, -108))
+                + p.bezier((10, -108), (7, -105), (10, -96), (9, -82)))
+        boots = ([(-10, -8), (-3, -8), (-3, 4), (-11, 4)], [(3, -8), (10, -8), (11, 4), (3, 4)])
+        for part in (cloak, hood, *boots):
+            self.place(self.cloak, part)
+
+    def draw_gear(self):
+        arm = [(12, -74), (22, -66), (33, -69), (34, -64), (23, -59), (11, -62)]
+        staff = [(31.4, -80), (33.8, -80), (35.0, 4), (32.2, 4)]
+        crook = ([(31.4, -80)] + p.bezier((31.4, -80), (31, -95), (43, -99), (46, -89))
+                 + [(44, -88)] + p.bezier((44, -88), (42, -94), (33.6, -93), (33.8, -80)))
+        # A sword across the back.
+        hilt = [(-13.5, -72), (-23, -95), (-21, -96), (-11, -73)]
+        guard = [(-22.5, -83), (-11.5, -88), (-10.8, -85.6), (-21.8, -80.6)]
+        for part in (arm, staff, crook, hilt, guard):
+            self.place(self.gear, part)
+
+    def draw_lamp(self):
+        x, y = self.LAMP
+        self.place(self.gear, [(x - 4, y - 5), (x, y - 9.5), (x + 4, y - 5), (x + 4, y + 6.5), (x - 4, y + 6.5)])
+        self.place(self.lamp, [(x - 2.6, y - 4), (x + 2.6, y - 4), (x + 2.6, y + 4.8), (x - 2.6, y + 4.8)])
+
+    def paint(self, picture):
+        noise = Noise(83)
+        cloak, gear, lamp = (mask.coverage() for mask in (self.cloak, self.gear, self.lamp))
+        lamp_x, lamp_y = self.at(*self.LAMP)
+        # The folds hang from the shoulders and lean with the wind; those turned to the lamp are lit.
+        down = (Y - (self.foot - 86 * self.SIZE)) / (86 * self.SIZE)
+        along = (X - self.x - 6 * down * down) / (0.6 + 0.5 * np.clip(down, 0, 1))
+        fold = 0.5 + 0.5 * np.sin(along * 0.78 + 3.4 * noise.fbm(X / 15.0, Y / 34.0, 3))
+        # The hood lies smooth, and the cloth falls into folds from the shoulders on.
+        fold = mix(0.55, fold, 0.75 * smoothstep(0.02, 0.40, down))
+        near = np.exp(-np.hypot(X - lamp_x, Y - lamp_y) / 38.0)
+        side = smoothstep(-16, 13, X - self.x)
+        body = INK + ((0.14 + 0.86 * fold) * (0.25 + 0.75 * side) * near * 2.0)[..., None] * rgb(150, 138, 74)
+        picture = lay(picture, body, cloak)
+        picture = lay(picture, INK + near[..., None] * rgb(110, 96, 50), gear)
+        # The moon draws their outline on the other side.
+        shape = np.maximum(cloak, gear)
+        rim = shape * (1.0 - np.roll(np.roll(shape, 3, axis=1), 2, axis=0))
+        picture = lay(picture, rgb(132, 172, 92), rim * 0.62 * smoothstep(self.foot, self.foot - 40, Y))
+        picture = lay(picture, rgb(255, 240, 190), lamp)
+        light = glow_at(lamp_x, lamp_y, 34.0) * 0.26 + glow_at(lamp_x, lamp_y, 11.0) * 0.50
+        return screen(picture, light[..., None] * rgb(250, 218, 120))
 
 
 def standing_stone(stone, carving, x, base):
@@ -740,11 +793,20 @@ def standing_stone(stone, carving, x, base):
 def foreground(picture):
     wood, leaves = old_tree()
     noise = Noise(58)
-    bark = noise.ridged(X / 9.0, Y / 46.0, 4)
-    wood_colour = INK + (smoothstep(0.5, 0.95, bark) * 0.055)[..., None] * rgb(150, 200, 120)
-    # The trunk's right flank faces the moon.
-    flank = wood * (1.0 - np.roll(wood, -9, axis=1)) * smoothstep(640, 480, Y) * smoothstep(0.25, 0.8, bark)
-    wood_colour = wood_colour + flank[..., None] * rgb(70, 96, 48) * 0.55
+    # Deep, wandering furrows between plates of bark.
+    twist = 5.0 * noise.fbm(X / 40.0, Y / 90.0, 3)
+    bark = noise.ridged((X + twist) / 7.0, Y / 52.0, 5, 0.55)
+    plates = smoothstep(0.30, 0.80, bark)
+    wood_colour = INK + (plates * 0.16)[..., None] * rgb(120, 158, 88)
+    # The trunk is round: what turns to the moon on the right is lit, the edge most of all.
+    round_off = wood * np.clip(1.0 - blur(np.roll(wood, -10, axis=1), 11.0, 3.0), 0, 1)
+    fade = smoothstep(650, 470, Y)
+    wood_colour = wood_colour + (round_off * fade * (0.20 + 0.80 * plates))[..., None] * rgb(124, 160, 80) * 0.95
+    rim = wood * (1.0 - np.roll(wood, -2, axis=1)) * fade
+    wood_colour = wood_colour + rim[..., None] * rgb(150, 190, 98) * 0.35
+    # Moss has settled where the furrows hold the damp.
+    moss = smoothstep(0.05, 0.45, noise.fbm(X / 10.0 + 31.0, Y / 26.0, 4)) * smoothstep(120, 420, Y)
+    wood_colour = mix(wood_colour, wood_colour + rgb(26, 46, 16), (moss * (1.0 - plates))[..., None])
     leaf_light = np.clip(leaves - np.roll(np.roll(leaves, -3, axis=1), -2, axis=0), 0, 1)
     leaf_colour = rgb(12, 22, 15) + leaf_light[..., None] * rgb(60, 96, 40) * 0.45
     picture = lay(picture, leaf_colour, leaves * 0.96)
@@ -762,25 +824,19 @@ def foreground(picture):
     picture = lay(picture, rgb(190, 240, 120), marks * 0.92)
     picture = screen(picture, blur(marks, 9, 7)[..., None] * LIME * 0.9)
 
+    picture = Wanderer(838, ground_line(838) - 1).paint(picture)
     undergrowth(floor)
-    lamp_x, lamp_y = wanderer(floor, 838, ground_line(838) - 1)
     shape = floor.coverage()
     above = np.roll(shape, 3, axis=0)
     edge = shape * (1.0 - above) * smoothstep(700, 560, Y)
     body = INK + edge[..., None] * rgb(96, 132, 62) * 0.85
     picture = lay(picture, body, shape)
     turf = turf_rows() * shape * smoothstep(712, 590, Y)
-    picture = lay(picture, rgb(26, 42, 22), turf * 0.75)
-    return lantern(picture, lamp_x, lamp_y)
+    return lay(picture, rgb(26, 42, 22), turf * 0.75)
 
 
 def glow_at(x, y, radius):
     return np.exp(-((X - x) ** 2 + (Y - y) ** 2) / (radius * radius))
-
-
-def lantern(picture, x, y):
-    light = glow_at(x, y, 30.0) * 0.30 + glow_at(x, y, 9.0) * 0.55 + glow_at(x, y, 2.2)
-    return screen(picture, light[..., None] * rgb(226, 246, 150))
 
 
 def fireflies(picture):
@@ -809,7 +865,7 @@ def hush(picture):
     ceiling = 58.0 / 255.0
     light = np.maximum(picture.max(axis=-1), 1e-6)
     dimmed = ceiling * (1.0 - np.exp(-light / ceiling)) / light
-    line = smoothstep(446, 461, Y) * smoothstep(610, 488, Y)
+    line = smoothstep(446, 461, Y) * smoothstep(510, 494, Y)
     return picture * mix(np.ones_like(light), dimmed, line)[..., None]
 
 

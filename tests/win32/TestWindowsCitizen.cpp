@@ -2,6 +2,7 @@
 #include "tests/support/StandIn.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/window/LauncherFixture.h"
+#include "ui/WindowsExtras.h"
 
 #include <QApplication>
 #include <QDir>
@@ -120,6 +121,7 @@ private slots:
     void hasAManifest_data();
     void hasAManifest();
     void opensNoConsole();
+    void newerPartsOfWindowsDoNoHarm();
 
 private:
     QTemporaryDir m_folder;
@@ -260,6 +262,17 @@ void TestWindowsCitizen::opensNoConsole()
     const qsizetype header = wordAt(head, kHeaderPlace);
     QCOMPARE(head.mid(header, 4), QByteArray("PE\0\0", 4));
     QCOMPARE(wordAt(head, header + kSubsystemOffset), IMAGE_SUBSYSTEM_WINDOWS_GUI);
+}
+
+void TestWindowsCitizen::newerPartsOfWindowsDoNoHarm()
+{
+    // What is behind these calls depends on the system: nothing, a part that answers, or an error.
+    WindowsExtras::darkenTitleBars();
+    LauncherFixture launcher;
+    launcher.open();
+    QVERIFY(QTest::qWaitForWindowExposed(launcher.window()));
+    WindowsExtras::notifyReaders(launcher.window(), u"Prêt à jouer !"_s);
+    QVERIFY(launcher.window()->isVisible());
 }
 
 VEYRA_WIDGET_TEST_MAIN(TestWindowsCitizen)

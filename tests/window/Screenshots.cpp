@@ -97,6 +97,8 @@ private:
     /// The steps up to a progress text that begins so.
     Steps until(const QString &progress);
     void waitFor(const QString &what, const std::function<bool()> &condition);
+    /// So that keys reach the window: there may be no window manager.
+    void activate(const LauncherFixture &launcher);
     void save(const LauncherFixture &launcher, const QString &name);
     void withModalDialog(const QString &name, const LauncherFixture &launcher,
                          const std::function<void()> &opening);
@@ -131,6 +133,12 @@ Photographer::Steps Photographer::until(const QString &progress)
         const auto *label = launcher.label(u"progressLabel"_s);
         waitFor(progress, [label, progress] { return label->text().startsWith(progress); });
     };
+}
+
+void Photographer::activate(const LauncherFixture &launcher)
+{
+    launcher.window()->activateWindow();
+    waitFor(u"the window"_s, [&launcher] { return launcher.window()->isActiveWindow(); });
 }
 
 void Photographer::save(const LauncherFixture &launcher, const QString &name)
@@ -276,8 +284,7 @@ void Photographer::takeAll()
         ready(launcher);
         withModalDialog(u"14-settings"_s, launcher,
                         [&launcher] { launcher.child<QPushButton>(u"settingsButton"_s)->click(); });
-        launcher.window()->activateWindow();
-        waitFor(u"the window"_s, [&launcher] { return launcher.window()->isActiveWindow(); });
+        activate(launcher);
         launcher.button(u"Paramètres"_s)->setFocus();
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
     });
@@ -294,13 +301,11 @@ void Photographer::takeAll()
 
     take(u"20-settings-after-error"_s, installed, [this, ready](LauncherFixture &launcher) {
         ready(launcher);
-        launcher.window()->activateWindow();
-        waitFor(u"the window"_s, [&launcher] { return launcher.window()->isActiveWindow(); });
+        activate(launcher);
         launcher.playButton()->setFocus();
         withModalDialog(u"18-error-box-with-keyboard"_s, launcher,
                         [&launcher] { QTest::keyClick(launcher.playButton(), Qt::Key_Return); });
-        launcher.window()->activateWindow();
-        waitFor(u"the window"_s, [&launcher] { return launcher.window()->isActiveWindow(); });
+        activate(launcher);
         QTimer::singleShot(200ms, launcher.window(), [] {
             QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
             QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);

@@ -67,6 +67,7 @@ private slots:
     void theBarHasRoundCorners_data();
     void theBarHasRoundCorners();
     void anEmptyBarIsEmpty();
+    void theBarsTrackIsSeen();
     void aLongTextEndsInDots_data();
     void aLongTextEndsInDots();
     void aTextThatFitsIsPaintedAsItIs();
@@ -159,6 +160,26 @@ void TestWindowDetails::anEmptyBarIsEmpty()
     const QImage image = grabbed(bar);
     for (int x = 0; x < image.width(); ++x)
         QVERIFY(green(image, x, image.height() / 2) < 100);
+}
+
+void TestWindowDetails::theBarsTrackIsSeen()
+{
+    const QProgressBar *bar = m_launcher->progressBar();
+    const QRect rect(bar->mapTo(m_launcher->window(), QPoint()), bar->size());
+    const QImage image = grabbed(m_launcher->window()->rect());
+    constexpr int kPart = 92; // a tenth of the bar
+    for (int left = rect.left(); left + kPart <= rect.right() + 1; left += kPart) {
+        double track = 0;
+        double ground = 0;
+        for (int x = left; x < left + kPart; ++x) {
+            for (const int y : {rect.top() + 1, rect.bottom() - 1})
+                track += green(image, x, y) / 2.0 / kPart;
+            for (const int y : {rect.top() - 2, rect.bottom() + 2})
+                ground += green(image, x, y) / 2.0 / kPart;
+        }
+        QVERIFY2(ground - track >= 12,
+                 qPrintable(u"%1 on %2 at %3"_s.arg(track).arg(ground).arg(left)));
+    }
 }
 
 void TestWindowDetails::aLongTextEndsInDots_data()

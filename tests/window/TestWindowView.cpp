@@ -217,6 +217,7 @@ private slots:
     void pictures_data();
     void pictures();
     void bundleIsRegisteredByPlainFunctions();
+    void theIconHasAnEmblemInSmallSizes();
     void darkPaletteLeavesOtherRolesAlone();
 
 private:
@@ -642,6 +643,28 @@ void TestWindowView::bundleIsRegisteredByPlainFunctions()
     QVERIFY(!QFile::exists(u":/images/logo.png"_s));
     QCOMPARE(qInitResources_launcher(), 1);
     QVERIFY(QFile::exists(u":/images/logo.png"_s));
+}
+
+void TestWindowView::theIconHasAnEmblemInSmallSizes()
+{
+    const QIcon before = QApplication::windowIcon();
+    const QString styleBefore = QApplication::style()->name();
+    const QPalette paletteBefore = QApplication::palette();
+    const auto restore = qScopeGuard([&] {
+        QApplication::setWindowIcon(before);
+        QApplication::setStyle(styleBefore);
+        QApplication::setPalette(paletteBefore);
+    });
+    Identity::apply();
+
+    const QIcon icon = QApplication::windowIcon();
+    const QPixmap logo(u":/images/logo.png"_s);
+    for (const int size : {16, 24, 32, 48}) {
+        const QPixmap emblem(u":/icons/%1.png"_s.arg(size));
+        QCOMPARE(emblem.size(), QSize(size, size));
+        QCOMPARE(icon.pixmap(size, size).toImage(), emblem.toImage());
+    }
+    QCOMPARE(icon.pixmap(435, 397).toImage(), logo.toImage());
 }
 
 void TestWindowView::darkPaletteLeavesOtherRolesAlone()
