@@ -1,5 +1,6 @@
 #include "app/Identity.h"
 #include "tests/support/BoxAnswers.h"
+#include "tests/support/Stragglers.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/window/LauncherFixture.h"
 
@@ -164,7 +165,7 @@ void TestAssistiveTechnology::init()
         [&] {
             ++sayings;
             m_launcher->call("onUpdateFinished", true, saying());
-            QTest::qWait(50);
+            waitForStragglers();
             return !m_observer->said().isEmpty();
         },
         int(kPatience.count()));
@@ -239,7 +240,7 @@ void TestAssistiveTechnology::progressIsSaidInStepsOfTen()
 {
     for (const int percent : {0, 3, 9, 10, 11, 19, 25, 29, 71, 100}) {
         m_launcher->call("onClientDownloadProgress", percent, u"Téléchargement du client"_s);
-        QTest::qWait(20); // as it comes from a network
+        waitForStragglers(); // as it comes from a network
     }
     const QStringList expected{u"10 %"_s, u"20 %"_s, u"70 %"_s};
     QTRY_COMPARE_WITH_TIMEOUT(m_observer->said(), expected, kPatience.count());
