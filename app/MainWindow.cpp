@@ -191,7 +191,7 @@ void MainWindow::onLauncherDownloadFinished(bool success, const QString &message
 void MainWindow::onLauncherReadyToInstall(const QString &updaterPath,
                                           const QString &newLauncherPath)
 {
-    progressLabel->setText(kInstallingUpdate);
+    announceStep(kInstallingUpdate);
 
     const QString folder = QCoreApplication::applicationDirPath();
     const QString fileName = QFileInfo(QCoreApplication::applicationFilePath()).fileName();
@@ -312,7 +312,7 @@ void MainWindow::onPlayClicked()
     }
 
     QProcess::startDetached(folder + kGameExecutable, {}, folder);
-    progressLabel->setText(kGameStarted);
+    announceStep(kGameStarted);
 }
 
 void MainWindow::onWebsiteClicked()
@@ -414,7 +414,9 @@ void MainWindow::showPercentage()
 /// For players who have turned to another window, since the steps take their time.
 void MainWindow::callPlayer()
 {
-    QApplication::alert(this);
+    // The player may be there in another window of ours: alert() goes by this one's focus alone.
+    if (QGuiApplication::applicationState() != Qt::ApplicationActive)
+        QApplication::alert(this);
 }
 
 // --- Message boxes ---

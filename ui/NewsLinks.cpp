@@ -8,6 +8,8 @@
 #include <QTextDocument>
 #include <QTextEdit>
 
+#include <utility>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -98,13 +100,13 @@ void NewsLinks::mouseEvent(const QMouseEvent *event)
         m_pressedAt = position;
         return;
     }
+    // The system may let other events in while it opens the address.
+    const QUrl pressed = std::exchange(m_pressed, {});
     const bool dragged =
         (position - m_pressedAt).manhattanLength() >= QApplication::startDragDistance();
-    if (event->button() == Qt::LeftButton && !dragged && m_pressed.isValid() &&
-        linkAt(position) == m_pressed) {
-        QDesktopServices::openUrl(m_pressed);
-    }
-    m_pressed.clear();
+    if (event->button() == Qt::LeftButton && !dragged && pressed.isValid() &&
+        linkAt(position) == pressed)
+        QDesktopServices::openUrl(pressed);
 }
 
 /// True for a key that is not the text's any more.

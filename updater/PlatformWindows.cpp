@@ -497,8 +497,10 @@ bool Platform::continueAsCopy(const std::string &folder, const std::vector<std::
         return false;
 
     const std::wstring copies = makeFolderForCopy();
+    if (copies.empty())
+        return false;
     const std::wstring copy = copies + L"\\LauncherUpdater.exe";
-    if (!copies.empty() && ::CopyFileW(extended(own).c_str(), copy.c_str(), TRUE) &&
+    if (::CopyFileW(extended(own).c_str(), copy.c_str(), TRUE) &&
         !startProcess(copy, arguments, nullptr))
         return true;
     // Then this program does it as well as it can: its own old file stays until the next time.

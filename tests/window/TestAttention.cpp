@@ -58,6 +58,7 @@ private slots:
 
     void callsWhenALongStepHasEnded_data();
     void callsWhenALongStepHasEnded();
+    void doesNotCallWhoIsThere_data();
     void doesNotCallWhoIsThere();
 
 private:
@@ -130,8 +131,16 @@ void TestAttention::callsWhenALongStepHasEnded()
     QVERIFY(!asks(above));
 }
 
+void TestAttention::doesNotCallWhoIsThere_data()
+{
+    QTest::addColumn<bool>("settingsAreOpen");
+    QTest::newRow("in the window itself") << false;
+    QTest::newRow("in the settings") << true;
+}
+
 void TestAttention::doesNotCallWhoIsThere()
 {
+    QFETCH(const bool, settingsAreOpen);
     m_server->answer(kClientPath, HttpAnswer::ok(clientArchive()).heldAfter(50'000));
     m_server->answer(kManifestPath, HttpAnswer::ok(R"({"files": []})"));
     DrivenLauncher launcher(*m_server);
@@ -139,6 +148,12 @@ void TestAttention::doesNotCallWhoIsThere()
     QVERIFY(launcher.start());
     QVERIFY(launcher.waitForState(isActive));
     QVERIFY(waitForArchive(launcher));
+    if (settingsAreOpen) {
+        launcher.ask(u"click"_s, {{u"button"_s, u"settingsButton"_s}});
+        QVERIFY(launcher.waitForState([](const QJsonObject &state) {
+            return state["modalTitle"_L1].toString() == u"Paramètres"_s;
+        }));
+    }
     m_server->release(kClientPath);
     QVERIFY(launcher.waitForLabel(kReady));
     QVERIFY(!asks(launcher));
