@@ -14,6 +14,7 @@ using namespace Qt::Literals::StringLiterals;
 namespace {
 
 constexpr int kStartTimeout = 30000; // ms
+constexpr int kTries = 5;
 
 } // namespace
 
@@ -40,8 +41,11 @@ TlsTerminator::TlsTerminator(QObject *parent)
         qFatal("No loopback port: %s", qPrintable(listener.errorString()));
     const QStringList arguments{QStringLiteral(VEYRA_TLS_TERMINATOR),
                                 QString::number(listener.serverPort())};
-    if (!QProcess::startDetached(QStringLiteral(VEYRA_PYTHON), arguments) ||
-        !listener.waitForNewConnection(kStartTimeout))
+    // Wine does not always start a program at the first try.
+    bool started = false;
+    for (int tries = 0; tries < kTries && !started; ++tries)
+        started = QProcess::startDetached(QStringLiteral(VEYRA_PYTHON), arguments);
+    if (!started || !listener.waitForNewConnection(kStartTimeout))
         qFatal("%s does not run %s", VEYRA_PYTHON, VEYRA_TLS_TERMINATOR);
     m_control = listener.nextPendingConnection();
     m_control->setParent(this);
@@ -64,5 +68,8 @@ void TlsTerminator::takeOver(QTcpSocket *client, const Certificates::Identity &i
             [client, encrypted] { encrypted->write(client->readAll()); });
     connect(encrypted, &QTcpSocket::readyRead, client,
             [client, encrypted] { client->write(encrypted->readAll()); });
-    connect(encrypted, &QTcpSocket::disconnected, client, &QTcpSocket::disconnectFromHost);
+    connect(encrypted, &QTcpSocket::disconnected, client, [client, encrypted] {
+        client->write(encrypted->readAll()); // what came together with the end
+        client->disconnectFromHost();
+    });
 }

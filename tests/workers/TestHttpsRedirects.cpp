@@ -51,6 +51,10 @@ QString TestHttpsRedirects::plain(const WorkerRequest &request)
 
 void TestHttpsRedirects::plainRequestsLoadNoTlsLibrary()
 {
+    if (Platform::isWine()) {
+        QSKIP("Under Wine a process that has made plain requests first verifies no certificate "
+              "later");
+    }
     for (const QString &name : EveryRequest::names()) {
         const WorkerRequest sent = m_requests->named(name);
         const EveryRequest::Outcome outcome = m_requests->run(sent, [this, &sent] {
