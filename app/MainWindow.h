@@ -9,11 +9,11 @@
 
 class ClientDownloader;
 class NewsFetcher;
+class NewsView;
 class QHBoxLayout;
 class QLabel;
 class QProgressBar;
 class QPushButton;
-class QTextEdit;
 class SelfUpdater;
 class ServerChecker;
 class Updater;
@@ -93,7 +93,7 @@ private:
     QPushButton *settingsButton = nullptr;
     QPushButton *websiteButton = nullptr;
     QPushButton *discordButton = nullptr;
-    QTextEdit *newsWidget = nullptr;
+    NewsView *newsWidget = nullptr;
 
     Updater *updater = nullptr;
     ServerChecker *serverChecker = nullptr;
