@@ -51,7 +51,6 @@ void TestHttpServer::answersAsScripted_data()
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QString>("skip");
 
-    const QString lostReset = Platform::reasonToSkipResets();
     const QByteArray big(1000000, 'x');
     QTest::newRow("a body with its length") << HttpAnswer::ok(big) << 0 << big << QString();
     QTest::newRow("a chunked body") << HttpAnswer::ok(big).chunked() << 0 << big << QString();
@@ -162,15 +161,21 @@ void TestHttpServer::speaksTlsToWhoeverBeginsWithIt_data()
     QTest::addColumn<HttpAnswer>("answer");
     QTest::addColumn<int>("error");
     QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("skip");
 
+    // Of some twenty such bodies one lacks its last TLS record, which the server has sent.
+    const QString lostRecord =
+        Platform::isWine() ? u"Wine now and then loses what comes with TLS's end"_s : QString();
     const QByteArray big(1000000, 'x');
-    QTest::newRow("a body with its length") << HttpAnswer::ok(big) << 0 << big;
-    QTest::newRow("a chunked body") << HttpAnswer::ok(big).chunked() << 0 << big;
+    QTest::newRow("a body with its length") << HttpAnswer::ok(big) << 0 << big << QString();
+    QTest::newRow("a chunked body") << HttpAnswer::ok(big).chunked() << 0 << big << QString();
     QTest::newRow("a body that ends with the connection")
-        << HttpAnswer::ok(big).withoutLength() << 0 << big;
-    QTest::newRow("a dripped body") << HttpAnswer::ok("abcdef").dripped(2, 5ms) << 0 << "abcdef"_ba;
-    QTest::newRow("a truncated body") << HttpAnswer::ok("abcdef").truncatedAfter(3)
-                                      << int(QNetworkReply::RemoteHostClosedError) << "abc"_ba;
+        << HttpAnswer::ok(big).withoutLength() << 0 << big << lostRecord;
+    QTest::newRow("a dripped body")
+        << HttpAnswer::ok("abcdef").dripped(2, 5ms) << 0 << "abcdef"_ba << QString();
+    QTest::newRow("a truncated body")
+        << HttpAnswer::ok("abcdef").truncatedAfter(3) << int(QNetworkReply::RemoteHostClosedError)
+        << "abc"_ba << QString();
 }
 
 void TestHttpServer::speaksTlsToWhoeverBeginsWithIt()
@@ -178,6 +183,10 @@ void TestHttpServer::speaksTlsToWhoeverBeginsWithIt()
     if (const QString reason = Certificates::missing(); !reason.isEmpty())
         QSKIP(qPrintable(reason));
     QFETCH(const HttpAnswer, answer);
+    QFETCH(const QString, skip);
+    if (!skip.isEmpty()) {
+        QSKIP(qPrintable(skip));
+    }
     const Certificates::TrustedAuthority authority;
     HttpServer server;
     server.setIdentity(Certificates::identity(Certificates::Kind::Good));
