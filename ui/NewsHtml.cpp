@@ -30,7 +30,7 @@ constexpr qsizetype kFirstEffort = 8'000;
 constexpr qsizetype kEffortLimit = 128'000;
 // A usual step takes some ten milliseconds, and twice as long as the one before. Another one was
 // made to take longer and longer, and nothing can interrupt the next.
-constexpr std::chrono::nanoseconds kLongStep = 250ms;
+constexpr std::chrono::nanoseconds kLongStep = 100ms;
 constexpr std::chrono::nanoseconds kNoticeableStep = 50ms;
 constexpr int kLargestGrowth = 3;
 constexpr qsizetype kEffortOfCell = 16;

@@ -408,7 +408,7 @@ void TestProgram::closing_data()
     QTest::newRow("while news are read that take the parser long")
         << Phase{[](HttpServer &server, DrivenLauncher &) {
                      const QByteArray rules = QByteArray("ul ul ul ul{color:red}").repeated(4);
-                     const QByteArray lists = QByteArray("<ul>x").repeated(8000);
+                     const QByteArray lists = QByteArray("<ul>x").repeated(1500);
                      server.answer("/api/news.php", HttpAnswer::ok("[\"<style>" + rules +
                                                                    "</style>" + lists + "\"]"));
                  },
