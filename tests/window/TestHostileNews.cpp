@@ -85,6 +85,8 @@ private slots:
     void whatComesTooLateIsLeftOut();
     void lateNewsDoNotReplaceNewerOnes();
     void aPanelMayGoBeforeItsNewsAreRead();
+    void gradientsAreNotShown_data();
+    void gradientsAreNotShown();
     void toolTipsAreNotShown();
 };
 
@@ -306,6 +308,33 @@ void TestHostileNews::aPanelMayGoBeforeItsNewsAreRead()
     view.reset();
     QThreadPool::globalInstance()->waitForDone();
     QCoreApplication::processEvents();
+}
+
+void TestHostileNews::gradientsAreNotShown_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::newRow("plain") << u"qlineargradient("_s;
+    QTest::newRow("in upper case") << u"QLinearGRADIENT("_s;
+    QTest::newRow("with an escape") << u"qlinear\\000067radient("_s;
+    QTest::newRow("with a reference") << u"qlineargr&#97;dient&#40;"_s;
+    QTest::newRow("with an escape and references") << u"qlinear&#92;00006&#55;radient("_s;
+}
+
+/// A broken one would end the process, though not every time.
+void TestHostileNews::gradientsAreNotShown()
+{
+    QFETCH(const QString, name);
+    const QString item = u"<p style=\"background:%1stop:0 red, stop:1 blue)\">x"_s.arg(name);
+    QTextDocument plain;
+    plain.setHtml(item);
+    QVERIFY(plain.begin().blockFormat().background().gradient());
+
+    NewsView view;
+    view.showNews({item});
+    QTRY_VERIFY(!view.document()->isEmpty());
+    const QTextBlock block = view.document()->lastBlock();
+    QCOMPARE(block.text(), u"x"_s);
+    QCOMPARE(block.blockFormat().background().style(), Qt::NoBrush);
 }
 
 void TestHostileNews::toolTipsAreNotShown()
