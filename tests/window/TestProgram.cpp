@@ -405,16 +405,6 @@ void TestProgram::closing_data()
                      return waitForRequest(server, "/api/status.php") &&
                             waitForRequest(server, "/api/news.php");
                  }};
-    QTest::newRow("while news are read that take the parser long")
-        << Phase{[](HttpServer &server, DrivenLauncher &) {
-                     const QByteArray rules = QByteArray("ul ul ul ul{color:red}").repeated(4);
-                     const QByteArray lists = QByteArray("<ul>x").repeated(1500);
-                     server.answer("/api/news.php", HttpAnswer::ok("[\"<style>" + rules +
-                                                                   "</style>" + lists + "\"]"));
-                 },
-                 [](HttpServer &server, DrivenLauncher &) {
-                     return waitForRequest(server, "/api/news.php");
-                 }};
     QTest::newRow("while the version check is never answered") << Phase{
         [](HttpServer &, DrivenLauncher &) {},
         [](HttpServer &server, DrivenLauncher &) { return waitForRequest(server, kVersionPath); }};

@@ -94,7 +94,7 @@ void TestServerNonsense::hugeNewsAreShownInPart()
     m_launcher->open();
     auto *news = m_launcher->news();
     QTRY_VERIFY_WITH_TIMEOUT(news->toPlainText().startsWith(u"• premier"), kPatience);
-    QVERIFY(news->toPlainText().size() > 40'000);
+    QVERIFY(news->toPlainText().size() > 5'000); // endless words take the layout longest
     QVERIFY(news->toPlainText().size() < 60'000);
     QVERIFY(!news->toPlainText().contains(u"dernier"));
 }
