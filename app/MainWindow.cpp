@@ -214,6 +214,7 @@ void MainWindow::checkClientInstallation()
 
     // An installed client is not verified: that follows a fresh installation only.
     progressBar->setValue(100);
+    taskbarProgress->end(); // the bar stays busy after a download of unknown size
     announceStep(kReadyToPlay);
     setPlayButton(true, kPlay);
 }

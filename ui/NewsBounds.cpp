@@ -14,9 +14,10 @@
 namespace {
 
 // Microseconds that the layout takes, measured on a machine of 2020 and rounded up. The panel lays
-// a document out two or three times; a single thing cannot be laid out in steps.
-constexpr double kCostLimit = 120'000;
-constexpr double kCostLimitOfOne = 40'000;
+// a document out two or three times, on older machines and busy ones more slowly; a single thing
+// cannot be laid out in steps.
+constexpr double kCostLimit = 80'000;
+constexpr double kCostLimitOfOne = 30'000;
 /// Plain text has no second pass. Its paragraphs are broken, so that no cost grows with a square.
 constexpr double kCostLimitOfText = 40'000;
 constexpr int kParagraphLimit = 1000;

@@ -1,5 +1,7 @@
 #include "ui/WindowPlacement.h"
 
+#include <QCursor>
+#include <QGuiApplication>
 #include <QScreen>
 #include <QStyle>
 #include <QWidget>
@@ -21,6 +23,14 @@ QSize sizeWithFrame(QWidget *window)
     return window->size().grownBy(frame);
 }
 
+/// Where Qt is about to show it: that the window itself names another screen, as long as the system
+/// knows no window of its, means nothing.
+const QScreen *screenFor(const QWidget *window)
+{
+    const QScreen *underMouse = QGuiApplication::screenAt(QCursor::pos());
+    return underMouse ? underMouse : window->screen();
+}
+
 } // namespace
 
 QPoint WindowPlacement::cornerFor(QSize windowSize, const QRect &available)
@@ -32,7 +42,7 @@ QPoint WindowPlacement::cornerFor(QSize windowSize, const QRect &available)
 
 void WindowPlacement::keepInReach(QWidget *window)
 {
-    const QRect available = window->screen()->availableGeometry();
+    const QRect available = screenFor(window)->availableGeometry();
     const QSize size = sizeWithFrame(window);
     if (size.width() < available.width() * kComfortableShare &&
         size.height() < available.height() * kComfortableShare) {
