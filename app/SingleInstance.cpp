@@ -84,7 +84,7 @@ void bringUpDialogOver(QWidget *window)
         bringUp(dialog);
         return;
     }
-    // The system's own is shown in its place.
+    // The system shows a dialog of its own in its place, which Windows must be told of.
 #ifdef Q_OS_WIN
     SetForegroundWindow(GetLastActivePopup(reinterpret_cast<HWND>(window->winId())));
 #else

@@ -19,7 +19,6 @@ private slots:
     void cleanup();
     void theWindowComesToTheFront();
     void theDialogOverItComesToTheFront();
-    void noDialogThatTheSystemShowsInItsOwnWay();
 
 private:
     /// True if that start left because of this one.
@@ -80,19 +79,6 @@ void TestSingleInstance::theDialogOverItComesToTheFront()
     QVERIFY(QTest::qWaitForWindowActive(m_other.get()));
     QVERIFY(startAgain());
     QTRY_COMPARE(QApplication::activeWindow(), &dialog);
-}
-
-/// Qt keeps a dialog of its own for it, which would take the keyboard without being seen.
-void TestSingleInstance::noDialogThatTheSystemShowsInItsOwnWay()
-{
-    QDialog standIn(m_window.get());
-    standIn.setAttribute(Qt::WA_DontShowOnScreen);
-    standIn.setWindowModality(Qt::ApplicationModal);
-    standIn.show();
-    QCOMPARE(QApplication::activeModalWidget(), &standIn);
-    QVERIFY(startAgain());
-    QTRY_VERIFY(QApplication::activeWindow() != m_other.get());
-    QCOMPARE(QApplication::activeWindow(), m_window.get());
 }
 
 VEYRA_WIDGET_TEST_MAIN(TestSingleInstance)
