@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
@@ -28,9 +29,13 @@ constexpr qsizetype kSourceLimit = 524'288;
 /// follows as long as all has been found within bounds.
 constexpr qsizetype kFirstEffort = 8'000;
 constexpr qsizetype kEffortLimit = 128'000;
-// A usual step takes some ten milliseconds, and twice as long as the one before. Another one was
-// made to take longer and longer, and nothing can interrupt the next.
-constexpr std::chrono::nanoseconds kLongStep = 100ms;
+/// Less than what twenty items of usual news ask for, and their characters.
+constexpr qsizetype kQuickEffort = 1'000;
+constexpr qsizetype kQuickLength = 16'384;
+// A usual step takes some ten milliseconds, on a slow machine some hundred, and twice as long as
+// the one before. Another one was made to take longer and longer, and nothing can interrupt the
+// next.
+constexpr std::chrono::nanoseconds kLongStep = 300ms;
 constexpr std::chrono::nanoseconds kNoticeableStep = 50ms;
 constexpr int kLargestGrowth = 3;
 constexpr qsizetype kEffortOfCell = 16;
@@ -185,11 +190,31 @@ QString withoutStandIns(QString text)
     return text;
 }
 
+/// In the addresses of a block's links.
+void removeStandInsOfLinks(const QTextBlock &block, QTextCursor *cursor)
+{
+    QList<std::pair<QTextFragment, QString>> links; // changing one would spoil the iterator
+    for (auto it = block.begin(); !it.atEnd(); ++it) {
+        const QString before = it.fragment().charFormat().anchorHref();
+        const QString after = withoutStandIns(before);
+        if (after != before)
+            links.append({it.fragment(), after});
+    }
+    for (const auto &[fragment, address] : std::as_const(links)) {
+        QTextCharFormat link;
+        link.setAnchorHref(address);
+        cursor->setPosition(fragment.position());
+        cursor->setPosition(fragment.position() + fragment.length(), QTextCursor::KeepAnchor);
+        cursor->mergeCharFormat(link);
+    }
+}
+
 void removeStandIns(QTextDocument *document)
 {
     QTextCursor cursor(document);
     cursor.beginEditBlock();
     for (QTextBlock block = document->begin(); block.isValid(); block = block.next()) {
+        removeStandInsOfLinks(block, &cursor);
         const QString before = block.text();
         const QString after = withoutStandIns(before);
         for (int i = 0; i < after.size(); ++i) {
@@ -268,27 +293,36 @@ private:
         return begins("/"_L1) ? 1 : 1 + m_rules;
     }
 
-    qsizetype effortOfSpan(qsizetype position) const
+    qsizetype effortOfSpan(qsizetype position)
     {
         const qsizetype name = position - 3;
         const QStringView word = m_html.sliced(name, std::min<qsizetype>(7, m_html.size() - name));
         if (word.compare("colspan"_L1, Qt::CaseInsensitive) != 0)
             return 0;
-        const qsizetype number = nextSpan(m_html, name);
-        const auto end = std::find_if_not(m_html.begin() + number, m_html.end(), isDigit);
-        const auto digits = m_html.sliced(number, end - m_html.begin() - number);
-        return digits.toInt() * kEffortOfCell;
+        // Many may lie in front of the one number.
+        if (m_spanNumber <= name)
+            m_spanNumber = nextSpan(m_html, name);
+        const auto end = std::find_if_not(m_html.begin() + m_spanNumber, m_html.end(), isDigit);
+        const auto digits = m_html.sliced(m_spanNumber, end - m_html.begin() - m_spanNumber);
+        return 1 + digits.toInt() * kEffortOfCell;
     }
 
     QStringView m_html;
     qsizetype m_position = 0;
     qsizetype m_sum = 0;
+    qsizetype m_spanNumber = 0;
     qsizetype m_rules = 0;
     bool m_isInStyles = false;
     bool m_isUsualStyle = false;
 };
 
 } // namespace
+
+bool NewsHtml::isQuick(const QStringList &news)
+{
+    const QString html = joined(news);
+    return html.size() <= kQuickLength && Efforts(html).reach(kQuickEffort) == html.size();
+}
 
 std::unique_ptr<QTextDocument> NewsHtml::read(const QStringList &news, const QFont &font,
                                               const std::atomic_bool &isAbandoned)
@@ -298,14 +332,13 @@ std::unique_ptr<QTextDocument> NewsHtml::read(const QStringList &news, const QFo
     Efforts efforts(html);
     auto verdict = NewsBounds::Verdict::Complete;
     std::chrono::nanoseconds longest = kLongStep;
-    for (qsizetype effort = kFirstEffort; effort <= kEffortLimit; effort *= 2) {
+    for (qsizetype effort = kFirstEffort; effort <= kEffortLimit && !isAbandoned; effort *= 2) {
         const auto start = threadTime();
         const qsizetype end = efforts.reach(effort);
         document->setHtml(html.first(end));
         verdict = NewsBounds::apply(document.get());
         const auto step = threadTime() - start;
-        if (verdict != NewsBounds::Verdict::Complete || end == html.size() || step > longest ||
-            isAbandoned)
+        if (verdict != NewsBounds::Verdict::Complete || end == html.size() || step > longest)
             break;
         longest = std::clamp(kLargestGrowth * step, kNoticeableStep, kLongStep);
     }

@@ -125,6 +125,7 @@ void NewsLinks::mouseEvent(const QMouseEvent *event)
         return;
     }
     if (event->type() == QEvent::MouseButtonPress) {
+        m_cameBackwards = false;
         m_pressed = event->button() == Qt::LeftButton ? linkAt(position) : QUrl();
         m_pressedAt = position;
         return;

@@ -10,6 +10,7 @@
 #include <QThreadPool>
 
 #include <atomic>
+#include <new>
 #include <semaphore>
 #include <utility>
 
@@ -37,9 +38,19 @@ void NewsView::showNews(const QStringList &news)
 {
     abandonReading();
     m_reading = std::make_shared<Reading>();
+    if (NewsHtml::isQuick(news)) {
+        showDocument(NewsHtml::read(news, font(), m_reading->isAbandoned));
+        return;
+    }
+
     const auto read = [reading = m_reading, news, font = font(), thread = thread()] {
-        reading->document = NewsHtml::read(news, font, reading->isAbandoned);
-        reading->document->moveToThread(thread);
+        try {
+            auto document = NewsHtml::read(news, font, reading->isAbandoned);
+            document->moveToThread(thread);
+            reading->document = std::move(document);
+        } catch (const std::bad_alloc &) {
+            // Qt's documents take some hundred bytes for a character. Nothing is shown then.
+        }
         reading->isDone.release();
     };
     const QFuture<void> task = QtConcurrent::run(QThreadPool::globalInstance(), read);
@@ -64,6 +75,9 @@ void NewsView::abandonReading()
 
 void NewsView::showDocument(std::unique_ptr<QTextDocument> document)
 {
+    if (!document)
+        return;
+    document->setDefaultFont(font()); // it may have changed since
     // Without a size nothing is laid out yet: setDocument() gives it the panel's, once.
     document->setPageSize(QSizeF(0, 0));
     document->documentLayout()->setPaintDevice(viewport());

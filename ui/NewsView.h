@@ -9,19 +9,21 @@
 class QTextDocument;
 template <typename T> class QFutureWatcher;
 
-/// Shows the news. They are read on a pool thread, for a hostile feed can keep Qt's parser busy for
-/// seconds; all else happens on the GUI thread.
+/// Shows the news. Long ones are read on a pool thread, for a hostile feed can keep Qt's parser
+/// busy for seconds; all else happens on the GUI thread.
 class NewsView : public QTextEdit
 {
 public:
-    /// How long showNews() waits at most. Nobody notices it; 1,500 items take a third of it.
+    /// How long showNews() waits at most for long ones. Nobody notices it; 1,500 items take a third
+    /// of it.
     static constexpr std::chrono::milliseconds kPatience{100};
 
     explicit NewsView(QWidget *parent = nullptr);
     ~NewsView() override;
 
-    /// Replaces what is shown. Any usual news are there when this returns; others follow when they
-    /// are read, unless newer ones have been given by then.
+    /// Replaces what is shown. Short news are there when this returns; others follow when they are
+    /// read, unless newer ones have been given by then. Where there is no memory to read them in,
+    /// what was shown stays.
     void showNews(const QStringList &news);
 
 private:

@@ -19,8 +19,7 @@ public:
     void follow();
     /// Nothing is on its way any more, wherever the bar stands.
     void end();
-    /// The same; the button is red until the player
-    /// comes back to the launcher.
+    /// The same; the button is red until the player comes back to the launcher.
     void fail();
 
 private:

@@ -23,8 +23,7 @@ QSize sizeWithFrame(QWidget *window)
     return window->size().grownBy(frame);
 }
 
-/// Where Qt is about to show it: that the window itself names another screen, as long as the system
-/// knows no window of its, means nothing.
+/// Where Qt is about to show it. The window itself names the first screen until it is shown.
 const QScreen *screenFor(const QWidget *window)
 {
     const QScreen *underMouse = QGuiApplication::screenAt(QCursor::pos());

@@ -4,6 +4,13 @@
 
 class NewsView;
 
+/// Milliseconds for which the window may stand still; a sanitizer makes everything slower.
+#ifdef VEYRA_SANITIZED
+inline constexpr double kNewsHoldLimit = 1000;
+#else
+inline constexpr double kNewsHoldLimit = 250;
+#endif
+
 /// The longest time for which some news hold the window.
 struct NewsHold
 {

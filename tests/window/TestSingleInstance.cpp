@@ -59,7 +59,10 @@ bool TestSingleInstance::startAgain()
         leaves = second.isShownByAnother();
     }));
     start->start();
-    return QTest::qWaitFor([&start] { return start->isFinished(); }) && leaves;
+    constexpr int kPatience = 30'000; // longer than that of a start
+    const bool ended = QTest::qWaitFor([&start] { return start->isFinished(); }, kPatience);
+    start->wait();
+    return ended && leaves;
 }
 
 void TestSingleInstance::theWindowComesToTheFront()

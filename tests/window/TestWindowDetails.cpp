@@ -178,7 +178,7 @@ void TestWindowDetails::theBarsTrackIsSeen()
             for (const int y : {rect.top() - 2, rect.bottom() + 2})
                 ground += green(image, x, y) / 2.0 / kPart;
         }
-        QVERIFY2(ground - track >= 10,
+        QVERIFY2(ground - track >= 12,
                  qPrintable(u"%1 on %2 at %3"_s.arg(track).arg(ground).arg(left)));
     }
 }
