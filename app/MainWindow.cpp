@@ -9,7 +9,7 @@
 #include "net/NewsFetcher.h"
 #include "net/ServerChecker.h"
 #include "ui/Announcer.h"
-#include "ui/NewsHtml.h"
+#include "ui/NewsView.h"
 #include "ui/ScrollingMessageBox.h"
 #include "ui/TaskbarProgress.h"
 #include "update/SelfUpdater.h"
@@ -25,7 +25,6 @@
 #include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QTextEdit>
 #include <QTimer>
 #include <QToolTip>
 #include <QUrl>
@@ -81,7 +80,6 @@ const auto kOffline = u"Serveur hors ligne"_s;
 const auto kStatusStyle = u"color: %1; font-size: 16px; font-weight: bold; padding: 10px 20px; "
                           u"background: rgba(0, 0, 0, 0.5); border-radius: 10px;"_s;
 const auto kPlayerCount = u"%1 joueur%2 connecté%3"_s;
-const auto kNewsItem = u"<p style='margin: 10px 0;'>• %1</p>"_s;
 const auto kColorStyle = u"color: %1;"_s;
 
 } // namespace
@@ -216,6 +214,7 @@ void MainWindow::checkClientInstallation()
 
     // An installed client is not verified: that follows a fresh installation only.
     progressBar->setValue(100);
+    taskbarProgress->end(); // the bar stays busy after a download of unknown size
     announceStep(kReadyToPlay);
     setPlayButton(true, kPlay);
 }
@@ -346,14 +345,7 @@ void MainWindow::onServerStatusReceived(bool online, int players)
 
 void MainWindow::onNewsReceived(const QStringList &news)
 {
-    QString html;
-    NewsHtml::Budget budget;
-    for (const QString &item : news) {
-        if (budget.isSpent())
-            break;
-        html += kNewsItem.arg(budget.admit(item));
-    }
-    newsWidget->setHtml(html);
+    newsWidget->showNews(news);
 }
 
 // --- Progress display ---

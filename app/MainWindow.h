@@ -10,11 +10,11 @@
 class Announcer;
 class ClientDownloader;
 class NewsFetcher;
+class NewsView;
 class QHBoxLayout;
 class QLabel;
 class QProgressBar;
 class QPushButton;
-class QTextEdit;
 class SelfUpdater;
 class ServerChecker;
 class TaskbarProgress;
@@ -99,7 +99,7 @@ private:
     QPushButton *settingsButton = nullptr;
     QPushButton *websiteButton = nullptr;
     QPushButton *discordButton = nullptr;
-    QTextEdit *newsWidget = nullptr;
+    NewsView *newsWidget = nullptr;
     Announcer *announcer = nullptr;
 
     Updater *updater = nullptr;

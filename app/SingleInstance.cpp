@@ -74,6 +74,24 @@ void bringUp(QWidget *window)
     window->activateWindow();
 }
 
+/// What the player has to answer first comes to the front with the window and has the keyboard.
+void bringUpDialogOver(QWidget *window)
+{
+    QWidget *const dialog = QApplication::activeModalWidget();
+    if (!dialog)
+        return;
+    if (!dialog->testAttribute(Qt::WA_DontShowOnScreen)) {
+        bringUp(dialog);
+        return;
+    }
+    // The system shows a dialog of its own in its place, which Windows must be told of.
+#ifdef Q_OS_WIN
+    SetForegroundWindow(GetLastActivePopup(reinterpret_cast<HWND>(window->winId())));
+#else
+    Q_UNUSED(window)
+#endif
+}
+
 int millisecondsLeft(const QDeadlineTimer &deadline)
 {
     return int(deadline.remainingTime());
@@ -149,7 +167,6 @@ bool SingleInstance::bringToFront()
         return false;
 
     bringUp(ours);
-    if (QWidget *const above = QApplication::activeModalWidget())
-        bringUp(above);
+    bringUpDialogOver(ours);
     return true;
 }

@@ -6,7 +6,7 @@
 namespace ProcessLock {
 
 /// Takes the lock unless a living process holds it; lock.error() tells what else went wrong. Where
-/// it is taken this lasts a tenth of a second, no longer.
+/// it is taken this lasts two tenths of a second, no longer.
 ///
 /// QLockFile alone goes by what stands in the file: the one that a power cut has emptied, or whose
 /// process number now belongs to another launcher, it would respect for ever. The file cannot be
@@ -18,8 +18,12 @@ inline bool take(QLockFile &lock)
     lock.setStaleLockTime(0);        // age says nothing: downloads take hours
     if (lock.tryLock(kSecondLook))
         return true;
-    return lock.error() == QLockFile::LockFailedError && lock.removeStaleLockFile() &&
-           lock.tryLock(0);
+    if (lock.error() != QLockFile::LockFailedError)
+        return false;
+    // Of two that remove the same file the second could remove what the first has made in its
+    // place. QLockFile keeps others from that with a lock of this name, and goes by its age.
+    QLockFile removal(lock.fileName() + QLatin1StringView(".rmlock"));
+    return removal.tryLock(kSecondLook) && lock.removeStaleLockFile() && lock.tryLock(0);
 }
 
 } // namespace ProcessLock

@@ -26,6 +26,17 @@ const auto kDatedItem =
     u"<b>[%1]</b> <span style='color: "_s + Colors::kNewsTitle + u";'>%2</span><br/>%3"_s;
 const auto kUndatedItem = u"<span style='color: "_s + Colors::kNewsTitle + u";'>%1</span><br/>%2"_s;
 
+/// Characters; far more than anybody reads.
+constexpr qsizetype kAmplifiedLimit = 10'000'000;
+
+/// A feed of a few kilobytes with a thousand "%2" in a date and as many "%3" in the title would ask
+/// for gigabytes.
+QString bounded(const QString &argument, const QString &text)
+{
+    const qsizetype places = text.count(u'%');
+    return places > 1 ? argument.left(kAmplifiedLimit / places) : argument;
+}
+
 /// Placeholders are filled one after the other, so a "%2" inside a date receives the title.
 QString formatItem(const QJsonObject &item)
 {
@@ -33,9 +44,11 @@ QString formatItem(const QJsonObject &item)
     const QString date = item.value("date"_L1).toString();
     const QString content = item.value("content"_L1).toString();
 
-    if (date.isEmpty())
-        return kUndatedItem.arg(title).arg(content);
-    return kDatedItem.arg(date).arg(title).arg(content);
+    QString text = kUndatedItem;
+    if (!date.isEmpty())
+        text = kDatedItem.arg(bounded(date, kDatedItem));
+    text = text.arg(bounded(title, text));
+    return text.arg(bounded(content, text));
 }
 
 } // namespace

@@ -4,6 +4,8 @@
 
 #include <QAccessibleWidget>
 
+#include <algorithm>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -40,7 +42,8 @@ public:
         return QAccessibleWidget::text(kind);
     }
 
-    QVariant currentValue() const override { return m_bar->value(); }
+    // A bar that was never set is at one less than its least.
+    QVariant currentValue() const override { return std::max(m_bar->value(), m_bar->minimum()); }
     void setCurrentValue(const QVariant &) override {}
     QVariant minimumValue() const override { return m_bar->minimum(); }
     QVariant maximumValue() const override { return m_bar->maximum(); }

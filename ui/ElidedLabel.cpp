@@ -9,12 +9,34 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
+// Characters: some thirty lines, and a word that still fits in the tool tip's width.
+constexpr qsizetype kToolTipLimit = 2000;
+constexpr qsizetype kLongWord = 60;
+
+/// With places in endless words where a line may end.
+QString breakable(const QString &text)
+{
+    constexpr QChar kZeroWidthSpace(0x200b);
+    QString broken;
+    qsizetype word = 0;
+    for (const QChar c : text) {
+        if (word >= kLongWord && !c.isSpace() && !c.isLowSurrogate()) {
+            broken += kZeroWidthSpace;
+            word = 0;
+        }
+        word = c.isSpace() ? 0 : word + 1;
+        broken += c;
+    }
+    return broken;
+}
+
 /// Plain text is neither broken into lines nor safe from being taken for HTML. The colour is named
 /// because the tool tip of a widget takes over the style sheet of that widget.
 QString asToolTip(const QString &text)
 {
+    const QString shown = text.size() > kToolTipLimit ? text.left(kToolTipLimit) + u'…' : text;
     return u"<p style='white-space: pre-wrap; color: %1'>%2</p>"_s.arg(
-        QToolTip::palette().color(QPalette::ToolTipText).name(), text.toHtmlEscaped());
+        QToolTip::palette().color(QPalette::ToolTipText).name(), breakable(shown).toHtmlEscaped());
 }
 
 } // namespace

@@ -1,89 +1,354 @@
 #include "ui/NewsHtml.h"
 
-#include <QRegularExpression>
+#include "ui/NewsBounds.h"
+#include "ui/ThreadTime.h"
+
+#include <QImage>
+#include <QTextBlock>
+#include <QTextCursor>
+#include <QTextDocument>
 
 #include <algorithm>
+#include <chrono>
+#include <utility>
 
 using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace {
 
-/// Each item takes a paragraph, however short it is.
-constexpr qsizetype kCharactersOfParagraph = 40;
+const auto kItem = u"<p style='margin: 10px 0;'>• %1</p>"_s;
 
-/// Regular expressions bring half a megabyte of their library into memory, so they are kept for the
-/// rare tag that has such a number at all.
-bool hasFourDigits(QStringView tag)
+/// Characters. Several hundred printed pages; the parser takes some hundred bytes for each.
+constexpr qsizetype kSourceLimit = 524'288;
+
+// Qt's parser goes through tags and ancestors, rules and tags, rows and columns in nested loops,
+// and makes every cell of a table beforehand. How much a piece of HTML can ask of it at most is
+// counted in efforts: 1 for a tag or a paragraph, and for a tag as many as there are rules.
+/// What is parsed first. Half of it rows, half of it columns make 60,000 cells. Twice as much
+/// follows as long as all has been found within bounds.
+constexpr qsizetype kFirstEffort = 8'000;
+constexpr qsizetype kEffortLimit = 128'000;
+/// Less than what twenty items of usual news ask for, and their characters.
+constexpr qsizetype kQuickEffort = 1'000;
+constexpr qsizetype kQuickLength = 16'384;
+// A usual step takes some ten milliseconds, on a slow machine some hundred, and twice as long as
+// the one before. Another one was made to take longer and longer, and nothing can interrupt the
+// next.
+constexpr std::chrono::nanoseconds kLongStep = 300ms;
+constexpr std::chrono::nanoseconds kNoticeableStep = 50ms;
+constexpr int kLargestGrowth = 3;
+constexpr qsizetype kEffortOfCell = 16;
+constexpr int kSpanLimit = 99;
+
+// Not a character, but what Qt's documents mark frames with.
+constexpr QChar kBeginningOfFrame(0xfdd0);
+constexpr QChar kEndOfFrame(0xfdd1);
+
+// Control characters, which have no place in a text.
+constexpr QChar kBackslashStandIn(0x01);
+constexpr QChar kParenthesisStandIn(0x02);
+
+/// They come from the network, so nothing in them may make the launcher open a
+/// file: on Windows an image at "//host/share" would even send that host the user's credentials.
+class NewsDocument : public QTextDocument
 {
-    const auto isDigit = [](QChar c) { return c >= u'0' && c <= u'9'; };
-    constexpr int kDigits = 4;
-    int digits = 0;
-    return std::any_of(tag.begin(), tag.end(), [&](QChar c) {
-        digits = isDigit(c) ? digits + 1 : 0;
-        return digits == kDigits;
-    });
-}
+public:
+    using QTextDocument::QTextDocument;
 
-/// Lengths and counts beyond any screen inside a tag. Colours, names and link targets are neither.
-bool hasLargeNumber(QStringView tag)
-{
-    if (!hasFourDigits(tag))
-        return false;
-
-    static const QRegularExpression harmless(
-        uR"(\b(href|name|id|title|class|alt)\s*=\s*("[^"]*"|'[^']*'|[^\s>]*)|#[0-9a-f]+)"_s,
-        QRegularExpression::CaseInsensitiveOption);
-    static const QRegularExpression largeNumber(uR"([0-9]{5}|[0-9]{4}(\.[0-9]*)?\s*(em|ex|pt))"_s,
-                                                QRegularExpression::CaseInsensitiveOption);
-    // Half a surrogate pair makes an expression match nothing; by way of UTF-8 there is none.
-    return QString::fromUtf8(tag.toUtf8()).remove(harmless).contains(largeNumber);
-}
-
-/// A tag, with its ">" where it has one.
-QStringView tagAt(QStringView text, qsizetype start)
-{
-    const qsizetype end = text.indexOf(u'>', start);
-    return end < 0 ? text.sliced(start) : text.sliced(start, end + 1 - start);
-}
-
-/// Pictures show nothing here (see NewsView), but would take their room.
-QString withoutPictures(QStringView item)
-{
-    constexpr auto kPicture = "<img"_L1;
-    QString kept;
-    qsizetype start = 0;
-    for (;;) {
-        const qsizetype picture = item.indexOf(kPicture, start, Qt::CaseInsensitive);
-        if (picture < 0)
-            break;
-        kept += item.sliced(start, picture - start);
-        start = picture + tagAt(item, picture).size();
+protected:
+    QVariant loadResource(int type, const QUrl &) override
+    {
+        // For want of an answer Qt would read the file of that name after all.
+        if (type != QTextDocument::ImageResource)
+            return QByteArray("");
+        QImage nothing(1, 1, QImage::Format_ARGB32_Premultiplied);
+        nothing.fill(Qt::transparent);
+        return nothing;
     }
-    kept += item.sliced(start);
-    return kept;
+};
+
+std::unique_ptr<QTextDocument> emptyDocument(const QFont &font)
+{
+    auto document = std::make_unique<NewsDocument>();
+    document->setUndoRedoEnabled(false);
+    document->setDefaultFont(font);
+    return document;
 }
+
+/// Tags that an item leaves open go on in the next: the items are one text to the parser.
+QString joined(const QStringList &news)
+{
+    QString html;
+    for (const QString &item : news) {
+        if (html.size() >= kSourceLimit)
+            break;
+        html += kItem.arg(item.left(kSourceLimit));
+    }
+    html.truncate(kSourceLimit);
+    return html;
+}
+
+bool isDigit(QChar c)
+{
+    return c >= u'0' && c <= u'9';
+}
+
+/// The character that a reference like "&#99;" stands for, if names and functions are made of such.
+QChar referredLetter(QStringView reference)
+{
+    if (!reference.startsWith("&#"_L1))
+        return {};
+    const QStringView number = reference.sliced(2).chopped(1);
+    const bool isHex = number.startsWith(u'x', Qt::CaseInsensitive);
+    const uint code = isHex ? number.sliced(1).toUInt(nullptr, 16) : number.toUInt();
+    const QChar letter = code < 0x80 ? QChar(code) : QChar();
+    const bool isInNames = letter.isLetterOrNumber() || letter == u'\\' || letter == u'(';
+    return isInNames ? letter : QChar();
+}
+
+/// The parser knows "c&#111;lspan" for what it is; spelled out it can be found.
+QString withLettersSpelledOut(const QString &html)
+{
+    constexpr qsizetype kLongest = 10; // the parser reads no further
+    QString spelled;
+    spelled.reserve(html.size());
+    for (const QChar c : html) {
+        spelled += c;
+        if (c != u';')
+            continue;
+        const QStringView end = QStringView(spelled).last(std::min(spelled.size(), kLongest));
+        const qsizetype start = end.lastIndexOf(u'&');
+        const QChar letter = start < 0 ? QChar() : referredLetter(end.sliced(start));
+        if (letter.isNull())
+            continue;
+        spelled.chop(end.size() - start);
+        spelled += letter;
+    }
+    return spelled;
+}
+
+/// Where the number of the next "colspan" or "rowspan" at or after `from` lies; the text's end when
+/// there is none.
+qsizetype nextSpan(QStringView html, qsizetype from)
+{
+    constexpr qsizetype kPrefix = 3;
+    for (;;) {
+        const qsizetype span = html.indexOf("span"_L1, from, Qt::CaseInsensitive);
+        if (span < 0)
+            return html.size();
+        from = span + 1;
+        const QStringView prefix = html.first(span).last(std::min(span, kPrefix));
+        if (prefix.compare("col"_L1, Qt::CaseInsensitive) == 0 ||
+            prefix.compare("row"_L1, Qt::CaseInsensitive) == 0)
+            break;
+    }
+    const auto isValue = [](QChar c) { return isDigit(c) || c == u'>'; };
+    return std::find_if(html.begin() + from, html.end(), isValue) - html.begin();
+}
+
+/// The parser makes twenty thousand columns for one tag.
+QString withSpansBounded(const QString &html)
+{
+    const QStringView text = html;
+    QString bounded;
+    qsizetype done = 0;
+    for (qsizetype number = nextSpan(text, 0); number < text.size();) {
+        const qsizetype end =
+            std::find_if_not(text.begin() + number, text.end(), isDigit) - text.begin();
+        bool ok = false;
+        const int span = text.sliced(number, end - number).toInt(&ok);
+        if (number < end && (!ok || span > kSpanLimit)) {
+            bounded += text.sliced(done, number - done);
+            bounded += QString::number(kSpanLimit);
+            done = end;
+        }
+        number = nextSpan(text, end);
+    }
+    bounded += text.sliced(done);
+    return bounded;
+}
+
+/// Qt 6.4's parser of style sheets reads past its end in "qlineargradient(x1:)" and the like, which
+/// ends the process. Where a style sheet begins only the parser knows; so it sees no gradient at
+/// all, nor a backslash, with which any letter of one can be spelled. The text gets its own back.
+QString withStandIns(QString html)
+{
+    constexpr auto kEnd = "gradient("_L1;
+    for (qsizetype i = 0; (i = html.indexOf(kEnd, i, Qt::CaseInsensitive)) >= 0;) {
+        i += kEnd.size();
+        html[i - 1] = kParenthesisStandIn;
+    }
+    html.replace(u'\\', kBackslashStandIn);
+    return html;
+}
+
+QString withoutStandIns(QString text)
+{
+    text.replace(kParenthesisStandIn, u'(');
+    text.replace(kBackslashStandIn, u'\\');
+    return text;
+}
+
+/// In the addresses of a block's links.
+void removeStandInsOfLinks(const QTextBlock &block, QTextCursor *cursor)
+{
+    QList<std::pair<QTextFragment, QString>> links; // changing one would spoil the iterator
+    for (auto it = block.begin(); !it.atEnd(); ++it) {
+        const QString before = it.fragment().charFormat().anchorHref();
+        const QString after = withoutStandIns(before);
+        if (after != before)
+            links.append({it.fragment(), after});
+    }
+    for (const auto &[fragment, address] : std::as_const(links)) {
+        QTextCharFormat link;
+        link.setAnchorHref(address);
+        cursor->setPosition(fragment.position());
+        cursor->setPosition(fragment.position() + fragment.length(), QTextCursor::KeepAnchor);
+        cursor->mergeCharFormat(link);
+    }
+}
+
+void removeStandIns(QTextDocument *document)
+{
+    QTextCursor cursor(document);
+    cursor.beginEditBlock();
+    for (QTextBlock block = document->begin(); block.isValid(); block = block.next()) {
+        removeStandInsOfLinks(block, &cursor);
+        const QString before = block.text();
+        const QString after = withoutStandIns(before);
+        for (int i = 0; i < after.size(); ++i) {
+            if (after[i] == before[i])
+                continue;
+            cursor.setPosition(block.position() + i);
+            cursor.setPosition(block.position() + i + 1, QTextCursor::KeepAnchor);
+            cursor.insertText(after[i], cursor.charFormat());
+        }
+    }
+    cursor.endEditBlock();
+}
+
+/// Counts the efforts of a text from its start on. Where it is in doubt it counts more.
+class Efforts
+{
+public:
+    explicit Efforts(QStringView html)
+        : m_html(html)
+    {
+    }
+
+    /// The end of the longest piece from the start that asks for no more than `limit`: the text's
+    /// end, or an opening angle bracket or the like.
+    qsizetype reach(qsizetype limit)
+    {
+        for (; m_position < m_html.size(); ++m_position) {
+            const qsizetype effort = effortAt(m_position);
+            if (m_sum + effort > limit)
+                break;
+            m_sum += effort;
+        }
+        return m_position;
+    }
+
+private:
+    qsizetype effortAt(qsizetype position)
+    {
+        const QChar c = m_html[position];
+        if (c == u'<')
+            return effortOfTag(position);
+        // In a style sheet: a rule, a selector of its own, one that asks for attributes.
+        if (m_isInStyles && (c == u'{' || c == u',' || c == u'[')) {
+            ++m_rules;
+            return 1;
+        }
+        // A paragraph, or what may stand for one.
+        if (c == u'\n' || c == u'\r' || c == u'&' || c == QChar::ParagraphSeparator ||
+            c == kBeginningOfFrame || c == kEndOfFrame)
+            return 1;
+        // A cell counts as often as it has columns; its tag has been counted.
+        if ((c == u's' || c == u'S') && position >= 3)
+            return effortOfSpan(position);
+        return 0;
+    }
+
+    qsizetype effortOfTag(qsizetype position)
+    {
+        // The parser skips white space before the name.
+        const auto name = std::find_if_not(m_html.begin() + position + 1, m_html.end(),
+                                           [](QChar c) { return c.isSpace(); });
+        const QStringView rest = m_html.sliced(name - m_html.begin());
+        const auto begins = [rest](QLatin1StringView text) {
+            return rest.startsWith(text, Qt::CaseInsensitive);
+        };
+        // Where a style sheet ends is beyond doubt only after the usual tags.
+        m_isInStyles = m_isInStyles && !m_isUsualStyle;
+        if (begins("style"_L1)) {
+            m_isInStyles = true;
+            m_isUsualStyle = begins("style>"_L1) || begins("style type='text/css'>"_L1) ||
+                             begins("style type=\"text/css\">"_L1);
+        }
+        if (begins("td"_L1) || begins("th"_L1) || begins("tr"_L1) || begins("ta"_L1) ||
+            begins("tb"_L1) || begins("tf"_L1) || begins("cap"_L1))
+            return kEffortOfCell + m_rules;
+        return begins("/"_L1) ? 1 : 1 + m_rules;
+    }
+
+    qsizetype effortOfSpan(qsizetype position)
+    {
+        const qsizetype name = position - 3;
+        const QStringView word = m_html.sliced(name, std::min<qsizetype>(7, m_html.size() - name));
+        if (word.compare("colspan"_L1, Qt::CaseInsensitive) != 0)
+            return 0;
+        // Many may lie in front of the one number.
+        if (m_spanNumber <= name)
+            m_spanNumber = nextSpan(m_html, name);
+        const auto end = std::find_if_not(m_html.begin() + m_spanNumber, m_html.end(), isDigit);
+        const auto digits = m_html.sliced(m_spanNumber, end - m_html.begin() - m_spanNumber);
+        return 1 + digits.toInt() * kEffortOfCell;
+    }
+
+    QStringView m_html;
+    qsizetype m_position = 0;
+    qsizetype m_sum = 0;
+    qsizetype m_spanNumber = 0;
+    qsizetype m_rules = 0;
+    bool m_isInStyles = false;
+    bool m_isUsualStyle = false;
+};
 
 } // namespace
 
-QString NewsHtml::Budget::admit(const QString &item)
+bool NewsHtml::isQuick(const QStringList &news)
 {
-    QString shown = withoutPictures(QStringView(item).left(m_characters));
-    m_characters -= shown.size() + kCharactersOfParagraph;
+    const QString html = joined(news);
+    return html.size() <= kQuickLength && Efforts(html).reach(kQuickEffort) == html.size();
+}
 
-    qsizetype tags = 0;
-    qsizetype tables = 0;
-    bool reasonable = true;
-    for (qsizetype start = shown.indexOf(u'<'); start >= 0;) {
-        const QStringView tag = tagAt(shown, start);
-        ++tags;
-        tables += tag.startsWith("<table"_L1, Qt::CaseInsensitive) ? 1 : 0;
-        reasonable = reasonable && tags <= m_tags && tables <= m_tables && !hasLargeNumber(tag);
-        start = shown.indexOf(u'<', start + tag.size());
+std::unique_ptr<QTextDocument> NewsHtml::read(const QStringList &news, const QFont &font,
+                                              const std::atomic_bool &isAbandoned)
+{
+    const QString html = withStandIns(withSpansBounded(withLettersSpelledOut(joined(news))));
+    auto document = emptyDocument(font);
+    Efforts efforts(html);
+    auto verdict = NewsBounds::Verdict::Complete;
+    std::chrono::nanoseconds longest = kLongStep;
+    for (qsizetype effort = kFirstEffort; effort <= kEffortLimit && !isAbandoned; effort *= 2) {
+        const auto start = threadTime();
+        const qsizetype end = efforts.reach(effort);
+        document->setHtml(html.first(end));
+        verdict = NewsBounds::apply(document.get());
+        const auto step = threadTime() - start;
+        if (verdict != NewsBounds::Verdict::Complete || end == html.size() || step > longest)
+            break;
+        longest = std::clamp(kLargestGrowth * step, kNoticeableStep, kLongStep);
     }
-    if (!reasonable)
-        return shown.toHtmlEscaped();
+    if (verdict != NewsBounds::Verdict::Unreasonable) {
+        removeStandIns(document.get());
+        return document;
+    }
 
-    m_tags -= tags;
-    m_tables -= tables;
-    return shown;
+    const QString text = NewsBounds::fittingText(withoutStandIns(document->toPlainText()));
+    document = emptyDocument(font);
+    document->setPlainText(text);
+    return document;
 }

@@ -1,26 +1,26 @@
 #pragma once
 
-#include <QString>
+#include <QFont>
+#include <QStringList>
 
-/// The news come from the network as HTML, and Qt's layout takes seconds or overflows its stack on
-/// some few hundred bytes of it: nested tables, enormous margins, thousands of tags.
+#include <atomic>
+#include <memory>
+
+class QTextDocument;
+
+/// The news come from the network as HTML, and a few hundred bytes of it are enough to keep Qt's
+/// layout busy for ever. No scanner of our own can tell which: it would read the tags in another
+/// way than Qt's parser does. So Qt parses, and what came out is looked at (see NewsBounds). Ours
+/// only estimates how long the parser takes.
 namespace NewsHtml {
 
-/// How much the news of one feed may ask of the layout. Tags left open in one item go on in the
-/// next, so the items share it.
-class Budget
-{
-public:
-    /// The item as it stands, or with its tags visible as text when they ask for too much.
-    QString admit(const QString &item);
+/// True for news that are short and plain enough to be read at once, on the GUI thread.
+bool isQuick(const QStringList &news);
 
-    /// True once nothing more can be shown.
-    bool isSpent() const { return m_characters <= 0; }
-
-private:
-    qsizetype m_characters = 50'000; // some twenty printed pages
-    qsizetype m_tags = 1'000;
-    qsizetype m_tables = 6;
-};
+/// The news as a document without parent and layout, within what the panel lays out at once. It
+/// reads no file and no address. May take seconds for a feed made to that end, fewer when it is
+/// abandoned meanwhile: then there is only the beginning. Any thread.
+std::unique_ptr<QTextDocument> read(const QStringList &news, const QFont &font,
+                                    const std::atomic_bool &isAbandoned);
 
 } // namespace NewsHtml

@@ -1,12 +1,16 @@
 #include "ui/NewsLinks.h"
 
 #include <QApplication>
+#include <QCursor>
 #include <QDesktopServices>
+#include <QHelpEvent>
 #include <QKeyEvent>
 #include <QMouseEvent>
+#include <QScrollBar>
 #include <QTextBlock>
 #include <QTextDocument>
 #include <QTextEdit>
+#include <QToolTip>
 
 #include <utility>
 
@@ -19,7 +23,8 @@ QUrl webAddress(const QString &reference)
 {
     const QUrl url(reference);
     const bool web = url.scheme() == "http"_L1 || url.scheme() == "https"_L1;
-    return web && !url.host().isEmpty() ? url : QUrl();
+    // In "https://jeu.fr@autre.test/" the host is not what it looks like.
+    return web && !url.host().isEmpty() && url.userInfo().isEmpty() ? url : QUrl();
 }
 
 QUrl addressUnder(const QTextCursor &link)
@@ -58,6 +63,12 @@ NewsLinks::NewsLinks(QTextEdit *text)
     text->installEventFilter(this);
     text->viewport()->setMouseTracking(true);
     text->viewport()->installEventFilter(this);
+    // The text may move below a mouse that rests.
+    connect(text->verticalScrollBar(), &QScrollBar::valueChanged, this, [this] {
+        const QWidget *viewport = m_text->viewport();
+        if (viewport->underMouse() && QGuiApplication::mouseButtons() == Qt::NoButton)
+            showCursorFor(viewport->mapFromGlobal(QCursor::pos()));
+    });
 }
 
 /// Takes no event of the mouse away: a text with links in it can be selected as any other.
@@ -70,32 +81,51 @@ bool NewsLinks::eventFilter(QObject *watched, QEvent *event)
         if (watched == m_text->viewport())
             mouseEvent(static_cast<const QMouseEvent *>(event));
         break;
+    case QEvent::ToolTip:
+        if (watched == m_text->viewport()) {
+            showToolTip(static_cast<const QHelpEvent *>(event));
+            return true;
+        }
+        break;
     case QEvent::KeyPress:
         if (watched == m_text && keyPressed(static_cast<const QKeyEvent *>(event)))
             return true;
         break;
-    case QEvent::FocusOut: {
-        // Whoever comes back from the browser finds the link that was opened.
-        const Qt::FocusReason reason = static_cast<const QFocusEvent *>(event)->reason();
-        if (reason != Qt::ActiveWindowFocusReason && reason != Qt::PopupFocusReason)
-            leave();
+    case QEvent::FocusIn:
+    case QEvent::FocusOut:
+        if (watched == m_text)
+            focusEvent(static_cast<const QFocusEvent *>(event));
         break;
-    }
     default:
         break;
     }
     return QObject::eventFilter(watched, event);
 }
 
+void NewsLinks::focusEvent(const QFocusEvent *event)
+{
+    // Whoever comes back from the browser finds the link that was opened.
+    const Qt::FocusReason reason = event->reason();
+    if (reason == Qt::ActiveWindowFocusReason || reason == Qt::PopupFocusReason)
+        return;
+    if (event->gotFocus())
+        m_cameBackwards = reason == Qt::BacktabFocusReason;
+    else
+        leave();
+}
+
 void NewsLinks::mouseEvent(const QMouseEvent *event)
 {
     const QPoint position = event->position().toPoint();
     if (event->type() == QEvent::MouseMove) {
-        const bool link = event->buttons() == Qt::NoButton && linkAt(position).isValid();
-        m_text->viewport()->setCursor(link ? Qt::PointingHandCursor : Qt::IBeamCursor);
+        if (event->buttons() == Qt::NoButton)
+            showCursorFor(position);
+        else
+            m_text->viewport()->setCursor(Qt::IBeamCursor);
         return;
     }
     if (event->type() == QEvent::MouseButtonPress) {
+        m_cameBackwards = false;
         m_pressed = event->button() == Qt::LeftButton ? linkAt(position) : QUrl();
         m_pressedAt = position;
         return;
@@ -107,6 +137,21 @@ void NewsLinks::mouseEvent(const QMouseEvent *event)
     if (event->button() == Qt::LeftButton && !dragged && pressed.isValid() &&
         linkAt(position) == pressed)
         QDesktopServices::openUrl(pressed);
+}
+
+void NewsLinks::showCursorFor(QPoint position) const
+{
+    const bool link = linkAt(position).isValid();
+    m_text->viewport()->setCursor(link ? Qt::PointingHandCursor : Qt::IBeamCursor);
+}
+
+/// Where a link leads, whatever its text says. Foreign letters that look like others are spelled
+/// out ("xn--").
+void NewsLinks::showToolTip(const QHelpEvent *event) const
+{
+    const QUrl link = linkAt(event->pos());
+    const QString host = link.host(QUrl::FullyEncoded);
+    QToolTip::showText(event->globalPos(), host, m_text->viewport());
 }
 
 /// True for a key that is not the text's any more.
@@ -132,12 +177,12 @@ bool NewsLinks::keyPressed(const QKeyEvent *event)
 /// Selects the next link, or the one before. False where there is none: the focus goes on then.
 bool NewsLinks::goOn(bool forward)
 {
+    if (!isOnLink() && forward == m_cameBackwards)
+        return false; // back to where the focus has come from
     const QList<QTextCursor> links = linksIn(m_text->document());
     qsizetype next = forward ? 0 : links.size() - 1;
     if (isOnLink())
         next = links.indexOf(m_link) + (forward ? 1 : -1);
-    else if (!forward)
-        return false; // from the text's beginning, where Tab has come in
     if (next < 0 || next >= links.size())
         return false;
     m_link = links[next];

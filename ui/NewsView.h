@@ -1,24 +1,38 @@
 #pragma once
 
-#include <QImage>
-#include <QTextDocument>
+#include <QStringList>
 #include <QTextEdit>
 
-/// Shows the news. They come from the network, so nothing in them may make the
-/// launcher open a file: on Windows an image at "//host/share" would even send that host the user's
-/// credentials.
+#include <chrono>
+#include <memory>
+
+class QTextDocument;
+template <typename T> class QFutureWatcher;
+
+/// Shows the news. Long ones are read on a pool thread, for a hostile feed can keep Qt's parser
+/// busy for seconds; all else happens on the GUI thread.
 class NewsView : public QTextEdit
 {
 public:
-    using QTextEdit::QTextEdit;
+    /// How long showNews() waits at most for long ones. Nobody notices it; 1,500 items take a third
+    /// of it.
+    static constexpr std::chrono::milliseconds kPatience{100};
 
-    QVariant loadResource(int type, const QUrl &) override
-    {
-        // For want of an answer Qt would read the file of that name after all.
-        if (type != QTextDocument::ImageResource)
-            return QByteArray("");
-        QImage nothing(1, 1, QImage::Format_ARGB32_Premultiplied);
-        nothing.fill(Qt::transparent);
-        return nothing;
-    }
+    explicit NewsView(QWidget *parent = nullptr);
+    ~NewsView() override;
+
+    /// Replaces what is shown. Short news are there when this returns; others follow when they are
+    /// read, unless newer ones have been given by then. Where there is no memory to read them in,
+    /// what was shown stays.
+    void showNews(const QStringList &news);
+
+private:
+    struct Reading;
+
+    void showDocument(std::unique_ptr<QTextDocument> document);
+    void abandonReading();
+
+    std::shared_ptr<Reading> m_reading;
+    std::unique_ptr<QFutureWatcher<void>> m_watcher;
+    QTextDocument *m_shown = nullptr;
 };

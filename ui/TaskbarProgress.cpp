@@ -33,6 +33,11 @@ void TaskbarProgress::follow()
         show(Look::Plain);
 }
 
+void TaskbarProgress::end()
+{
+    show(Look::Plain);
+}
+
 void TaskbarProgress::fail()
 {
     if (QGuiApplication::applicationState() == Qt::ApplicationActive)

@@ -17,8 +17,9 @@ public:
 
     /// To be called when the bar's range has changed, of which the bar does not tell.
     void follow();
-    /// Nothing is on its way any more, wherever the bar stands. The button is red until the player
-    /// comes back to the launcher.
+    /// Nothing is on its way any more, wherever the bar stands.
+    void end();
+    /// The same; the button is red until the player comes back to the launcher.
     void fail();
 
 private:

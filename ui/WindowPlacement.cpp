@@ -1,5 +1,7 @@
 #include "ui/WindowPlacement.h"
 
+#include <QCursor>
+#include <QGuiApplication>
 #include <QScreen>
 #include <QStyle>
 #include <QWidget>
@@ -21,6 +23,13 @@ QSize sizeWithFrame(QWidget *window)
     return window->size().grownBy(frame);
 }
 
+/// Where Qt is about to show it. The window itself names the first screen until it is shown.
+const QScreen *screenFor(const QWidget *window)
+{
+    const QScreen *underMouse = QGuiApplication::screenAt(QCursor::pos());
+    return underMouse ? underMouse : window->screen();
+}
+
 } // namespace
 
 QPoint WindowPlacement::cornerFor(QSize windowSize, const QRect &available)
@@ -32,7 +41,7 @@ QPoint WindowPlacement::cornerFor(QSize windowSize, const QRect &available)
 
 void WindowPlacement::keepInReach(QWidget *window)
 {
-    const QRect available = window->screen()->availableGeometry();
+    const QRect available = screenFor(window)->availableGeometry();
     const QSize size = sizeWithFrame(window);
     if (size.width() < available.width() * kComfortableShare &&
         size.height() < available.height() * kComfortableShare) {

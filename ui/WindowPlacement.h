@@ -13,8 +13,8 @@ namespace WindowPlacement {
 /// the title bar and the left edge in reach where that is too large.
 QPoint cornerFor(QSize windowSize, const QRect &available);
 
-/// Moves the window there before it is shown. A screen with plenty of room is left to the system,
-/// which knows better where people look.
+/// Moves the window there, on the screen where the mouse is, before it is shown. A screen with
+/// plenty of room is left to the system, which knows better where people look.
 void keepInReach(QWidget *window);
 
 } // namespace WindowPlacement

@@ -539,7 +539,7 @@ def side_trees(picture):
         under = under * np.exp(-((Y - 555.0) / 48.0) ** 2) * smoothstep(300, 480, np.abs(X - 505.0))
         picture = lay(picture, rgb(112, 150, 84), under * 0.36)
     # The bank on the water drifts in among the trees.
-    return mist_band(picture, noise, TRACK, 20, 0.72, MIST * 1.05, 2.2)
+    return mist_band(picture, noise, TRACK, 22, 0.84, MIST * 1.12, 2.2)
 
 
 BANK = Noise(52)

@@ -1,14 +1,17 @@
-#include "tests/support/Platform.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/window/LauncherFixture.h"
 
 #include <QApplication>
+#include <QCursor>
 #include <QDesktopServices>
+#include <QHelpEvent>
 #include <QPushButton>
 #include <QRegularExpression>
+#include <QScrollBar>
 #include <QTest>
 #include <QTextCursor>
 #include <QTextEdit>
+#include <QToolTip>
 #include <QUrl>
 
 #include <memory>
@@ -41,6 +44,9 @@ private slots:
     void nothingElseOpens_data();
     void nothingElseOpens();
     void theHandShowsOverTheLinkOnly();
+    void theHandGoesWhenTheTextIsScrolled();
+    void theToolTipTellsTheHost_data();
+    void theToolTipTellsTheHost();
     void aClickBesideTheLinkOpensNothing();
     void selectingOpensNothing();
     void otherMouseButtonsOpenNothing();
@@ -67,8 +73,6 @@ private:
 
 void TestNewsLinks::initTestCase()
 {
-    if (Platform::isWine())
-        QSKIP("All of it passes, but under Wine the process often does not end afterwards");
     for (const QString &scheme : kSchemes)
         QDesktopServices::setUrlHandler(scheme, this, "openUrl");
 }
@@ -123,6 +127,9 @@ void TestNewsLinks::webLinksOpenInTheBrowser_data()
     QTest::newRow("http") << u"http://forum.test/sujet/12?page=2#fin"_s;
     QTest::newRow("https") << u"https://forum.test/"_s;
     QTest::newRow("a scheme in capitals") << u"HTTPS://forum.test/"_s;
+    QTest::newRow("foreign letters") << u"https://vеyra.test/été"_s;
+    QTest::newRow("a quotation mark and blanks") << u"https://forum.test/%22%20--run%20x"_s;
+    QTest::newRow("a backslash") << u"https://forum.test/a%5Cb"_s;
 }
 
 void TestNewsLinks::webLinksOpenInTheBrowser()
@@ -150,6 +157,11 @@ void TestNewsLinks::nothingElseOpens_data()
     QTest::newRow("a share by its scheme") << u"smb://host/share"_s;
     QTest::newRow("no host") << u"http:///etc/passwd"_s;
     QTest::newRow("a path after the scheme") << u"https:setup.exe"_s;
+    QTest::newRow("a host that is a user's name") << u"https://forum.test@autre.test/"_s;
+    QTest::newRow("a user and a password") << u"https://a:b@forum.test/"_s;
+    QTest::newRow("backslashes for slashes") << u"https:\\\\forum.test\\sujet"_s;
+    QTest::newRow("a port that is no number") << u"https://forum.test:port/"_s;
+    QTest::newRow("a port that is too large") << u"https://forum.test:99999/"_s;
     QTest::newRow("nothing") << QString();
 }
 
@@ -173,6 +185,49 @@ void TestNewsLinks::theHandShowsOverTheLinkOnly()
     QCOMPARE(shape(), Qt::PointingHandCursor);
     QTest::mouseMove(viewport(), middleOf(u"après"_s));
     QCOMPARE(shape(), Qt::IBeamCursor);
+}
+
+void TestNewsLinks::theHandGoesWhenTheTextIsScrolled()
+{
+    QStringList items{u"<a href='https://forum.test/'>lien</a>"_s};
+    for (int i = 0; i < 60; ++i)
+        items.append(u"Ligne %1"_s.arg(i));
+    showItems(items);
+    const QPoint link = middleOf(u"lien"_s);
+    QCursor::setPos(viewport()->mapToGlobal(link));
+    QTest::mouseMove(viewport(), link);
+    QTRY_VERIFY(viewport()->underMouse());
+    QCOMPARE(shape(), Qt::PointingHandCursor);
+    QScrollBar *bar = m_launcher->news()->verticalScrollBar();
+    bar->setValue(bar->maximum());
+    QCOMPARE(shape(), Qt::IBeamCursor);
+    bar->setValue(0);
+    QCOMPARE(shape(), Qt::PointingHandCursor);
+}
+
+void TestNewsLinks::theToolTipTellsTheHost_data()
+{
+    QTest::addColumn<QString>("href");
+    QTest::addColumn<QString>("host");
+    QTest::newRow("of a link") << u"https://forum.test/sujet"_s << u"forum.test"_s;
+    QTest::newRow("with foreign letters spelled out")
+        << u"https://vеyra.test/"_s << u"xn--vyra-v4d.test"_s;
+    QTest::newRow("of nothing else") << u"file:///etc/passwd"_s << QString();
+}
+
+void TestNewsLinks::theToolTipTellsTheHost()
+{
+    QFETCH(const QString, href);
+    show(href);
+    const auto tipAt = [this](QPoint place) {
+        QHelpEvent event(QEvent::ToolTip, place, viewport()->mapToGlobal(place));
+        QApplication::sendEvent(viewport(), &event);
+        return QToolTip::isVisible() ? QToolTip::text() : QString();
+    };
+    QTEST(tipAt(middleOf(u"lien"_s)), "host");
+    QToolTip::hideText();
+    QTRY_VERIFY(!QToolTip::isVisible());
+    QCOMPARE(tipAt(middleOf(u"Avant"_s)), QString());
 }
 
 void TestNewsLinks::aClickBesideTheLinkOpensNothing()
@@ -250,6 +305,17 @@ void TestNewsLinks::tabGoesFromLinkToLink()
     press(Qt::Key_Tab);
     QCOMPARE(QApplication::focusWidget(), m_launcher->button(u"Paramètres"_s));
     QCOMPARE(selected(), QString());
+
+    // The last one first for whoever comes back.
+    press(Qt::Key_Backtab, Qt::ShiftModifier);
+    QCOMPARE(QApplication::focusWidget(), news);
+    press(Qt::Key_Backtab, Qt::ShiftModifier);
+    QCOMPARE(selected(), u"quatre"_s);
+    press(Qt::Key_Tab);
+    QCOMPARE(QApplication::focusWidget(), m_launcher->button(u"Paramètres"_s));
+    press(Qt::Key_Backtab, Qt::ShiftModifier);
+    press(Qt::Key_Tab);
+    QCOMPARE(QApplication::focusWidget(), m_launcher->button(u"Paramètres"_s));
     QVERIFY(m_opened.isEmpty());
 }
 

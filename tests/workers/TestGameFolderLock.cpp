@@ -38,6 +38,7 @@ private slots:
     void aTakenFolderIsLeftAlone();
     void otherFoldersAreFree();
     void aDeadLockIsNoObstacle();
+    void aDeadLockIsRemovedByOneAtATime();
 
 private:
     bool isFree() const
@@ -209,6 +210,27 @@ void TestGameFolderLock::aDeadLockIsNoObstacle()
     QTRY_COMPARE(installed.size(), 1);
     QVERIFY(installed.first().first().toBool());
     QCOMPARE(Files::tree(m_gamePath), QStringList{u"DofusInvoker.swf"_s});
+}
+
+/// Else the second would remove the lock that the first has taken meanwhile.
+void TestGameFolderLock::aDeadLockIsRemovedByOneAtATime()
+{
+    const QString deadLock = m_gamePath + u'/' + kLockName;
+    Files::write(deadLock, {});
+    ClientDownloader downloader(nullptr);
+    QSignalSpy refused(&downloader, &ClientDownloader::downloadFinished);
+    QSignalSpy installed(&downloader, &ClientDownloader::extractionFinished);
+    QLockFile removing(deadLock + u".rmlock"_s);
+    QVERIFY(removing.tryLock(0));
+    downloader.startDownload();
+    QCOMPARE(refused.size(), 1);
+    QCOMPARE(refused.first().first(), false);
+    QVERIFY(QFile::exists(deadLock));
+
+    removing.unlock();
+    downloader.startDownload();
+    QTRY_COMPARE(installed.size(), 1);
+    QVERIFY(installed.first().first().toBool());
 }
 
 VEYRA_CORE_TEST_MAIN(TestGameFolderLock)

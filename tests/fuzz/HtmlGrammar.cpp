@@ -1,0 +1,187 @@
+#include "tests/fuzz/HtmlGrammar.h"
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+QStringList words(QLatin1StringView text)
+{
+    return QString(text).split(u' ');
+}
+
+const QStringList kTags = words(
+    "a address b big blockquote body br caption center cite code dd dfn div dl dt em font h1 h2 h3 "
+    "h4 h5 h6 head hr html i img kbd li link meta nobr ol p pre s samp script small span strong "
+    "style sub sup table tbody td tfoot th thead title tr tt u ul var unknown !-- ! /p /td /tr "
+    "/table /b /ul /li /div"_L1);
+
+// What makes layouts work hard comes more often.
+const QStringList kHeavyTags = words("table tr td th ul ol li caption thead tfoot div p"_L1);
+
+const QStringList kAttributes = words(
+    "align background bgcolor border bordercolor cellpadding cellspacing class color colspan "
+    "content dir face height href id name rowspan size src start style title type valign width"_L1);
+
+const QStringList kProperties = words(
+    "background background-color background-image border border-bottom border-collapse "
+    "border-color border-left border-right border-style border-top border-width color float font "
+    "font-family font-size font-style font-variant font-weight height left letter-spacing "
+    "line-height list-style list-style-type margin margin-bottom margin-left margin-right "
+    "margin-top padding padding-bottom padding-left padding-right padding-top page-break-after "
+    "page-break-before text-align text-decoration text-indent text-transform vertical-align "
+    "white-space width word-spacing -qt-block-indent -qt-line-height-type -qt-list-indent "
+    "-qt-list-number-prefix -qt-list-number-suffix -qt-paragraph-type -qt-table-type "
+    "-qt-user-state"_L1);
+
+const QStringList kWords = words(
+    "left right center justify top middle bottom rtl ltr #10b981 red transparent none solid dashed "
+    "dotted double groove pre nowrap pre-wrap pre-line always bold italic underline line-through "
+    "small-caps uppercase collapse frame root empty fixed minimum proportional line-distance disc "
+    "decimal lower-alpha upper-roman serif monospace sub super inherit url(file:///etc/hosts) "
+    "file:///etc/hosts http://veyra.test/x qlineargradient(x1:0,y1:0,x2:1,y2:0,stop:0red) "
+    "qlineargradient(x1:) qr\\61 dialgradient(stop:0 rgb(1,2,3) rgba(1,2,3,.5) rgb( palette(link) "
+    "#12 "
+    "hsl(1,2) \\ /* url("_L1);
+
+const QStringList kNumbers = words(
+    "0 1 2 3 5 10 13 20 40 100 300 999 5000 20480 65535 99999 9000000 2147483647 4294967296 1e9 "
+    "-1 -10 -500 -9000000 0.01 .5 1.5 9999.5 NaN"_L1);
+
+const QStringList kUnits = words("px px px pt em ex % cm"_L1);
+
+} // namespace
+
+QStringList HtmlGrammar::feed()
+{
+    QStringList items;
+    const int itemKinds = 1 + below(3);
+    for (int kind = 0; kind < itemKinds; ++kind) {
+        QString item;
+        const int parts = 1 + below(12);
+        for (int i = 0; i < parts; ++i)
+            item += part();
+        // Few documents are long: they take their time, and length is one mistake among many.
+        const int copies = oneIn(100) ? 1 + below(2000) : 1 + below(4);
+        items += QStringList(std::min<qsizetype>(copies, 400'000 / (item.size() + 1) + 1), item);
+    }
+    return items;
+}
+
+QString HtmlGrammar::part()
+{
+    QString part;
+    switch (below(8)) {
+    case 0:
+        part = text();
+        break;
+    case 1:
+        part = u"<style>"_s + oneOf(kTags) + u'{' + style() + u"}</style>"_s;
+        break;
+    case 2:
+        part = tag() + text() + u"</"_s + oneOf(kTags) + u'>';
+        break;
+    default:
+        part = tag() + (oneIn(2) ? text() : QString());
+    }
+    if (oneIn(4))
+        part += tag();
+    const int most = oneIn(120) ? (oneIn(4) ? 3000 : 300) : 4;
+    return part.repeated(std::min<qsizetype>(1 + below(most), 200'000 / (part.size() + 1) + 1));
+}
+
+QString HtmlGrammar::tag()
+{
+    const QString name = spelledOddly(oneOf(oneIn(2) ? kHeavyTags : kTags));
+    return (oneIn(30) ? u"< "_s : u"<"_s) + name + attributes() + (oneIn(40) ? u""_s : u">"_s);
+}
+
+QString HtmlGrammar::attributes()
+{
+    QString attributes;
+    for (int i = below(4); i > 0; --i) {
+        const bool isStyle = oneIn(2);
+        const QString name = isStyle ? u"style"_s : oneOf(kAttributes);
+        const QString quote = oneIn(5) ? QString() : oneIn(2) ? u"'"_s : u"\""_s;
+        attributes += u' ' + spelledOddly(name) + u'=' + quote + (isStyle ? style() : value()) +
+                      (oneIn(20) ? u">"_s : QString()) + quote;
+    }
+    return attributes;
+}
+
+QString HtmlGrammar::style()
+{
+    QString style;
+    for (int i = 1 + below(3); i > 0; --i)
+        style += declaration() + u';';
+    return style;
+}
+
+QString HtmlGrammar::declaration()
+{
+    QString values = value();
+    while (oneIn(3))
+        values += u' ' + value();
+    return oneOf(kProperties) + u':' + values;
+}
+
+QString HtmlGrammar::value()
+{
+    if (oneIn(3))
+        return oneOf(kWords);
+    if (oneIn(20))
+        return u'f' + QString::number(below(1000));
+    return spelledOddly(oneOf(kNumbers)) + (oneIn(4) ? QString() : oneOf(kUnits));
+}
+
+QString HtmlGrammar::text()
+{
+    static const QStringList kTexts{u"Serveur"_s,
+                                    u"à "_s,
+                                    u"Dès ce soir, la saison commence. "_s,
+                                    u"x"_s,
+                                    u" "_s,
+                                    u"\n"_s,
+                                    u"&nbsp;"_s,
+                                    u"&#0;"_s,
+                                    u"&#65532;"_s,
+                                    u"&#8233;"_s,
+                                    u"\u0628"_s,
+                                    u"\u0301"_s,
+                                    u"\u200b"_s,
+                                    u"\u202e"_s,
+                                    u"\u2066"_s,
+                                    u"\u0939\u093f"_s,
+                                    u"\u4e2d"_s,
+                                    u"\U0001f600"_s,
+                                    u"\ufffc"_s,
+                                    u"\ufdd0"_s,
+                                    u"\u2029"_s,
+                                    u"\u2028"_s,
+                                    u"\t"_s,
+                                    u"-"_s,
+                                    u"<"_s,
+                                    u"&"_s,
+                                    QString(QChar(0xd800)),
+                                    QString(QChar(0)),
+                                    u"\ue000"_s};
+    QString text = oneOf(kTexts);
+    if (oneIn(3))
+        text += oneOf(kTexts);
+    const int most = oneIn(120) ? (oneIn(4) ? 50'000 : 2000) : 6;
+    return text.repeated(1 + below(most));
+}
+
+/// A letter as a reference, which the parser resolves in names as well.
+QString HtmlGrammar::spelledOddly(QString text)
+{
+    if (oneIn(25) && !text.isEmpty()) {
+        const int at = below(static_cast<int>(text.size()));
+        text.replace(at, 1, u"&#%1;"_s.arg(text[at].unicode()));
+    }
+    return oneIn(20) ? text.toUpper() : text;
+}
+
+QString HtmlGrammar::oneOf(const QStringList &words)
+{
+    return words[below(static_cast<int>(words.size()))];
+}

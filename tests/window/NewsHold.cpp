@@ -1,0 +1,70 @@
+#include "tests/window/NewsHold.h"
+
+#include "ui/NewsView.h"
+#include "ui/ThreadTime.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
+#include <QPixmap>
+#include <QThreadPool>
+
+#include <algorithm>
+#include <chrono>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+/// Longer than the parser takes for anything on a busy machine, under a sanitizer too.
+constexpr auto kPatience = 200s;
+
+using Milliseconds = std::chrono::duration<double, std::milli>;
+
+template <typename Action>
+void watch(NewsHold *hold, const char *what, Action action, Milliseconds wait = {})
+{
+    QElapsedTimer clock;
+    clock.start();
+    const auto start = threadTime();
+    action();
+    const Milliseconds used = threadTime() - start;
+    const Milliseconds passed = std::chrono::nanoseconds(clock.nsecsElapsed());
+    const Milliseconds time = std::min(used + wait, std::max(used, passed));
+    if (time.count() > hold->time)
+        *hold = {time.count(), what};
+}
+
+} // namespace
+
+NewsHold NewsHold::measure(NewsView *view, const QStringList &news)
+{
+    NewsHold hold;
+    const auto paint = [view] { view->grab(); };
+    const auto letGo = [] { QCoreApplication::processEvents(); };
+    // Lays out in one go what else is laid out bit by bit.
+    const auto goToEnd = [view] { view->moveCursor(QTextCursor::End); };
+
+    const QTextDocument *before = view->document();
+    watch(
+        &hold, "showing", [&] { view->showNews(news); }, NewsView::kPatience);
+    for (const QDeadlineTimer end(kPatience); view->document() == before;) {
+        if (end.hasExpired())
+            qFatal("The news were not shown");
+        QThreadPool::globalInstance()->waitForDone(
+            static_cast<int>(std::chrono::milliseconds(kPatience).count()));
+        watch(&hold, "arriving", letGo);
+    }
+    watch(&hold, "painting", paint);
+    watch(&hold, "laying out", letGo);
+    watch(&hold, "selecting", [view] { view->selectAll(); });
+    watch(&hold, "painting the selection", paint);
+    watch(&hold, "going to the end", goToEnd);
+    watch(&hold, "painting the end", paint);
+
+    watch(&hold, "resizing", [view] { view->resize(view->size().transposed()); });
+    watch(&hold, "painting the new size", paint);
+    watch(&hold, "laying out anew", letGo);
+    watch(&hold, "going to the new end", goToEnd);
+    return hold;
+}

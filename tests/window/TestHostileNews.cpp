@@ -1,0 +1,414 @@
+#include "app/MainWindow.h"
+#include "tests/support/Platform.h"
+#include "tests/support/TestEnvironment.h"
+#include "tests/window/LauncherFixture.h"
+#include "tests/window/NewsHold.h"
+#include "ui/NewsView.h"
+#include "ui/StyleSheets.h"
+
+#include <QApplication>
+#include <QHelpEvent>
+#include <QImage>
+#include <QPixmap>
+#include <QScrollBar>
+#include <QSemaphore>
+#include <QTest>
+#include <QTextBlock>
+#include <QTextDocument>
+#include <QTextEdit>
+#include <QThreadPool>
+#include <QToolTip>
+
+#include <optional>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr QSize kPanel(920, 260);
+
+const auto kOrdinaryItem =
+    u"<b>[20/11]</b> <span style='color: #10b981;'>Saison d'hiver %1</span><br/>Dès ce soir, la "
+    "saison commence avec des nouveautés pour tous les joueurs."_s;
+
+void dress(QTextEdit *view)
+{
+    view->setObjectName(u"newsWidget"_s);
+    view->setStyleSheet(StyleSheets::mainWindow());
+    view->setReadOnly(true);
+    view->resize(kPanel);
+    view->show();
+}
+
+QString asOneText(const QStringList &news)
+{
+    QString html;
+    for (const QString &item : news)
+        html += u"<p style='margin: 10px 0;'>• %1</p>"_s.arg(item);
+    return html;
+}
+
+QStringList ordinaryItems(int count)
+{
+    QStringList items;
+    for (int i = 0; i < count; ++i)
+        items.append(kOrdinaryItem.arg(i));
+    return items;
+}
+
+/// Nothing comes after it: the layout has gone all its steps.
+bool isLaidOutAs(const QTextEdit &view, const QTextEdit &other)
+{
+    return view.verticalScrollBar()->maximum() == other.verticalScrollBar()->maximum() &&
+           view.document()->size() == other.document()->size();
+}
+
+} // namespace
+
+/// Whatever comes as news, the window stays alive, and harmless ones look as Qt would show them.
+class TestHostileNews : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void newsDoNotHoldTheWindow_data();
+    void newsDoNotHoldTheWindow();
+    void ordinaryNewsLookAsTheyAre_data();
+    void ordinaryNewsLookAsTheyAre();
+    void allOf1500ItemsAreShown();
+    void newsBeyondReasonAreReadable();
+    void whatComesTooLateIsLeftOut();
+    void shortNewsAreThereAtOnce();
+    void linksAreWhatTheyWere();
+    void lateNewsDoNotReplaceNewerOnes();
+    void aPanelMayGoBeforeItsNewsAreRead();
+    void gradientsAreNotShown_data();
+    void gradientsAreNotShown();
+    void toolTipsAreNotShown();
+};
+
+void TestHostileNews::initTestCase()
+{
+    QApplication::setStyle(u"Fusion"_s);
+    NewsView view;
+    dress(&view);
+    NewsHold::measure(&view, {kOrdinaryItem}); // loads the fonts
+}
+
+void TestHostileNews::newsDoNotHoldTheWindow_data()
+{
+    QTest::addColumn<QStringList>("news");
+    const auto row = [](const char *name, const QString &item, int count = 1) {
+        QTest::newRow(name) << QStringList(count, item);
+    };
+    if (Platform::isWine())
+        QSKIP("Wine's own fonts and threads would be measured, for many minutes");
+
+    const auto times = [](QStringView text, qsizetype count) {
+        return text.toString().repeated(count);
+    };
+
+    row("closed rows and cells", times(u"</tr><td>", 40));
+    row("cells in captions", times(u"<caption><td>", 100));
+    row("cells in feet", times(u"<tfoot><td>", 100));
+    row("cells in heads", times(u"<thead><td>", 100));
+    row("tables with a blank in the tag", times(u"< table><tr><td>", 40));
+    row("enormous margins from a style sheet",
+        times(u"<style>p{margin-top:9000000px}</style><p>x</p>", 6));
+    row("enormous margins behind a quoted angle bracket",
+        times(u"<p title='>' style='margin-top:9000000px'>x</p>", 6));
+    row("3,000 nested tables", times(u"<table><tr><td>", 3000));
+    row("tables nested over many items", times(u"<table><tr><td>", 5), 200);
+    row("60,000 nested tags", times(u"<b>", 60'000));
+    row("lists left open in many items", times(u"<div><ul><li>", 3), 2000);
+    row("5 MB of tags", times(u"<b>", 1'700'000));
+    row("5 MB of cells", times(u"<td>", 1'250'000));
+    row("5 MB of columns and rows", times(u"<td>", 600'000) + times(u"<tr>", 600'000));
+    row("5 MB of text", times(u"Lorem ipsum dolor sit amet. ", 180'000));
+    row("one word of 5 MB", QString(5'000'000, u'x'));
+    row("5 MB of attributes", u"<b "_s + times(u"a=b ", 1'250'000) + u'>');
+    row("a comment of 5 MB", u"<!--"_s + QString(5'000'000, u'x'));
+    row("a million empty items", QString(), 1'000'000);
+    row("twenty thousand columns", times(u"<tr><td colspan=20480 rowspan=99999>", 1000));
+    row("the same, spelled in references", times(u"<tr><td c&#111;lspan=&#50;0480>", 1000));
+    row("the same, with nested references", times(u"<tr><td c&#1&#49;1;lspan=20480>", 1000));
+    row("many rules for many tags",
+        u"<style>"_s + times(u"b i{color:red}", 2000) + u"</style>"_s + times(u"<b><i>x", 2000));
+    row("columns without a number", u"<td "_s + times(u"colspan ", 65'000));
+    row("fonts of many names and sizes", [] {
+        QString fonts;
+        for (int i = 0; i < 2000; ++i)
+            fonts += u"<span style='font-family:f%1;font-size:%2px'>x</span>"_s.arg(i).arg(9 + i);
+        return fonts;
+    }());
+    row("pieces of one word", times(u"<b>x</b><i>y</i>", 10'000));
+    row("marks on one letter", u"a"_s + QString(50'000, QChar(0x301)));
+    row("letters of changing direction", times(u"a\u0628", 50'000));
+    row("letters of no font", times(u"\ue000", 50'000));
+    row("a cell of characters that no font has", u"<td>"_s + times(u"&#0;", 20'000));
+    row("symbols of changing direction", times(u"\u4e2d\u202e", 10'000));
+    row("captions in rows of lists",
+        times(u"<caption><ul style='-qt-list-number-suffix:1pt'>x ", 3000));
+    row("cells and captions in rows", times(u"< tr><th><th><th>< caption>x", 60));
+    row("lines of no height", u"<p style='line-height:1%'>"_s + times(u"x<br>", 5000));
+    row("letters of no width", u"<p style='letter-spacing:-99px'>"_s + times(u"x ", 50'000));
+    row("letters of no size", u"<p style='font-size:0.01px'>"_s + times(u"x ", 50'000));
+    row("letters of any size", u"<p style='font-size:9000000px'>"_s + times(u"x ", 50'000));
+    row("one line of large letters", u"<pre style='font-size:96px'>"_s + times(u"x ", 100'000));
+    row("floating tables", times(u"<table style='float:left'><tr><td>x</table>", 2000));
+    row("large pictures", times(u"<img width=30000 height=30000>", 600));
+    row("deep indents", u"<p style='-qt-block-indent:900000'>x"_s);
+    row("a frame of any size",
+        u"<table style='-qt-table-type:root; margin:9000000px' width=9000000 height=9000000>"_s
+        "<tr><td>x"_s);
+    row("long numbers in a list",
+        u"<ol style=\"-qt-list-number-prefix:'"_s + times(u"x", 400'000) + u"'\"><li>x"_s);
+    row("paragraphs of a list", u"<ul><li>"_s + QString(400'000, QChar::ParagraphSeparator));
+    row("the same, in references", u"<ul><li>"_s + times(u"&#8233;", 70'000));
+    row("the same, as ends of frames", u"<ul><li>"_s + QString(400'000, QChar(0xfdd0)));
+    row("lines of a list", u"<ul><li><pre>"_s + QString(400'000, u'\n'));
+    row("a word of ampersands", QString(144'000, u'&'));
+    row("a word of hyphens",
+        u"<style>p{margin:65535}</style><html style='-qt-block-indent:0.01px'>"_s +
+            QString(56'000, u'-'));
+    row("a word in a narrow column", u"<td style='padding:13em 20480'>"_s + times(u"Serveur", 846));
+    row("a word of spaces", u"<td><nobr>"_s + times(u"la saison commence. ", 1000));
+    row("long items of narrow columns",
+        times(u"<td style='padding:20px'><li style='margin-left:65535px'>"_s +
+                  times(u"Dès ce soir, la saison commence. ", 973),
+              4),
+        4);
+    row("lines of changing direction", times(u"\u2028\u2066", 13'112), 3);
+    row("words of symbols in lists", u"<ul><li>"_s + times(u"\u4e2d", 58'000), 2);
+    row("nested lists and rules for them",
+        u"<style>"_s + times(u"ul ul ul ul{color:red}", 4) + u"</style>"_s + times(u"<ul>x", 8000));
+    row("a gradient that is cut off", u"<p style='background:qlineargradient(x1:)'>x"_s);
+    row("the same, with an escape", u"<p style='background:qlinear\\67 radient(x1:)'>x"_s);
+    row("the same, with a reference",
+        u"<p style=\"background:qlinear&#92;67 radient&#40;x1:)\">x"_s);
+}
+
+void TestHostileNews::newsDoNotHoldTheWindow()
+{
+    QFETCH(const QStringList, news);
+    NewsView view;
+    dress(&view);
+    const NewsHold hold = NewsHold::measure(&view, news);
+    QVERIFY2(hold.time < kNewsHoldLimit,
+             qPrintable(u"%1 ms %2"_s.arg(hold.time).arg(QString::fromLatin1(hold.when))));
+}
+
+void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
+{
+    QTest::addColumn<QStringList>("news");
+    const auto row = [](const char *name, const QString &item) {
+        QTest::newRow(name) << QStringList{item, u"Après"_s};
+    };
+
+    row("text", u"Maintenance ce soir à 20 h : « tout ira bien »"_s);
+    row("tags",
+        u"<b>Gras</b>, <i>penché</i>, <u>souligné</u>, <small>petit</small>, <s>barré</s>"_s);
+    row("colours and sizes", u"<span style='color: #123456; font-size: 24px'>Bleu</span> "
+                             "<font color=red size=5 face=serif>Rouge</font>"_s);
+    row("a comment with a long number", u"Avant<!-- 1234567890123 -->, après"_s);
+    row("data with a long number", u"<span data-id='1234567890123'>Un</span>"_s);
+    row("a date and time", u"<time datetime=20251121>Vendredi</time>"_s);
+    row("a link with a long number", u"<a href='http://forum.test/sujet/1234567'>Forum</a>"_s);
+    row("large numbers", u"Plus de 1000000 joueurs"_s);
+    row("headings", u"<h1>Un</h1><h2>Deux</h2><h3>Trois</h3><hr/><p>x</p>"_s);
+    row("lists", u"<ul><li>Un<ul><li>Deux</li></ul></li></ul><ol><li>A</li><li>B</li></ol>"_s);
+    row("a wide table", u"<table width='1200' border=1><tr><td>Lundi</td></tr></table>"_s);
+    row("a table with spans and colours",
+        u"<table border=1 cellpadding=4 width='80%'><tr><th colspan=2>Horaires</th></tr>"
+        "<tr><td bgcolor=navy rowspan=2>Lundi</td><td>20 h</td></tr><tr><td>21 h</td></tr></table>"_s);
+    row("ten small tables",
+        u"<table border=1><tr><td>Lundi</td><td>20 h</td></tr></table>"_s.repeated(10));
+    row("tables in tables",
+        u"<table border=1><tr><td><table border=1><tr><td>x</td></tr></table></td></tr></table>"_s);
+    row("a style sheet", u"<style>b { color: yellow; margin: 4px }</style><b>Jaune</b>"_s);
+    row("alignment and lines",
+        u"<p align=center style='line-height: 150%; margin-left: 40px'>Un<br/>Deux</p>"
+        "<pre>  un\n deux</pre><blockquote>Trois</blockquote>"_s);
+    row("tags left open", u"<b>Gras <i>penché <ul><li>puce"_s);
+    row("references", u"&eacute; &amp; &lt;b&gt; &#233; &#x41; &#8364;"_s);
+    row("words about gradients and paths",
+        u"<b>gradient(</b> et <i>C:\\jeux</i>\\Client\\ (x86), GRADIENT( ou \\&#92;"_s);
+    QTest::newRow("250 items") << ordinaryItems(250);
+    QTest::newRow("1,500 items") << ordinaryItems(1500);
+}
+
+void TestHostileNews::ordinaryNewsLookAsTheyAre()
+{
+    QFETCH(const QStringList, news);
+    QTextEdit plain;
+    dress(&plain);
+    plain.setHtml(asOneText(news));
+
+    NewsView view;
+    dress(&view);
+    view.showNews(news);
+    QTRY_VERIFY(!view.document()->isEmpty());
+    QCOMPARE(view.toPlainText(), plain.toPlainText());
+    QTRY_VERIFY(isLaidOutAs(view, plain));
+    QCOMPARE(view.grab().toImage(), plain.grab().toImage());
+    for (QTextEdit *shown : {static_cast<QTextEdit *>(&view), &plain})
+        shown->verticalScrollBar()->setValue(shown->verticalScrollBar()->maximum());
+    QCOMPARE(view.grab().toImage(), plain.grab().toImage());
+}
+
+void TestHostileNews::allOf1500ItemsAreShown()
+{
+    LauncherFixture launcher;
+    launcher.open();
+    launcher.call("onNewsReceived", ordinaryItems(1500));
+    QTRY_COMPARE(launcher.news()->document()->blockCount(), 1500);
+}
+
+void TestHostileNews::newsBeyondReasonAreReadable()
+{
+    NewsView view;
+    view.showNews({u"<b>Avant</b>"_s, u"<table><tr><td>x"_s.repeated(50), u"</table>Après"_s});
+    QTRY_VERIFY(!view.document()->isEmpty());
+    QVERIFY(view.document()->rootFrame()->childFrames().isEmpty());
+    QVERIFY(view.toPlainText().startsWith(u"• Avant\n"));
+    QVERIFY(view.toPlainText().contains(u"Après"));
+    QVERIFY(!view.toPlainText().contains(u"<"));
+}
+
+void TestHostileNews::linksAreWhatTheyWere()
+{
+    NewsView view;
+    view.showNews({u"<a href='https://jeu.test/Gradient(bleu)?a\\b'>Un</a> <b>gradient(</b>"_s});
+    const QTextBlock block = view.document()->begin();
+    QCOMPARE(block.text(), u"• Un gradient("_s);
+    QStringList links;
+    for (auto it = block.begin(); !it.atEnd(); ++it) {
+        if (it.fragment().charFormat().isAnchor())
+            links.append(it.fragment().charFormat().anchorHref());
+    }
+    QCOMPARE(links, QStringList{u"https://jeu.test/Gradient(bleu)?a\\b"_s});
+}
+
+void TestHostileNews::whatComesTooLateIsLeftOut()
+{
+    NewsView view;
+    view.showNews(ordinaryItems(20'000));
+    QTRY_VERIFY(!view.document()->isEmpty());
+    QVERIFY(view.toPlainText().startsWith(u"• [20/11] Saison d'hiver 0"));
+    QVERIFY(view.document()->blockCount() >= 1500);
+    QVERIFY(view.document()->blockCount() < 20'000);
+}
+
+namespace {
+
+/// Longer news are not read before it goes.
+class BusyPool
+{
+public:
+    BusyPool()
+    {
+        for (int i = 0; i < QThreadPool::globalInstance()->maxThreadCount(); ++i)
+            QThreadPool::globalInstance()->start([this] { m_end.acquire(); });
+    }
+    ~BusyPool()
+    {
+        m_end.release(QThreadPool::globalInstance()->maxThreadCount());
+        QThreadPool::globalInstance()->waitForDone();
+    }
+    Q_DISABLE_COPY_MOVE(BusyPool)
+
+private:
+    QSemaphore m_end;
+};
+
+const QStringList kLongNews{u"<div>x"_s.repeated(8000)};
+
+} // namespace
+
+void TestHostileNews::shortNewsAreThereAtOnce()
+{
+    const BusyPool busy;
+    NewsView view;
+    view.showNews({u"<b>Un</b>"_s, u"Deux"_s});
+    QCOMPARE(view.toPlainText(), u"• Un\n• Deux"_s);
+}
+
+void TestHostileNews::lateNewsDoNotReplaceNewerOnes()
+{
+    std::optional<BusyPool> busy(std::in_place);
+    NewsView view;
+    view.showNews(kLongNews);
+    QVERIFY(view.document()->isEmpty());
+    view.showNews({u"Nouveau"_s});
+    QCOMPARE(view.toPlainText(), u"• Nouveau"_s);
+    busy.reset();
+    QCoreApplication::processEvents();
+    QCOMPARE(view.toPlainText(), u"• Nouveau"_s);
+}
+
+void TestHostileNews::aPanelMayGoBeforeItsNewsAreRead()
+{
+    std::optional<BusyPool> busy(std::in_place);
+    auto view = std::make_unique<NewsView>();
+    view->showNews(kLongNews);
+    QVERIFY(view->document()->isEmpty());
+    view.reset();
+    busy.reset();
+    QCoreApplication::processEvents();
+}
+
+void TestHostileNews::gradientsAreNotShown_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::newRow("plain") << u"qlineargradient("_s;
+    QTest::newRow("in upper case") << u"QLinearGRADIENT("_s;
+    QTest::newRow("with an escape") << u"qlinear\\000067radient("_s;
+    QTest::newRow("with a reference") << u"qlineargr&#97;dient&#40;"_s;
+    QTest::newRow("with an escape and references") << u"qlinear&#92;00006&#55;radient("_s;
+}
+
+/// A broken one would end the process, though not every time.
+void TestHostileNews::gradientsAreNotShown()
+{
+    QFETCH(const QString, name);
+    const QString item = u"<p style=\"background:%1stop:0 red, stop:1 blue)\">x"_s.arg(name);
+    QTextDocument plain;
+    plain.setHtml(item);
+    QVERIFY(plain.begin().blockFormat().background().gradient());
+
+    NewsView view;
+    view.showNews({item});
+    QTRY_VERIFY(!view.document()->isEmpty());
+    const QTextBlock block = view.document()->lastBlock();
+    QCOMPARE(block.text(), u"x"_s);
+    QCOMPARE(block.blockFormat().background().style(), Qt::NoBrush);
+}
+
+void TestHostileNews::toolTipsAreNotShown()
+{
+    const QString html = u"<span title=\"&lt;table>Info\">Un mot assez long</span>"_s;
+    const auto tipOf = [](QTextEdit *view) {
+        const QPoint place = view->cursorRect().center() + QPoint(40, 0);
+        QHelpEvent event(QEvent::ToolTip, place, view->viewport()->mapToGlobal(place));
+        QApplication::sendEvent(view->viewport(), &event);
+        QString tip = QToolTip::text();
+        QToolTip::hideText();
+        return tip;
+    };
+    QTextEdit plain;
+    plain.setReadOnly(true);
+    plain.show();
+    plain.setHtml(html);
+    QCOMPARE(tipOf(&plain), u"<table>Info"_s);
+
+    NewsView view;
+    view.setReadOnly(true);
+    view.show();
+    view.showNews({html});
+    QTRY_VERIFY(!view.document()->isEmpty());
+    QTRY_COMPARE(tipOf(&view), QString());
+}
+
+VEYRA_WIDGET_TEST_MAIN(TestHostileNews)
+#include "TestHostileNews.moc"

@@ -1,0 +1,489 @@
+#include "ui/NewsBounds.h"
+
+#include <QList>
+#include <QSet>
+#include <QTextBlock>
+#include <QTextCursor>
+#include <QTextDocument>
+#include <QTextList>
+#include <QTextTable>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+// Microseconds that the layout takes, measured on a machine of 2020 and rounded up. The panel lays
+// a document out two or three times, on older machines and busy ones more slowly; a single thing
+// cannot be laid out in steps.
+constexpr double kCostLimit = 80'000;
+constexpr double kCostLimitOfOne = 30'000;
+/// Plain text has no second pass. Its paragraphs are broken, so that no cost grows with a square.
+constexpr double kCostLimitOfText = 40'000;
+constexpr int kParagraphLimit = 1000;
+
+constexpr double kCostOfBlock = 4;
+constexpr double kCostOfFragment = 2;
+constexpr double kCostOfLine = 3;
+constexpr double kCostOfCell = 15;
+constexpr double kCostOfCharacter = 0.2;
+constexpr double kCostOfForeignLetter = 5; // at worst each begins another direction or script
+constexpr double kCostOfSymbol = 25;       // looked for in one font after the other
+// These grow with the square: pieces of one paragraph (a change of direction makes one), letters of
+// one word, marks on one letter.
+constexpr double kCostOfPiecePair = 3e-3;
+constexpr double kCostOfWordPair = 5e-3;
+constexpr double kCostOfMarkPair = 2e-3;
+/// A table lays its cells out for their least, their greatest and their true width, and twice where
+/// it is too wide.
+constexpr double kCostOfTable = 3;
+constexpr double kCostOfNesting = 5;
+constexpr int kNestingLimit = 6;
+
+/// A height that most lines keep to, in pixels. Higher ones cost more, so that the document's
+/// height stays far within the 33 million pixels that the layout can count.
+constexpr double kUsualLine = 30;
+
+/// Each opens font files; unknown families are looked for among all.
+constexpr qsizetype kFontLimit = 24;
+constexpr qsizetype kFamilyLimit = 4;
+constexpr qsizetype kFloatLimit = 20;
+constexpr qsizetype kLabelLimit = 20; // characters before or after a list's number
+
+struct Bound
+{
+    QTextFormat::Property property;
+    double least;
+    double most;
+};
+
+// Pixels, or percent of a width.
+constexpr Bound kBounds[] = {
+    {QTextFormat::BlockTopMargin, 0, 500},
+    {QTextFormat::BlockBottomMargin, 0, 500},
+    {QTextFormat::BlockLeftMargin, -500, 1000},
+    {QTextFormat::BlockRightMargin, -500, 1000},
+    {QTextFormat::TextIndent, -1000, 1000},
+    {QTextFormat::BlockIndent, 0, 20},
+    {QTextFormat::BlockTrailingHorizontalRulerWidth, 0, 2000},
+    {QTextFormat::ListIndent, -20, 20},
+    {QTextFormat::FontPointSize, 3, 72},
+    {QTextFormat::FontPixelSize, 4, 96},
+    {QTextFormat::FontSizeAdjustment, -2, 4},
+    {QTextFormat::FontLetterSpacing, -2, 20},
+    {QTextFormat::FontWordSpacing, -5, 50},
+    {QTextFormat::FrameBorder, 0, 100},
+    {QTextFormat::FrameMargin, -100, 500},
+    {QTextFormat::FramePadding, 0, 100},
+    {QTextFormat::FrameWidth, 0, 2000},
+    {QTextFormat::FrameHeight, 0, 2000},
+    {QTextFormat::FrameTopMargin, 0, 500},
+    {QTextFormat::FrameBottomMargin, 0, 500},
+    {QTextFormat::FrameLeftMargin, -500, 1000},
+    {QTextFormat::FrameRightMargin, -500, 1000},
+    {QTextFormat::TableCellSpacing, 0, 100},
+    {QTextFormat::TableCellPadding, 0, 100},
+    {QTextFormat::TableCellTopPadding, 0, 100},
+    {QTextFormat::TableCellBottomPadding, 0, 100},
+    {QTextFormat::TableCellLeftPadding, 0, 100},
+    {QTextFormat::TableCellRightPadding, 0, 100},
+    {QTextFormat::TableCellTopBorder, 0, 100},
+    {QTextFormat::TableCellBottomBorder, 0, 100},
+    {QTextFormat::TableCellLeftBorder, 0, 100},
+    {QTextFormat::TableCellRightBorder, 0, 100},
+};
+
+constexpr Bound kPercent{{}, 0, 100};
+constexpr Bound kProportionalLine{{}, 50, 500};
+constexpr Bound kLine{{}, 8, 200};
+
+double bounded(double value, const Bound &bound)
+{
+    return value >= bound.least ? std::min(value, bound.most) : bound.least; // also if no number
+}
+
+QTextLength bounded(const QTextLength &length, const Bound &bound)
+{
+    const bool isPercentage = length.type() == QTextLength::PercentageLength;
+    return QTextLength(length.type(), bounded(length.rawValue(), isPercentage ? kPercent : bound));
+}
+
+QVariant bounded(const QVariant &value, const Bound &bound)
+{
+    if (value.metaType() == QMetaType::fromType<QTextLength>())
+        return bounded(value.value<QTextLength>(), bound);
+    if (value.metaType() == QMetaType::fromType<int>())
+        return static_cast<int>(bounded(value.toDouble(), bound));
+    return bounded(value.toDouble(), bound);
+}
+
+/// Lines of no height would lie upon each other, all of them to be painted at once.
+bool hasUsualLines(const QTextFormat &format)
+{
+    const int type = format.intProperty(QTextFormat::LineHeightType);
+    const double height = format.doubleProperty(QTextFormat::LineHeight);
+    switch (type) {
+    case QTextBlockFormat::SingleHeight:
+        return true;
+    case QTextBlockFormat::ProportionalHeight:
+        return height == bounded(height, kProportionalLine);
+    case QTextBlockFormat::FixedHeight:
+        return height == bounded(height, kLine);
+    default: // a least height, or something on top of it
+        return height >= 0 && height <= kLine.most;
+    }
+}
+
+/// The format within the bounds.
+template <typename Format> Format bounded(Format format)
+{
+    for (const Bound &bound : kBounds) {
+        const QVariant value = format.property(bound.property);
+        if (!value.isValid())
+            continue;
+        const QVariant allowed = bounded(value, bound);
+        if (allowed != value)
+            format.setProperty(bound.property, allowed);
+    }
+    if (!hasUsualLines(format)) {
+        format.clearProperty(QTextFormat::LineHeight);
+        format.clearProperty(QTextFormat::LineHeightType);
+    }
+    // A tool tip is HTML of its own, and would be laid out and fetch its pictures by itself.
+    format.clearProperty(QTextFormat::TextToolTip);
+    for (const auto label : {QTextFormat::ListNumberPrefix, QTextFormat::ListNumberSuffix}) {
+        if (format.stringProperty(label).size() > kLabelLimit)
+            format.clearProperty(label);
+    }
+    const QStringList families = format.property(QTextFormat::FontFamilies).toStringList();
+    if (families.size() > kFamilyLimit)
+        format.setProperty(QTextFormat::FontFamilies, families.first(kFamilyLimit));
+    return format;
+}
+
+/// Brings all formats of a document within the bounds.
+class Bounding
+{
+public:
+    explicit Bounding(QTextDocument *document)
+        : m_document(document)
+        , m_cursor(document)
+    {
+    }
+
+    void apply()
+    {
+        m_cursor.beginEditBlock();
+        boundFrame(m_document->rootFrame());
+        for (QTextBlock block = m_document->begin(); block.isValid(); block = block.next())
+            boundBlock(block);
+        std::for_each(m_pictures.rbegin(), m_pictures.rend(), [this](const Piece &picture) {
+            select(picture);
+            m_cursor.removeSelectedText();
+        });
+        m_cursor.endEditBlock();
+    }
+
+private:
+    struct Piece
+    {
+        int start;
+        int end;
+        QTextCharFormat format;
+    };
+
+    void select(const Piece &piece)
+    {
+        m_cursor.setPosition(piece.start);
+        m_cursor.setPosition(piece.end, QTextCursor::KeepAnchor);
+    }
+
+    void boundFrame(QTextFrame *frame)
+    {
+        if (auto *table = qobject_cast<QTextTable *>(frame)) {
+            boundTable(table);
+        } else {
+            const QTextFrameFormat format = frame->frameFormat();
+            const QTextFrameFormat allowed = withFewFloats(bounded(format));
+            if (allowed != format)
+                frame->setFrameFormat(allowed);
+        }
+        const auto children = frame->childFrames();
+        for (QTextFrame *child : children)
+            boundFrame(child);
+    }
+
+    void boundTable(QTextTable *table)
+    {
+        const QTextTableFormat format = table->format();
+        QTextTableFormat allowed = withFewFloats(bounded(format));
+        auto widths = allowed.columnWidthConstraints();
+        std::transform(widths.begin(), widths.end(), widths.begin(), [](const QTextLength &width) {
+            return bounded(width, {{}, 0, 2000});
+        });
+        allowed.setColumnWidthConstraints(widths);
+        if (allowed != format)
+            table->setFormat(allowed);
+
+        for (int row = 0; row < table->rows(); ++row) {
+            for (int column = 0; column < table->columns(); ++column) {
+                QTextTableCell cell = table->cellAt(row, column);
+                const QTextCharFormat cellFormat = cell.format();
+                const QTextCharFormat allowedFormat = bounded(cellFormat);
+                if (allowedFormat != cellFormat)
+                    cell.setFormat(allowedFormat);
+            }
+        }
+    }
+
+    template <typename Format> Format withFewFloats(Format format)
+    {
+        if (format.position() != QTextFrameFormat::InFlow && ++m_floats > kFloatLimit)
+            format.setPosition(QTextFrameFormat::InFlow);
+        return format;
+    }
+
+    void boundBlock(const QTextBlock &block)
+    {
+        m_cursor.setPosition(block.position());
+        const QTextBlockFormat format = block.blockFormat();
+        const QTextBlockFormat allowed = bounded(format);
+        if (allowed != format)
+            m_cursor.setBlockFormat(allowed);
+        const QTextCharFormat charFormat = block.charFormat();
+        const QTextCharFormat allowedFormat = withFewFonts(bounded(charFormat));
+        if (allowedFormat != charFormat)
+            m_cursor.setBlockCharFormat(allowedFormat);
+        boundList(block.textList());
+
+        QList<Piece> beyond; // changing one would spoil the iterator
+        for (auto it = block.begin(); !it.atEnd(); ++it)
+            boundFragment(it.fragment(), &beyond);
+        for (const Piece &piece : std::as_const(beyond)) {
+            select(piece);
+            m_cursor.setCharFormat(piece.format);
+        }
+    }
+
+    void boundFragment(const QTextFragment &fragment, QList<Piece> *beyond)
+    {
+        const QTextCharFormat format = fragment.charFormat();
+        const int start = fragment.position();
+        const int end = start + fragment.length();
+        if (format.isImageFormat()) {
+            m_pictures.append({start, end, {}});
+            return;
+        }
+        const QTextCharFormat allowed = withFewFonts(bounded(format));
+        if (allowed != format)
+            beyond->append({start, end, allowed});
+    }
+
+    void boundList(QTextList *list)
+    {
+        if (!list || m_lists.contains(list))
+            return;
+        m_lists.insert(list);
+        const QTextListFormat format = list->format();
+        const QTextListFormat allowed = bounded(format);
+        if (allowed != format)
+            list->setFormat(allowed);
+    }
+
+    /// Colours and lines need no font of their own.
+    QTextCharFormat withFewFonts(QTextCharFormat format)
+    {
+        static constexpr QTextFormat::Property kFontProperties[] = {
+            QTextFormat::FontFamilies,       QTextFormat::FontPixelSize, QTextFormat::FontPointSize,
+            QTextFormat::FontSizeAdjustment, QTextFormat::FontWeight,    QTextFormat::FontItalic,
+            QTextFormat::FontCapitalization, QTextFormat::FontStretch,   QTextFormat::FontStyleHint,
+            QTextFormat::FontFixedPitch,
+        };
+        QTextCharFormat font;
+        for (const auto property : kFontProperties) {
+            if (format.hasProperty(property))
+                font.setProperty(property, format.property(property));
+        }
+        if (m_fonts.contains(font) || font.propertyCount() == 0)
+            return format;
+        if (m_fonts.size() < kFontLimit) {
+            m_fonts.append(font);
+            return format;
+        }
+        for (const auto property : kFontProperties)
+            format.clearProperty(property);
+        return format;
+    }
+
+    QTextDocument *m_document;
+    QTextCursor m_cursor;
+    QList<Piece> m_pictures;
+    QSet<QTextList *> m_lists;
+    QList<QTextCharFormat> m_fonts;
+    qsizetype m_floats = 0;
+};
+
+/// Adds up what one character after the other costs.
+class TextCost
+{
+public:
+    explicit TextCost(bool hasBreaks = true)
+        : m_hasBreaks(hasBreaks)
+    {
+    }
+
+    double sum() const { return m_sum; }
+
+    void add(QChar c, double heaviness)
+    {
+        m_sum += costOf(c) * heaviness;
+        // The square of a length grows by twice the length with each character.
+        m_word = endsWord(c) ? 0 : m_word + 1;
+        m_marks = c.isMark() || c.category() == QChar::Other_Format ? m_marks + 1 : 0;
+        m_pieces = c == u'\n' ? 0 : isForeign(c) ? m_pieces + 1 : m_pieces;
+        m_sum += 2 * m_word * kCostOfWordPair * heaviness + 2 * m_marks * kCostOfMarkPair +
+                 (isForeign(c) ? 2 * m_pieces * kCostOfPiecePair : 0);
+    }
+
+private:
+    /// Most spaces are not for breaking lines.
+    bool endsWord(QChar c) const
+    {
+        return c == QChar::LineSeparator || c == u'\n' ||
+               (m_hasBreaks && (c == u' ' || c == u'\t'));
+    }
+
+    /// Of another script, or what changes the direction.
+    static bool isForeign(QChar c)
+    {
+        return (c >= QChar(0x300) && c < QChar(0x2000)) || c.category() == QChar::Other_Format;
+    }
+
+    static double costOf(QChar c)
+    {
+        constexpr QChar kSymbols(0x20d0); // before them dashes, quotes, bullet, euro
+        if (c == QChar::LineSeparator || c == u'\n')
+            return kCostOfLine + kCostOfBlock;
+        if (isForeign(c))
+            return kCostOfForeignLetter;
+        return c < kSymbols ? kCostOfCharacter : kCostOfSymbol;
+    }
+
+    bool m_hasBreaks;
+    double m_sum = 0;
+    double m_word = 0;
+    double m_marks = 0;
+    double m_pieces = 0;
+};
+
+/// How much more than usual the lines of this format cost.
+double heavinessOf(const QTextBlockFormat &block, const QTextCharFormat &format)
+{
+    constexpr double kPixelsOfPoint = 96.0 / 72;
+    const double font =
+        std::max(format.doubleProperty(QTextFormat::FontPixelSize),
+                 format.doubleProperty(QTextFormat::FontPointSize) * kPixelsOfPoint);
+    const bool isProportional = block.lineHeightType() == QTextBlockFormat::ProportionalHeight;
+    const double line = isProportional ? std::max(font, kUsualLine / 2) * block.lineHeight() / 100
+                                       : font + block.lineHeight();
+    return std::max({1.0, font / kUsualLine, line / kUsualLine});
+}
+
+double costOf(const QTextBlock &block)
+{
+    const QTextBlockFormat blockFormat = block.blockFormat();
+    TextCost text(!blockFormat.nonBreakableLines());
+    double fragments = 0;
+    for (auto it = block.begin(); !it.atEnd(); ++it) {
+        const QTextFragment fragment = it.fragment();
+        const double heaviness = heavinessOf(blockFormat, fragment.charFormat());
+        const QString characters = fragment.text();
+        for (const QChar c : characters)
+            text.add(c, heaviness);
+        ++fragments;
+    }
+    return kCostOfBlock + text.sum() + fragments * (kCostOfFragment + fragments * kCostOfPiecePair);
+}
+
+double costOfCells(const QTextTable &table)
+{
+    return kCostOfCell * table.rows() * table.columns();
+}
+
+/// Calls itself; so does the layout.
+double costOf(QTextFrame *frame)
+{
+    const auto *table = qobject_cast<QTextTable *>(frame);
+    double cost = table ? costOfCells(*table) : kCostOfCell;
+    for (auto it = frame->begin(); !it.atEnd() && cost < kCostLimit; ++it) {
+        QTextFrame *child = it.currentFrame();
+        cost += child ? kCostOfNesting * costOf(child) : kCostOfTable * costOf(it.currentBlock());
+    }
+    return cost;
+}
+
+void cut(QTextDocument *document, int position)
+{
+    QTextCursor cursor(document);
+    cursor.setPosition(position);
+    cursor.movePosition(QTextCursor::End, QTextCursor::KeepAnchor);
+    cursor.removeSelectedText();
+}
+
+/// What is not even worth a walk through its cells.
+bool isBeyondReason(QTextFrame *frame, int depth = 0)
+{
+    const auto *table = qobject_cast<QTextTable *>(frame);
+    if (depth > kNestingLimit || (table && costOfCells(*table) > kCostLimitOfOne))
+        return true;
+    const auto children = frame->childFrames();
+    return std::any_of(children.begin(), children.end(),
+                       [depth](QTextFrame *child) { return isBeyondReason(child, depth + 1); });
+}
+
+} // namespace
+
+NewsBounds::Verdict NewsBounds::apply(QTextDocument *document)
+{
+    if (isBeyondReason(document->rootFrame()))
+        return Verdict::Unreasonable;
+    Bounding(document).apply();
+
+    double sum = 0;
+    bool followsBlock = false;
+    QTextFrame *root = document->rootFrame();
+    for (auto it = root->begin(); !it.atEnd(); ++it) {
+        QTextFrame *frame = it.currentFrame();
+        const double cost = frame ? costOf(frame) : costOf(it.currentBlock());
+        if (cost > kCostLimitOfOne)
+            return Verdict::Unreasonable;
+        sum += cost;
+        if (sum > kCostLimit) {
+            const int start = frame ? frame->firstPosition() : it.currentBlock().position();
+            cut(document, frame || followsBlock ? start - 1 : start);
+            return Verdict::Cut;
+        }
+        followsBlock = !frame;
+    }
+    return Verdict::Complete;
+}
+
+QString NewsBounds::fittingText(const QString &text)
+{
+    TextCost cost;
+    QString fitting;
+    int paragraph = 0;
+    for (const QChar c : text) {
+        paragraph = c == u'\n' ? 0 : paragraph + 1;
+        if (paragraph > kParagraphLimit && !c.isLowSurrogate()) {
+            fitting += u'\n';
+            cost.add(u'\n', 1);
+            paragraph = 1;
+        }
+        cost.add(c, 1);
+        if (cost.sum() > kCostLimitOfText)
+            break;
+        fitting += c;
+    }
+    return fitting;
+}
