@@ -112,6 +112,7 @@ class TestWindowsUpdater : public QObject
 
 private slots:
     void importsOnlyWhatWindowsProtects();
+    void importsNothingThatIsHandedOn();
     void isSmall();
     void opensNoConsole();
     void asksForNoRights();
@@ -132,6 +133,16 @@ void TestWindowsUpdater::importsOnlyWhatWindowsProtects()
     QVERIFY(imports.contains(u"kernel32.dll"_s));
     for (const QString &name : imports)
         QVERIFY2(kKnownLibraries.contains(name), qPrintable(name));
+}
+
+/// Functions which those libraries hand on to others that Windows does not protect: it looks for
+/// them while the program is loaded, beside the program first.
+void TestWindowsUpdater::importsNothingThatIsHandedOn()
+{
+    const QByteArray program = Files::read(updater());
+    // advapi32.dll's random numbers are cryptbase.dll's.
+    for (const char *const name : {"SystemFunction0", "cryptbase"})
+        QVERIFY2(!program.contains(name), name);
 }
 
 void TestWindowsUpdater::isSmall()
