@@ -4,6 +4,8 @@
 
 #include <sodium.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 
 extern "C" {

@@ -323,7 +323,7 @@ std::vector<std::string> Platform::processesRunning(const std::string &path)
         constexpr size_t kLongestName = 64;
         std::string name;
         if (readFile("/proc/" + process + "/comm", kLongestName, name))
-            name = "?";
+            name.assign(1, '?'); // GCC 12 warns wrongly of an assigned text
         name.erase(std::remove(name.begin(), name.end(), '\n'), name.end());
         found.push_back(name.append(", processus ").append(process));
     }

@@ -288,7 +288,7 @@ void RestartManager::listHolders(const std::wstring &file, std::vector<std::stri
         startSession(&session, 0, key.data()) != ERROR_SUCCESS)
         return;
 
-    const wchar_t *const path = file.c_str();
+    const wchar_t *path = file.c_str();
     // More of them would not be read by anybody.
     std::array<RM_PROCESS_INFO, 8> processes{};
     UINT needed = 0;
