@@ -1,6 +1,6 @@
-// In the place of libsodium's own source of random numbers, which nothing here asks. That one is a
-// function of advapi32.dll which Windows looks for in cryptbase.dll while the program is loaded,
-// beside the program first.
+// In the place of the random numbers of libsodium and libzip, which nothing here asks. Those are
+// functions of advapi32.dll which Windows looks for in other libraries (cryptbase.dll is one), for
+// some of them while the program is loaded, beside the program first.
 
 #include <sodium.h>
 
@@ -10,7 +10,8 @@
 
 extern "C" {
 
-// Its name is libsodium's: the linker then leaves the other one out.
+// Their names are the libraries': the linker then leaves the others out.
+
 randombytes_implementation randombytes_sysrandom_implementation{
     [] { return "none"; },
     []() -> std::uint32_t { std::abort(); },
@@ -19,4 +20,14 @@ randombytes_implementation randombytes_sysrandom_implementation{
     [](void *, std::size_t) { std::abort(); },
     nullptr,
 };
+
+bool zip_secure_random(std::uint8_t *, std::uint16_t)
+{
+    std::abort();
+}
+
+std::uint32_t zip_random_uint32()
+{
+    std::abort();
+}
 }

@@ -9,7 +9,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
-#include <QScopeGuard>
 #include <QTest>
 
 #include <thread>
@@ -18,8 +17,6 @@
 #include <csignal>
 #include <sys/resource.h>
 #include <unistd.h>
-#else
-#include <windows.h>
 #endif
 
 using namespace Qt::Literals::StringLiterals;
@@ -88,7 +85,6 @@ private slots:
     void mendsOnceWhenItIsStartedTwice();
     void startsTheLauncherInItsOwnFolder();
     void bearsLongPathsWithAccents();
-    void worksInTheRootOfADrive();
     void replacesALauncherThatIsReadOnly();
     void undoesWithALauncherThatIsReadOnly();
     void saysWhatItDoes();
@@ -245,29 +241,6 @@ void TestLauncherUpdater::bearsLongPathsWithAccents()
     QCOMPARE(installation.runUpdater().exitCode, int(Done));
     QCOMPARE(installation.startsOf(1), kNew);
     QVERIFY(installation.state() == installation.newState());
-}
-
-void TestLauncherUpdater::worksInTheRootOfADrive()
-{
-#ifdef Q_OS_WIN
-    Installation installation;
-    const QString folder = QDir::toNativeSeparators(installation.folder());
-    const auto *const target = reinterpret_cast<const wchar_t *>(folder.utf16());
-    constexpr auto kDrive = L"Q:";
-    QVERIFY(DefineDosDeviceW(0, kDrive, target));
-    const auto removed =
-        qScopeGuard([&] { DefineDosDeviceW(DDD_REMOVE_DEFINITION, kDrive, nullptr); });
-    for (const QString &root : {u"Q:\\"_s, u"Q:/"_s, u"Q:"_s}) {
-        installation.restore();
-        const Installation::Outcome outcome =
-            installation.run(kUpdater, {installation.archive(), root, kLauncher});
-        QVERIFY2(outcome.exitCode == Done, qPrintable(outcome.errors));
-        QCOMPARE(installation.startsOf(1), kNew);
-        QVERIFY(installation.state() == installation.newState());
-    }
-#else
-    QSKIP("Needs drives");
-#endif
 }
 
 void TestLauncherUpdater::replacesALauncherThatIsReadOnly()
