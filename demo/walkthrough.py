@@ -174,19 +174,22 @@ class Launcher:
         self.program = arguments.launcher
         self._access_log = arguments.access_log
         self._screenshots = arguments.screenshots
+        # The server may have served another walk before.
+        self._lines_before = len(self._access_log.read_text().splitlines())
 
     # --- What can be seen ---
 
     def log_lines(self, event, path):
         """The access log's lines about one address: `event` is asked, answered or broken-off."""
-        lines = (line.split() for line in self._access_log.read_text().splitlines())
-        return [line for line in lines if line[1] == event and line[3] == path]
+        lines = self._access_log.read_text().splitlines()[self._lines_before:]
+        return [line for line in map(str.split, lines) if line[1] == event and line[3] == path]
 
     def has_asked(self, path, times=1):
         return len(self.log_lines("asked", path)) >= times
 
-    def was_answered(self, path):
-        return any(line[4] == "200" for line in self.log_lines("answered", path))
+    def was_answered(self, path, times=1):
+        answers = self.log_lines("answered", path)
+        return sum(line[4] == "200" for line in answers) >= times
 
     def play_button_is(self, *colors):
         picture = Picture()
@@ -429,12 +432,13 @@ def see_update(launcher, server_folder):
     see_update_accepted(launcher, server_folder)
     see_update_installed(launcher)
     check_update(launcher, server_folder, old_list)
-    launcher.wait_for("the new launcher knows that it is the newest, and goes on to the client",
-                      lambda: launcher.has_asked(ARCHIVE) or launcher.has_asked(MANIFEST),
-                      REQUEST_TIMEOUT)
+    launcher.wait_for("the new launcher is told which version is published",
+                      lambda: launcher.was_answered(VERSION_CHECK, times=2), REQUEST_TIMEOUT)
+    # An offer would keep it from going on to the client, and the button grey.
+    launcher.wait_for("it is the newest, and the play button is green",
+                      launcher.play_button_is_green, READY_TIMEOUT)
     if find_window(PROMPT_TITLE):
         raise Failure("the new launcher offers an update once more")
-    launcher.wait_for("the play button is green", launcher.play_button_is_green, READY_TIMEOUT)
     launcher.take_picture("5-new-version-ready")
     close_window(find_window(LAUNCHER_TITLE))
     launcher.wait_for("the new launcher's window is closed",
