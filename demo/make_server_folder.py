@@ -163,8 +163,8 @@ def make_records(folder, arguments):
               "required": False}
     if arguments.update:
         make_launcher_archive(folder, arguments.update)
-        record.update(version=version_of(arguments.update), download_url=arguments.base_url + PUBLISHED_LAUNCHER,
-                      changelog=CHANGELOG)
+        record.update(version=version_of(arguments.update), changelog=CHANGELOG,
+                      download_url=arguments.base_url + PUBLISHED_LAUNCHER)
     write_json(folder / "api" / "launcher_version.json", record)
 
 
