@@ -1,10 +1,11 @@
 # The keys that launcher updates are checked with are compiled in. One that cannot be read would only
 # show at run time, as an updater that refuses every archive. Configuring refuses it instead.
 
-# Empty, or what stands on the second line of a public key file of minisign: 42 bytes in base64, of
-# which the first two are "Ed".
+# Empty, or what stands on the second line of a public key file of minisign: 42 bytes in base64, which
+# is 56 characters without padding. The first two bytes name the algorithm: "Ed", which is "RW" and
+# the upper four bits of the third character.
 function(veyra_check_update_key variable key)
-    if(NOT key MATCHES "^(RW[A-Za-z0-9+/]*)?$")
+    if(NOT key MATCHES "^(RW[QRST][A-Za-z0-9+/]*)?$")
         set(problem TRUE)
     else()
         string(LENGTH "${key}" length)
@@ -15,7 +16,7 @@ function(veyra_check_update_key variable key)
     if(problem)
         message(FATAL_ERROR
             "${variable} is \"${key}\". It must be empty or the second line of a public key file of "
-            "minisign: 56 characters of base64 that begin with RW")
+            "minisign: 56 characters of base64 that begin with RWQ, RWR, RWS or RWT")
     endif()
 endfunction()
 

@@ -5,7 +5,7 @@
     api/status.php                 is the server online, and with how many players
     api/news.php                   the news, in both forms an item may have
     api/launcher_version.json      the published launcher; with --update one that is newer
-    launcher/...zip                its archive
+    launcher/...zip                with --update its archive
     client/DofusClient.zip         the game client
     updates/version.json           the manifest: the SHA-256 sum of every file of the client
     updates/files/...              the client's files one by one
@@ -27,7 +27,6 @@ import zipfile
 
 MEGABYTE = 1024 * 1024
 ARCHIVE_DATE = (2025, 1, 1, 12, 0, 0)
-LAUNCHER_MEGABYTES = 20  # about what a launcher with Qt's libraries takes
 PUBLISHED_LAUNCHER = "launcher/VeyraLauncher_update.zip"
 
 # Name and size of the client's data files, in MB. The bytes do not compress, like those of a real
@@ -139,21 +138,19 @@ def make_client(folder, game_program):
     write_json(folder / "updates" / "version.json", {"files": manifest})
 
 
-def make_launcher_archive(folder, version):
+def make_launcher_archive(folder, launcher):
     content = io.BytesIO()
     with zipfile.ZipFile(content, "w") as archive:
-        add_to_archive(archive, "LISEZMOI.txt",
-                       f"Archive d'exemple du launcher {version}.\n".encode(), 0o644)
-        add_to_archive(archive, "VeyraLauncher.exe",
-                       data_bytes(version, LAUNCHER_MEGABYTES * MEGABYTE), 0o755)
+        for path in sorted(launcher.rglob("*")):
+            if path.is_file():
+                add_to_archive(archive, path.relative_to(launcher).as_posix(), path.read_bytes(),
+                               0o755)
     write_if_different(folder / PUBLISHED_LAUNCHER, content.getvalue())
 
 
-def newer_version(version):
-    """1.0.0 -> 1.1.0"""
-    parts = [int(part) for part in version.split(".")]
-    parts[1:] = [parts[1] + 1, 0] if len(parts) > 1 else [1]
-    return ".".join(map(str, parts))
+def version_of(launcher):
+    """Of a folder with a list of its files."""
+    return (launcher / "liste.txt").read_text().splitlines()[1]
 
 
 def make_records(folder, arguments):
@@ -162,13 +159,12 @@ def make_records(folder, arguments):
     write_json(folder / "api" / "news.php", NEWS)
     write_if_different(folder / "index.html", index_page().encode())
 
-    version = arguments.launcher_version
-    record = {"version": version, "download_url": "", "changelog": "", "required": False}
+    record = {"version": arguments.launcher_version, "download_url": "", "changelog": "",
+              "required": False}
     if arguments.update:
-        version = newer_version(version)
-        make_launcher_archive(folder, version)
-        record.update(version=version, download_url=arguments.base_url + PUBLISHED_LAUNCHER,
-                      changelog=CHANGELOG)
+        make_launcher_archive(folder, arguments.update)
+        record.update(version=version_of(arguments.update), changelog=CHANGELOG,
+                      download_url=arguments.base_url + PUBLISHED_LAUNCHER)
     write_json(folder / "api" / "launcher_version.json", record)
 
 
@@ -218,7 +214,8 @@ def parse_arguments():
                         help="the program that goes into the client as Dofus.exe")
     parser.add_argument("--base-url", required=True, help="where the folder is served, with a /")
     parser.add_argument("--launcher-version", required=True, help="version of the built launcher")
-    parser.add_argument("--update", action="store_true", help="offer a newer launcher")
+    parser.add_argument("--update", type=pathlib.Path, metavar="FOLDER",
+                        help="offer a newer launcher: the one in FOLDER, with its signed list")
     return parser.parse_args()
 
 

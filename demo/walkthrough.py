@@ -18,12 +18,15 @@ import shutil
 import signal
 import subprocess
 import sys
+import textwrap
 import time
+import zipfile
 
 LAUNCHER_TITLE = "^Veyra Launcher$"
 GAME_TITLE = "^Jeu d'exemple$"
 PROMPT_TITLE = "^Mise .* jour disponible$"
 ERROR_TITLE = "^Erreur"
+UPDATER_TITLE = "^Mise .* jour de Veyra Launcher$"
 
 PLAY_BUTTON = (585, 600)
 # Left and right of the play button's text.
@@ -40,6 +43,7 @@ DOWNLOAD_TIMEOUT = 180
 READY_TIMEOUT = 120
 GAME_TIMEOUT = 30
 END_TIMEOUT = 30
+UPDATE_TIMEOUT = 90
 TOOL_TIMEOUT = 30
 PAINT_DELAY = 0.3  # for a new window to be painted before its picture is taken
 GAME_LIFETIME = 120  # a game that nobody closes ends by itself
@@ -52,7 +56,8 @@ ARCHIVE = "/client/DofusClient.zip"
 MANIFEST = "/updates/version.json"
 
 GAME_MARKER = "jeu-demarre.txt"
-UPDATER_RECORD = "mise-a-jour-demandee.txt"
+UPDATER_LOG = "Veyra/Veyra Launcher/mise-a-jour.log"
+UPDATER_FOLDER = ".veyra-maj"
 
 started = time.monotonic()
 
@@ -89,6 +94,7 @@ class ThisMachine:
 
     def __init__(self):
         self.settings = pathlib.Path(os.environ["XDG_DATA_HOME"])
+        self.local_data = self.settings
         self.temporary = pathlib.Path(os.environ["TMPDIR"])
         self.environment = {"QT_QPA_PLATFORM": "xcb"}
 
@@ -106,15 +112,6 @@ class ThisMachine:
             return False
         return stat.rpartition(")")[2].split()[0] != "Z"
 
-    def updater_call(self, program):
-        """How the sample updater program beside the launcher was called."""
-        record = program.parent / UPDATER_RECORD
-        return record.read_text().splitlines() if record.is_file() else None
-
-    def expected_updater_call(self, program, archive):
-        return ["Nombre d'arguments : 3", f"Argument : {archive}", f"Argument : {program.parent}",
-                f"Argument : {program.name}"]
-
 
 class Wine(ThisMachine):
     """A launcher for Windows in the Wine prefix that WINEPREFIX names."""
@@ -124,6 +121,7 @@ class Wine(ThisMachine):
         user = next(folder for folder in (self._prefix / "drive_c" / "users").iterdir()
                     if folder.name != "Public")
         self.settings = user / "AppData" / "Roaming"
+        self.local_data = user / "AppData" / "Local"
         self.temporary = user / "Temp"
         self.environment = {}
 
@@ -141,17 +139,6 @@ class Wine(ThisMachine):
                 if name in process.read_bytes():
                     return True
         return False
-
-    def updater_call(self, program):
-        # The command line comes first in what the tests' stand-in writes down.
-        records = list(program.parent.glob("LauncherUpdater.exe.*.start"))
-        return records[0].read_text().split("\0")[:1] if records else None
-
-    def expected_updater_call(self, program, archive):
-        folder = f"Z:{program.parent}"
-        archive = "C:/" + str(archive.relative_to(self._prefix / "drive_c"))
-        updater = f"{folder}/LauncherUpdater.exe".replace("/", "\\")
-        return [f"{updater}  {archive} {folder} {program.name}"]
 
 
 class Picture:
@@ -187,19 +174,22 @@ class Launcher:
         self.program = arguments.launcher
         self._access_log = arguments.access_log
         self._screenshots = arguments.screenshots
+        # The server may have served another walk before.
+        self._lines_before = len(self._access_log.read_text().splitlines())
 
     # --- What can be seen ---
 
     def log_lines(self, event, path):
         """The access log's lines about one address: `event` is asked, answered or broken-off."""
-        lines = (line.split() for line in self._access_log.read_text().splitlines())
-        return [line for line in lines if line[1] == event and line[3] == path]
+        lines = self._access_log.read_text().splitlines()[self._lines_before:]
+        return [line for line in map(str.split, lines) if line[1] == event and line[3] == path]
 
-    def has_asked(self, path):
-        return bool(self.log_lines("asked", path))
+    def has_asked(self, path, times=1):
+        return len(self.log_lines("asked", path)) >= times
 
-    def was_answered(self, path):
-        return any(line[4] == "200" for line in self.log_lines("answered", path))
+    def was_answered(self, path, times=1):
+        answers = self.log_lines("answered", path)
+        return sum(line[4] == "200" for line in answers) >= times
 
     def play_button_is(self, *colors):
         picture = Picture()
@@ -224,7 +214,7 @@ class Launcher:
         """Returns what `is_so` returns as soon as that is true."""
         deadline = time.monotonic() + timeout
         while not (result := is_so()):
-            if self.process.poll() is not None:
+            if self.process and self.process.poll() is not None:
                 raise Failure(f"the launcher ended (exit code {self.process.returncode}) while it "
                               f"was awaited that {what}")
             if find_window(ERROR_TITLE):
@@ -248,6 +238,7 @@ class Launcher:
         if code != 0:
             raise Failure(f"the launcher ended with exit code {code}")
         say("the launcher has ended with exit code 0")
+        self.process = None  # what runs from now on was started by another program
 
 
 def in_range(color, corners):
@@ -376,28 +367,82 @@ def play(launcher, client):
                                                               record["Programme"]), END_TIMEOUT)
 
 
-def see_hand_over(launcher, server_folder):
-    """An update is offered: accept it and see it handed over."""
-    machine = launcher.machine
-    archive = machine.temporary / "VeyraLauncher_update.zip"
+def see_update_accepted(launcher, server_folder):
     prompt = launcher.wait_for_window("a newer launcher is offered", PROMPT_TITLE)
     launcher.take_picture("2-update-offered")
     tool("xdotool", "windowfocus", "--sync", str(prompt), "key", "alt+y", check=True)
     say('answered "Yes" by the keyboard')
-    see_third_of_download(launcher, "the new launcher", archive,
+    see_third_of_download(launcher, "the new launcher",
+                          launcher.machine.temporary / "VeyraLauncher_update.zip",
                           server_folder / LAUNCHER_ARCHIVE.lstrip("/"))
     launcher.take_picture("3-update-downloading")
-
     launcher.wait_for_end()
-    deadline = time.monotonic() + END_TIMEOUT
-    while not (call := machine.updater_call(launcher.program)) and time.monotonic() < deadline:
-        time.sleep(POLL_INTERVAL)
-    if not call:
-        raise Failure("the updater program was not started")
-    expected = machine.expected_updater_call(launcher.program, archive)
-    if call != expected:
-        raise Failure(f"the updater program was called with {call}, expected was {expected}")
-    say("the updater program was started with its three arguments")
+
+
+def see_update_installed(launcher):
+    """From the end of the old launcher to the window of the new one."""
+    machine = launcher.machine
+    log = machine.local_data / UPDATER_LOG
+
+    def new_window_is_open():
+        # Where it has a window, and that stays long enough.
+        if not new_window_is_open.has_picture and find_window(UPDATER_TITLE):
+            launcher.take_picture("4-updater-at-work")
+            new_window_is_open.has_picture = True
+        return launcher.has_asked(VERSION_CHECK, times=2) and find_window(LAUNCHER_TITLE)
+
+    new_window_is_open.has_picture = False
+    try:
+        launcher.wait_for("the updater program has started the new launcher, which asks whether "
+                          "a newer one is published", new_window_is_open, UPDATE_TIMEOUT)
+    finally:
+        if log.is_file():
+            print(textwrap.indent(log.read_text(), "            "), end="")
+    if not log.read_text().rstrip().endswith("Code de sortie 0"):
+        raise Failure("the updater program ended with another exit code than 0")
+
+
+def check_update(launcher, server_folder, old_list):
+    """The files are those of the published archive, whose list names them all."""
+    folder = launcher.program.parent
+    published = json.loads((server_folder / VERSION_CHECK.lstrip("/")).read_text())["version"]
+    with zipfile.ZipFile(server_folder / LAUNCHER_ARCHIVE.lstrip("/")) as archive:
+        names = archive.namelist()
+        different = [name for name in names
+                     if not (folder / name).is_file()
+                     or (folder / name).read_bytes() != archive.read(name)]
+    if different or launcher.program.name not in names:
+        raise Failure(f"of {len(names)} files, these differ from the archive: {different}")
+    new_list = (folder / "liste.txt").read_text()
+    if new_list.splitlines()[1] != published or old_list.splitlines()[1] == published:
+        raise Failure(f"the installed list is not that of version {published}")
+    sums = [dict(line.split(" ", 2)[::2][::-1] for line in text.splitlines()[3:])
+            for text in (old_list, new_list)]
+    for program in (launcher.program.name, "LauncherUpdater.exe"):
+        if sums[0][program] == sums[1][program]:
+            raise Failure(f"{program} is the same in both versions")
+    if (folder / UPDATER_FOLDER).exists():
+        raise Failure(f"the updater program has left its folder {UPDATER_FOLDER}")
+    say(f"all {len(names)} files are those of version {published}, both programs among them")
+
+
+def see_update(launcher, server_folder):
+    """An update is offered: accept it, see it installed, and the new launcher content with itself."""
+    old_list = (launcher.program.parent / "liste.txt").read_text()
+    see_update_accepted(launcher, server_folder)
+    see_update_installed(launcher)
+    check_update(launcher, server_folder, old_list)
+    launcher.wait_for("the new launcher is told which version is published",
+                      lambda: launcher.was_answered(VERSION_CHECK, times=2), REQUEST_TIMEOUT)
+    # An offer would keep it from going on to the client, and the button grey.
+    launcher.wait_for("it is the newest, and the play button is green",
+                      launcher.play_button_is_green, READY_TIMEOUT)
+    if find_window(PROMPT_TITLE):
+        raise Failure("the new launcher offers an update once more")
+    launcher.take_picture("5-new-version-ready")
+    close_window(find_window(LAUNCHER_TITLE))
+    launcher.wait_for("the new launcher's window is closed",
+                      lambda: not find_window(LAUNCHER_TITLE), END_TIMEOUT)
 
 
 def see_everything(launcher, arguments):
@@ -406,7 +451,7 @@ def see_everything(launcher, arguments):
 
     see_version_check(launcher)
     if arguments.update:
-        see_hand_over(launcher, arguments.server_folder)
+        see_update(launcher, arguments.server_folder)
         return
     if freshly_installed:
         see_installation(launcher, client, arguments.server_folder)

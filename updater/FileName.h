@@ -12,6 +12,9 @@ inline constexpr std::string_view kWorkFolder = ".veyra-maj";
 inline constexpr std::string_view kList = "liste.txt";
 inline constexpr std::string_view kSignature = "liste.txt.minisig";
 
+/// This program: an update without it could be the last.
+inline constexpr std::string_view kUpdater = "LauncherUpdater.exe";
+
 /// Why a file of an update cannot have this name, as the end of a sentence ("caractère interdit");
 /// empty where it can.
 std::string_view problem(std::string_view name);

@@ -2,6 +2,7 @@
 
 #include "updater/Failure.h"
 #include "updater/FileName.h"
+#include "updater/Sha256.h"
 
 #include <array>
 
@@ -9,6 +10,8 @@ namespace {
 
 constexpr std::string_view kHeader = "veyra-journal 1\n";
 constexpr std::string_view kLauncher = "lanceur ";
+constexpr std::string_view kOldSum = "ancien ";
+constexpr std::string_view kNewSum = "nouveau ";
 constexpr std::string_view kEnd = "fin\n";
 
 // In the order of Journal::Step.
@@ -26,16 +29,30 @@ bool isAllowed(std::string_view name)
 }
 
 /// What follows `start` in the next line.
-std::string takeName(std::string_view &text, std::string_view start)
+std::string takeLine(std::string_view &text, std::string_view start)
 {
     const size_t end = text.find('\n');
-    if (end == std::string_view::npos)
+    if (end == std::string_view::npos || !text.starts_with(start))
         throw damaged();
-    std::string name(text.substr(start.size(), end - start.size()));
+    std::string rest(text.substr(start.size(), end - start.size()));
+    text.remove_prefix(end + 1);
+    return rest;
+}
+
+std::string takeName(std::string_view &text, std::string_view start)
+{
+    std::string name = takeLine(text, start);
     if (!isAllowed(name))
         throw damaged();
-    text.remove_prefix(end + 1);
     return name;
+}
+
+std::string takeSum(std::string_view &text, std::string_view start)
+{
+    std::string sum = takeLine(text, start);
+    if (!Sha256::isSum(sum))
+        throw damaged();
+    return sum;
 }
 
 } // namespace
@@ -45,11 +62,11 @@ Journal Journal::parse(std::string_view text)
     if (!text.starts_with(kHeader))
         throw damaged();
     text.remove_prefix(kHeader.size());
-    if (!text.starts_with(kLauncher))
-        throw damaged();
 
     Journal journal;
     journal.launcher = takeName(text, kLauncher);
+    journal.oldSum = takeSum(text, kOldSum);
+    journal.newSum = takeSum(text, kNewSum);
     while (text != kEnd) {
         size_t step = 0;
         while (step < kSteps.size() && !text.starts_with(kSteps[step]))
@@ -63,7 +80,10 @@ Journal Journal::parse(std::string_view text)
 
 std::string Journal::text() const
 {
-    std::string result = std::string(kHeader) + std::string(kLauncher) + launcher + "\n";
+    std::string result = std::string(kHeader);
+    for (const auto &[start, value] : {std::pair(kLauncher, &launcher), std::pair(kOldSum, &oldSum),
+                                       std::pair(kNewSum, &newSum)})
+        result += std::string(start) + *value + "\n";
     for (const Entry &entry : entries)
         result += std::string(kSteps[size_t(entry.step)]) + entry.name + "\n";
     return result + std::string(kEnd);

@@ -25,6 +25,9 @@ struct Journal
 
     /// The launcher's program: replaced by steps of its own, so it is in no entry.
     std::string launcher;
+    /// The SHA-256 sums of its old file and of its new one: nothing else may be started at the end.
+    std::string oldSum;
+    std::string newSum;
     std::vector<Entry> entries;
 
     /// Throws a Failure for what text() did not write: nobody moves files by a damaged journal.

@@ -3,6 +3,7 @@
 #include "updater/FileName.h"
 #include "updater/Platform.h"
 #include "updater/ProgressView.h"
+#include "updater/Retry.h"
 #include "updater/RunLog.h"
 #include "updater/Swap.h"
 #include "updater/UpdateArchive.h"
@@ -82,10 +83,11 @@ std::string folderOf(const CommandLine &line)
     }
 }
 
-/// Of a path that Platform::absolutePath() found: neither nothing nor all of a disk.
+/// Of a path that Platform::absolutePath() found: neither nothing nor the root of Linux. A drive of
+/// Windows ("D:") may be a launcher's folder.
 bool isFolderOfLauncher(const std::string &folder)
 {
-    return !folder.empty() && folder.back() != '/' && folder.back() != ':';
+    return !folder.empty() && folder.back() != '/';
 }
 
 /// The same run, from wherever the program lies.
@@ -121,7 +123,7 @@ private:
     void takePaths(const std::string &archive, const std::string &folder,
                    const std::string &program);
     void waitUntil(const std::function<std::string()> &obstacle) const;
-    void waitForLock();
+    bool waitForLock();
     void waitForLauncher();
     void mendWhatIsPending(Swap &swap);
     void install(Swap &swap);
@@ -148,6 +150,7 @@ ExitCode Run::update(const std::string &archive, const std::string &folder,
         takePaths(archive, folder, program);
         Platform::leaveWorkingDirectory();
         waitForLock();
+        m_log.begin();
         waitForLauncher();
         Swap swap(m_folder, m_settings.retryFor);
         mendWhatIsPending(swap);
@@ -159,10 +162,19 @@ ExitCode Run::mend(const std::string &folder)
 {
     return attempt([&] {
         m_folder = Platform::absolutePath(folder);
-        if (!isFolderOfLauncher(m_folder) || !Swap::isPending(m_folder))
+        Platform::Entry entry{};
+        if (!isFolderOfLauncher(m_folder) || Platform::findEntry(m_folder, entry) ||
+            entry != Platform::Entry::Folder)
             throw Failure(ExitCode::Usage, kUsage);
         Platform::leaveWorkingDirectory();
-        waitForLock();
+        const bool hasWaited = waitForLock();
+        if (!Swap::isPending(m_folder)) {
+            // Another run has mended it meanwhile, and started the launcher.
+            if (hasWaited)
+                return;
+            throw Failure(ExitCode::Usage, kUsage);
+        }
+        m_log.begin();
         Swap swap(m_folder, m_settings.retryFor);
         mendWhatIsPending(swap);
         m_program = swap.mendedLauncher();
@@ -213,7 +225,8 @@ void Run::takePaths(const std::string &archive, const std::string &folder,
         throw Failure(ExitCode::Usage, "Nom de programme attendu : " + program + "\n" + kUsage);
     const std::string path = m_folder + "/" + program;
     Platform::Entry entry{};
-    if (const Platform::Error error = Platform::findEntry(path, entry)) {
+    if (const Platform::Error error =
+            retried(m_settings.retryFor, [&] { return Platform::findEntry(path, entry); })) {
         m_program = program;
         throw Failure(ExitCode::NotPrepared, "impossible d'examiner " + path + " : " + error.text);
     }
@@ -241,11 +254,18 @@ void Run::waitUntil(const std::function<std::string()> &obstacle) const
     }
 }
 
-void Run::waitForLock()
+/// Returns whether another run had it.
+bool Run::waitForLock()
 {
-    waitUntil([this]() -> std::string {
-        return m_lock.tryLock(m_folder) ? "" : "une autre mise à jour du launcher est en cours.";
+    bool hasWaited = false;
+    waitUntil([this, &hasWaited]() -> std::string {
+        if (m_lock.tryLock(m_folder))
+            return {};
+        if (!std::exchange(hasWaited, true))
+            step("Attente de la fin d'une autre mise à jour...");
+        return "une autre mise à jour du launcher est en cours.";
     });
+    return hasWaited;
 }
 
 void Run::waitForLauncher()
@@ -282,7 +302,7 @@ void Run::install(Swap &swap)
 {
     step("Vérification de la mise à jour...");
     const std::optional<UpdateList> installed = installedList();
-    const UpdateArchive archive(m_archive, terms(installed));
+    const UpdateArchive archive(m_archive, terms(installed), m_settings.retryFor);
 
     step("Préparation de la version " + archive.list().version + "...");
     int shown = -1;
@@ -322,14 +342,21 @@ UpdateTerms Run::terms(const std::optional<UpdateList> &installed) const
 /// own version still keeps older ones out, and what only the old version had stays.
 std::optional<UpdateList> Run::installedList()
 {
-    const auto text =
-        Platform::readFile(m_folder + "/" + std::string(FileName::kList), UpdateList::kLongestText);
-    if (!text) {
-        m_log.write("Le launcher installé n'a pas de liste de fichiers.");
+    const std::string path = m_folder + "/" + std::string(FileName::kList);
+    std::string text;
+    const Platform::Error error = retried(m_settings.retryFor, [&] {
+        return Platform::readFile(path, UpdateList::kLongestText, text);
+    });
+    const bool isTooLong = error && text.size() > UpdateList::kLongestText;
+    if (error.kind == Platform::Error::Kind::Missing || isTooLong) {
+        m_log.write("Liste du launcher installé ignorée : " + error.text);
         return std::nullopt;
     }
+    if (error) {
+        throw Failure(ExitCode::NotPrepared, "impossible de lire " + path + " : " + error.text);
+    }
     try {
-        return UpdateList::parse(*text);
+        return UpdateList::parse(text);
     } catch (const Failure &failure) {
         m_log.write("Liste du launcher installé ignorée : " + failure.text);
         return std::nullopt;
@@ -339,8 +366,9 @@ std::optional<UpdateList> Run::installedList()
 void Run::startLauncher()
 {
     const std::string path = m_folder + "/" + m_program;
-    if (const Platform::Error error = Platform::start(path, m_folder))
-        throw Failure(ExitCode::NotRestarted, path + " : " + error.text);
+    if (const Platform::Error error =
+            retried(m_settings.retryFor, [&] { return Platform::start(path, m_folder); }))
+        throw Failure(ExitCode::NotRestarted, path + " : " + ::explained(error, path));
     m_log.write("Launcher démarré : " + path);
 }
 

@@ -1,15 +1,17 @@
 #include "updater/Platform.h"
 
-std::optional<std::string> Platform::readFile(const std::string &path, size_t limit)
+Platform::Error Platform::readFile(const std::string &path, size_t limit, std::string &content)
 {
-    std::FILE *file = openForReading(path);
-    if (!file)
-        return std::nullopt;
-    std::string content(limit + 1, '\0');
+    std::FILE *file = nullptr;
+    if (Error error = openForReading(path, file))
+        return error;
+    content.assign(limit + 1, '\0');
     content.resize(std::fread(content.data(), 1, content.size(), file));
-    const bool isWhole = std::ferror(file) == 0 && content.size() <= limit;
+    const bool isRead = std::ferror(file) == 0;
     std::fclose(file);
-    if (!isWhole)
-        return std::nullopt;
-    return content;
+    if (!isRead)
+        return {Error::Kind::Other, "la lecture a échoué"};
+    if (content.size() > limit)
+        return {Error::Kind::Other, "trop long"};
+    return {};
 }

@@ -46,13 +46,16 @@ Error replace(const std::string &from, const std::string &to);
 Error flushFolder(const std::string &path);
 std::optional<std::uint64_t> freeBytes(const std::string &folder);
 std::optional<std::uint64_t> fileSize(const std::string &path);
-/// Null for what cannot be read or is longer than `limit`.
-std::optional<std::string> readFile(const std::string &path, size_t limit);
-/// Null on failure. While it is open nobody can write to the file, where the system knows such
-/// locks.
-std::FILE *openForReading(const std::string &path);
+/// Fails for what is longer than `limit`.
+Error readFile(const std::string &path, size_t limit, std::string &content);
+/// While it is open nobody can write to the file, where the system knows such locks.
+Error openForReading(const std::string &path, std::FILE *&file);
 /// Null on failure. What was in the file before is lost.
 std::FILE *openForWriting(const std::string &path);
+/// Null on failure. What is written comes behind what is in the file.
+std::FILE *openForAppending(const std::string &path);
+/// Which programs have the file open, as a person knows them, where the system tells.
+std::vector<std::string> holders(const std::string &path);
 /// A path that stays the same from every working directory; empty when there is nothing.
 std::string absolutePath(const std::string &path);
 
@@ -84,6 +87,9 @@ void prepareProcess();
 /// The arguments without the program's name.
 std::vector<std::string> arguments(int argc, char **argv);
 std::string ownExecutable();
+/// Whether it is this program's own file, and the system replaces none that runs. It can be renamed
+/// there.
+bool mustStepAside(const std::string &path);
 /// Where the file of a running program can be neither replaced nor removed, and this program lies
 /// in `folder`: starts a copy of it with these arguments. Then, and only then, it returns true.
 bool continueAsCopy(const std::string &folder, const std::vector<std::string> &arguments);

@@ -187,15 +187,29 @@ std::optional<std::uint64_t> Platform::fileSize(const std::string &path)
     return std::uint64_t(status.st_size);
 }
 
-std::FILE *Platform::openForReading(const std::string &path)
+Error Platform::openForReading(const std::string &path, std::FILE *&file)
 {
-    // "e": programs that are started do not inherit it.
-    return std::fopen(path.c_str(), "rbe");
+    return attempt([&] {
+        // "e": programs that are started do not inherit it.
+        file = std::fopen(path.c_str(), "rbe");
+        return file ? 0 : -1;
+    });
 }
 
 std::FILE *Platform::openForWriting(const std::string &path)
 {
     return std::fopen(path.c_str(), "wbe");
+}
+
+std::FILE *Platform::openForAppending(const std::string &path)
+{
+    return std::fopen(path.c_str(), "abe");
+}
+
+std::vector<std::string> Platform::holders(const std::string &)
+{
+    // An open file keeps nobody from renaming it.
+    return {};
 }
 
 std::string Platform::absolutePath(const std::string &path)
@@ -270,6 +284,11 @@ std::string Platform::ownExecutable()
     return readLink("/proc/self/exe");
 }
 
+bool Platform::mustStepAside(const std::string &)
+{
+    return false;
+}
+
 bool Platform::continueAsCopy(const std::string &, const std::vector<std::string> &)
 {
     // The file of a running program can be replaced.
@@ -302,7 +321,9 @@ std::vector<std::string> Platform::processesRunning(const std::string &path)
             running.st_dev != program.st_dev || running.st_ino != program.st_ino)
             continue;
         constexpr size_t kLongestName = 64;
-        std::string name = readFile("/proc/" + process + "/comm", kLongestName).value_or("?");
+        std::string name;
+        if (readFile("/proc/" + process + "/comm", kLongestName, name))
+            name.assign(1, '?'); // GCC 12 warns wrongly of an assigned text
         name.erase(std::remove(name.begin(), name.end(), '\n'), name.end());
         found.push_back(name.append(", processus ").append(process));
     }

@@ -19,6 +19,7 @@
 #include <windows.h>
 
 #include <objbase.h>
+#include <restartmanager.h>
 #include <shellapi.h>
 #include <shlobj.h>
 #include <tlhelp32.h>
@@ -77,6 +78,10 @@ std::wstring native(const std::string &path)
 {
     std::wstring result = utf16(path);
     std::replace(result.begin(), result.end(), L'/', L'\\');
+    // A drive's name alone is the folder that happens to be the current one there.
+    constexpr size_t kDriveLength = 2;
+    if (result.size() == kDriveLength && result.back() == L':')
+        result += L'\\';
     return result;
 }
 
@@ -157,6 +162,28 @@ template <typename Call> Error attempt(Call call)
     return call() ? Error{} : errorOf(::GetLastError());
 }
 
+/// Makes a call that removes `file` in one way or another. One that is read-only does not let it,
+/// however often it is tried: it loses that attribute, and gets it back where the call fails still.
+template <typename Call> bool withoutProtection(const std::wstring &file, Call call)
+{
+    if (call())
+        return true;
+    DWORD number = ::GetLastError();
+    const DWORD attributes = ::GetFileAttributesW(file.c_str());
+    const bool isReadOnly = attributes != INVALID_FILE_ATTRIBUTES &&
+                            (attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
+                            (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+    if (isReadOnly &&
+        ::SetFileAttributesW(file.c_str(), attributes & ~DWORD(FILE_ATTRIBUTE_READONLY))) {
+        if (call())
+            return true;
+        number = ::GetLastError();
+        ::SetFileAttributesW(file.c_str(), attributes);
+    }
+    ::SetLastError(number);
+    return false;
+}
+
 /// A text that a call writes into a buffer of at most kLongestPath characters.
 template <typename Call> std::wstring textOf(Call call)
 {
@@ -211,6 +238,73 @@ Error startProcess(const std::wstring &program, const std::vector<std::string> &
     ::CloseHandle(process.hThread);
     ::CloseHandle(process.hProcess);
     return {};
+}
+
+std::wstring systemFolder()
+{
+    return textOf(
+        [](wchar_t *text, DWORD size) { return DWORD(::GetSystemDirectoryW(text, size)); });
+}
+
+/// What Windows knows of programs and the files that they have open. Its library is taken from
+/// Windows' own folder when it is needed: in the import table it could be somebody else's.
+class RestartManager
+{
+public:
+    RestartManager()
+        : m_library(::LoadLibraryW((systemFolder() + L"\\rstrtmgr.dll").c_str()))
+    {
+    }
+    ~RestartManager()
+    {
+        if (m_library)
+            ::FreeLibrary(m_library);
+    }
+    RestartManager(const RestartManager &) = delete;
+    RestartManager &operator=(const RestartManager &) = delete;
+
+    void listHolders(const std::wstring &file, std::vector<std::string> &found) const;
+
+private:
+    template <typename Function> Function *function(const char *name) const
+    {
+        return m_library ? reinterpret_cast<Function *>(
+                               reinterpret_cast<void *>(::GetProcAddress(m_library, name)))
+                         : nullptr;
+    }
+
+    HMODULE m_library;
+};
+
+void RestartManager::listHolders(const std::wstring &file, std::vector<std::string> &found) const
+{
+    auto *const startSession = function<decltype(::RmStartSession)>("RmStartSession");
+    auto *const registerFiles = function<decltype(::RmRegisterResources)>("RmRegisterResources");
+    auto *const list = function<decltype(::RmGetList)>("RmGetList");
+    auto *const endSession = function<decltype(::RmEndSession)>("RmEndSession");
+    std::array<wchar_t, CCH_RM_SESSION_KEY + 1> key{};
+    DWORD session = 0;
+    if (!startSession || !registerFiles || !list || !endSession ||
+        startSession(&session, 0, key.data()) != ERROR_SUCCESS)
+        return;
+
+    const wchar_t *path = file.c_str();
+    // More of them would not be read by anybody.
+    std::array<RM_PROCESS_INFO, 8> processes{};
+    UINT needed = 0;
+    auto count = UINT(processes.size());
+    DWORD reasons = 0;
+    const bool isListed =
+        registerFiles(session, 1, &path, 0, nullptr, 0, nullptr) == ERROR_SUCCESS &&
+        list(session, &needed, &count, processes.data(), &reasons) == ERROR_SUCCESS;
+    for (UINT index = 0; isListed && index < std::min(count, UINT(processes.size())); ++index) {
+        const RM_PROCESS_INFO &process = processes[index];
+        if (process.Process.dwProcessId == ::GetCurrentProcessId())
+            continue;
+        found.push_back(utf8(process.strAppName) + ", processus " +
+                        std::to_string(process.Process.dwProcessId));
+    }
+    endSession(session);
 }
 
 std::wstring temporaryFolder()
@@ -302,20 +396,7 @@ Error Platform::removeFile(const std::string &path)
 {
     return attempt([&] {
         const std::wstring file = extended(path);
-        if (::DeleteFileW(file.c_str()))
-            return true;
-        // A file that is read-only is not deleted, however often it is tried.
-        const DWORD number = ::GetLastError();
-        const DWORD attributes = ::GetFileAttributesW(file.c_str());
-        const bool isReadOnly = attributes != INVALID_FILE_ATTRIBUTES &&
-                                (attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
-                                (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
-        if (isReadOnly &&
-            ::SetFileAttributesW(file.c_str(), attributes & ~DWORD(FILE_ATTRIBUTE_READONLY)) &&
-            ::DeleteFileW(file.c_str()))
-            return true;
-        ::SetLastError(number);
-        return false;
+        return withoutProtection(file, [&] { return ::DeleteFileW(file.c_str()) != 0; });
     });
 }
 
@@ -331,8 +412,11 @@ Error Platform::replace(const std::string &from, const std::string &to)
     if (!FaultPoints::canReplace())
         return rename(from, to);
     return attempt([&] {
-        return ::MoveFileExW(extended(from).c_str(), extended(to).c_str(),
-                             MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
+        const std::wstring target = extended(to);
+        return withoutProtection(target, [&] {
+            return ::MoveFileExW(extended(from).c_str(), target.c_str(),
+                                 MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+        });
     });
 }
 
@@ -369,26 +453,44 @@ std::optional<std::uint64_t> Platform::fileSize(const std::string &path)
     return (std::uint64_t(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
 }
 
-std::FILE *Platform::openForReading(const std::string &path)
+Error Platform::openForReading(const std::string &path, std::FILE *&file)
 {
-    HANDLE const handle = ::CreateFileW(extended(path).c_str(), GENERIC_READ, FILE_SHARE_READ,
-                                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE)
-        return nullptr;
+    HANDLE handle = INVALID_HANDLE_VALUE;
+    if (Error error = attempt([&] {
+            handle = ::CreateFileW(extended(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+            return handle != INVALID_HANDLE_VALUE;
+        }))
+        return error;
     const int descriptor = ::_open_osfhandle(std::intptr_t(handle), _O_RDONLY | _O_BINARY);
     if (descriptor == -1) {
         ::CloseHandle(handle);
-        return nullptr;
+        return errorOf(ERROR_TOO_MANY_OPEN_FILES);
     }
-    std::FILE *const file = ::_fdopen(descriptor, "rb");
-    if (!file)
+    file = ::_fdopen(descriptor, "rb");
+    if (!file) {
         ::_close(descriptor);
-    return file;
+        return errorOf(ERROR_TOO_MANY_OPEN_FILES);
+    }
+    return {};
 }
 
 std::FILE *Platform::openForWriting(const std::string &path)
 {
     return ::_wfopen(extended(path).c_str(), L"wbN");
+}
+
+std::FILE *Platform::openForAppending(const std::string &path)
+{
+    return ::_wfopen(extended(path).c_str(), L"abN");
+}
+
+std::vector<std::string> Platform::holders(const std::string &path)
+{
+    std::vector<std::string> found;
+    const RestartManager manager;
+    manager.listHolders(native(path), found);
+    return found;
 }
 
 std::string Platform::absolutePath(const std::string &path)
@@ -456,10 +558,20 @@ Error Platform::OutputFile::close()
     return error;
 }
 
-Error Platform::OutputFile::takeRightsOf(const std::string &)
+Error Platform::OutputFile::takeRightsOf(const std::string &path)
 {
-    // The folder hands its own on.
-    return {};
+    // The folder hands its own on. Only that nobody should write to it is the file's.
+    return attempt([&] {
+        const DWORD attributes = ::GetFileAttributesW(extended(path).c_str());
+        if (attributes == INVALID_FILE_ATTRIBUTES)
+            return false;
+        if ((attributes & FILE_ATTRIBUTE_READONLY) == 0)
+            return true;
+        FILE_BASIC_INFO information{};
+        information.FileAttributes = FILE_ATTRIBUTE_READONLY;
+        return ::SetFileInformationByHandle(HANDLE(m_handle), FileBasicInfo, &information,
+                                            sizeof information) != 0;
+    });
 }
 
 void Platform::prepareProcess()
@@ -486,6 +598,11 @@ std::string Platform::ownExecutable()
     return portable(ownFile());
 }
 
+bool Platform::mustStepAside(const std::string &path)
+{
+    return isSamePath(native(absolutePath(path)), native(absolutePath(ownExecutable())));
+}
+
 bool Platform::continueAsCopy(const std::string &folder, const std::vector<std::string> &arguments)
 {
     removeOldCopies();
@@ -503,7 +620,8 @@ bool Platform::continueAsCopy(const std::string &folder, const std::vector<std::
     if (::CopyFileW(extended(own).c_str(), copy.c_str(), TRUE) &&
         !startProcess(copy, arguments, nullptr))
         return true;
-    // Then this program does it as well as it can: its own old file stays until the next time.
+    // Programs may be forbidden there. Then this one does it from its own place: its file is
+    // renamed, and goes when an update finds it.
     ::DeleteFileW(copy.c_str());
     ::RemoveDirectoryW(copies.c_str());
     return false;
@@ -511,9 +629,7 @@ bool Platform::continueAsCopy(const std::string &folder, const std::vector<std::
 
 void Platform::leaveWorkingDirectory()
 {
-    const std::wstring system =
-        textOf([](wchar_t *text, DWORD size) { return DWORD(::GetSystemDirectoryW(text, size)); });
-    ::SetCurrentDirectoryW(system.c_str());
+    ::SetCurrentDirectoryW(systemFolder().c_str());
 }
 
 std::vector<std::string> Platform::processesRunning(const std::string &path)
@@ -559,6 +675,10 @@ Platform::FolderLock::~FolderLock()
 bool Platform::FolderLock::tryLock(const std::string &folder)
 {
     if (m_handle == -1) {
+        // Tells the setup program that some update is going on, whatever the folder; it ends with
+        // the process. Of the session alone: the launcher is installed for one person, and a name
+        // for all sessions could be taken by anybody else on the machine.
+        static const Handle presence(::CreateMutexW(nullptr, FALSE, L"Local\\VeyraLauncher-maj"));
         // Names of such objects have neither backslashes nor the length of paths.
         std::wstring name = native(folder);
         ::CharLowerBuffW(name.data(), DWORD(name.size()));

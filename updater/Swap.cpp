@@ -2,10 +2,11 @@
 
 #include "updater/Failure.h"
 #include "updater/FileName.h"
+#include "updater/Retry.h"
+#include "updater/Sha256.h"
 #include "updater/UpdateArchive.h"
 
 #include <algorithm>
-#include <thread>
 
 namespace {
 
@@ -16,30 +17,18 @@ const std::string kWork = "/" + std::string(FileName::kWorkFolder);
 const std::string kNew = kWork + "/nouveau";
 const std::string kOld = kWork + "/ancien";
 const std::string kGuard = kWork + "/garde";
+const std::string kAside = kWork + "/de-cote";
 const std::string kPartialJournal = kWork + "/journal.partiel";
 const std::string kJournal = kWork + "/journal.txt";
 const std::string kDone = kWork + "/termine.txt";
 
-constexpr std::chrono::milliseconds kRetryInterval{100};
 // What a folder, its names and the journal take on the disk, with room for other programs.
 constexpr std::uint64_t kSpareBytes = 16ull * 1024 * 1024;
 constexpr size_t kCopyChunk = 1024ull * 1024;
 
 [[noreturn]] void fail(const std::string &what, const std::string &path, const Error &error)
 {
-    throw Failure(ExitCode::NotPrepared, what + " " + path + " : " + error.text);
-}
-
-void write(const std::string &path, const std::string &content)
-{
-    Platform::OutputFile file;
-    Error error = file.create(path);
-    if (!error)
-        error = file.write(content.data(), content.size());
-    if (!error)
-        error = file.close();
-    if (error)
-        fail("impossible d'écrire", path, error);
+    throw Failure(ExitCode::NotPrepared, what + " " + path + " : " + explained(error, path));
 }
 
 /// As far as it goes: what stays is in nobody's way.
@@ -102,13 +91,16 @@ void Swap::prepare(const UpdateArchive &archive, const UpdateList *installed,
 void Swap::plan(const UpdateArchive &archive, const UpdateList *installed,
                 const std::string &launcher)
 {
-    const UpdateList::File *const program = archive.list().find(launcher);
-    if (!program) {
-        throw Failure::refused("le programme " + launcher +
-                               " ne fait pas partie de la mise à jour");
+    for (const std::string &name : {launcher, std::string(FileName::kUpdater)}) {
+        if (!archive.list().find(name)) {
+            throw Failure::refused("le programme " + name +
+                                   " ne fait pas partie de la mise à jour");
+        }
     }
+    const UpdateList::File *const program = archive.list().find(launcher);
     m_journal = {};
     m_journal.launcher = program->name;
+    m_journal.newSum = program->sha256;
 
     std::set<std::string> kept;
     for (const UpdateList::File &file : archive.list().files) {
@@ -170,7 +162,11 @@ void Swap::stage(const UpdateArchive &archive, const std::string &ownExecutable,
     removeTree(m_folder + kWork);
     m_workFolders.clear();
     // The first thing that is written in the folder: it tells whether anything can be.
-    if (const Error error = Platform::makeFolder(m_folder + kWork))
+    Error error = attempt([&] { return Platform::makeFolder(m_folder + kWork); });
+    // A program that runs there could not be removed yet.
+    if (error.kind == Error::Kind::Exists && entryAt(m_folder + kWork) == Entry::Folder)
+        error = {};
+    if (error)
         fail("impossible d'écrire dans le dossier", m_folder, error);
     checkSpace(archive, ownExecutable);
     makeWorkFoldersFor(kNew, {});
@@ -182,16 +178,15 @@ void Swap::stage(const UpdateArchive &archive, const std::string &ownExecutable,
         makeWorkFoldersFor(kNew, file.name);
         const std::string path = newAt(file.name);
         Platform::OutputFile output;
-        if (const Error error = output.create(path))
-            fail("impossible de créer", path, error);
+        create(output, path);
         archive.extract(file, [&](const char *bytes, size_t count) {
-            if (const Error error = output.write(bytes, count))
-                fail("impossible d'écrire", path, error);
+            if (const Error failed = output.write(bytes, count))
+                fail("impossible d'écrire", path, failed);
             written += count;
             progress(int(written * 100 / total));
         });
-        if (const Error error = output.close())
-            fail("impossible d'écrire", path, error);
+        if (const Error failed = output.close())
+            fail("impossible d'écrire", path, failed);
     }
     write(newAt(std::string(FileName::kList)), archive.listText());
     write(newAt(std::string(FileName::kSignature)), archive.signatureText());
@@ -200,7 +195,7 @@ void Swap::stage(const UpdateArchive &archive, const std::string &ownExecutable,
         if (entry.step == Journal::Step::Replace || entry.step == Journal::Step::Remove)
             makeWorkFoldersFor(kOld, entry.name);
     }
-    copy(at(m_journal.launcher), oldAt(m_journal.launcher));
+    m_journal.oldSum = copy(at(m_journal.launcher), oldAt(m_journal.launcher));
     copy(ownExecutable, m_folder + kGuard);
     for (const std::string &folder : m_workFolders)
         flush(folder);
@@ -236,20 +231,28 @@ void Swap::makeWorkFoldersFor(const std::string &root, const std::string &name)
     }
 }
 
-void Swap::copy(const std::string &from, const std::string &to) const
+std::unique_ptr<std::FILE, int (*)(std::FILE *)> Swap::open(const std::string &path) const
 {
-    std::FILE *const source = Platform::openForReading(from);
-    if (!source)
-        throw Failure(ExitCode::NotPrepared, "impossible de lire " + from);
-    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> closer(source, &std::fclose);
+    std::FILE *file = nullptr;
+    if (const Error error = attempt([&] { return Platform::openForReading(path, file); }))
+        fail("impossible de lire", path, error);
+    return {file, &std::fclose};
+}
 
+std::string Swap::copy(const std::string &from, const std::string &to) const
+{
+    const auto source = open(from);
     Platform::OutputFile target;
-    Error error = target.create(to);
+    create(target, to);
+    Sha256 sum;
+    Error error;
     std::vector<char> chunk(kCopyChunk);
     for (size_t count = 0;
-         !error && (count = std::fread(chunk.data(), 1, chunk.size(), source)) > 0;)
+         !error && (count = std::fread(chunk.data(), 1, chunk.size(), source.get())) > 0;) {
+        sum.add(chunk.data(), count);
         error = target.write(chunk.data(), count);
-    if (std::ferror(source) != 0)
+    }
+    if (std::ferror(source.get()) != 0)
         throw Failure(ExitCode::NotPrepared, "impossible de lire " + from);
     if (!error)
         error = target.takeRightsOf(from);
@@ -257,6 +260,39 @@ void Swap::copy(const std::string &from, const std::string &to) const
         error = target.close();
     if (error)
         fail("impossible d'écrire", to, error);
+    return sum.finish();
+}
+
+/// Empty where there is no file.
+std::string Swap::sumOf(const std::string &path) const
+{
+    if (entryAt(path) != Entry::File)
+        return {};
+    const auto file = open(path);
+    Sha256 sum;
+    std::vector<char> chunk(kCopyChunk);
+    for (size_t count = 0; (count = std::fread(chunk.data(), 1, chunk.size(), file.get())) > 0;)
+        sum.add(chunk.data(), count);
+    if (std::ferror(file.get()) != 0)
+        throw Failure(ExitCode::NotPrepared, "impossible de lire " + path);
+    return sum.finish();
+}
+
+void Swap::create(Platform::OutputFile &file, const std::string &path) const
+{
+    if (const Error error = attempt([&] { return file.create(path); }))
+        fail("impossible de créer", path, error);
+}
+
+void Swap::write(const std::string &path, const std::string &content) const
+{
+    Platform::OutputFile file;
+    create(file, path);
+    Error error = file.write(content.data(), content.size());
+    if (!error)
+        error = file.close();
+    if (error)
+        fail("impossible d'écrire", path, error);
 }
 
 /// Under its name it is complete or not there at all.
@@ -320,8 +356,19 @@ void Swap::replaceAll()
     flushTouchedFolders();
 }
 
+/// Where somebody damaged or removed it since it was staged, only the old one can be started.
+bool Swap::hasNewLauncher() const
+{
+    const std::string &name = m_journal.launcher;
+    return sumOf(newAt(name)) == m_journal.newSum || sumOf(at(name)) == m_journal.newSum;
+}
+
 void Swap::finish()
 {
+    if (!hasNewLauncher()) {
+        throw Failure(ExitCode::NotPrepared,
+                      "le nouveau programme " + m_journal.launcher + " a disparu ou a changé");
+    }
     for (const auto &[step, name] : m_journal.entries) {
         if (step != Journal::Step::Remove)
             continue;
@@ -335,7 +382,7 @@ void Swap::finish()
         }
     }
     // Last of all: from here on the new launcher starts by itself.
-    if (exists(newAt(m_journal.launcher)))
+    if (sumOf(newAt(m_journal.launcher)) == m_journal.newSum)
         moveOver(newAt(m_journal.launcher), at(m_journal.launcher));
     flush(m_folder);
 
@@ -351,8 +398,12 @@ void Swap::undo()
     flushTouchedFolders();
 
     // The copy of this program stays in the launcher's place until all the rest is as it was.
-    if (exists(oldAt(m_journal.launcher)))
+    if (sumOf(oldAt(m_journal.launcher)) == m_journal.oldSum)
         moveOver(oldAt(m_journal.launcher), at(m_journal.launcher));
+    if (sumOf(at(m_journal.launcher)) != m_journal.oldSum) {
+        throw Failure(ExitCode::RollBackFailed,
+                      "l'ancien programme " + m_journal.launcher + " a disparu ou a changé");
+    }
     flush(m_folder);
     remove(m_folder + kJournal);
     clear();
@@ -363,7 +414,7 @@ void Swap::undoEntry(const Journal::Entry &entry)
     const std::string &name = entry.name;
     switch (entry.step) {
     case Journal::Step::MakeFolder: {
-        const Error error = retried([&] { return Platform::removeFolder(at(name)); });
+        const Error error = attempt([&] { return Platform::removeFolder(at(name)); });
         const bool isGone = !error || error.kind == Error::Kind::Missing;
         // Somebody else's file in it may keep it.
         if (!isGone && error.kind != Error::Kind::NotEmpty)
@@ -425,15 +476,19 @@ Swap::Mended Swap::mend()
     }
     try {
         const std::string path = m_folder + (mustFinish ? kDone : kJournal);
-        const auto text = Platform::readFile(path, Journal::kLongestText);
-        if (!text)
-            throw Failure(ExitCode::RollBackFailed, "impossible de lire " + path);
-        m_journal = Journal::parse(*text);
-        if (mustFinish)
+        std::string text;
+        if (const Error error =
+                attempt([&] { return Platform::readFile(path, Journal::kLongestText, text); }))
+            fail("impossible de lire", path, error);
+        m_journal = Journal::parse(text);
+        if (mustFinish && hasNewLauncher()) {
             finish();
-        else
-            undo();
-        return mustFinish ? Mended::Finished : Mended::Undone;
+            return Mended::Finished;
+        }
+        if (mustFinish)
+            move(m_folder + kDone, m_folder + kJournal);
+        undo();
+        return Mended::Undone;
     } catch (const Failure &failure) {
         throw Failure(ExitCode::RollBackFailed, failure.text);
     }
@@ -449,7 +504,7 @@ void Swap::clear()
 Entry Swap::entryAt(const std::string &path) const
 {
     Entry entry{};
-    if (const Error error = retried([&] { return Platform::findEntry(path, entry); }))
+    if (const Error error = attempt([&] { return Platform::findEntry(path, entry); }))
         fail("impossible d'examiner", path, error);
     return entry;
 }
@@ -461,24 +516,30 @@ bool Swap::exists(const std::string &path) const
 
 void Swap::makeFolder(const std::string &path) const
 {
-    if (const Error error = retried([&] { return Platform::makeFolder(path); }))
+    if (const Error error = attempt([&] { return Platform::makeFolder(path); }))
         fail("impossible de créer le dossier", path, error);
 }
 
 void Swap::move(const std::string &from, const std::string &to) const
 {
-    if (const Error error = retried([&] { return Platform::rename(from, to); }))
+    if (const Error error = attempt([&] { return Platform::rename(from, to); }))
         fail("impossible de déplacer", from, error);
 }
 
 void Swap::moveOver(const std::string &from, const std::string &to) const
 {
-    Error error = retried([&] { return Platform::replace(from, to); });
+    // Where no copy of this program could be started elsewhere it stands in the launcher's place
+    // itself. It leaves that moment which some volumes know as well.
+    if (Platform::mustStepAside(to)) {
+        remove(m_folder + kAside);
+        move(to, m_folder + kAside);
+    }
+    Error error = attempt([&] { return Platform::replace(from, to); });
     if (error.kind == Error::Kind::Exists || error.kind == Error::Kind::Unsupported) {
         // Such a volume leaves a moment with no file of this name. "LauncherUpdater.exe" is in its
         // place then, and mends it.
         remove(to);
-        error = retried([&] { return Platform::rename(from, to); });
+        error = attempt([&] { return Platform::rename(from, to); });
     }
     if (error)
         fail("impossible de remplacer", to, error);
@@ -486,14 +547,14 @@ void Swap::moveOver(const std::string &from, const std::string &to) const
 
 void Swap::remove(const std::string &path) const
 {
-    const Error error = retried([&] { return Platform::removeFile(path); });
+    const Error error = attempt([&] { return Platform::removeFile(path); });
     if (error && error.kind != Error::Kind::Missing)
         fail("impossible de supprimer", path, error);
 }
 
 void Swap::flush(const std::string &folder) const
 {
-    if (const Error error = retried([&] { return Platform::flushFolder(folder); }))
+    if (const Error error = attempt([&] { return Platform::flushFolder(folder); }))
         fail("impossible d'écrire dans le dossier", folder, error);
 }
 
@@ -511,13 +572,7 @@ void Swap::flushTouchedFolders() const
     }
 }
 
-Error Swap::retried(const std::function<Error()> &call) const
+Error Swap::attempt(const std::function<Error()> &call) const
 {
-    const auto deadline = std::chrono::steady_clock::now() + m_retryFor;
-    for (;;) {
-        Error error = call();
-        if (error.kind != Error::Kind::Busy || std::chrono::steady_clock::now() >= deadline)
-            return error;
-        std::this_thread::sleep_for(kRetryInterval);
-    }
+    return retried(m_retryFor, call);
 }

@@ -4,8 +4,9 @@
 #include "updater/Platform.h"
 
 #include <chrono>
+#include <cstdio>
 #include <functional>
-#include <optional>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -65,12 +66,18 @@ private:
     void planFoldersOf(const std::string &name);
     void stage(const UpdateArchive &archive, const std::string &ownExecutable,
                const Progress &progress);
+    std::string sumOf(const std::string &path) const;
     void checkSpace(const UpdateArchive &archive, const std::string &ownExecutable) const;
     void makeWorkFoldersFor(const std::string &root, const std::string &name);
-    void copy(const std::string &from, const std::string &to) const;
+    /// Returns the SHA-256 sum of what was copied.
+    std::string copy(const std::string &from, const std::string &to) const;
+    std::unique_ptr<std::FILE, int (*)(std::FILE *)> open(const std::string &path) const;
+    void write(const std::string &path, const std::string &content) const;
+    void create(Platform::OutputFile &file, const std::string &path) const;
     void writeJournal();
 
     void replaceAll();
+    bool hasNewLauncher() const;
     void finish();
     void undo();
     void undoEntry(const Journal::Entry &entry);
@@ -85,7 +92,7 @@ private:
     void remove(const std::string &path) const;
     void flush(const std::string &folder) const;
     void flushTouchedFolders() const;
-    Platform::Error retried(const std::function<Platform::Error()> &call) const;
+    Platform::Error attempt(const std::function<Platform::Error()> &call) const;
 
     std::string m_folder;
     std::chrono::milliseconds m_retryFor;

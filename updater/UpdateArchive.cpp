@@ -2,14 +2,12 @@
 
 #include "updater/Failure.h"
 #include "updater/FileName.h"
-#include "updater/Platform.h"
+#include "updater/Retry.h"
+#include "updater/Sha256.h"
 #include "updater/Version.h"
 
-#include <sodium.h>
 #include <zip.h>
 
-#include <algorithm>
-#include <array>
 #include <set>
 
 namespace {
@@ -48,11 +46,12 @@ void UpdateArchive::Closer::operator()(zip *archive) const
     zip_discard(archive);
 }
 
-UpdateArchive::UpdateArchive(const std::string &path, const UpdateTerms &terms)
+UpdateArchive::UpdateArchive(const std::string &path, const UpdateTerms &terms,
+                             std::chrono::milliseconds retryFor)
 {
     if (terms.keys.empty())
         throw Failure::refused("ce programme est construit sans clé de mise à jour");
-    open(path);
+    open(path, retryFor);
     readEntries();
     m_listText = readSmallEntry(FileName::kList, UpdateList::kLongestText);
     m_signatureText = readSmallEntry(FileName::kSignature, Signature::kLongestText);
@@ -64,11 +63,14 @@ UpdateArchive::UpdateArchive(const std::string &path, const UpdateTerms &terms)
 
 UpdateArchive::~UpdateArchive() = default;
 
-void UpdateArchive::open(const std::string &path)
+void UpdateArchive::open(const std::string &path, std::chrono::milliseconds retryFor)
 {
-    std::FILE *const file = Platform::openForReading(path);
-    if (!file)
-        throw Failure::refused("archive introuvable ou illisible : " + path);
+    std::FILE *file = nullptr;
+    if (const Platform::Error error =
+            retried(retryFor, [&] { return Platform::openForReading(path, file); })) {
+        throw Failure::refused("archive introuvable ou illisible : " + path + " : " +
+                               explained(error, path));
+    }
 
     zip_error_t error;
     zip_error_init(&error);
@@ -194,8 +196,7 @@ void UpdateArchive::extract(const UpdateList::File &file, const Sink &sink) cons
     if (!content)
         throw damaged;
 
-    crypto_hash_sha256_state state;
-    crypto_hash_sha256_init(&state);
+    Sha256 sum;
     std::vector<char> chunk(kChunk);
     std::uint64_t left = file.bytes;
     for (;;) {
@@ -204,16 +205,11 @@ void UpdateArchive::extract(const UpdateList::File &file, const Sink &sink) cons
             throw damaged;
         if (read == 0)
             break;
-        crypto_hash_sha256_update(&state, reinterpret_cast<unsigned char *>(chunk.data()),
-                                  std::uint64_t(read));
+        sum.add(chunk.data(), size_t(read));
         sink(chunk.data(), size_t(read));
         left -= std::uint64_t(read);
     }
 
-    std::array<unsigned char, crypto_hash_sha256_BYTES> sum{};
-    crypto_hash_sha256_final(&state, sum.data());
-    std::array<char, 2 * crypto_hash_sha256_BYTES + 1> text{};
-    sodium_bin2hex(text.data(), text.size(), sum.data(), sum.size());
-    if (left != 0 || file.sha256 != text.data())
+    if (left != 0 || file.sha256 != sum.finish())
         throw damaged;
 }

@@ -3,6 +3,7 @@
 #include "updater/Signature.h"
 #include "updater/UpdateList.h"
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -29,7 +30,9 @@ public:
     using Sink = std::function<void(const char *bytes, size_t count)>;
 
     /// Throws a Failure unless everything is as it should be that can be told without unpacking.
-    UpdateArchive(const std::string &path, const UpdateTerms &terms);
+    /// `retryFor` is how long another program may hold the archive.
+    UpdateArchive(const std::string &path, const UpdateTerms &terms,
+                  std::chrono::milliseconds retryFor = {});
     ~UpdateArchive();
     UpdateArchive(const UpdateArchive &) = delete;
     UpdateArchive &operator=(const UpdateArchive &) = delete;
@@ -49,7 +52,7 @@ private:
         void operator()(zip *archive) const;
     };
 
-    void open(const std::string &path);
+    void open(const std::string &path, std::chrono::milliseconds retryFor);
     void readEntries();
     std::string readSmallEntry(std::string_view name, size_t limit) const;
     void checkTerms(const UpdateTerms &terms) const;

@@ -2,6 +2,7 @@
 
 #include "updater/Failure.h"
 #include "updater/FileName.h"
+#include "updater/Sha256.h"
 #include "updater/Version.h"
 
 #include <algorithm>
@@ -11,7 +12,6 @@
 namespace {
 
 constexpr std::string_view kHeader = "veyra-lanceur 1";
-constexpr size_t kHashLength = 64;
 constexpr size_t kLongestTarget = 32;
 
 Failure refusedLine(size_t number, std::string_view reason)
@@ -48,13 +48,6 @@ private:
     size_t m_number = 0;
 };
 
-bool isHash(std::string_view text)
-{
-    return text.size() == kHashLength && std::all_of(text.begin(), text.end(), [](char c) {
-               return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
-           });
-}
-
 bool isTarget(std::string_view text)
 {
     return !text.empty() && text.size() <= kLongestTarget &&
@@ -76,7 +69,7 @@ UpdateList::File parseFile(std::string_view line, size_t number)
 {
     UpdateList::File file;
     file.sha256 = takeWord(line);
-    if (!isHash(file.sha256))
+    if (!Sha256::isSum(file.sha256))
         throw refusedLine(number, "somme SHA-256 invalide");
 
     const std::string_view size = takeWord(line);

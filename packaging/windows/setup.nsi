@@ -5,7 +5,7 @@
 ;   /D=FOLDER   another folder (last on the command line, without quotes)
 ;   /DESKTOP    with /S: a shortcut on the desktop as well
 ;
-; Exit code 0: done; 1: cancelled; 2: failed; 3: the launcher is running.
+; Exit code 0: done; 1: cancelled; 2: failed; 3: the launcher or its updater program is running.
 
 Unicode true
 Target amd64-unicode
@@ -59,6 +59,27 @@ VIAddVersionKey /LANG=1036 "LegalCopyright" "${COMPANY}"
 !insertmacro MUI_UNPAGE_INSTFILES
 !insertmacro MUI_LANGUAGE "French"
 
+; The updater program has this object while it works, in whatever folder. It is the session's alone, as
+; the installation is one person's: another person's updater is no obstacle, and nobody else can hold
+; up the setup program with an object of that name.
+!define UPDATER_OBJECT "Local\VeyraLauncher-maj"
+!define SYNCHRONIZE 0x00100000
+
+!macro RefuseWhileUpdating
+    ${Do}
+        System::Call 'kernel32::OpenMutexW(i ${SYNCHRONIZE}, i 0, w "${UPDATER_OBJECT}") p .r0'
+        ${If} $0 P= 0
+            ${ExitDo}
+        ${EndIf}
+        System::Call 'kernel32::CloseHandle(p r0)'
+        MessageBox MB_RETRYCANCEL|MB_ICONEXCLAMATION \
+            "Une mise à jour de ${PRODUCT} est en cours.$\n$\nAttendez la fin, puis réessayez." \
+            /SD IDCANCEL IDRETRY +3
+        SetErrorLevel ${EXIT_RUNNING}
+        Quit
+    ${Loop}
+!macroend
+
 ; A program that runs cannot be opened for writing. Opening changes nothing in the file.
 !macro RefuseWhileRunning
     ${Do}
@@ -81,6 +102,7 @@ VIAddVersionKey /LANG=1036 "LegalCopyright" "${COMPANY}"
 
 Section "!${PRODUCT}" SectionProgram
     SectionIn RO
+    !insertmacro RefuseWhileUpdating
     !insertmacro RefuseWhileRunning
 
     ; What an interrupted update left would be undone over what is installed now.
@@ -132,6 +154,7 @@ FunctionEnd
 !insertmacro MUI_FUNCTION_DESCRIPTION_END
 
 Section "Uninstall"
+    !insertmacro RefuseWhileUpdating
     !insertmacro RefuseWhileRunning
 
     ; File by file: whatever else lies in the folder is the person's own.

@@ -1,6 +1,7 @@
 // Stands for the launcher: adds a line to the file that VEYRA_PROBE_RECORD names, with the last
 // word of its own file (which tells the versions apart), its working directory and its arguments'
-// number. Where VEYRA_PROBE_HANG is set it then waits that many milliseconds.
+// number. Where VEYRA_PROBE_HANG is set it then waits that many milliseconds. On Windows it holds
+// the file that VEYRA_PROBE_HOLD names meanwhile, so that nobody else can open it.
 
 #include <chrono>
 #include <cstdio>
@@ -36,6 +37,15 @@ std::string utf8(const std::filesystem::path &path)
     return {text.begin(), text.end()};
 }
 
+void hold()
+{
+#ifdef _WIN32
+    // Windows lets go of it when the program ends.
+    if (const wchar_t *const path = _wgetenv(L"VEYRA_PROBE_HOLD"))
+        CreateFileW(path, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+#endif
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -45,6 +55,7 @@ int main(int argc, char **argv)
     const std::string line = content.substr(content.rfind('\n') + 1) + '|' +
                              utf8(std::filesystem::current_path()) + '|' +
                              std::to_string(argc - 1) + '\n';
+    hold();
     if (const char *const record = std::getenv("VEYRA_PROBE_RECORD")) {
         if (std::FILE *const file = std::fopen(record, "ab")) {
             std::fwrite(line.data(), 1, line.size(), file);

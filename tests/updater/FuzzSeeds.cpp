@@ -17,7 +17,9 @@ int main(int argc, char **argv)
     Files::write(folder + u"list"_s, FuzzSamples::kList + list);
     Files::write(folder + u"journal"_s,
                  FuzzSamples::kJournal +
-                     QByteArray("veyra-journal 1\nlanceur VeyraLauncher.exe\ndossier a\n"
+                     QByteArray("veyra-journal 1\nlanceur VeyraLauncher.exe\nancien ") +
+                     QByteArray(64, 'a') + "\nnouveau " + QByteArray(64, 'b') +
+                     QByteArray("\ndossier a\n"
                                 "ajoute a/b.dll\nremplace liste.txt\nretire c.dll\nfin\n"));
     Files::write(folder + u"signature"_s, FuzzSamples::kSignature + keys.sign(list));
     Files::write(folder + u"archive"_s, FuzzSamples::kArchive + SampleUpdate().archive(keys));

@@ -1,9 +1,10 @@
 // Lists, signatures and archives made by libFuzzer. The first byte of an input tells which of them
 // the rest is. No archive may ever be accepted that is not the one whose list was signed.
 //
-//   cmake --preset fuzz && cmake --build --preset fuzz --target veyra_fuzz_update veyra_fuzz_seeds
-//   build/fuzz/tests/updater/veyra_fuzz_seeds build/fuzz/corpus
-//   build/fuzz/tests/updater/veyra_fuzz_update -max_len=8192 -runs=1000000 build/fuzz/corpus
+// The tests of the asan preset run it for some seconds. For longer, after building that preset:
+//
+//   mkdir build/corpus && build/asan/tests/updater/veyra_fuzz_seeds build/corpus
+//   build/asan/tests/updater/veyra_fuzz_update -max_len=8192 -runs=1000000 build/corpus
 
 #include "tests/updater/FuzzSamples.h"
 

@@ -11,6 +11,8 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <thread>
+
 #ifdef Q_OS_UNIX
 #include <csignal>
 #include <sys/resource.h>
@@ -37,6 +39,37 @@ enum ExitCode {
     NotRestarted = 7
 };
 
+#ifdef Q_OS_WIN
+/// Another program that has a file open, so that nobody else can open it.
+class Holder
+{
+public:
+    Holder(Installation &installation, const QString &file, int milliseconds)
+    {
+        const QString path =
+            file == u"ARCHIVE" ? installation.archive() : installation.folder() + u'/' + file;
+        QProcessEnvironment environment = installation.environment;
+        environment.insert(u"VEYRA_PROBE_HOLD"_s, QDir::toNativeSeparators(path));
+        environment.insert(u"VEYRA_PROBE_HANG"_s, QString::number(milliseconds));
+        m_process.setProcessEnvironment(environment);
+        m_process.start(QString::fromUtf8(FAKE_LAUNCHER), {});
+        // It records its start once it holds the file.
+        if (installation.startsOf(1).size() != 1)
+            qFatal("The program that is to hold a file does not start");
+    }
+    ~Holder()
+    {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+    Holder(const Holder &) = delete;
+    Holder &operator=(const Holder &) = delete;
+
+private:
+    QProcess m_process;
+};
+#endif
+
 } // namespace
 
 /// The program as the launcher starts it: what it ends with, says and leaves.
@@ -47,9 +80,13 @@ class TestLauncherUpdater : public QObject
 private slots:
     void replacesTheLauncherAndItself();
     void replacesItselfFromItsOwnPlace();
+    void mendsFromTheLaunchersPlace_data();
     void mendsFromTheLaunchersPlace();
+    void mendsOnceWhenItIsStartedTwice();
     void startsTheLauncherInItsOwnFolder();
     void bearsLongPathsWithAccents();
+    void replacesALauncherThatIsReadOnly();
+    void undoesWithALauncherThatIsReadOnly();
     void saysWhatItDoes();
     void saysNothingWhenSilent();
     void logsTheLastRun();
@@ -58,6 +95,7 @@ private slots:
     void refusesAndStartsTheOldLauncher_data();
     void refusesAndStartsTheOldLauncher();
     void refusesALauncherUnderAnotherName();
+    void refusesAnUpdateWithoutTheUpdater();
     void keepsOldFilesWithoutTheirList_data();
     void keepsOldFilesWithoutTheirList();
     void waitsForTheLauncher();
@@ -68,6 +106,12 @@ private slots:
     void preparesNothingInAFolderThatIsReadOnly();
     void preparesNothingWhereAFolderHasAFilesName();
     void clearsWhatAnEarlierRunStaged();
+    void waitsForEveryFileWhileItPrepares();
+    void waitsForTheLauncherToBeLetGo();
+    void waitsForTheFilesOfOtherPrograms_data();
+    void waitsForTheFilesOfOtherPrograms();
+    void tellsWhichProgramHoldsAFile_data();
+    void tellsWhichProgramHoldsAFile();
     void waitsForAFileToBeLetGo();
     void undoesWhenAFileIsNotLetGo();
     void tellsThatTheNewLauncherDoesNotStart();
@@ -108,9 +152,22 @@ void TestLauncherUpdater::replacesItselfFromItsOwnPlace()
     QVERIFY(!installation.hasRemains());
 }
 
+void TestLauncherUpdater::mendsFromTheLaunchersPlace_data()
+{
+    QTest::addColumn<bool>("hasTemporaryFolder");
+
+    QTest::newRow("by a copy of itself") << true;
+    QTest::newRow("where no copy can be made") << false;
+}
+
 void TestLauncherUpdater::mendsFromTheLaunchersPlace()
 {
+    QFETCH(const bool, hasTemporaryFolder);
     Installation installation;
+    if (!hasTemporaryFolder) {
+        for (const QString &name : {u"TMP"_s, u"TEMP"_s})
+            installation.environment.insert(name, installation.folder() + u"/absent"_s);
+    }
     installation.environment.insert(u"VEYRA_PROBE_RETRY"_s, u"10000"_s);
     QCOMPARE(installation.runUpdater().exitCode, int(Done));
     const int calls = installation.callCount();
@@ -130,7 +187,36 @@ void TestLauncherUpdater::mendsFromTheLaunchersPlace()
     QVERIFY(installation.startDetached(kLauncher, {}));
     QCOMPARE(installation.startsOf(1), kOld);
     QVERIFY(installation.state() == installation.oldState());
+    if (hasTemporaryFolder)
+        QVERIFY(!installation.hasRemains());
+
+    // Its own file may be left where it was in use. The next update finds nothing in its way.
+    QCOMPARE(installation.runUpdater().exitCode, int(Done));
+    QCOMPARE(installation.startsOf(1), kNew);
+    QVERIFY(installation.state() == installation.newState());
     QVERIFY(!installation.hasRemains());
+}
+
+void TestLauncherUpdater::mendsOnceWhenItIsStartedTwice()
+{
+    Installation installation;
+    QProcess second;
+    second.setProcessEnvironment(installation.environment);
+    {
+        Platform::FolderLock first;
+        QVERIFY(first.tryLock(installation.folder().toStdString()));
+        second.start(QString::fromUtf8(UPDATER_PROBE), {installation.folder()});
+        QByteArray said;
+        QTRY_VERIFY_WITH_TIMEOUT(
+            (second.waitForReadyRead(10), said += second.readAllStandardError())
+                .contains("Attente de la fin d'une autre"),
+            20000);
+    }
+    // The first one has left nothing to do.
+    QVERIFY(second.waitForFinished());
+    QCOMPARE(second.exitCode(), int(Done));
+    QCOMPARE(installation.startsOf(0), QStringList());
+    QVERIFY(installation.state() == installation.oldState());
 }
 
 void TestLauncherUpdater::startsTheLauncherInItsOwnFolder()
@@ -155,6 +241,44 @@ void TestLauncherUpdater::bearsLongPathsWithAccents()
     QCOMPARE(installation.runUpdater().exitCode, int(Done));
     QCOMPARE(installation.startsOf(1), kNew);
     QVERIFY(installation.state() == installation.newState());
+}
+
+void TestLauncherUpdater::replacesALauncherThatIsReadOnly()
+{
+    Installation installation;
+    for (const QString &name : {kLauncher, kUpdater}) {
+        QVERIFY(QFile::setPermissions(installation.folder() + u'/' + name,
+                                      QFile::ReadOwner | QFile::ExeOwner));
+    }
+    const Installation::Outcome outcome = installation.runUpdater();
+    QVERIFY2(outcome.exitCode == Done, qPrintable(outcome.errors));
+    QCOMPARE(installation.startsOf(1), kNew);
+    QVERIFY(installation.state() == installation.newState());
+    QVERIFY(!installation.hasRemains());
+}
+
+void TestLauncherUpdater::undoesWithALauncherThatIsReadOnly()
+{
+    Installation installation;
+    QCOMPARE(installation.runUpdater().exitCode, int(Done));
+    const int calls = installation.callCount();
+    QCOMPARE(installation.startsOf(1), kNew);
+
+    installation.restore();
+    const QString launcher = installation.folder() + u'/' + kLauncher;
+    int undone = 0;
+    for (int call = calls * 2 / 3; call < calls && undone == 0; call += 3) {
+        installation.restore();
+        QVERIFY(QFile::setPermissions(launcher, QFile::ReadOwner | QFile::ExeOwner));
+        undone += installation.runUpdater(u"fail=%1"_s.arg(call)).exitCode == RolledBack ? 1 : 0;
+        installation.startsOf(1);
+    }
+    QCOMPARE(undone, 1);
+    QVERIFY(installation.state() == installation.oldState());
+    QVERIFY(!installation.hasRemains());
+    QVERIFY(!QFile::permissions(launcher).testFlag(QFile::WriteOwner));
+    QVERIFY(
+        QFile::setPermissions(launcher, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
 }
 
 void TestLauncherUpdater::saysWhatItDoes()
@@ -320,6 +444,18 @@ void TestLauncherUpdater::refusesALauncherUnderAnotherName()
     QVERIFY(installation.state() == before);
 }
 
+void TestLauncherUpdater::refusesAnUpdateWithoutTheUpdater()
+{
+    Installation installation;
+    SampleUpdate update = installation.update();
+    update.files.remove(Installation::kUpdater);
+    installation.writeArchive(update.archive(installation.keys()));
+    const Installation::Outcome outcome = installation.runUpdater();
+    QCOMPARE(outcome.exitCode, int(Refused));
+    QVERIFY(outcome.errors.contains(kUpdater + u" ne fait pas partie de la mise à jour"_s));
+    expectUntouched(installation);
+}
+
 void TestLauncherUpdater::keepsOldFilesWithoutTheirList_data()
 {
     QTest::addColumn<QByteArray>("list");
@@ -399,12 +535,23 @@ void TestLauncherUpdater::doesNotRunTwiceInAFolder()
 {
     Installation installation;
     installation.environment.insert(u"VEYRA_PROBE_WAIT"_s, u"300"_s);
+    const QByteArray good = Files::read(installation.archive());
+    installation.writeArchive("no archive");
+    QCOMPARE(installation.runUpdater().exitCode, int(Refused));
+    QCOMPARE(installation.startsOf(1), kOld);
+    installation.writeArchive(good);
     {
         Platform::FolderLock other;
         QVERIFY(other.tryLock(installation.folder().toStdString()));
         const Installation::Outcome outcome = installation.runUpdater();
         QCOMPARE(outcome.exitCode, int(StillRunning));
         QVERIFY(outcome.errors.contains(u"une autre mise à jour du launcher est en cours"_s));
+        // What the other one has written stays, with this one's lines behind.
+        QVERIFY2(QRegularExpression(u"refusée : archive incohérente.*autre mise à jour"_s,
+                                    QRegularExpression::DotMatchesEverythingOption)
+                     .match(outcome.log)
+                     .hasMatch(),
+                 qPrintable(outcome.log));
         QVERIFY(installation.state() == installation.oldState());
     }
     QCOMPARE(installation.runUpdater().exitCode, int(Done));
@@ -507,6 +654,112 @@ void TestLauncherUpdater::clearsWhatAnEarlierRunStaged()
     QCOMPARE(installation.startsOf(1), kNew);
     QVERIFY(installation.state() == installation.newState());
     QVERIFY(!installation.hasRemains());
+}
+
+void TestLauncherUpdater::waitsForEveryFileWhileItPrepares()
+{
+    Installation installation;
+    installation.environment.insert(u"VEYRA_PROBE_RETRY"_s, u"5000"_s);
+    QCOMPARE(installation.runUpdater().exitCode, int(Done));
+    const int calls = installation.callCount();
+    QCOMPARE(installation.startsOf(1), kNew);
+
+    for (int call = 1; call < calls / 2; call += 3 * kStride) {
+        installation.restore();
+        const Installation::Outcome outcome = installation.runUpdater(u"busy=%1"_s.arg(call));
+        // Only what is being written already, by this program alone, is not tried again.
+        const bool isWriting = outcome.errors.contains(u"impossible d'écrire "_s) &&
+                               outcome.errors.contains(u"/.veyra-maj/"_s);
+        QVERIFY2(outcome.exitCode == (isWriting ? NotPrepared : Done), qPrintable(outcome.errors));
+        QCOMPARE(installation.startsOf(1), isWriting ? kOld : kNew);
+    }
+}
+
+void TestLauncherUpdater::waitsForTheLauncherToBeLetGo()
+{
+    Installation installation;
+    installation.writeArchive("no archive");
+    QFile launcher(installation.folder() + u'/' + kLauncher);
+    // A program that somebody may write to does not start.
+    QVERIFY(launcher.open(QFile::ReadWrite));
+    Installation::Outcome outcome = installation.runUpdater();
+    QCOMPARE(outcome.exitCode, int(Refused));
+    QVERIFY2(outcome.errors.contains(u"n'a pas pu être démarré"_s), qPrintable(outcome.errors));
+    QCOMPARE(installation.startsOf(0), QStringList());
+
+    installation.environment.insert(u"VEYRA_PROBE_RETRY"_s, u"20000"_s);
+    std::thread other([&launcher] {
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        launcher.close();
+    });
+    outcome = installation.runUpdater();
+    other.join();
+    QCOMPARE(outcome.exitCode, int(Refused));
+    QVERIFY2(!outcome.errors.contains(u"n'a pas pu être démarré"_s), qPrintable(outcome.errors));
+    QCOMPARE(installation.startsOf(1), kOld);
+}
+
+void TestLauncherUpdater::waitsForTheFilesOfOtherPrograms_data()
+{
+    QTest::addColumn<QString>("file");
+
+    QTest::newRow("the archive") << u"ARCHIVE"_s;
+    QTest::newRow("a library") << u"Qt6Core.dll"_s;
+    QTest::newRow("the installed list") << u"liste.txt"_s;
+}
+
+void TestLauncherUpdater::waitsForTheFilesOfOtherPrograms()
+{
+#ifdef Q_OS_WIN
+    QFETCH(const QString, file);
+    Installation installation;
+    installation.environment.insert(u"VEYRA_PROBE_RETRY"_s, u"20000"_s);
+    const Holder holder(installation, file, 3000);
+    const Installation::Outcome outcome = installation.runUpdater();
+    QVERIFY2(outcome.exitCode == Done, qPrintable(outcome.errors));
+    QCOMPARE(installation.startsOf(1), kNew);
+    QVERIFY(installation.state() == installation.newState());
+#else
+    QSKIP("Here an open file keeps nobody from it");
+#endif
+}
+
+void TestLauncherUpdater::tellsWhichProgramHoldsAFile_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("text");
+
+    QTest::newRow("the archive") << u"ARCHIVE"_s << int(Refused)
+                                 << u"archive introuvable ou illisible"_s;
+    QTest::newRow("a library") << u"Qt6Core.dll"_s << int(RolledBack)
+                               << u"impossible de déplacer"_s;
+}
+
+void TestLauncherUpdater::tellsWhichProgramHoldsAFile()
+{
+#ifdef Q_OS_WIN
+    QFETCH(const QString, file);
+    QFETCH(const int, exitCode);
+    QFETCH(const QString, text);
+    Installation installation;
+    Installation::Outcome outcome;
+    {
+        const Holder holder(installation, file, 60000);
+        outcome = installation.runUpdater();
+        QCOMPARE(installation.startsOf(1), kOld);
+    }
+    QVERIFY2(outcome.exitCode == exitCode, qPrintable(outcome.errors));
+    QVERIFY2(outcome.errors.contains(text) && outcome.errors.contains(u"(erreur 32)"_s),
+             qPrintable(outcome.errors));
+    QVERIFY(installation.state() == installation.oldState());
+    QVERIFY(!installation.hasRemains());
+    if (Platform::isWine())
+        QSKIP("Wine does not know which program holds a file; the rest was tested");
+    QVERIFY2(outcome.errors.contains(u", ouvert par "_s), qPrintable(outcome.errors));
+#else
+    QSKIP("Here an open file keeps nobody from it");
+#endif
 }
 
 void TestLauncherUpdater::waitsForAFileToBeLetGo()

@@ -379,7 +379,8 @@ void TestUpdateArchive::refusesEverythingWithoutKeys()
 void TestUpdateArchive::refusesAFileThatIsNotThere()
 {
     const QString path = m_folder.filePath(u"absent.zip"_s);
-    QCOMPARE(verdict(path, m_terms), u"archive introuvable ou illisible : "_s + path);
+    QVERIFY(
+        verdict(path, m_terms).startsWith(u"archive introuvable ou illisible : %1 : "_s.arg(path)));
 }
 
 void TestUpdateArchive::refusesWhatIsNotNewer_data()

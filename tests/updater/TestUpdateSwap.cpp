@@ -35,6 +35,8 @@ private slots:
     void everyKillOnAVolumeWithoutReplacing();
     void everyKillOfTheMending_data();
     void everyKillOfTheMending();
+    void neverEndsWithoutALauncher_data();
+    void neverEndsWithoutALauncher();
     void everyFailureIsUndone();
     void everyFailureOfTheRestOfTheDisk();
 
@@ -227,6 +229,64 @@ void TestUpdateSwap::everyKillOfTheMending()
     }
 }
 
+void TestUpdateSwap::neverEndsWithoutALauncher_data()
+{
+    QTest::addColumn<QString>("stateFile");
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<bool>("isUndone");
+
+    const QString staged = u".veyra-maj/nouveau/"_s + kLauncher;
+    const QString keptAside = u".veyra-maj/ancien/"_s + kLauncher;
+    QTest::newRow("the new launcher is gone when only it is missing")
+        << kDone << staged << QByteArray() << true;
+    QTest::newRow("the new launcher is damaged when only it is missing")
+        << kDone << staged << QByteArray("damaged") << true;
+    QTest::newRow("the old launcher is gone when all is undone")
+        << kJournal << keptAside << QByteArray() << false;
+    QTest::newRow("the old launcher is damaged when all is undone")
+        << kJournal << keptAside << QByteArray("damaged") << false;
+}
+
+void TestUpdateSwap::neverEndsWithoutALauncher()
+{
+    QFETCH(const QString, stateFile);
+    QFETCH(const QString, program);
+    QFETCH(const QByteArray, content);
+    QFETCH(const bool, isUndone);
+
+    findGuardedCalls();
+    QVERIFY(m_guardedCalls.contains(stateFile));
+    m_installation.restore();
+    const int interrupted = m_guardedCalls.value(stateFile).constFirst();
+    QCOMPARE(m_installation.runUpdater(u"kill=%1"_s.arg(interrupted)).exitCode,
+             Installation::kKilled);
+    const QString path = m_installation.folder() + u'/' + program;
+    const QByteArray good = Files::read(path);
+    QVERIFY(QFile::remove(path));
+    if (!content.isEmpty())
+        Files::write(path, content);
+
+    const Installation::Outcome outcome = m_installation.start(kLauncher);
+    if (!isUndone) {
+        // Neither of the two can be started. The journal stays for the day when one can.
+        QCOMPARE(outcome.exitCode, 6);
+        QVERIFY2(outcome.errors.contains(u"l'ancien programme VeyraLauncher.exe a disparu"_s),
+                 qPrintable(outcome.errors));
+        QVERIFY(hasFile(stateFile));
+        QVERIFY(isGuarded());
+        QCOMPARE(m_installation.startsOf(0), QStringList());
+        Files::write(path, good);
+        QFile::setPermissions(path, QFile::permissions(path) | QFile::ExeOwner);
+        QCOMPARE(m_installation.start(kLauncher).exitCode, 0);
+    } else {
+        QCOMPARE(outcome.exitCode, 0);
+    }
+    QCOMPARE(m_installation.startsOf(1), kOld);
+    checkState(kOld);
+    QVERIFY(!m_installation.hasRemains());
+}
+
 void TestUpdateSwap::everyFailureIsUndone()
 {
     QMap<int, int> codes;
@@ -246,7 +306,7 @@ void TestUpdateSwap::everyFailureIsUndone()
     }
     // Nothing else than these: what was replaced can always be undone.
     if (m_stride == 1)
-        QCOMPARE(codes.keys(), QList<int>({0, 4, 5}));
+        QCOMPARE(codes.keys(), QList<int>({0, 3, 4, 5}));
     QVERIFY(!codes.contains(-1) && !codes.contains(6));
     QVERIFY(codes.value(4) > 20 / m_stride);
     QVERIFY(codes.value(5) > 20 / m_stride);

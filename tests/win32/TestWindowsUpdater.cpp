@@ -63,14 +63,42 @@ public:
     /// In lower case.
     QStringList imports() const
     {
-        constexpr qsizetype kImportTable = 0x90;  // behind the place of the header
         constexpr qsizetype kDelayedTable = 0xf0; // where libraries stand that are loaded later
-        QStringList names = namesIn(kImportTable, 20, 12);
+        QStringList names = namesIn(kImportTable, kImportEntry, kImportName);
         names += namesIn(kDelayedTable, 32, 4);
         return names;
     }
 
+    /// What is taken from one of the libraries when the program is loaded.
+    QStringList functions(const QString &library) const
+    {
+        QStringList names;
+        for (qsizetype entry = placeOf(numberAt<quint32>(m_bytes, m_header + kImportTable));;
+             entry += kImportEntry) {
+            const auto name = numberAt<quint32>(m_bytes, entry + kImportName);
+            if (name == 0)
+                return names;
+            if (textAt(name).toLower() != library)
+                continue;
+            qsizetype place = placeOf(numberAt<quint32>(m_bytes, entry));
+            while (const auto function = numberAt<quint64>(m_bytes, place)) {
+                constexpr quint32 kHint = 2; // a number stands before the name
+                names.append(textAt(quint32(function) + kHint));
+                place += qsizetype(sizeof function);
+            }
+        }
+    }
+
 private:
+    static constexpr qsizetype kImportTable = 0x90; // behind the place of the header
+    static constexpr qsizetype kImportEntry = 20;
+    static constexpr qsizetype kImportName = 12;
+
+    QString textAt(quint32 address) const
+    {
+        return QString::fromLatin1(m_bytes.constData() + placeOf(address));
+    }
+
     QStringList namesIn(qsizetype table, qsizetype entrySize, qsizetype namePlace) const
     {
         QStringList names;
@@ -81,7 +109,7 @@ private:
             const auto name = numberAt<quint32>(m_bytes, entry + namePlace);
             if (name == 0)
                 return names;
-            names.append(QString::fromLatin1(m_bytes.constData() + placeOf(name)).toLower());
+            names.append(textAt(name).toLower());
         }
     }
 
@@ -112,6 +140,7 @@ class TestWindowsUpdater : public QObject
 
 private slots:
     void importsOnlyWhatWindowsProtects();
+    void importsNothingThatIsHandedOn();
     void isSmall();
     void opensNoConsole();
     void asksForNoRights();
@@ -132,6 +161,15 @@ void TestWindowsUpdater::importsOnlyWhatWindowsProtects()
     QVERIFY(imports.contains(u"kernel32.dll"_s));
     for (const QString &name : imports)
         QVERIFY2(kKnownLibraries.contains(name), qPrintable(name));
+}
+
+/// Functions which those libraries hand on to others that Windows does not protect: it looks for
+/// them while the program is loaded, beside the program first.
+void TestWindowsUpdater::importsNothingThatIsHandedOn()
+{
+    const QStringList functions = ProgramFile(Files::read(updater())).functions(u"advapi32.dll"_s);
+    // Nothing of its random numbers, which are cryptbase.dll's and cryptsp.dll's.
+    QCOMPARE(functions, QStringList{u"GetSecurityInfo"_s});
 }
 
 void TestWindowsUpdater::isSmall()
