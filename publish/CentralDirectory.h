@@ -22,6 +22,7 @@ struct CentralDirectory
         qint64 recordOffset = 0; ///< of this record
 
         bool isFolder() const { return name.endsWith('/'); }
+        bool isEncrypted() const { return (flags & 1) != 0; }
         bool saysUtf8() const { return (flags & kUtf8) != 0; }
     };
 

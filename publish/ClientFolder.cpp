@@ -201,3 +201,8 @@ bool ClientFolder::isMarker(const QString &name)
 {
     return liesWhereTheLauncherLooks(name, kMarker);
 }
+
+bool ClientFolder::isProgram(const QString &name)
+{
+    return liesWhereTheLauncherLooks(name, kProgram);
+}

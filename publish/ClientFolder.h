@@ -27,4 +27,6 @@ struct ClientFolder
     qint64 totalSize() const;
     /// Whether it is the file by which the launcher tells that a client is installed.
     static bool isMarker(const QString &name);
+    /// Whether it is what "JOUER" starts.
+    static bool isProgram(const QString &name);
 };

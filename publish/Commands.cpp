@@ -4,13 +4,16 @@
 #include "publish/ClientPublication.h"
 #include "publish/CommandLine.h"
 #include "publish/Generation.h"
+#include "publish/LauncherSettings.h"
 #include "publish/News.h"
 #include "publish/Site.h"
 #include "publish/Status.h"
+#include "publish/Verifier.h"
 #include "publish/Workshop.h"
 
 #include <QCoreApplication>
 #include <QDate>
+#include <QJsonObject>
 #include <QLockFile>
 #include <QTextStream>
 
@@ -23,6 +26,8 @@ namespace {
 const auto kExclude = u"--exclure"_s;
 const auto kDate = u"--date"_s;
 const auto kNoDate = u"--sans-date"_s;
+const auto kWhole = u"--complet"_s;
+const auto kJson = u"--json"_s;
 
 void say(const QString &text)
 {
@@ -186,6 +191,41 @@ Outcome takeBack(const CommandLine &line)
     return Outcome::Good;
 }
 
+/// The workshop tells what is not given: address and versions.
+Verifier verifierFor(const CommandLine &line)
+{
+    if (line.operands.isEmpty()) {
+        const Workshop workshop(line.workshop);
+        return {workshop.baseUrl(), workshop.versions()};
+    }
+    const QString url = Workshop::checkedBaseUrl(line.operands.first());
+    return {url, Workshop::exists(line.workshop) ? Workshop(line.workshop).versions()
+                                                 : QStringList{LauncherSettings::ownVersion()}};
+}
+
+void sayAsJson(const Verifier &verifier)
+{
+    const QJsonObject report{{"constats"_L1, verifier.findings().json()},
+                             {"launchers"_L1, QJsonArray::fromStringList(verifier.sights())}};
+    QTextStream(stdout) << QJsonDocument(report).toJson();
+}
+
+Outcome verify(const CommandLine &line)
+{
+    Verifier verifier = verifierFor(line);
+    verifier.run(line.has(kWhole));
+    const Findings &findings = verifier.findings();
+    if (line.has(kJson)) {
+        sayAsJson(verifier);
+    } else {
+        say(verifier.sights().join(u'\n'));
+        say(findings.isEmpty() ? u"Aucune erreur."_s : findings.text());
+    }
+    if (findings.hasErrors())
+        return Outcome::Errors;
+    return findings.isEmpty() ? Outcome::Good : Outcome::Warnings;
+}
+
 } // namespace
 
 const QList<CommandForm> &commandForms()
@@ -201,6 +241,7 @@ const QList<CommandForm> &commandForms()
         {u"etat sonder"_s, 1, 0, {}, {}, probeServer},
         {u"mettre-en-ligne"_s, 0, 0, {}, {}, putOnline},
         {u"annuler"_s, 0, 0, {}, {}, takeBack},
+        {u"verifier"_s, 0, 1, {}, {kWhole, kJson}, verify},
     };
     return kForms;
 }
@@ -230,6 +271,12 @@ Mettre en ligne :
   mettre-en-ligne         sert la dernière publication préparée
   annuler                 sert de nouveau celle d'avant, et repart d'elle
 
+Vérifier ce que les joueurs reçoivent :
+  verifier [ADRESSE]      lit le site comme le launcher et dit, pour chaque erreur, ce que
+                          les joueurs en voient et comment la corriger
+      --complet           télécharge, décompresse et vérifie aussi le client
+      --json              répond en JSON
+
 État du serveur de jeu, tout de suite en ligne :
   etat en-ligne N         en ligne, avec N joueurs
   etat hors-ligne         hors ligne
@@ -239,7 +286,8 @@ Mettre en ligne :
 Options générales : --atelier DOSSIER, --help, --version.
 
 Codes de fin : 0 bien · 1 commande mal tapée · 2 refusé, rien n'a été changé ·
-4 fait, avec des avertissements · 6 disque ou droits · 130 interrompu.)"_s;
+3 le site a des erreurs · 4 des avertissements seulement · 5 le site ne répond pas ·
+6 disque ou droits · 130 interrompu.)"_s;
 }
 
 Outcome runPublisher(const QStringList &arguments)

@@ -31,24 +31,6 @@ constexpr auto kLock = ".verrou"_L1;
 constexpr int kDigits = 4;
 constexpr int kKeptForReturn = 2; ///< generations that were served before this one
 
-/// The launcher appends every path to the address as it stands.
-QString checkedBaseUrl(QString url)
-{
-    static const QRegularExpression kForm(
-        u"^https?://(?:[A-Za-z0-9](?:[A-Za-z0-9.-]*[A-Za-z0-9])?|\\[[0-9A-Fa-f:.]+\\])"
-        u"(?::[0-9]{1,5})?/$"_s);
-    if (!url.endsWith(u'/'))
-        url += u'/';
-    // QUrl is empty for ports that there are not.
-    if (!kForm.match(url).hasMatch() || !QUrl(url).isValid()) {
-        throw Problem{
-            Outcome::Refused,
-            u"« %1 » n'est pas une adresse de site : il faut http:// ou https://, un hôte "
-            u"et, au besoin, un port."_s.arg(url)};
-    }
-    return url;
-}
-
 } // namespace
 
 Workshop::Workshop(const QString &folder, const QString &baseUrl, const QStringList &versions)
@@ -61,7 +43,7 @@ Workshop::Workshop(const QString &folder, const QString &baseUrl, const QStringL
 Workshop::Workshop(const QString &folder)
     : m_folder(QDir(folder).absolutePath())
 {
-    if (!QFile::exists(path(kSettings))) {
+    if (!exists(m_folder)) {
         throw Problem{Outcome::Refused, u"%1 n'est pas un atelier : « veyra-publier init ADRESSE » "
                                         u"en fait un."_s.arg(m_folder)};
     }
@@ -75,7 +57,7 @@ Workshop::Workshop(const QString &folder)
 Workshop Workshop::create(const QString &folder, const QString &baseUrl)
 {
     Workshop workshop(folder, checkedBaseUrl(baseUrl), {QCoreApplication::applicationVersion()});
-    if (QFile::exists(workshop.path(kSettings))) {
+    if (exists(folder)) {
         throw Problem{Outcome::Refused, u"%1 est déjà un atelier."_s.arg(workshop.m_folder)};
     }
     Disk::makeFolder(workshop.path(kGenerations));
@@ -93,6 +75,28 @@ Workshop Workshop::create(const QString &folder, const QString &baseUrl)
                     QJsonObject{{"url"_L1, workshop.m_baseUrl},
                                 {"versions"_L1, QJsonArray::fromStringList(workshop.m_versions)}}));
     return workshop;
+}
+
+bool Workshop::exists(const QString &folder)
+{
+    return QFile::exists(QDir(folder).filePath(kSettings));
+}
+
+QString Workshop::checkedBaseUrl(QString url)
+{
+    static const QRegularExpression kForm(
+        u"^https?://(?:[A-Za-z0-9](?:[A-Za-z0-9.-]*[A-Za-z0-9])?|\\[[0-9A-Fa-f:.]+\\])"
+        u"(?::[0-9]{1,5})?/$"_s);
+    if (!url.endsWith(u'/'))
+        url += u'/';
+    // QUrl is empty for ports that there are not.
+    if (!kForm.match(url).hasMatch() || !QUrl(url).isValid()) {
+        throw Problem{
+            Outcome::Refused,
+            u"« %1 » n'est pas une adresse de site : il faut http:// ou https://, un hôte "
+            u"et, au besoin, un port."_s.arg(url)};
+    }
+    return url;
 }
 
 std::unique_ptr<QLockFile> Workshop::lock() const

@@ -22,6 +22,10 @@ public:
     /// Makes one, with a first generation that has no client yet.
     static Workshop create(const QString &folder, const QString &baseUrl);
 
+    static bool exists(const QString &folder);
+    /// As the launcher wants it: with a "/" at its end. Throws a Problem for what is no site's.
+    static QString checkedBaseUrl(QString url);
+
     /// One command at a time changes generations: throws a Problem while another one does.
     std::unique_ptr<QLockFile> lock() const;
 

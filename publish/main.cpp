@@ -1,6 +1,6 @@
-#include "config/BuildSettings.h"
 #include "publish/Commands.h"
 #include "publish/Interruption.h"
+#include "publish/LauncherSettings.h"
 
 #include <QCoreApplication>
 
@@ -9,7 +9,7 @@
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
-    QCoreApplication::setApplicationVersion(BuildSettings::launcherVersion());
+    QCoreApplication::setApplicationVersion(LauncherSettings::ownVersion());
     if (sodium_init() < 0)
         return static_cast<int>(Outcome::Disk);
     Interruption::watch();

@@ -316,7 +316,8 @@ void TestPublishSite::helpNamesEveryCommand()
     for (const QString &name :
          {u"init ADRESSE"_s, u"client DOSSIER"_s, u"nouvelles ajouter TITRE TEXTE"_s,
           u"nouvelles lister"_s, u"nouvelles retirer N"_s, u"etat en-ligne N"_s,
-          u"etat hors-ligne"_s, u"etat sonder HÔTE:PORT"_s, u"mettre-en-ligne"_s, u"annuler"_s}) {
+          u"etat hors-ligne"_s, u"etat sonder HÔTE:PORT"_s, u"mettre-en-ligne"_s, u"annuler"_s,
+          u"verifier [ADRESSE]"_s}) {
         QVERIFY2(help.output.contains(u"\n  "_s + name), qPrintable(name));
     }
     QCOMPARE(m_publisher->run({u"--version"_s}).output,
