@@ -3,7 +3,9 @@
 #include "publish/ClientFolder.h"
 #include "publish/ClientPublication.h"
 #include "publish/CommandLine.h"
+#include "publish/Disk.h"
 #include "publish/Generation.h"
+#include "publish/LauncherPublication.h"
 #include "publish/LauncherSettings.h"
 #include "publish/News.h"
 #include "publish/Site.h"
@@ -15,6 +17,7 @@
 #include <QDate>
 #include <QJsonObject>
 #include <QLockFile>
+#include <QRegularExpression>
 #include <QTextStream>
 
 #include <memory>
@@ -26,6 +29,9 @@ namespace {
 const auto kExclude = u"--exclure"_s;
 const auto kDate = u"--date"_s;
 const auto kNoDate = u"--sans-date"_s;
+const auto kKey = u"--cle"_s;
+const auto kNotes = u"--notes"_s;
+const auto kRequired = u"--obligatoire"_s;
 const auto kWhole = u"--complet"_s;
 const auto kJson = u"--json"_s;
 
@@ -59,9 +65,22 @@ int positiveNumber(const QString &text, int largest)
     return number;
 }
 
+/// From the file that minisign makes: a comment, then the key.
+QString publicKey(const QString &file)
+{
+    const QString key = QString::fromLatin1(Disk::read(file).split('\n').value(1)).trimmed();
+    static const QRegularExpression kForm(u"^RW[A-Za-z0-9+/]{54}$"_s);
+    if (!kForm.match(key).hasMatch())
+        throw refused(u"%1 n'est pas une clé publique de minisign"_s.arg(file));
+    return key;
+}
+
 Outcome makeWorkshop(const CommandLine &line)
 {
-    const Workshop workshop = Workshop::create(line.workshop, line.operands.first());
+    QStringList keys;
+    for (const QString &file : line.values(kKey))
+        keys.append(publicKey(file));
+    const Workshop workshop = Workshop::create(line.workshop, line.operands.first(), keys);
     say(u"L'atelier est prêt. Pour nginx :\n"_s);
     say(Site::nginxBlock(workshop));
     return Outcome::Good;
@@ -84,6 +103,19 @@ Outcome publishClient(const CommandLine &line)
     else
         sayPrepared(publication.number);
     return client.warnings.isEmpty() ? Outcome::Good : Outcome::Warnings;
+}
+
+Outcome publishLauncher(const CommandLine &line)
+{
+    if (!line.has(kNotes))
+        throw Problem{Outcome::Usage, u"« lanceur » demande --notes FICHIER."_s};
+    const Workshop workshop(line.workshop);
+    const std::unique_ptr<QLockFile> lock = workshop.lock();
+    const QByteArray notes = Disk::read(line.values(kNotes).last());
+    const LauncherPublication launcher{line.operands.first(), QString::fromUtf8(notes).trimmed(),
+                                       line.has(kRequired)};
+    sayPrepared(launcher.make(workshop));
+    return Outcome::Good;
 }
 
 News newsOf(const Workshop &workshop)
@@ -231,8 +263,9 @@ Outcome verify(const CommandLine &line)
 const QList<CommandForm> &commandForms()
 {
     static const QList<CommandForm> kForms{
-        {u"init"_s, 1, 0, {}, {}, makeWorkshop},
+        {u"init"_s, 1, 0, {kKey}, {}, makeWorkshop},
         {u"client"_s, 1, 0, {kExclude}, {}, publishClient},
+        {u"lanceur"_s, 1, 0, {kNotes}, {kRequired}, publishLauncher},
         {u"nouvelles ajouter"_s, 2, 0, {kDate}, {kNoDate}, addNews},
         {u"nouvelles lister"_s, 0, 0, {}, {}, listNews},
         {u"nouvelles retirer"_s, 1, 0, {}, {}, removeNews},
@@ -256,9 +289,14 @@ Préparer :
   init ADRESSE            fait de l'atelier (le dossier courant, ou --atelier) la source
                           du site ADRESSE, par exemple https://play.example.org/, et
                           affiche le bloc de configuration pour nginx
+      --cle FICHIER       clé publique qui signe les launchers ; peut se répéter
   client DOSSIER          prépare le client du jeu qui se trouve dans DOSSIER
       --exclure MOTIF     sans les fichiers et dossiers de ce nom (* et ? permis), ou,
                           avec un « / », sans ce chemin ; peut se répéter
+  lanceur ARCHIVE --notes FICHIER
+                          prépare la nouvelle version du launcher que « scripts/windows
+                          package » a faite et signée ; FICHIER dit ce qui change
+      --obligatoire       les joueurs ne peuvent pas la refuser
   nouvelles ajouter TITRE TEXTE
                           ajoute une actualité en tête, datée d'aujourd'hui ; titre et
                           texte sont du HTML

@@ -1,5 +1,6 @@
 #include "publish/Site.h"
 
+#include "publish/Disk.h"
 #include "publish/Generation.h"
 #include "publish/Workshop.h"
 
@@ -91,6 +92,13 @@ void Site::linkStatus(const Generation &generation)
 {
     // From publications/NNNN/api/.
     generation.pointTo(kStatus, u"../../../etat/status.json"_s);
+}
+
+QString Site::publishedVersion(const Workshop &workshop)
+{
+    const QByteArray record =
+        Disk::read(workshop.generationPath(workshop.draft()) + u'/' + kLauncherVersion);
+    return QJsonDocument::fromJson(record).object().value("version"_L1).toString();
 }
 
 QString Site::nginxBlock(const Workshop &workshop)

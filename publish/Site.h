@@ -23,6 +23,9 @@ void writeEmpty(const Generation &generation);
 /// The state is the same for all generations: it lies beside them.
 void linkStatus(const Generation &generation);
 
+/// Of the launcher that the workshop's draft offers; empty where it offers none.
+QString publishedVersion(const Workshop &workshop);
+
 /// For nginx: a server that serves the workshop's site.
 QString nginxBlock(const Workshop &workshop);
 

@@ -186,9 +186,13 @@ void Verifier::checkLauncher()
                        u"« version » est %1"_s.arg(version.toVariant().toString()));
         return;
     }
+    // It will be in service too.
+    const QStringList inService = m_versions;
+    if (!version.toString().isEmpty() && !m_versions.contains(version.toString()))
+        m_versions.append(version.toString());
     const bool isOffered =
-        std::any_of(m_versions.begin(), m_versions.end(), [&version](const QString &inService) {
-            return SelfUpdater::isNewerVersion(version.toString(), inService);
+        std::any_of(inService.begin(), inService.end(), [&version](const QString &current) {
+            return SelfUpdater::isNewerVersion(version.toString(), current);
         });
     if (!isOffered)
         return;

@@ -31,12 +31,23 @@ constexpr auto kLock = ".verrou"_L1;
 constexpr int kDigits = 4;
 constexpr int kKeptForReturn = 2; ///< generations that were served before this one
 
+QStringList texts(const QJsonValue &value)
+{
+    QStringList result;
+    const QJsonArray items = value.toArray();
+    for (const QJsonValue item : items)
+        result.append(item.toString());
+    return result;
+}
+
 } // namespace
 
-Workshop::Workshop(const QString &folder, const QString &baseUrl, const QStringList &versions)
+Workshop::Workshop(const QString &folder, const QString &baseUrl, const QStringList &versions,
+                   const QStringList &keys)
     : m_folder(QDir(folder).absolutePath())
     , m_baseUrl(baseUrl)
     , m_versions(versions)
+    , m_keys(keys)
 {
 }
 
@@ -49,14 +60,14 @@ Workshop::Workshop(const QString &folder)
     }
     const QJsonObject settings = QJsonDocument::fromJson(Disk::read(path(kSettings))).object();
     m_baseUrl = checkedBaseUrl(settings.value("url"_L1).toString());
-    const QJsonArray versions = settings.value("versions"_L1).toArray();
-    for (const QJsonValue version : versions)
-        m_versions.append(version.toString());
+    m_versions = texts(settings.value("versions"_L1));
+    m_keys = texts(settings.value("cles"_L1));
 }
 
-Workshop Workshop::create(const QString &folder, const QString &baseUrl)
+Workshop Workshop::create(const QString &folder, const QString &baseUrl, const QStringList &keys)
 {
-    Workshop workshop(folder, checkedBaseUrl(baseUrl), {QCoreApplication::applicationVersion()});
+    Workshop workshop(folder, checkedBaseUrl(baseUrl), {QCoreApplication::applicationVersion()},
+                      keys);
     if (exists(folder)) {
         throw Problem{Outcome::Refused, u"%1 est déjà un atelier."_s.arg(workshop.m_folder)};
     }
@@ -70,10 +81,11 @@ Workshop Workshop::create(const QString &folder, const QString &baseUrl)
     first.commit();
     workshop.putOnline();
     // Last: with it the folder counts as a workshop.
-    Disk::write(workshop.path(kSettings),
-                QJsonDocument(
-                    QJsonObject{{"url"_L1, workshop.m_baseUrl},
-                                {"versions"_L1, QJsonArray::fromStringList(workshop.m_versions)}}));
+    Disk::write(
+        workshop.path(kSettings),
+        QJsonDocument(QJsonObject{{"url"_L1, workshop.m_baseUrl},
+                                  {"versions"_L1, QJsonArray::fromStringList(workshop.m_versions)},
+                                  {"cles"_L1, QJsonArray::fromStringList(workshop.m_keys)}}));
     return workshop;
 }
 

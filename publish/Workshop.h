@@ -9,7 +9,8 @@ class QLockFile;
 
 /// The operator's folder, from which a site is published:
 ///
-///     publication.json    the site's address and the launcher versions that players have
+///     publication.json    the site's address, the launcher versions that players have, the public
+///                         keys of their updates
 ///     publications/NNNN/  complete sites ("generations"); files that are the same share their
 ///     bytes brouillon           link to the generation that the next command starts from site link
 ///     to the generation that the web server serves etat/status.json    the server's state, apart
@@ -19,8 +20,9 @@ class Workshop
 public:
     /// Throws a Problem where `folder` is no workshop.
     explicit Workshop(const QString &folder);
-    /// Makes one, with a first generation that has no client yet.
-    static Workshop create(const QString &folder, const QString &baseUrl);
+    /// Makes one, with a first generation that has no client yet. `keys` are those that launchers
+    /// are signed with.
+    static Workshop create(const QString &folder, const QString &baseUrl, const QStringList &keys);
 
     static bool exists(const QString &folder);
     /// As the launcher wants it: with a "/" at its end. Throws a Problem for what is no site's.
@@ -31,6 +33,8 @@ public:
 
     const QString &baseUrl() const { return m_baseUrl; }
     const QStringList &versions() const { return m_versions; }
+    /// Public keys as minisign writes them: the second line of their files.
+    const QStringList &keys() const { return m_keys; }
     QString path(const QString &name) const { return m_folder + u'/' + name; }
     QString generationPath(const QString &number) const;
     QString sitePath() const;
@@ -51,7 +55,8 @@ public:
     QString takeBack() const;
 
 private:
-    Workshop(const QString &folder, const QString &baseUrl, const QStringList &versions);
+    Workshop(const QString &folder, const QString &baseUrl, const QStringList &versions,
+             const QStringList &keys);
     QString previous(const QString &number) const;
     QStringList numbers() const;
     void removeOld() const;
@@ -59,4 +64,5 @@ private:
     QString m_folder;
     QString m_baseUrl;
     QStringList m_versions;
+    QStringList m_keys;
 };

@@ -314,10 +314,10 @@ void TestPublishSite::helpNamesEveryCommand()
     const Publisher::Result help = m_publisher->run({u"client"_s, u"--help"_s});
     QCOMPARE(help.code, 0);
     for (const QString &name :
-         {u"init ADRESSE"_s, u"client DOSSIER"_s, u"nouvelles ajouter TITRE TEXTE"_s,
-          u"nouvelles lister"_s, u"nouvelles retirer N"_s, u"etat en-ligne N"_s,
-          u"etat hors-ligne"_s, u"etat sonder HÔTE:PORT"_s, u"mettre-en-ligne"_s, u"annuler"_s,
-          u"verifier [ADRESSE]"_s}) {
+         {u"init ADRESSE"_s, u"client DOSSIER"_s, u"lanceur ARCHIVE --notes FICHIER"_s,
+          u"nouvelles ajouter TITRE TEXTE"_s, u"nouvelles lister"_s, u"nouvelles retirer N"_s,
+          u"etat en-ligne N"_s, u"etat hors-ligne"_s, u"etat sonder HÔTE:PORT"_s,
+          u"mettre-en-ligne"_s, u"annuler"_s, u"verifier [ADRESSE]"_s}) {
         QVERIFY2(help.output.contains(u"\n  "_s + name), qPrintable(name));
     }
     QCOMPARE(m_publisher->run({u"--version"_s}).output,
