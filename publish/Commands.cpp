@@ -68,7 +68,7 @@ int positiveNumber(const QString &text, int largest)
 /// From the file that minisign makes: a comment, then the key.
 QString publicKey(const QString &file)
 {
-    const QString key = QString::fromLatin1(Disk::read(file).split('\n').value(1)).trimmed();
+    QString key = QString::fromLatin1(Disk::read(file).split('\n').value(1)).trimmed();
     static const QRegularExpression kForm(u"^RW[A-Za-z0-9+/]{54}$"_s);
     if (!kForm.match(key).hasMatch())
         throw refused(u"%1 n'est pas une clé publique de minisign"_s.arg(file));

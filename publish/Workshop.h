@@ -41,6 +41,7 @@ public:
     QString statusPath() const;
     QString fingerprintsPath() const;
 
+    /// Throws a Problem where somebody has removed it.
     QString draft() const;
     QString served() const;
     /// Of the generation that is to come.

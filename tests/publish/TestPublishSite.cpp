@@ -41,6 +41,7 @@ private slots:
     void addressesOfASite_data();
     void addressesOfASite();
     void aWorkshopIsMadeOnce();
+    void aDraftThatIsGoneIsRefused();
     void newsComeFirst();
     void placeholdersInNewsReachPlayers();
     void newsAreRemovedByNumber();
@@ -127,6 +128,19 @@ void TestPublishSite::aWorkshopIsMadeOnce()
     QCOMPARE(
         none.run({u"--atelier"_s, m_publisher->path(QString()), u"nouvelles"_s, u"lister"_s}).code,
         0);
+}
+
+void TestPublishSite::aDraftThatIsGoneIsRefused()
+{
+    QVERIFY(QFile::remove(m_publisher->path(u"brouillon"_s)));
+    for (const QStringList &arguments :
+         {QStringList{u"mettre-en-ligne"_s}, QStringList{u"nouvelles"_s, u"lister"_s}}) {
+        const Publisher::Result result = m_publisher->run(arguments);
+        QCOMPARE(result.code, 2);
+        QVERIFY2(result.errors.contains(u"ne mène à aucune publication"_s),
+                 qPrintable(result.errors));
+    }
+    QVERIFY(!served(u"api/news.php"_s).isEmpty());
 }
 
 void TestPublishSite::newsComeFirst()
