@@ -51,7 +51,7 @@ QString FileNames::problem(const QString &name)
     }
     const QStringList parts = name.split(u'/');
     for (const QString &part : parts) {
-        if (const QString found = problemOfPart(part); !found.isEmpty())
+        if (QString found = problemOfPart(part); !found.isEmpty())
             return found;
     }
     // The launcher's archive lies there while it is unpacked, and the lock that guards it.

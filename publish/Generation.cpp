@@ -66,7 +66,7 @@ void Generation::linkFrom(const QString &base, const QStringList &without) const
 
 QString Generation::fileFor(const QString &name) const
 {
-    const QString path = m_folder + u'/' + name;
+    QString path = m_folder + u'/' + name;
     if (const QString folder = QFileInfo(path).path(); !QFileInfo::exists(folder))
         Disk::makeFolder(folder);
     return path;
@@ -91,7 +91,7 @@ QString Generation::commit()
 {
     Interruption::check();
     Disk::flush(m_folder);
-    const QString number = m_workshop.nextNumber();
+    QString number = m_workshop.nextNumber();
     Disk::rename(m_folder, m_workshop.generationPath(number));
     m_isCommitted = true;
     m_workshop.setDraft(number);

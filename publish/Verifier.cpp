@@ -237,7 +237,7 @@ std::optional<CentralDirectory> Verifier::readDirectory(const QString &place, co
     const auto fetch = [this, &url](qint64 offset, qint64 size) {
         return size > 0 ? m_reader.part(url, offset, size).body : QByteArray();
     };
-    const std::optional<CentralDirectory> directory = CentralDirectory::read(first.length, fetch);
+    std::optional<CentralDirectory> directory = CentralDirectory::read(first.length, fetch);
     if (!directory) {
         m_findings.add(damaged, place,
                        lookedForIsPage(first.body)

@@ -145,7 +145,7 @@ QString Workshop::fingerprintsPath() const
 
 QString Workshop::draft() const
 {
-    const QString number = Disk::targetName(path(kDraft));
+    QString number = Disk::targetName(path(kDraft));
     if (number.isEmpty() || !QFile::exists(generationPath(number))) {
         throw Problem{Outcome::Refused, u"Le lien %1 ne mène à aucune publication ; rien n'a été "
                                         u"changé."_s.arg(path(kDraft))};
