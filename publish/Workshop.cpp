@@ -184,7 +184,7 @@ bool Workshop::putOnline() const
 
 QString Workshop::takeBack() const
 {
-    const QString target = previous(served());
+    QString target = previous(served());
     if (target.isEmpty() || !QFile::exists(generationPath(target))) {
         throw Problem{
             Outcome::Refused,
