@@ -115,12 +115,6 @@ void Findings::addExamples(const QString &code, const QString &place, const QStr
     add(code, place, others == 0 ? first : u"%1 et %2 de plus"_s.arg(first).arg(others));
 }
 
-bool Findings::has(const QString &code) const
-{
-    return std::any_of(m_findings.begin(), m_findings.end(),
-                       [&code](const Finding &finding) { return finding.mistake->code == code; });
-}
-
 bool Findings::hasErrors() const
 {
     return std::any_of(m_findings.begin(), m_findings.end(),

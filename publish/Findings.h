@@ -29,7 +29,6 @@ public:
     void addExamples(const QString &code, const QString &place, const QString &what,
                      const QStringList &examples);
 
-    bool has(const QString &code) const;
     bool hasErrors() const;
     bool isEmpty() const { return m_findings.isEmpty(); }
     QString text() const;

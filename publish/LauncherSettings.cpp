@@ -20,7 +20,7 @@ QString LauncherSettings::ownVersion()
     return QStringLiteral(VEYRA_VERSION);
 }
 
-/// Takes the place of the build's own settings.
+/// Takes the place of the build's own settings. No worker asks for the invite to the chat.
 namespace BuildSettings {
 
 QString launcherVersion()
@@ -29,12 +29,6 @@ QString launcherVersion()
 }
 
 QString serverBaseUrl()
-{
-    return currentBaseUrl;
-}
-
-/// No worker shows it.
-QString discordInviteUrl()
 {
     return currentBaseUrl;
 }

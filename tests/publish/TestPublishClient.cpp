@@ -1,6 +1,7 @@
 #include "publish/CentralDirectory.h"
 #include "publish/FileNames.h"
 #include "tests/publish/Publisher.h"
+#include "tests/support/Archives.h"
 #include "tests/support/Files.h"
 #include "tests/support/TestEnvironment.h"
 
@@ -11,13 +12,16 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QtEndian>
 #include <QTest>
 
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
+#include <optional>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -25,6 +29,7 @@ namespace {
 
 using ClientFiles = QMap<QString, QByteArray>;
 
+constexpr qint64 kFiveGB = qint64{5} * 1024 * 1024 * 1024;
 /// Takes long enough to read that something can happen meanwhile.
 constexpr qint64 kLarge = qint64{96} * 1024 * 1024;
 constexpr auto kArchive = "brouillon/client/DofusClient.zip";
@@ -49,6 +54,29 @@ CentralDirectory directoryOf(const QByteArray &archive)
 {
     const auto fetch = [&archive](qint64 offset, qint64 size) { return archive.mid(offset, size); };
     return CentralDirectory::read(archive.size(), fetch).value_or(CentralDirectory());
+}
+
+template <typename Integer> QByteArray number(Integer value)
+{
+    value = qToLittleEndian(value);
+    return {reinterpret_cast<const char *>(&value), sizeof value};
+}
+
+/// What stands at the end of an archive whose directory begins at 5 GB, with one file.
+QByteArray largeDirectory()
+{
+    const QByteArray other = number(quint16(99)) + number(quint16(2)) + "xx";
+    const QByteArray extra = number(quint16(1)) + number(quint16(8)) + number(qint64{0x123456789});
+    const QByteArray record = "PK\x01\x02" + QByteArray(16, '\0') + number(quint32(7)) +
+                              number(quint32(7)) + number(quint16(1)) +
+                              number(quint16(other.size() + extra.size())) + QByteArray(10, '\0') +
+                              number(~quint32(0)) + 'a' + other + extra;
+    const QByteArray end = "PK\x06\x06" + QByteArray(28, '\0') + number(qint64{1}) +
+                           number(qint64(record.size())) + number(kFiveGB);
+    const QByteArray locator =
+        "PK\x06\x07" + number(quint32(0)) + number(kFiveGB + record.size()) + number(quint32(1));
+    return record + end + locator + "PK\x05\x06" + number(quint32(0)) + number(~quint16(0)) +
+           number(~quint16(0)) + number(~quint32(0)) + number(~quint32(0)) + number(quint16(0));
 }
 
 } // namespace
@@ -80,6 +108,10 @@ private slots:
     void anUnreadableFileIsTheDisksFault();
     void aFileThatChangesWhileItIsReadIsRefused();
     void interruptionLeavesNothing();
+    void aTerminalShowsABar();
+    void largeArchivesAreRead();
+    void damagedArchivesAreNotRead_data();
+    void damagedArchivesAreNotRead();
     void namesThatWindowsTakes_data();
     void namesThatWindowsTakes();
 
@@ -100,7 +132,9 @@ private:
 
 void TestPublishClient::init()
 {
-    if (QTest::currentTestFunction() == QByteArrayView("namesThatWindowsTakes"))
+    static const QList<QByteArray> kWithoutWorkshop{"namesThatWindowsTakes", "largeArchivesAreRead",
+                                                    "damagedArchivesAreNotRead"};
+    if (kWithoutWorkshop.contains(QTest::currentTestFunction()))
         return;
     m_publisher = std::make_unique<Publisher>();
     QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test/"_s}).code, 0);
@@ -425,6 +459,65 @@ void TestPublishClient::interruptionLeavesNothing()
     QCOMPARE(process.exitCode(), 130);
     QVERIFY(!QFile::exists(m_publisher->path(u"publications/.en-cours"_s)));
     QVERIFY(!QFile::exists(m_publisher->path(u"publications/0002"_s)));
+}
+
+void TestPublishClient::aTerminalShowsABar()
+{
+    Clients::write(folder(), Clients::sample());
+    QProcess terminal;
+    terminal.setWorkingDirectory(m_publisher->path(QString()));
+    terminal.start(u"script"_s,
+                   {u"--quiet"_s, u"--return"_s, u"--command"_s,
+                    u"'%1' client '%2'"_s.arg(Publisher::program(), folder()), u"/dev/null"_s});
+    QVERIFY(terminal.waitForFinished());
+    QCOMPARE(terminal.exitCode(), 0);
+    const QString shown = QString::fromUtf8(terminal.readAllStandardOutput());
+    QVERIFY2(shown.contains(u"\rFichiers [##############################] 100 %\r\n"_s),
+             qPrintable(shown));
+}
+
+/// With more files than 16 bits count, and a file that begins beyond 4 GB.
+void TestPublishClient::largeArchivesAreRead()
+{
+    QByteArray directory = largeDirectory();
+    const auto read = [&directory] {
+        // Nobody looks at what stands before it.
+        return CentralDirectory::read(
+            kFiveGB + directory.size(), [&directory](qint64 offset, qint64 size) {
+                const qint64 before = std::min(size, std::max(qint64{0}, kFiveGB - offset));
+                return QByteArray(before, '\0') +
+                       directory.mid(std::max(qint64{0}, offset - kFiveGB), size - before);
+            });
+    };
+    const std::optional<CentralDirectory> large = read();
+    QVERIFY(large.has_value());
+    QCOMPARE(large->entries.size(), 1);
+    QCOMPARE(large->entries.first().name, "a");
+    QCOMPARE(large->entries.first().headerOffset, qint64{0x123456789});
+    QCOMPARE(large->entries.first().size, qint64{7});
+
+    directory.replace("PK\x06\x06", "PK\x06\x05");
+    QVERIFY(!read());
+}
+
+void TestPublishClient::damagedArchivesAreNotRead_data()
+{
+    QTest::addColumn<QByteArray>("archive");
+    const QByteArray good = Archives::zip({{"a", "content"}, {"b", "content"}});
+    QTest::newRow("nothing at all") << QByteArray();
+    QTest::newRow("the end alone") << good.right(10);
+    QTest::newRow("a directory beyond the file") << good.right(22);
+    QTest::newRow("a record that is none") << QByteArray(good).replace("PK\x01\x02", "PK\x01\x03");
+    QByteArray longName = good;
+    longName[good.indexOf("PK\x01\x02") + 29] = 1;
+    QTest::newRow("a name that is too long") << longName;
+}
+
+void TestPublishClient::damagedArchivesAreNotRead()
+{
+    QFETCH(const QByteArray, archive);
+    const auto fetch = [&archive](qint64 offset, qint64 size) { return archive.mid(offset, size); };
+    QVERIFY(!CentralDirectory::read(archive.size(), fetch));
 }
 
 void TestPublishClient::namesThatWindowsTakes_data()
