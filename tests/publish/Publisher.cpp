@@ -40,7 +40,7 @@ Publisher::Result Publisher::runProgram(const QString &program, const QStringLis
 Publisher::Result Publisher::runUntil(int step, const QStringList &arguments) const
 {
     qputenv("VEYRA_PUBLISHER_DIES_AT", QByteArray::number(step));
-    const Result result = runProgram(QStringLiteral(VEYRA_MORTAL_PUBLISHER), arguments);
+    Result result = runProgram(QStringLiteral(VEYRA_MORTAL_PUBLISHER), arguments);
     qunsetenv("VEYRA_PUBLISHER_DIES_AT");
     return result;
 }

@@ -20,7 +20,7 @@ constexpr auto kBaseUrl = u"http://veyra.test/";
 /// piece of a large file ends and the next begins.
 QByteArray program(const QString &address)
 {
-    constexpr qsizetype kPiece = 128 * 1024;
+    constexpr qsizetype kPiece = qsizetype{128} * 1024;
     QByteArray content = Files::noise(2 * kPiece);
     QByteArray text(reinterpret_cast<const char *>(address.utf16()), address.size() * 2);
     content.replace(kPiece - 10, text.size(), text);
