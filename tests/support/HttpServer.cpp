@@ -105,6 +105,12 @@ HttpAnswer &HttpAnswer::resetAfter(qint64 bytes)
     return *this;
 }
 
+HttpAnswer &HttpAnswer::withRanges()
+{
+    ranges = true;
+    return *this;
+}
+
 HttpAnswer &HttpAnswer::delayed(std::chrono::milliseconds wait)
 {
     delay = wait;
@@ -122,6 +128,21 @@ HttpAnswer &HttpAnswer::heldAfter(qint64 bytes)
 {
     holdAt = bytes;
     return *this;
+}
+
+/// Of "bytes=100-199"; other forms ask for the whole.
+static void cutToRange(HttpAnswer &answer, const QByteArray &range)
+{
+    const QList<QByteArray> ends = range.mid(range.indexOf('=') + 1).split('-');
+    if (!range.startsWith("bytes=") || ends.size() != 2)
+        return;
+    const qint64 first = ends.first().toLongLong();
+    const qint64 last = std::min(ends.last().toLongLong(), answer.body.size() - 1);
+    answer.header("Content-Range", "bytes " + QByteArray::number(first) + '-' +
+                                       QByteArray::number(last) + '/' +
+                                       QByteArray::number(answer.body.size()));
+    answer.code = 206;
+    answer.body = answer.body.mid(first, last - first + 1);
 }
 
 /// Once it has an identity, its sockets can turn to TLS.
@@ -227,6 +248,8 @@ private:
         m_request.encrypted = m_encryption == Encryption::DoneElsewhere ||
                               (m_sslSocket && m_sslSocket->isEncrypted());
         m_answer = m_server->nextAnswer(m_request.path);
+        if (m_answer.ranges)
+            cutToRange(m_answer, m_request.headers.value("range"));
         m_answering = true;
         m_sent = 0;
         m_server->m_requests.append(m_request);

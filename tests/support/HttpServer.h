@@ -39,6 +39,8 @@ struct HttpAnswer
     HttpAnswer &truncatedAfter(qint64 bytes);
     /// Resets the connection (RST) after this many bytes of the body.
     HttpAnswer &resetAfter(qint64 bytes);
+    /// Answers requests for a part of the body with that part.
+    HttpAnswer &withRanges();
     /// Waits before the first byte.
     HttpAnswer &delayed(std::chrono::milliseconds wait);
     /// Sends the body in pieces, with a pause after each.
@@ -52,6 +54,7 @@ struct HttpAnswer
     QByteArray body;
     Framing framing = Framing::ContentLength;
     bool silent = false;
+    bool ranges = false;
     qint64 truncateAt = -1;
     qint64 resetAt = -1;
     qint64 holdAt = -1;

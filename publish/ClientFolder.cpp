@@ -1,0 +1,208 @@
+#include "publish/ClientFolder.h"
+
+#include "config/GameFolder.h"
+#include "publish/FileNames.h"
+#include "publish/Interruption.h"
+#include "publish/Outcome.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QHash>
+#include <QRegularExpression>
+
+#include <algorithm>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr auto kMarker = "DofusInvoker.swf"_L1;
+constexpr auto kProgram = "Dofus.exe"_L1;
+constexpr qint64 kLargestForPowerShell = qint64{2} * 1024 * 1024 * 1024;
+constexpr qsizetype kMostShown = 20;
+
+/// The launcher looks in the game folder itself and in one folder of it.
+bool liesWhereTheLauncherLooks(const QString &name, QLatin1StringView file)
+{
+    return name == file || name == GameFolder::kClientSubfolder.mid(1) + u'/' + file;
+}
+
+class Exclusions
+{
+public:
+    explicit Exclusions(const QStringList &patterns)
+        : m_patterns(patterns)
+        , m_uses(patterns.size(), 0)
+    {
+        for (const QString &pattern : patterns)
+            m_expressions.append(QRegularExpression::fromWildcard(pattern));
+    }
+
+    bool match(const QString &name)
+    {
+        bool isExcluded = false;
+        for (qsizetype i = 0; i < m_patterns.size(); ++i) {
+            if (matches(i, name)) {
+                ++m_uses[i];
+                isExcluded = true;
+            }
+        }
+        return isExcluded;
+    }
+
+    QStringList unused() const
+    {
+        QStringList result;
+        for (qsizetype i = 0; i < m_patterns.size(); ++i) {
+            if (m_uses.at(i) == 0)
+                result.append(m_patterns.at(i));
+        }
+        return result;
+    }
+
+private:
+    bool matches(qsizetype index, const QString &name) const
+    {
+        const QRegularExpression &expression = m_expressions.at(index);
+        if (m_patterns.at(index).contains(u'/'))
+            return expression.match(name).hasMatch();
+        const QStringList parts = name.split(u'/');
+        return std::any_of(parts.begin(), parts.end(),
+                           [&](const QString &part) { return expression.match(part).hasMatch(); });
+    }
+
+    QStringList m_patterns;
+    QList<QRegularExpression> m_expressions;
+    QList<int> m_uses;
+};
+
+/// Two files, or a file and a folder, that are one on a player's machine.
+QStringList clashes(const QList<ClientFile> &files)
+{
+    QStringList problems;
+    QHash<QString, QString> names;
+    for (const ClientFile &file : files) {
+        QString &first = names[FileNames::folded(file.name)];
+        if (first.isEmpty())
+            first = file.name;
+        else
+            problems.append(u"« %1 » et « %2 » : le même nom pour Windows"_s.arg(first, file.name));
+    }
+    for (const ClientFile &file : files) {
+        const QString folder = FileNames::folded(file.name).section(u'/', 0, -2);
+        if (!folder.isEmpty() && names.contains(folder)) {
+            problems.append(u"« %1 » et « %2 » : fichier et dossier du même nom pour Windows"_s.arg(
+                names.value(folder), file.name));
+        }
+    }
+    return problems;
+}
+
+/// What is said of a folder without the marker where it belongs.
+QString missingMarker(const QList<ClientFile> &files)
+{
+    for (const ClientFile &file : files) {
+        if (file.name.endsWith(u'/' + kMarker)) {
+            return u"%1 est dans « %2 » : le launcher ne l'y trouverait pas. Publiez ce "
+                   u"dossier-là, ou "
+                   u"renommez-le « %3 »"_s.arg(kMarker, file.name.chopped(kMarker.size() + 1),
+                                               GameFolder::kClientSubfolder.mid(1));
+        }
+    }
+    return u"%1 manque : sans lui le launcher ne voit pas de client"_s.arg(kMarker);
+}
+
+bool hasFile(const QList<ClientFile> &files, QLatin1StringView wanted)
+{
+    return std::any_of(files.begin(), files.end(), [wanted](const ClientFile &file) {
+        return liesWhereTheLauncherLooks(file.name, wanted);
+    });
+}
+
+QStringList problemsOf(const QList<ClientFile> &files)
+{
+    QStringList problems;
+    if (!hasFile(files, kMarker))
+        problems.append(missingMarker(files));
+    else if (!hasFile(files, kProgram))
+        problems.append(u"%1 manque : « JOUER » ne démarrerait rien"_s.arg(kProgram));
+    for (const ClientFile &file : files) {
+        if (const QString problem = FileNames::problem(file.name); !problem.isEmpty())
+            problems.append(u"« %1 » : %2"_s.arg(file.name, problem));
+    }
+    return problems + clashes(files);
+}
+
+QString listed(QStringList problems)
+{
+    const qsizetype more = problems.size() - kMostShown;
+    if (more > 0) {
+        problems.resize(kMostShown);
+        problems.append(u"… et %1 autres"_s.arg(more));
+    }
+    return u"Client refusé, rien n'a été changé :\n- "_s + problems.join("\n- "_L1);
+}
+
+} // namespace
+
+ClientFolder ClientFolder::scan(const QString &folder, const QStringList &exclusions)
+{
+    const QDir root(folder);
+    if (!root.exists())
+        throw Problem{Outcome::Refused, u"Le dossier %1 n'existe pas."_s.arg(folder)};
+
+    ClientFolder client;
+    Exclusions excluded(exclusions);
+    QStringList problems;
+    QDirIterator entries(root.absolutePath(),
+                         QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
+                         QDirIterator::Subdirectories);
+    while (entries.hasNext()) {
+        Interruption::check();
+        const QString path = entries.next();
+        const QFileInfo info = entries.fileInfo();
+        const QString name = root.relativeFilePath(path).normalized(QString::NormalizationForm_C);
+        const bool isFolder = info.isDir() && !info.isSymLink();
+        if (isFolder || excluded.match(name))
+            continue;
+        if (info.isSymLink() || !info.isFile()) {
+            problems.append(u"« %1 » : lien ou fichier spécial"_s.arg(name));
+            continue;
+        }
+        client.files.append({name, path, FileStamp::of(path)});
+        if (info.size() > kLargestForPowerShell) {
+            client.warnings.append(u"« %1 » dépasse 2 Go : PowerShell ne sait pas toujours le "
+                                   u"décompresser."_s.arg(name));
+        }
+    }
+    const QStringList unused = excluded.unused();
+    for (const QString &pattern : unused)
+        client.warnings.append(u"--exclure %1 n'a rien exclu."_s.arg(pattern));
+
+    std::sort(client.files.begin(), client.files.end(),
+              [](const ClientFile &left, const ClientFile &right) {
+                  return left.name.toUtf8() < right.name.toUtf8();
+              });
+    problems += problemsOf(client.files);
+    if (!problems.isEmpty())
+        throw Problem{Outcome::Refused, (client.warnings << listed(problems)).join(u'\n')};
+    return client;
+}
+
+qint64 ClientFolder::totalSize() const
+{
+    qint64 total = 0;
+    for (const ClientFile &file : files)
+        total += file.stamp.size;
+    return total;
+}
+
+bool ClientFolder::isMarker(const QString &name)
+{
+    return liesWhereTheLauncherLooks(name, kMarker);
+}
+
+bool ClientFolder::isProgram(const QString &name)
+{
+    return liesWhereTheLauncherLooks(name, kProgram);
+}

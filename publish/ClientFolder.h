@@ -1,0 +1,32 @@
+#pragma once
+
+#include "publish/Fingerprints.h"
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+struct ClientFile
+{
+    QString name; ///< relative to the game folder, with "/", in normal form C
+    QString path; ///< where it lies now
+    FileStamp stamp;
+};
+
+/// A game client on the operator's disk, looked over: whatever could fail at a player's has been
+/// refused.
+struct ClientFolder
+{
+    QList<ClientFile> files; ///< sorted by the bytes of their names
+    QStringList warnings;
+
+    /// Leaves out what one of `exclusions` matches: a pattern with a "/" the whole name, others the
+    /// name of a file or of one of its folders.
+    static ClientFolder scan(const QString &folder, const QStringList &exclusions);
+
+    qint64 totalSize() const;
+    /// Whether it is the file by which the launcher tells that a client is installed.
+    static bool isMarker(const QString &name);
+    /// Whether it is what "JOUER" starts.
+    static bool isProgram(const QString &name);
+};

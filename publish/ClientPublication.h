@@ -1,0 +1,17 @@
+#pragma once
+
+#include "publish/ClientFolder.h"
+
+class Workshop;
+
+/// What publishing a client has led to.
+struct ClientPublication
+{
+    QString number; ///< of the new generation; empty where nothing is different
+    qint64 files = 0;
+    qint64 changedFiles = 0; ///< new ones and those with another content
+    qint64 removedFiles = 0;
+
+    /// Makes a generation with this client from the workshop's draft.
+    static ClientPublication make(const Workshop &workshop, const ClientFolder &client);
+};

@@ -1,0 +1,348 @@
+#include "publish/Commands.h"
+
+#include "publish/ClientFolder.h"
+#include "publish/ClientPublication.h"
+#include "publish/CommandLine.h"
+#include "publish/Disk.h"
+#include "publish/Generation.h"
+#include "publish/LauncherPublication.h"
+#include "publish/LauncherSettings.h"
+#include "publish/News.h"
+#include "publish/Site.h"
+#include "publish/Status.h"
+#include "publish/Verifier.h"
+#include "publish/Workshop.h"
+
+#include <QCoreApplication>
+#include <QDate>
+#include <QJsonObject>
+#include <QLockFile>
+#include <QRegularExpression>
+#include <QTextStream>
+
+#include <memory>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+const auto kExclude = u"--exclure"_s;
+const auto kDate = u"--date"_s;
+const auto kNoDate = u"--sans-date"_s;
+const auto kKey = u"--cle"_s;
+const auto kNotes = u"--notes"_s;
+const auto kRequired = u"--obligatoire"_s;
+const auto kWhole = u"--complet"_s;
+const auto kJson = u"--json"_s;
+
+void say(const QString &text)
+{
+    QTextStream(stdout) << text << Qt::endl;
+}
+
+void complain(const QString &text)
+{
+    QTextStream(stderr) << text << Qt::endl;
+}
+
+void sayPrepared(const QString &number)
+{
+    say(u"Publication %1 préparée ; « veyra-publier mettre-en-ligne » la met en ligne."_s.arg(
+        number));
+}
+
+Problem refused(const QString &text)
+{
+    return {Outcome::Refused, text + u" ; rien n'a été changé."_s};
+}
+
+int positiveNumber(const QString &text, int largest)
+{
+    bool isNumber = false;
+    const int number = text.toInt(&isNumber);
+    if (!isNumber || number < 0 || number > largest)
+        throw Problem{Outcome::Usage, u"« %1 » n'est pas un nombre qui convient."_s.arg(text)};
+    return number;
+}
+
+/// From the file that minisign makes: a comment, then the key.
+QString publicKey(const QString &file)
+{
+    QString key = QString::fromLatin1(Disk::read(file).split('\n').value(1)).trimmed();
+    static const QRegularExpression kForm(u"^RW[A-Za-z0-9+/]{54}$"_s);
+    if (!kForm.match(key).hasMatch())
+        throw refused(u"%1 n'est pas une clé publique de minisign"_s.arg(file));
+    return key;
+}
+
+Outcome makeWorkshop(const CommandLine &line)
+{
+    QStringList keys;
+    for (const QString &file : line.values(kKey))
+        keys.append(publicKey(file));
+    const Workshop workshop = Workshop::create(line.workshop, line.operands.first(), keys);
+    say(u"L'atelier est prêt. Pour nginx :\n"_s);
+    say(Site::nginxBlock(workshop));
+    return Outcome::Good;
+}
+
+Outcome publishClient(const CommandLine &line)
+{
+    const Workshop workshop(line.workshop);
+    const std::unique_ptr<QLockFile> lock = workshop.lock();
+    const ClientFolder client = ClientFolder::scan(line.operands.first(), line.values(kExclude));
+    for (const QString &warning : client.warnings)
+        complain(u"Attention : "_s + warning);
+
+    const ClientPublication publication = ClientPublication::make(workshop, client);
+    say(u"%1 fichiers, %2 nouveaux ou changés, %3 retirés."_s.arg(publication.files)
+            .arg(publication.changedFiles)
+            .arg(publication.removedFiles));
+    if (publication.number.isEmpty())
+        say(u"Le client est le même que dans la dernière publication : rien à préparer."_s);
+    else
+        sayPrepared(publication.number);
+    return client.warnings.isEmpty() ? Outcome::Good : Outcome::Warnings;
+}
+
+Outcome publishLauncher(const CommandLine &line)
+{
+    if (!line.has(kNotes))
+        throw Problem{Outcome::Usage, u"« lanceur » demande --notes FICHIER."_s};
+    const Workshop workshop(line.workshop);
+    const std::unique_ptr<QLockFile> lock = workshop.lock();
+    const QByteArray notes = Disk::read(line.values(kNotes).last());
+    const LauncherPublication launcher{line.operands.first(), QString::fromUtf8(notes).trimmed(),
+                                       line.has(kRequired)};
+    sayPrepared(launcher.make(workshop));
+    return Outcome::Good;
+}
+
+News newsOf(const Workshop &workshop)
+{
+    return News::load(workshop.generationPath(workshop.draft()) + u'/' + Site::kNews);
+}
+
+void publishNews(const Workshop &workshop, const News &news)
+{
+    Generation generation(workshop, {Site::kNews});
+    generation.write(Site::kNews, QJsonDocument(news.items()));
+    sayPrepared(generation.commit());
+}
+
+Outcome addNews(const CommandLine &line)
+{
+    if (line.has(kDate) && line.has(kNoDate))
+        throw Problem{Outcome::Usage, u"--date et --sans-date s'excluent."_s};
+    const Workshop workshop(line.workshop);
+    const std::unique_ptr<QLockFile> lock = workshop.lock();
+    QString date = QDate::currentDate().toString(u"dd/MM"_s);
+    if (line.has(kDate))
+        date = line.values(kDate).last();
+    else if (line.has(kNoDate))
+        date.clear();
+
+    News news = newsOf(workshop);
+    news.add(line.operands.at(0), line.operands.at(1), date);
+    publishNews(workshop, news);
+    return Outcome::Good;
+}
+
+Outcome listNews(const CommandLine &line)
+{
+    const QStringList lines = newsOf(Workshop(line.workshop)).lines();
+    if (lines.isEmpty())
+        say(u"Aucune actualité."_s);
+    for (qsizetype i = 0; i < lines.size(); ++i)
+        say(u"%1. %2"_s.arg(QString::number(i + 1), lines.at(i)));
+    return Outcome::Good;
+}
+
+Outcome removeNews(const CommandLine &line)
+{
+    const int number = positiveNumber(line.operands.first(), 9999);
+    const Workshop workshop(line.workshop);
+    const std::unique_ptr<QLockFile> lock = workshop.lock();
+    News news = newsOf(workshop);
+    if (!news.remove(number - 1))
+        throw refused(u"Il n'y a pas d'actualité %1"_s.arg(number));
+    publishNews(workshop, news);
+    return Outcome::Good;
+}
+
+Outcome setOnline(const CommandLine &line)
+{
+    constexpr int kMostPlayers = 1'000'000;
+    const int players = positiveNumber(line.operands.first(), kMostPlayers);
+    ServerStatus{true, players}.save(Workshop(line.workshop).statusPath());
+    return Outcome::Good;
+}
+
+Outcome setOffline(const CommandLine &line)
+{
+    ServerStatus().save(Workshop(line.workshop).statusPath());
+    return Outcome::Good;
+}
+
+/// The number of players is somebody else's to tell: it stays while the server answers.
+Outcome probeServer(const CommandLine &line)
+{
+    const QString &place = line.operands.first();
+    const int port = positiveNumber(place.section(u':', -1), 0xffff);
+    QString host = place.section(u':', 0, -2);
+    if (host.startsWith(u'[') && host.endsWith(u']'))
+        host = host.sliced(1).chopped(1);
+    if (host.isEmpty() || port == 0)
+        throw Problem{Outcome::Usage, u"« %1 » n'est pas de la forme HÔTE:PORT."_s.arg(place)};
+
+    const QString path = Workshop(line.workshop).statusPath();
+    ServerStatus status = ServerStatus::load(path);
+    const bool isOnline = acceptsConnections(host, static_cast<quint16>(port));
+    status = isOnline ? ServerStatus{true, status.players} : ServerStatus();
+    status.save(path);
+    say(isOnline ? u"En ligne."_s : u"Hors ligne."_s);
+    return Outcome::Good;
+}
+
+Outcome putOnline(const CommandLine &line)
+{
+    const Workshop workshop(line.workshop);
+    const std::unique_ptr<QLockFile> lock = workshop.lock();
+    if (workshop.putOnline())
+        say(u"Publication %1 en ligne."_s.arg(workshop.served()));
+    else
+        say(u"La publication %1 est déjà en ligne."_s.arg(workshop.served()));
+    return Outcome::Good;
+}
+
+Outcome takeBack(const CommandLine &line)
+{
+    const Workshop workshop(line.workshop);
+    const std::unique_ptr<QLockFile> lock = workshop.lock();
+    say(u"La publication %1 est de nouveau en ligne."_s.arg(workshop.takeBack()));
+    return Outcome::Good;
+}
+
+/// The workshop tells what is not given: address and versions.
+Verifier verifierFor(const CommandLine &line)
+{
+    if (line.operands.isEmpty()) {
+        const Workshop workshop(line.workshop);
+        return {workshop.baseUrl(), workshop.versions()};
+    }
+    const QString url = Workshop::checkedBaseUrl(line.operands.first());
+    return {url, Workshop::exists(line.workshop) ? Workshop(line.workshop).versions()
+                                                 : QStringList{LauncherSettings::ownVersion()}};
+}
+
+void sayAsJson(const Verifier &verifier)
+{
+    const QJsonObject report{{"constats"_L1, verifier.findings().json()},
+                             {"launchers"_L1, QJsonArray::fromStringList(verifier.sights())}};
+    QTextStream(stdout) << QJsonDocument(report).toJson();
+}
+
+Outcome verify(const CommandLine &line)
+{
+    Verifier verifier = verifierFor(line);
+    verifier.run(line.has(kWhole));
+    const Findings &findings = verifier.findings();
+    if (line.has(kJson)) {
+        sayAsJson(verifier);
+    } else {
+        say(verifier.sights().join(u'\n'));
+        say(findings.isEmpty() ? u"Aucune erreur."_s : findings.text());
+    }
+    if (findings.hasErrors())
+        return Outcome::Errors;
+    return findings.isEmpty() ? Outcome::Good : Outcome::Warnings;
+}
+
+} // namespace
+
+const QList<CommandForm> &commandForms()
+{
+    static const QList<CommandForm> kForms{
+        {u"init"_s, 1, 0, {kKey}, {}, makeWorkshop},
+        {u"client"_s, 1, 0, {kExclude}, {}, publishClient},
+        {u"lanceur"_s, 1, 0, {kNotes}, {kRequired}, publishLauncher},
+        {u"nouvelles ajouter"_s, 2, 0, {kDate}, {kNoDate}, addNews},
+        {u"nouvelles lister"_s, 0, 0, {}, {}, listNews},
+        {u"nouvelles retirer"_s, 1, 0, {}, {}, removeNews},
+        {u"etat en-ligne"_s, 1, 0, {}, {}, setOnline},
+        {u"etat hors-ligne"_s, 0, 0, {}, {}, setOffline},
+        {u"etat sonder"_s, 1, 0, {}, {}, probeServer},
+        {u"mettre-en-ligne"_s, 0, 0, {}, {}, putOnline},
+        {u"annuler"_s, 0, 0, {}, {}, takeBack},
+        {u"verifier"_s, 0, 1, {}, {kWhole, kJson}, verify},
+    };
+    return kForms;
+}
+
+QString helpText()
+{
+    return uR"(Usage : veyra-publier [--atelier DOSSIER] COMMANDE
+
+Prépare le site que lit le launcher, puis le met en ligne d'un coup.
+
+Préparer :
+  init ADRESSE            fait de l'atelier (le dossier courant, ou --atelier) la source
+                          du site ADRESSE, par exemple https://play.example.org/, et
+                          affiche le bloc de configuration pour nginx
+      --cle FICHIER       clé publique qui signe les launchers ; peut se répéter
+  client DOSSIER          prépare le client du jeu qui se trouve dans DOSSIER
+      --exclure MOTIF     sans les fichiers et dossiers de ce nom (* et ? permis), ou,
+                          avec un « / », sans ce chemin ; peut se répéter
+  lanceur ARCHIVE --notes FICHIER
+                          prépare la nouvelle version du launcher que « scripts/windows
+                          package » a faite et signée ; FICHIER dit ce qui change
+      --obligatoire       les joueurs ne peuvent pas la refuser
+  nouvelles ajouter TITRE TEXTE
+                          ajoute une actualité en tête, datée d'aujourd'hui ; titre et
+                          texte sont du HTML
+      --date DATE         avec cette date, telle quelle
+      --sans-date         sans date
+  nouvelles lister        affiche les actualités avec leurs numéros
+  nouvelles retirer N     retire l'actualité numéro N
+
+Mettre en ligne :
+  mettre-en-ligne         sert la dernière publication préparée
+  annuler                 sert de nouveau celle d'avant, et repart d'elle
+
+Vérifier ce que les joueurs reçoivent :
+  verifier [ADRESSE]      lit le site comme le launcher et dit, pour chaque erreur, ce que
+                          les joueurs en voient et comment la corriger
+      --complet           télécharge, décompresse et vérifie aussi le client
+      --json              répond en JSON
+
+État du serveur de jeu, tout de suite en ligne :
+  etat en-ligne N         en ligne, avec N joueurs
+  etat hors-ligne         hors ligne
+  etat sonder HÔTE:PORT   en ligne si une connexion y est acceptée ; le nombre de
+                          joueurs reste celui qui a été donné
+
+Options générales : --atelier DOSSIER, --help, --version.
+
+Codes de fin : 0 bien · 1 commande mal tapée · 2 refusé, rien n'a été changé ·
+3 le site a des erreurs · 4 des avertissements seulement · 5 le site ne répond pas ·
+6 disque ou droits · 130 interrompu.)"_s;
+}
+
+Outcome runPublisher(const QStringList &arguments)
+{
+    if (arguments.contains("--help"_L1)) {
+        say(helpText());
+        return Outcome::Good;
+    }
+    if (arguments.contains("--version"_L1)) {
+        say(u"veyra-publier "_s + QCoreApplication::applicationVersion());
+        return Outcome::Good;
+    }
+    try {
+        const CommandLine line = CommandLine::parse(arguments);
+        return line.form->run(line);
+    } catch (const Problem &problem) {
+        complain(problem.text);
+        return problem.outcome;
+    }
+}

@@ -1,0 +1,178 @@
+#include "publish/Disk.h"
+
+#include "publish/FaultPoints.h"
+#include "publish/Interruption.h"
+#include "publish/Outcome.h"
+
+#include <QFile>
+#include <QSaveFile>
+
+#include <sodium.h>
+
+#include <array>
+#include <filesystem>
+#include <system_error>
+
+#ifdef Q_OS_UNIX
+#include <fcntl.h>
+#include <unistd.h>
+#endif
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr qint64 kChunk = qint64{1024} * 1024;
+
+std::filesystem::path native(const QString &path)
+{
+    return path.toStdU16String();
+}
+
+Problem failed(const QString &what, const QString &path, const QString &reason)
+{
+    return {Outcome::Disk, u"%1 : %2 (%3)."_s.arg(what, path, reason)};
+}
+
+void check(const std::error_code &error, const QString &what, const QString &path)
+{
+    if (error)
+        throw failed(what, path, QString::fromStdString(error.message()));
+}
+
+void writeAll(QFileDevice &file, const char *bytes, qint64 size)
+{
+    if (file.write(bytes, size) != size)
+        throw failed(u"Écriture impossible"_s, file.fileName(), file.errorString());
+}
+
+} // namespace
+
+QByteArray Disk::read(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        throw failed(u"Lecture impossible"_s, path, file.errorString());
+    return file.readAll();
+}
+
+void Disk::makeFolder(const QString &path)
+{
+    PublishFaultPoints::next();
+    std::error_code error;
+    std::filesystem::create_directories(native(path), error);
+    check(error, u"Dossier impossible à créer"_s, path);
+}
+
+void Disk::write(const QString &path, const QByteArray &content)
+{
+    PublishFaultPoints::next();
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        throw failed(u"Écriture impossible"_s, path, file.errorString());
+    writeAll(file, content.constData(), content.size());
+    // The web server is another user; a file that comes from QSaveFile is for its owner alone.
+    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther);
+    PublishFaultPoints::next();
+    if (!file.commit())
+        throw failed(u"Écriture impossible"_s, path, file.errorString());
+}
+
+void Disk::write(const QString &path, const QJsonDocument &document)
+{
+    write(path, document.toJson());
+}
+
+void Disk::link(const QString &existing, const QString &path)
+{
+    PublishFaultPoints::next();
+    std::error_code error;
+    std::filesystem::create_hard_link(native(existing), native(path), error);
+    if (!error)
+        return;
+    std::filesystem::copy_file(native(existing), native(path), error);
+    check(error, u"Copie impossible"_s, path);
+}
+
+void Disk::pointTo(const QString &path, const QString &target)
+{
+    const QString temporary = path + u".nouveau"_s;
+    std::error_code error;
+    std::filesystem::remove(native(temporary), error);
+    PublishFaultPoints::next();
+    std::filesystem::create_directory_symlink(native(target), native(temporary), error);
+    check(error, u"Lien impossible à créer"_s, temporary);
+    rename(temporary, path);
+}
+
+QString Disk::targetName(const QString &path)
+{
+    std::error_code error;
+    const std::filesystem::path target = std::filesystem::read_symlink(native(path), error);
+    return error ? QString() : QString::fromStdU16String(target.filename().u16string());
+}
+
+void Disk::rename(const QString &from, const QString &to)
+{
+    PublishFaultPoints::next();
+    std::error_code error;
+    std::filesystem::rename(native(from), native(to), error);
+    check(error, u"Renommage impossible"_s, to);
+}
+
+void Disk::removeTree(const QString &path)
+{
+    PublishFaultPoints::next();
+    std::error_code error;
+    std::filesystem::remove_all(native(path), error);
+    check(error, u"Suppression impossible"_s, path);
+}
+
+QByteArray Disk::copy(const QString &from, const QString &to,
+                      const std::function<void(qint64)> &copied)
+{
+    QFile source(from);
+    if (!source.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        throw failed(u"Lecture impossible"_s, from, source.errorString());
+    PublishFaultPoints::next();
+    QFile target(to);
+    if (!target.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+        throw failed(u"Écriture impossible"_s, to, target.errorString());
+
+    crypto_hash_sha256_state state;
+    crypto_hash_sha256_init(&state);
+    QByteArray chunk(kChunk, Qt::Uninitialized);
+    for (;;) {
+        Interruption::check();
+        const qint64 count = source.read(chunk.data(), chunk.size());
+        if (count < 0)
+            throw failed(u"Lecture impossible"_s, from, source.errorString());
+        if (count == 0)
+            break;
+        crypto_hash_sha256_update(&state, reinterpret_cast<unsigned char *>(chunk.data()),
+                                  static_cast<unsigned long long>(count));
+        PublishFaultPoints::next();
+        writeAll(target, chunk.constData(), count);
+        copied(count);
+    }
+
+    QByteArray sum(crypto_hash_sha256_BYTES, Qt::Uninitialized);
+    crypto_hash_sha256_final(&state, reinterpret_cast<unsigned char *>(sum.data()));
+    return sum.toHex();
+}
+
+#ifdef Q_OS_UNIX
+
+void Disk::flush(const QString &folder)
+{
+    const int descriptor = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY);
+    if (descriptor < 0)
+        throw failed(u"Lecture impossible"_s, folder, qt_error_string());
+    const bool isFlushed = ::syncfs(descriptor) == 0;
+    const QString reason = qt_error_string();
+    ::close(descriptor);
+    if (!isFlushed)
+        throw failed(u"Écriture impossible"_s, folder, reason);
+}
+
+#endif

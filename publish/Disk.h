@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonDocument>
+#include <QString>
+
+#include <functional>
+
+/// All changes that the tool makes on the disk. Each throws a Problem (Outcome::Disk) when the
+/// system refuses it.
+namespace Disk {
+
+QByteArray read(const QString &path);
+/// With its parents; one that exists already is fine.
+void makeFolder(const QString &path);
+/// Readers see the old content or the new one, never a part.
+void write(const QString &path, const QByteArray &content);
+void write(const QString &path, const QJsonDocument &document);
+/// A second name for the same bytes; a copy where the volume knows no such thing.
+void link(const QString &existing, const QString &path);
+/// Puts a symbolic link to `target` at `path`, in one step also where there is one already.
+void pointTo(const QString &path, const QString &target);
+/// The last part of what a symbolic link leads to; empty where there is none.
+QString targetName(const QString &path);
+void rename(const QString &from, const QString &to);
+/// Links in it are removed, not followed.
+void removeTree(const QString &path);
+/// Copies a file and returns the SHA-256 of what was copied, in lower-case hexadecimal. `copied` is
+/// told how many bytes each piece had.
+QByteArray copy(const QString &from, const QString &to, const std::function<void(qint64)> &copied);
+/// Returns once everything below `folder` outlasts a power cut.
+void flush(const QString &folder);
+
+} // namespace Disk

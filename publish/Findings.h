@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QJsonArray>
+#include <QList>
+#include <QString>
+
+/// A mistake that a site can have.
+struct Mistake
+{
+    QString code;
+    bool isError;    ///< or a warning: players can play all the same
+    QString players; ///< what they see of it
+    QString remedy;
+};
+
+struct Finding
+{
+    const Mistake *mistake;
+    QString place;  ///< the address, relative to the site's
+    QString detail; ///< what exactly is wrong there
+};
+
+class Findings
+{
+public:
+    /// `code` is one of the catalogue.
+    void add(const QString &code, const QString &place, const QString &detail);
+    /// One finding for all of `examples`; none where there is no example.
+    void addExamples(const QString &code, const QString &place, const QString &what,
+                     const QStringList &examples);
+
+    bool hasErrors() const;
+    bool isEmpty() const { return m_findings.isEmpty(); }
+    QString text() const;
+    QJsonArray json() const;
+
+private:
+    QList<Finding> m_findings;
+};

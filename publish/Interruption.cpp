@@ -1,0 +1,37 @@
+#include "publish/Interruption.h"
+
+#include "publish/Outcome.h"
+
+#include <atomic>
+#include <csignal>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+std::atomic_bool requested = false;
+static_assert(std::atomic_bool::is_always_lock_free); // a signal handler may set it
+
+void request(int)
+{
+    requested = true;
+}
+
+} // namespace
+
+void Interruption::watch()
+{
+    std::signal(SIGINT, request);
+    std::signal(SIGTERM, request);
+}
+
+bool Interruption::wasRequested()
+{
+    return requested;
+}
+
+void Interruption::check()
+{
+    if (requested)
+        throw Problem{Outcome::Interrupted, u"Interrompu : rien n'a été changé."_s};
+}

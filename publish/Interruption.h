@@ -1,0 +1,15 @@
+#pragma once
+
+/// Ctrl+C, and the request to end: they stop the work between two steps, so that what is half made
+/// can be removed.
+namespace Interruption {
+
+/// From here on they no longer end the process by themselves.
+void watch();
+
+bool wasRequested();
+
+/// Throws a Problem once it was requested. Any thread.
+void check();
+
+} // namespace Interruption

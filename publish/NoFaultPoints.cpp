@@ -1,0 +1,3 @@
+#include "publish/FaultPoints.h"
+
+void PublishFaultPoints::next() {}

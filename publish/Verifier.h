@@ -1,0 +1,52 @@
+#pragma once
+
+#include "publish/CentralDirectory.h"
+#include "publish/Findings.h"
+#include "publish/SiteReader.h"
+
+#include <QJsonDocument>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+/// Looks over a live site: the way there, what lies there, and what the launcher makes of it.
+class Verifier
+{
+public:
+    /// `versions` are the launchers that players have.
+    Verifier(const QString &baseUrl, const QStringList &versions);
+
+    /// Throws a Problem (Outcome::Unreachable) where nobody answers. With `whole` the client is
+    /// downloaded, unpacked and verified.
+    void run(bool whole);
+
+    const Findings &findings() const { return m_findings; }
+    /// One line for each version in service: what its launcher sees.
+    const QStringList &sights() const { return m_sights; }
+
+private:
+    QUrl url(const QString &place) const;
+    void checkAnswer(const QString &place, const SiteAnswer &answer);
+    std::optional<QJsonDocument> readJson(const QString &place);
+    std::optional<CentralDirectory> readDirectory(const QString &place, const QUrl &url,
+                                                  const QString &damaged);
+
+    void checkReachable();
+    void checkState();
+    void checkNews();
+    void checkClient();
+    void checkLauncher();
+    void checkMissing();
+    void checkSums(const QJsonArray &files);
+    void checkArchive(const CentralDirectory &directory);
+    void compare(const QStringList &listed, const QStringList &archived);
+    void lookAsLaunchers();
+    void installClient();
+
+    QString m_baseUrl;
+    QStringList m_versions;
+    SiteReader m_reader;
+    Findings m_findings;
+    QStringList m_sights;
+};

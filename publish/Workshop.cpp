@@ -1,0 +1,226 @@
+#include "publish/Workshop.h"
+
+#include "config/ProcessLock.h"
+#include "publish/Disk.h"
+#include "publish/Generation.h"
+#include "publish/Outcome.h"
+#include "publish/Site.h"
+#include "publish/Status.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QUrl>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr auto kSettings = "publication.json"_L1;
+constexpr auto kGenerations = "publications"_L1;
+constexpr auto kPreviousSuffix = ".avant"_L1;
+constexpr auto kDraft = "brouillon"_L1;
+constexpr auto kSite = "site"_L1;
+constexpr auto kStatus = "etat/status.json"_L1;
+constexpr auto kFingerprints = "empreintes.json"_L1;
+constexpr auto kLock = ".verrou"_L1;
+constexpr int kDigits = 4;
+constexpr int kKeptForReturn = 2; ///< generations that were served before this one
+
+QStringList texts(const QJsonValue &value)
+{
+    QStringList result;
+    const QJsonArray items = value.toArray();
+    for (const QJsonValue item : items)
+        result.append(item.toString());
+    return result;
+}
+
+} // namespace
+
+Workshop::Workshop(const QString &folder, const QString &baseUrl, const QStringList &versions,
+                   const QStringList &keys)
+    : m_folder(QDir(folder).absolutePath())
+    , m_baseUrl(baseUrl)
+    , m_versions(versions)
+    , m_keys(keys)
+{
+}
+
+Workshop::Workshop(const QString &folder)
+    : m_folder(QDir(folder).absolutePath())
+{
+    if (!exists(m_folder)) {
+        throw Problem{Outcome::Refused, u"%1 n'est pas un atelier : « veyra-publier init ADRESSE » "
+                                        u"en fait un."_s.arg(m_folder)};
+    }
+    const QJsonObject settings = QJsonDocument::fromJson(Disk::read(path(kSettings))).object();
+    m_baseUrl = checkedBaseUrl(settings.value("url"_L1).toString());
+    m_versions = texts(settings.value("versions"_L1));
+    m_keys = texts(settings.value("cles"_L1));
+}
+
+Workshop Workshop::create(const QString &folder, const QString &baseUrl, const QStringList &keys)
+{
+    Workshop workshop(folder, checkedBaseUrl(baseUrl), {QCoreApplication::applicationVersion()},
+                      keys);
+    if (exists(folder)) {
+        throw Problem{Outcome::Refused, u"%1 est déjà un atelier."_s.arg(workshop.m_folder)};
+    }
+    Disk::makeFolder(workshop.path(kGenerations));
+    const std::unique_ptr<QLockFile> lock = workshop.lock();
+    Disk::makeFolder(QFileInfo(workshop.statusPath()).path());
+    ServerStatus().save(workshop.statusPath());
+
+    Generation first(workshop);
+    Site::writeEmpty(first);
+    first.commit();
+    workshop.putOnline();
+    // Last: with it the folder counts as a workshop.
+    Disk::write(
+        workshop.path(kSettings),
+        QJsonDocument(QJsonObject{{"url"_L1, workshop.m_baseUrl},
+                                  {"versions"_L1, QJsonArray::fromStringList(workshop.m_versions)},
+                                  {"cles"_L1, QJsonArray::fromStringList(workshop.m_keys)}}));
+    return workshop;
+}
+
+bool Workshop::exists(const QString &folder)
+{
+    return QFile::exists(QDir(folder).filePath(kSettings));
+}
+
+QString Workshop::checkedBaseUrl(QString url)
+{
+    static const QRegularExpression kForm(
+        u"^https?://(?:[A-Za-z0-9](?:[A-Za-z0-9.-]*[A-Za-z0-9])?|\\[[0-9A-Fa-f:.]+\\])"
+        u"(?::[0-9]{1,5})?/$"_s);
+    if (!url.endsWith(u'/'))
+        url += u'/';
+    // QUrl is empty for ports that there are not.
+    if (!kForm.match(url).hasMatch() || !QUrl(url).isValid()) {
+        throw Problem{
+            Outcome::Refused,
+            u"« %1 » n'est pas une adresse de site : il faut http:// ou https://, un hôte "
+            u"et, au besoin, un port."_s.arg(url)};
+    }
+    return url;
+}
+
+std::unique_ptr<QLockFile> Workshop::lock() const
+{
+    auto lock = std::make_unique<QLockFile>(path(kLock));
+    if (ProcessLock::take(*lock))
+        return lock;
+    if (lock->error() == QLockFile::LockFailedError) {
+        throw Problem{Outcome::Refused,
+                      u"Une autre commande travaille dans cet atelier ; rien n'a été changé."_s};
+    }
+    throw Problem{Outcome::Disk, u"Écriture impossible dans %1."_s.arg(m_folder)};
+}
+
+QString Workshop::generationPath(const QString &number) const
+{
+    return path(kGenerations) + u'/' + number;
+}
+
+QString Workshop::sitePath() const
+{
+    return path(kSite);
+}
+
+QString Workshop::statusPath() const
+{
+    return path(kStatus);
+}
+
+QString Workshop::fingerprintsPath() const
+{
+    return path(kFingerprints);
+}
+
+QString Workshop::draft() const
+{
+    QString number = Disk::targetName(path(kDraft));
+    if (number.isEmpty() || !QFile::exists(generationPath(number))) {
+        throw Problem{Outcome::Refused, u"Le lien %1 ne mène à aucune publication ; rien n'a été "
+                                        u"changé."_s.arg(path(kDraft))};
+    }
+    return number;
+}
+
+QString Workshop::served() const
+{
+    return Disk::targetName(path(kSite));
+}
+
+QString Workshop::nextNumber() const
+{
+    const QStringList existing = numbers();
+    const int last = existing.isEmpty() ? 0 : existing.last().toInt();
+    return u"%1"_s.arg(last + 1, kDigits, 10, QChar(u'0'));
+}
+
+void Workshop::setDraft(const QString &number) const
+{
+    Disk::pointTo(path(kDraft), kGenerations + u'/' + number);
+}
+
+bool Workshop::putOnline() const
+{
+    const QString next = draft();
+    const QString now = served();
+    if (next == now)
+        return false;
+    Disk::write(generationPath(next) + kPreviousSuffix, now.toUtf8());
+    Disk::pointTo(path(kSite), kGenerations + u'/' + next);
+    removeOld();
+    return true;
+}
+
+QString Workshop::takeBack() const
+{
+    QString target = previous(served());
+    if (target.isEmpty() || !QFile::exists(generationPath(target))) {
+        throw Problem{
+            Outcome::Refused,
+            u"Aucune publication n'a été en ligne avant celle-ci ; rien n'a été changé."_s};
+    }
+    setDraft(target);
+    Disk::pointTo(path(kSite), kGenerations + u'/' + target);
+    return target;
+}
+
+/// Of what was served before `number`; empty where nothing was.
+QString Workshop::previous(const QString &number) const
+{
+    QFile file(generationPath(number) + kPreviousSuffix);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
+
+QStringList Workshop::numbers() const
+{
+    static const QRegularExpression kNumber(u"^[0-9]{4,}$"_s);
+    return QDir(path(kGenerations)).entryList(QDir::Dirs, QDir::Name).filter(kNumber);
+}
+
+void Workshop::removeOld() const
+{
+    QStringList kept{draft()};
+    QString number = served();
+    for (int i = 0; i <= kKeptForReturn; ++i) {
+        kept.append(number);
+        number = previous(number);
+    }
+    const QStringList existing = numbers();
+    for (const QString &old : existing) {
+        if (kept.contains(old))
+            continue;
+        Disk::removeTree(generationPath(old));
+        Disk::removeTree(generationPath(old) + kPreviousSuffix);
+    }
+}

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+
+class QLockFile;
+
+/// The operator's folder, from which a site is published:
+///
+///     publication.json    the site's address, the launcher versions that players have, the public
+///                         keys of their updates
+///     publications/NNNN/  complete sites ("generations"); files that are the same share their
+///     bytes brouillon           link to the generation that the next command starts from site link
+///     to the generation that the web server serves etat/status.json    the server's state, apart
+///     from the generations: it changes by itself empreintes.json     see Fingerprints
+class Workshop
+{
+public:
+    /// Throws a Problem where `folder` is no workshop.
+    explicit Workshop(const QString &folder);
+    /// Makes one, with a first generation that has no client yet. `keys` are those that launchers
+    /// are signed with.
+    static Workshop create(const QString &folder, const QString &baseUrl, const QStringList &keys);
+
+    static bool exists(const QString &folder);
+    /// As the launcher wants it: with a "/" at its end. Throws a Problem for what is no site's.
+    static QString checkedBaseUrl(QString url);
+
+    /// One command at a time changes generations: throws a Problem while another one does.
+    std::unique_ptr<QLockFile> lock() const;
+
+    const QString &baseUrl() const { return m_baseUrl; }
+    const QStringList &versions() const { return m_versions; }
+    /// Public keys as minisign writes them: the second line of their files.
+    const QStringList &keys() const { return m_keys; }
+    QString path(const QString &name) const { return m_folder + u'/' + name; }
+    QString generationPath(const QString &number) const;
+    QString sitePath() const;
+    QString statusPath() const;
+    QString fingerprintsPath() const;
+
+    /// Throws a Problem where somebody has removed it.
+    QString draft() const;
+    QString served() const;
+    /// Of the generation that is to come.
+    QString nextNumber() const;
+    void setDraft(const QString &number) const;
+
+    /// Has the draft served, and removes generations that nobody returns to. False when it is
+    /// served already.
+    bool putOnline() const;
+    /// Has the generation served that was before this one, and goes on from there. Returns its
+    /// number.
+    QString takeBack() const;
+
+private:
+    Workshop(const QString &folder, const QString &baseUrl, const QStringList &versions,
+             const QStringList &keys);
+    QString previous(const QString &number) const;
+    QStringList numbers() const;
+    void removeOld() const;
+
+    QString m_folder;
+    QString m_baseUrl;
+    QStringList m_versions;
+    QStringList m_keys;
+};

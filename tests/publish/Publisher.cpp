@@ -1,0 +1,72 @@
+#include "tests/publish/Publisher.h"
+
+#include "tests/support/Files.h"
+
+#include <QDir>
+#include <QEventLoop>
+#include <QProcess>
+
+using namespace Qt::Literals::StringLiterals;
+
+Publisher::Publisher()
+{
+    QDir().mkpath(path(QString()));
+}
+
+QString Publisher::program()
+{
+    return QStringLiteral(VEYRA_PUBLISHER);
+}
+
+Publisher::Result Publisher::run(const QStringList &arguments) const
+{
+    return runProgram(program(), arguments);
+}
+
+Publisher::Result Publisher::runProgram(const QString &program, const QStringList &arguments) const
+{
+    QProcess process;
+    process.setWorkingDirectory(path(QString()));
+    QEventLoop loop;
+    QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+    QObject::connect(&process, &QProcess::errorOccurred, &loop, &QEventLoop::quit);
+    process.start(program, arguments);
+    loop.exec();
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+Publisher::Result Publisher::runUntil(int step, const QStringList &arguments) const
+{
+    qputenv("VEYRA_PUBLISHER_DIES_AT", QByteArray::number(step));
+    Result result = runProgram(QStringLiteral(VEYRA_MORTAL_PUBLISHER), arguments);
+    qunsetenv("VEYRA_PUBLISHER_DIES_AT");
+    return result;
+}
+
+QMap<QString, QByteArray> Publisher::site() const
+{
+    QMap<QString, QByteArray> content;
+    const QStringList names = Files::tree(path(u"site"_s));
+    for (const QString &name : names) {
+        if (!name.endsWith(u'/'))
+            content.insert(name, Files::read(path(u"site/"_s + name)));
+    }
+    return content;
+}
+
+QMap<QString, QByteArray> Clients::sample()
+{
+    return {{u"Dofus.exe"_s, "program"},
+            {u"DofusInvoker.swf"_s, "marker"},
+            {u"data/Île aux Cèdres.map"_s, Files::noise(200'000)},
+            {u"data/texte.json"_s, QByteArray(100'000, 'x')},
+            {u"data/vide"_s, ""}};
+}
+
+void Clients::write(const QString &folder, const QMap<QString, QByteArray> &files)
+{
+    for (auto file = files.begin(); file != files.end(); ++file)
+        Files::write(folder + u'/' + file.key(), file.value());
+}

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QByteArray>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+/// veyra-publier as a process, in a workshop of its own.
+class Publisher
+{
+public:
+    struct Result
+    {
+        int code = -1;
+        QString output;
+        QString errors;
+    };
+
+    /// An empty folder: `run({"init", ...})` makes a workshop of it.
+    Publisher();
+
+    static QString program();
+
+    QString path(const QString &name) const
+    {
+        return m_folder.filePath(QStringLiteral("atelier/") + name);
+    }
+    /// A folder beside the workshop, for clients.
+    QString beside(const QString &name) const { return m_folder.filePath(name); }
+
+    /// Event loops go on meanwhile: a server of the test can answer.
+    Result run(const QStringList &arguments) const;
+    /// The tool that ends by itself, as if killed, before its `step`th change on the disk.
+    Result runUntil(int step, const QStringList &arguments) const;
+    static constexpr int kKilled = 99;
+
+    /// Everything that the web server would serve, by name.
+    QMap<QString, QByteArray> site() const;
+
+private:
+    Result runProgram(const QString &program, const QStringList &arguments) const;
+
+    QTemporaryDir m_folder;
+};
+
+namespace Clients {
+
+/// The smallest client there is, with a name that has an accent, and one file that packs well.
+QMap<QString, QByteArray> sample();
+void write(const QString &folder, const QMap<QString, QByteArray> &files);
+
+} // namespace Clients

@@ -1,0 +1,549 @@
+#include "publish/CentralDirectory.h"
+#include "publish/FileNames.h"
+#include "tests/publish/Publisher.h"
+#include "tests/support/Archives.h"
+#include "tests/support/Files.h"
+#include "tests/support/TestEnvironment.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QtEndian>
+#include <QTest>
+
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+using ClientFiles = QMap<QString, QByteArray>;
+
+constexpr qint64 kFiveGB = qint64{5} * 1024 * 1024 * 1024;
+/// Takes long enough to read that something can happen meanwhile.
+constexpr qint64 kLarge = qint64{96} * 1024 * 1024;
+constexpr auto kArchive = "brouillon/client/DofusClient.zip";
+
+ino_t inode(const QString &path)
+{
+    struct stat status = {};
+    return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_ino : 0;
+}
+
+/// As if the file had lain there for an hour.
+void age(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite) ||
+        !file.setFileTime(QDateTime::currentDateTime().addSecs(-3600),
+                          QFileDevice::FileModificationTime))
+        qFatal("Cannot change the time of %s", qPrintable(path));
+}
+
+CentralDirectory directoryOf(const QByteArray &archive)
+{
+    const auto fetch = [&archive](qint64 offset, qint64 size) { return archive.mid(offset, size); };
+    return CentralDirectory::read(archive.size(), fetch).value_or(CentralDirectory());
+}
+
+template <typename Integer> QByteArray number(Integer value)
+{
+    value = qToLittleEndian(value);
+    return {reinterpret_cast<const char *>(&value), sizeof value};
+}
+
+/// What stands at the end of an archive whose directory begins at 5 GB, with one file.
+QByteArray largeDirectory()
+{
+    const QByteArray other = number(quint16(99)) + number(quint16(2)) + "xx";
+    const QByteArray extra = number(quint16(1)) + number(quint16(8)) + number(qint64{0x123456789});
+    const QByteArray record = "PK\x01\x02" + QByteArray(16, '\0') + number(quint32(7)) +
+                              number(quint32(7)) + number(quint16(1)) +
+                              number(quint16(other.size() + extra.size())) + QByteArray(10, '\0') +
+                              number(~quint32(0)) + 'a' + other + extra;
+    const QByteArray end = "PK\x06\x06" + QByteArray(28, '\0') + number(qint64{1}) +
+                           number(qint64(record.size())) + number(kFiveGB);
+    const QByteArray locator =
+        "PK\x06\x07" + number(quint32(0)) + number(kFiveGB + record.size()) + number(quint32(1));
+    return record + end + locator + "PK\x05\x06" + number(quint32(0)) + number(~quint16(0)) +
+           number(~quint16(0)) + number(~quint32(0)) + number(~quint32(0)) + number(quint16(0));
+}
+
+} // namespace
+
+class TestPublishClient : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+
+    void theManifestHasEveryFile();
+    void theArchiveIsAsPlayersNeedIt();
+    void unzipMakesTheSameFiles();
+    void namesAreWrittenInOneForm();
+    void aSubfolderOfTheLaunchersKeepsItsName();
+    void aSecondRunReadsWhatChangedAndNothingElse();
+    void theSameFilesMakeTheSameArchive();
+    void whatIsTheSamePreparesNothing();
+    void aFileThatWasJustWrittenIsReadAgain();
+    void exclusionsLeaveOut_data();
+    void exclusionsLeaveOut();
+    void anUnusedExclusionIsToldOf();
+    void refuses_data();
+    void refuses();
+    void refusesLinksAndSpecialFiles();
+    void warnsOfFilesAbove2GB();
+    void tellsManyProblemsShortly();
+    void anUnreadableFileIsTheDisksFault();
+    void aFileThatChangesWhileItIsReadIsRefused();
+    void interruptionLeavesNothing();
+    void aTerminalShowsABar();
+    void largeArchivesAreRead();
+    void damagedArchivesAreNotRead_data();
+    void damagedArchivesAreNotRead();
+    void namesThatWindowsTakes_data();
+    void namesThatWindowsTakes();
+
+private:
+    QString folder() const { return m_publisher->beside(u"client"_s); }
+    Publisher::Result publish(const QStringList &options = {}) const
+    {
+        return m_publisher->run(QStringList{u"client"_s, folder()} + options);
+    }
+    QByteArray archive() const
+    {
+        return Files::read(m_publisher->path(QLatin1StringView(kArchive)));
+    }
+    QStringList archivedNames() const;
+
+    std::unique_ptr<Publisher> m_publisher;
+};
+
+void TestPublishClient::init()
+{
+    static const QList<QByteArray> kWithoutWorkshop{"namesThatWindowsTakes", "largeArchivesAreRead",
+                                                    "damagedArchivesAreNotRead"};
+    if (kWithoutWorkshop.contains(QTest::currentTestFunction()))
+        return;
+    m_publisher = std::make_unique<Publisher>();
+    QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test/"_s}).code, 0);
+}
+
+QStringList TestPublishClient::archivedNames() const
+{
+    QStringList names;
+    const CentralDirectory directory = directoryOf(archive());
+    for (const CentralDirectory::Entry &entry : directory.entries)
+        names.append(QString::fromUtf8(entry.name));
+    return names;
+}
+
+void TestPublishClient::theManifestHasEveryFile()
+{
+    const ClientFiles files = Clients::sample();
+    Clients::write(folder(), files);
+    const Publisher::Result result = publish();
+    QCOMPARE(result.code, 0);
+    QVERIFY2(result.output.contains(u"Publication 0002 préparée"_s), qPrintable(result.output));
+
+    QJsonArray expected;
+    for (auto file = files.begin(); file != files.end(); ++file) {
+        expected.append(
+            QJsonObject{{u"name"_s, file.key()}, {u"hash"_s, Files::sha256(file.value())}});
+        QCOMPARE(Files::read(m_publisher->path(u"brouillon/updates/files/"_s + file.key())),
+                 file.value());
+    }
+    const QByteArray manifest = Files::read(m_publisher->path(u"brouillon/updates/version.json"_s));
+    QCOMPARE(QJsonDocument::fromJson(manifest).object().value(u"files"_s).toArray(), expected);
+}
+
+void TestPublishClient::theArchiveIsAsPlayersNeedIt()
+{
+    Clients::write(folder(), Clients::sample());
+    QCOMPARE(publish().code, 0);
+
+    QCOMPARE(archivedNames(), (QStringList{u"Dofus.exe"_s, u"data/texte.json"_s, u"data/vide"_s,
+                                           u"data/Île aux Cèdres.map"_s, u"DofusInvoker.swf"_s}));
+    const QByteArray bytes = archive();
+    const CentralDirectory directory = directoryOf(bytes);
+    for (const CentralDirectory::Entry &entry : directory.entries) {
+        QVERIFY2(entry.saysUtf8(), entry.name.constData());
+        QVERIFY2((bytes.at(entry.headerOffset + 7) & 8) != 0, entry.name.constData());
+        const bool isPacked = entry.name == "data/texte.json";
+        QCOMPARE(entry.method, isPacked ? CentralDirectory::kDeflated : CentralDirectory::kStored);
+        QCOMPARE(entry.externalAttributes >> 16, entry.name == "Dofus.exe" ? 0100755U : 0100644U);
+        // Midnight, 1 January 1980.
+        QCOMPARE(bytes.mid(entry.headerOffset + 10, 4), QByteArray("\0\0\x21\0", 4));
+        QCOMPARE(bytes.mid(entry.recordOffset + 12, 4), QByteArray("\0\0\x21\0", 4));
+    }
+}
+
+void TestPublishClient::unzipMakesTheSameFiles()
+{
+    const ClientFiles files = Clients::sample();
+    Clients::write(folder(), files);
+    QCOMPARE(publish().code, 0);
+    const QString target = m_publisher->beside(u"joueur"_s);
+    QProcess unzip;
+    unzip.start(u"unzip"_s,
+                {u"-q"_s, m_publisher->path(QLatin1StringView(kArchive)), u"-d"_s, target});
+    QVERIFY(unzip.waitForFinished());
+    QCOMPARE(unzip.exitCode(), 0);
+    for (auto file = files.begin(); file != files.end(); ++file)
+        QCOMPARE(Files::read(target + u'/' + file.key()), file.value());
+}
+
+void TestPublishClient::namesAreWrittenInOneForm()
+{
+    ClientFiles files = Clients::sample();
+    files.insert(u"data/e\u0301te\u0301.ogg"_s, "music");
+    Clients::write(folder(), files);
+    QCOMPARE(publish().code, 0);
+    QVERIFY(archivedNames().contains(u"data/\u00e9t\u00e9.ogg"_s));
+    QVERIFY(Files::read(m_publisher->path(u"brouillon/updates/version.json"_s))
+                .contains("data/\xc3\xa9t\xc3\xa9.ogg"));
+    QCOMPARE(Files::read(m_publisher->path(u"brouillon/updates/files/data/\u00e9t\u00e9.ogg"_s)),
+             "music");
+}
+
+void TestPublishClient::aSubfolderOfTheLaunchersKeepsItsName()
+{
+    Clients::write(folder() + u"/Client 2.51"_s, Clients::sample());
+    QCOMPARE(publish().code, 0);
+    QCOMPARE(archivedNames().last(), u"Client 2.51/DofusInvoker.swf"_s);
+    QVERIFY(Files::read(m_publisher->path(u"brouillon/updates/version.json"_s))
+                .contains("\"Client 2.51/Dofus.exe\""));
+}
+
+void TestPublishClient::aSecondRunReadsWhatChangedAndNothingElse()
+{
+    ClientFiles files = Clients::sample();
+    Clients::write(folder(), files);
+    for (auto file = files.begin(); file != files.end(); ++file)
+        age(folder() + u'/' + file.key());
+    QCOMPARE(publish().code, 0);
+    const QString map = u"/updates/files/data/Île aux Cèdres.map"_s;
+    const ino_t before = inode(m_publisher->path(u"publications/0002"_s + map));
+
+    // Who read the file would find out that this is not its sum.
+    const QByteArray real = Files::sha256(files.value(u"data/Île aux Cèdres.map"_s)).toLatin1();
+    const QByteArray wrong = QByteArray(64, 'f');
+    for (const QString &name : {u"empreintes.json"_s, u"brouillon/updates/version.json"_s}) {
+        const QByteArray content = Files::read(m_publisher->path(name));
+        QVERIFY(content.contains(real));
+        Files::write(m_publisher->path(name), QByteArray(content).replace(real, wrong));
+    }
+    Files::write(folder() + u"/data/texte.json"_s, "changed");
+    QVERIFY(QFile::remove(folder() + u"/data/vide"_s));
+    Files::write(folder() + u"/data/nouveau"_s, "new");
+    const Publisher::Result result = publish();
+    QCOMPARE(result.code, 0);
+    QVERIFY2(result.output.contains(u"5 fichiers, 2 nouveaux ou changés, 1 retirés"_s),
+             qPrintable(result.output));
+    QCOMPARE(inode(m_publisher->path(u"publications/0003"_s + map)), before);
+    QVERIFY(before != 0);
+    QVERIFY(Files::read(m_publisher->path(u"brouillon/updates/version.json"_s)).contains(wrong));
+    QCOMPARE(Files::read(m_publisher->path(u"brouillon/updates/files/data/texte.json"_s)),
+             "changed");
+    QVERIFY(!QFile::exists(m_publisher->path(u"brouillon/updates/files/data/vide"_s)));
+}
+
+void TestPublishClient::theSameFilesMakeTheSameArchive()
+{
+    Clients::write(folder(), Clients::sample());
+    QCOMPARE(publish().code, 0);
+    Files::write(folder() + u"/data/texte.json"_s, QByteArray(5000, 'y'));
+    QCOMPARE(publish().code, 0);
+    const QByteArray changed = archive();
+
+    // The same client at once, in another workshop.
+    const Publisher other;
+    QCOMPARE(other.run({u"init"_s, u"http://veyra.test/"_s}).code, 0);
+    QCOMPARE(other.run({u"client"_s, folder()}).code, 0);
+    QVERIFY(Files::read(other.path(QLatin1StringView(kArchive))) == changed);
+}
+
+void TestPublishClient::whatIsTheSamePreparesNothing()
+{
+    Clients::write(folder(), Clients::sample());
+    QCOMPARE(publish().code, 0);
+    const Publisher::Result result = publish();
+    QCOMPARE(result.code, 0);
+    QVERIFY2(result.output.contains(u"rien à préparer"_s), qPrintable(result.output));
+    QVERIFY(!QFile::exists(m_publisher->path(u"publications/0003"_s)));
+    QVERIFY(!QFile::exists(m_publisher->path(u"publications/.en-cours"_s)));
+}
+
+void TestPublishClient::aFileThatWasJustWrittenIsReadAgain()
+{
+    Clients::write(folder(), Clients::sample());
+    age(folder() + u"/Dofus.exe"_s);
+    QCOMPARE(publish().code, 0);
+    const QByteArray known = Files::read(m_publisher->path(u"empreintes.json"_s));
+    QVERIFY(known.contains("/Dofus.exe"));
+    QVERIFY(!known.contains("/DofusInvoker.swf"));
+}
+
+void TestPublishClient::exclusionsLeaveOut_data()
+{
+    QTest::addColumn<QString>("pattern");
+    QTest::newRow("a file by its name") << u"vide"_s;
+    QTest::newRow("a file by a pattern") << u"v?d*"_s;
+    QTest::newRow("a path") << u"data/vide"_s;
+    QTest::newRow("a path by a pattern") << u"*/vide"_s;
+}
+
+void TestPublishClient::exclusionsLeaveOut()
+{
+    QFETCH(const QString, pattern);
+    Clients::write(folder(), Clients::sample());
+    QCOMPARE(publish({u"--exclure"_s, pattern}).code, 0);
+    QCOMPARE(archivedNames(), (QStringList{u"Dofus.exe"_s, u"data/texte.json"_s,
+                                           u"data/Île aux Cèdres.map"_s, u"DofusInvoker.swf"_s}));
+}
+
+void TestPublishClient::anUnusedExclusionIsToldOf()
+{
+    Clients::write(folder(), Clients::sample());
+    const Publisher::Result result =
+        publish({u"--exclure"_s, u"*.log"_s, u"--exclure"_s, u"data"_s});
+    QCOMPARE(result.code, 4);
+    QVERIFY2(result.errors.contains(u"--exclure *.log n'a rien exclu"_s),
+             qPrintable(result.errors));
+    QCOMPARE(archivedNames(), (QStringList{u"Dofus.exe"_s, u"DofusInvoker.swf"_s}));
+}
+
+void TestPublishClient::refuses_data()
+{
+    const QStringList good{u"Dofus.exe"_s, u"DofusInvoker.swf"_s};
+    QTest::addColumn<QStringList>("files");
+    QTest::addColumn<QString>("reason");
+
+    QTest::newRow("a client without its marker")
+        << QStringList{u"Dofus.exe"_s} << u"DofusInvoker.swf manque"_s;
+    QTest::newRow("a marker in another case")
+        << QStringList{u"Dofus.exe"_s, u"dofusinvoker.swf"_s} << u"DofusInvoker.swf manque"_s;
+    QTest::newRow("a client without its program")
+        << QStringList{u"DofusInvoker.swf"_s} << u"Dofus.exe manque"_s;
+    QTest::newRow("a top folder around the client")
+        << QStringList{u"Veyra/Dofus.exe"_s, u"Veyra/DofusInvoker.swf"_s}
+        << u"DofusInvoker.swf est dans « Veyra »"_s;
+    QTest::newRow("the launcher's folder within another one")
+        << QStringList{u"v/Client 2.51/Dofus.exe"_s, u"v/Client 2.51/DofusInvoker.swf"_s}
+        << u"est dans « v/Client 2.51 »"_s;
+    QTest::newRow("two names that differ by case")
+        << good + QStringList{u"Éa.txt"_s, u"éA.TXT"_s} << u"le même nom pour Windows"_s;
+    QTest::newRow("two names that differ by their normal form")
+        << good + QStringList{u"e\u0301.txt"_s, u"\u00e9.txt"_s} << u"le même nom pour Windows"_s;
+    QTest::newRow("a file and a folder that differ by case")
+        << good + QStringList{u"Data"_s, u"data/a"_s} << u"fichier et dossier du même nom"_s;
+    QTest::newRow("a device of Windows")
+        << good + QStringList{u"data/Aux.txt"_s} << u"nom réservé par Windows"_s;
+    QTest::newRow("a backslash") << good + QStringList{u"data\\a"_s} << u"caractère interdit"_s;
+    QTest::newRow("a full stop at the end")
+        << good + QStringList{u"data./a"_s} << u"point ou espace final"_s;
+    QTest::newRow("a path that is too long")
+        << good + QStringList{QString(100, u'a') + u'/' + QString(100, u'b')}
+        << u"chemin trop long"_s;
+    QTest::newRow("the launcher's own archive")
+        << good + QStringList{u"DofusClient.zip"_s} << u"nom réservé au launcher"_s;
+}
+
+void TestPublishClient::refuses()
+{
+    QFETCH(const QStringList, files);
+    QFETCH(const QString, reason);
+    for (const QString &name : files)
+        Files::write(folder() + u'/' + name, "content");
+    const Publisher::Result result = publish();
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(reason), qPrintable(result.errors));
+    QVERIFY(result.errors.contains(u"rien n'a été changé"_s));
+    QVERIFY(!QFile::exists(m_publisher->path(u"publications/0002"_s)));
+}
+
+void TestPublishClient::refusesLinksAndSpecialFiles()
+{
+    Clients::write(folder(), Clients::sample());
+    QVERIFY(QFile::link(u"Dofus.exe"_s, folder() + u"/lien"_s));
+    QVERIFY(QFile::link(u"data"_s, folder() + u"/dossier"_s));
+    QCOMPARE(::mkfifo(QFile::encodeName(folder() + u"/tube"_s).constData(), 0600), 0);
+    const Publisher::Result result = publish();
+    QCOMPARE(result.code, 2);
+    for (const QString &name : {u"lien"_s, u"dossier"_s, u"tube"_s}) {
+        QVERIFY2(result.errors.contains(u"« %1 » : lien ou fichier spécial"_s.arg(name)),
+                 qPrintable(result.errors));
+    }
+}
+
+void TestPublishClient::warnsOfFilesAbove2GB()
+{
+    // Refused as well, so that nobody has to wait for it to be read.
+    Files::write(folder() + u"/DofusInvoker.swf"_s, "marker");
+    Files::write(folder() + u"/data/enorme.d2p"_s, "");
+    QVERIFY(QFile::resize(folder() + u"/data/enorme.d2p"_s, qint64{2} * 1024 * 1024 * 1024 + 1));
+    const Publisher::Result result = publish();
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"« data/enorme.d2p » dépasse 2 Go"_s),
+             qPrintable(result.errors));
+}
+
+void TestPublishClient::tellsManyProblemsShortly()
+{
+    for (int i = 0; i < 30; ++i)
+        Files::write(folder() + u"/a%1:"_s.arg(i), "content");
+    const Publisher::Result result = publish();
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"… et 11 autres"_s), qPrintable(result.errors));
+    QCOMPARE(publish({u"--exclure"_s, u"[a"_s}).code, 2);
+    QCOMPARE(m_publisher->run({u"client"_s, u"absent"_s}).code, 2);
+}
+
+void TestPublishClient::anUnreadableFileIsTheDisksFault()
+{
+    if (::geteuid() == 0)
+        QSKIP("root reads everything");
+    Clients::write(folder(), Clients::sample());
+    QVERIFY(QFile::setPermissions(folder() + u"/Dofus.exe"_s, {}));
+    QCOMPARE(publish().code, 6);
+    QVERIFY(!QFile::exists(m_publisher->path(u"publications/.en-cours"_s)));
+}
+
+void TestPublishClient::aFileThatChangesWhileItIsReadIsRefused()
+{
+    Clients::write(folder(), Clients::sample());
+    const QString large = folder() + u"/data/grand"_s;
+    Files::write(large, "");
+    QVERIFY(QFile::resize(large, kLarge));
+
+    QProcess process;
+    process.setWorkingDirectory(m_publisher->path(QString()));
+    process.start(Publisher::program(), {u"client"_s, folder()});
+    process.setReadChannel(QProcess::StandardError);
+    QVERIFY(process.waitForReadyRead());
+    const auto number = static_cast<pid_t>(process.processId());
+    QCOMPARE(::kill(number, SIGSTOP), 0);
+    QVERIFY(QFile::resize(large, kLarge + 1));
+    QCOMPARE(::kill(number, SIGCONT), 0);
+    QVERIFY(process.waitForFinished(60000));
+    QCOMPARE(process.exitCode(), 2);
+    const QString errors = QString::fromUtf8(process.readAllStandardError());
+    QVERIFY2(errors.contains(u"« data/grand » a changé pendant la lecture"_s), qPrintable(errors));
+}
+
+void TestPublishClient::interruptionLeavesNothing()
+{
+    Clients::write(folder(), Clients::sample());
+    Files::write(folder() + u"/data/grand"_s, "");
+    QVERIFY(QFile::resize(folder() + u"/data/grand"_s, kLarge));
+
+    QProcess process;
+    process.setWorkingDirectory(m_publisher->path(QString()));
+    process.start(Publisher::program(), {u"client"_s, folder()});
+    process.setReadChannel(QProcess::StandardError);
+    QVERIFY(process.waitForReadyRead());
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGINT), 0);
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process.exitCode(), 130);
+    QVERIFY(!QFile::exists(m_publisher->path(u"publications/.en-cours"_s)));
+    QVERIFY(!QFile::exists(m_publisher->path(u"publications/0002"_s)));
+}
+
+void TestPublishClient::aTerminalShowsABar()
+{
+    Clients::write(folder(), Clients::sample());
+    QProcess terminal;
+    terminal.setWorkingDirectory(m_publisher->path(QString()));
+    terminal.start(u"script"_s,
+                   {u"--quiet"_s, u"--return"_s, u"--command"_s,
+                    u"'%1' client '%2'"_s.arg(Publisher::program(), folder()), u"/dev/null"_s});
+    QVERIFY(terminal.waitForFinished());
+    QCOMPARE(terminal.exitCode(), 0);
+    const QString shown = QString::fromUtf8(terminal.readAllStandardOutput());
+    QVERIFY2(shown.contains(u"\rFichiers [##############################] 100 %\r\n"_s),
+             qPrintable(shown));
+}
+
+/// With more files than 16 bits count, and a file that begins beyond 4 GB.
+void TestPublishClient::largeArchivesAreRead()
+{
+    QByteArray directory = largeDirectory();
+    const auto read = [&directory] {
+        // Nobody looks at what stands before it.
+        return CentralDirectory::read(
+            kFiveGB + directory.size(), [&directory](qint64 offset, qint64 size) {
+                const qint64 before = std::min(size, std::max(qint64{0}, kFiveGB - offset));
+                return QByteArray(before, '\0') +
+                       directory.mid(std::max(qint64{0}, offset - kFiveGB), size - before);
+            });
+    };
+    const std::optional<CentralDirectory> large = read();
+    QVERIFY(large.has_value());
+    QCOMPARE(large->entries.size(), 1);
+    QCOMPARE(large->entries.first().name, "a");
+    QCOMPARE(large->entries.first().headerOffset, qint64{0x123456789});
+    QCOMPARE(large->entries.first().size, qint64{7});
+
+    directory.replace("PK\x06\x06", "PK\x06\x05");
+    QVERIFY(!read());
+}
+
+void TestPublishClient::damagedArchivesAreNotRead_data()
+{
+    QTest::addColumn<QByteArray>("archive");
+    const QByteArray good = Archives::zip({{"a", "content"}, {"b", "content"}});
+    QTest::newRow("nothing at all") << QByteArray();
+    QTest::newRow("the end alone") << good.right(10);
+    QTest::newRow("a directory beyond the file") << good.right(22);
+    QTest::newRow("a record that is none") << QByteArray(good).replace("PK\x01\x02", "PK\x01\x03");
+    QByteArray longName = good;
+    longName[good.indexOf("PK\x01\x02") + 29] = 1;
+    QTest::newRow("a name that is too long") << longName;
+}
+
+void TestPublishClient::damagedArchivesAreNotRead()
+{
+    QFETCH(const QByteArray, archive);
+    const auto fetch = [&archive](qint64 offset, qint64 size) { return archive.mid(offset, size); };
+    QVERIFY(!CentralDirectory::read(archive.size(), fetch));
+}
+
+void TestPublishClient::namesThatWindowsTakes_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("isTaken");
+    QTest::newRow("letters with accents") << u"Île aux Cèdres/bœuf.pak"_s << true;
+    QTest::newRow("a device's name within another one") << u"conte/auxiliaire"_s << true;
+    QTest::newRow("a full stop at the beginning") << u".data/a"_s << true;
+    QTest::newRow("a device") << u"nul"_s << false;
+    QTest::newRow("a device with blanks") << u"nul .txt"_s << false;
+    QTest::newRow("a numbered device") << u"a/COM1"_s << false;
+    QTest::newRow("a control character") << u"a\nb"_s << false;
+    QTest::newRow("a blank at the end") << u"a /b"_s << false;
+    QTest::newRow("a colon") << u"a:b"_s << false;
+    QTest::newRow("a part of the path that leads up") << u"a/../b"_s << false;
+    QTest::newRow("half a character") << u"a"_s + QChar(0xd800) << false;
+    QTest::newRow("more bytes than Linux has room for") << QString(130, u'é') << false;
+}
+
+void TestPublishClient::namesThatWindowsTakes()
+{
+    QFETCH(const QString, name);
+    QFETCH(const bool, isTaken);
+    QCOMPARE(FileNames::problem(name).isEmpty(), isTaken);
+}
+
+VEYRA_CORE_TEST_MAIN(TestPublishClient)
+#include "TestPublishClient.moc"

@@ -1,0 +1,213 @@
+#include "tests/publish/Publisher.h"
+#include "tests/support/Files.h"
+#include "tests/support/TestEnvironment.h"
+#include "tests/updater/SampleUpdate.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+
+#include <functional>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr auto kBaseUrl = u"http://veyra.test/";
+
+/// The program as the compiler leaves it, with the address in UTF-16 across the place where one
+/// piece of a large file ends and the next begins.
+QByteArray program(const QString &address)
+{
+    constexpr qsizetype kPiece = qsizetype{128} * 1024;
+    QByteArray content = Files::noise(2 * kPiece);
+    QByteArray text(reinterpret_cast<const char *>(address.utf16()), address.size() * 2);
+    content.replace(kPiece - 10, text.size(), text);
+    return content;
+}
+
+SampleUpdate goodUpdate()
+{
+    SampleUpdate update;
+    update.version = "98.0.1";
+    update.files["VeyraLauncher.exe"] = program(QString::fromUtf16(kBaseUrl));
+    return update;
+}
+
+using Change = std::function<void(SampleUpdate &)>;
+
+} // namespace
+
+class TestPublishLauncher : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+
+    void offersASignedLauncher();
+    void aRequiredOneIsMarked();
+    void theNextOneMustBeNewer();
+    void refuses_data();
+    void refuses();
+    void refusesWithoutAKey();
+    void refusesOtherKeys();
+    void wantsNotes();
+
+private:
+    Publisher::Result publish(const QByteArray &archive, const QStringList &options = {}) const
+    {
+        Files::write(m_publisher->beside(u"launcher.zip"_s), archive);
+        return m_publisher->run(QStringList{u"lanceur"_s, m_publisher->beside(u"launcher.zip"_s),
+                                            u"--notes"_s, m_publisher->beside(u"notes.txt"_s)} +
+                                options);
+    }
+    QJsonObject record() const
+    {
+        return QJsonDocument::fromJson(
+                   Files::read(m_publisher->path(u"brouillon/api/launcher_version.json"_s)))
+            .object();
+    }
+
+    const KeyPair m_keys;
+    std::unique_ptr<Publisher> m_publisher;
+};
+
+void TestPublishLauncher::init()
+{
+    m_publisher = std::make_unique<Publisher>();
+    Files::write(m_publisher->beside(u"cle.pub"_s), m_keys.publicKeyFile());
+    Files::write(m_publisher->beside(u"notes.txt"_s), "• Corrections\n");
+    QCOMPARE(m_publisher
+                 ->run({u"init"_s, QString::fromUtf16(kBaseUrl), u"--cle"_s,
+                        m_publisher->beside(u"cle.pub"_s)})
+                 .code,
+             0);
+}
+
+void TestPublishLauncher::offersASignedLauncher()
+{
+    const QByteArray archive = goodUpdate().archive(m_keys);
+    const Publisher::Result result = publish(archive);
+    QVERIFY2(result.code == 0, qPrintable(result.errors));
+    const QString name = u"launcher/VeyraLauncher-98.0.1-windows-x64.zip"_s;
+    QCOMPARE(record(), (QJsonObject{{u"version"_s, u"98.0.1"_s},
+                                    {u"download_url"_s, QString::fromUtf16(kBaseUrl) + name},
+                                    {u"changelog"_s, u"• Corrections"_s},
+                                    {u"required"_s, false}}));
+    QCOMPARE(Files::tree(m_publisher->path(u"brouillon/launcher"_s)),
+             QStringList{name.section(u'/', 1)});
+    QCOMPARE(Files::read(m_publisher->path(u"brouillon/"_s + name)), archive);
+}
+
+void TestPublishLauncher::aRequiredOneIsMarked()
+{
+    QCOMPARE(publish(goodUpdate().archive(m_keys), {u"--obligatoire"_s}).code, 0);
+    QCOMPARE(record().value(u"required"_s), true);
+}
+
+void TestPublishLauncher::theNextOneMustBeNewer()
+{
+    SampleUpdate update = goodUpdate();
+    QCOMPARE(publish(update.archive(m_keys)).code, 0);
+    const Publisher::Result again = publish(update.archive(m_keys));
+    QCOMPARE(again.code, 2);
+    QVERIFY2(again.errors.contains(u"n'est pas plus récente que la version 98.0.1"_s),
+             qPrintable(again.errors));
+    update.version = "98.0.2";
+    QCOMPARE(publish(update.archive(m_keys)).code, 0);
+    QCOMPARE(record().value(u"version"_s), u"98.0.2"_s);
+    // For those who are just downloading it.
+    QCOMPARE(Files::tree(m_publisher->path(u"brouillon/launcher"_s)).size(), 2);
+}
+
+void TestPublishLauncher::refuses_data()
+{
+    QTest::addColumn<Change>("change");
+    QTest::addColumn<QString>("reason");
+    const auto row = [](const char *name, const QString &reason, const Change &change) {
+        QTest::newRow(name) << change << reason;
+    };
+    row("half an archive", u"archive incohérente"_s, [](SampleUpdate &update) {
+        update.changeBytes = [](QByteArray &bytes) { bytes.truncate(bytes.size() / 2); };
+    });
+    row("a list that was changed after it was signed", u"Launcher refusé"_s,
+        [](SampleUpdate &update) {
+            update.changeSignedList = [](QByteArray &list) { list.replace("98.0.1", "98.0.2"); };
+        });
+    row("a version that players have", u"n'est pas plus récente"_s,
+        [](SampleUpdate &update) { update.version = "0.9"; });
+    row("another system", u"un autre système"_s,
+        [](SampleUpdate &update) { update.target = "linux-x64"; });
+    row("a program for another server", u"n'est pas construit pour http://veyra.test/"_s,
+        [](SampleUpdate &update) {
+            update.files["VeyraLauncher.exe"] = program(u"http://autre.test/"_s);
+        });
+    row("an address in another file", u"n'est pas construit pour http://veyra.test/"_s,
+        [](SampleUpdate &update) {
+            update.files["autre.dll"] = update.files["VeyraLauncher.exe"];
+            update.files["VeyraLauncher.exe"] = "program";
+        });
+    row("no program", u"ne contient pas VeyraLauncher.exe"_s,
+        [](SampleUpdate &update) { update.files.remove("VeyraLauncher.exe"); });
+    row("a damaged file", u"contenu différent"_s, [](SampleUpdate &update) {
+        update.changeList = [](QByteArray &list) {
+            const QByteArray sum = Files::sha256("a plugin").toLatin1();
+            list.replace(sum, Files::sha256("another").toLatin1());
+        };
+    });
+}
+
+void TestPublishLauncher::refuses()
+{
+    QFETCH(const Change, change);
+    QFETCH(const QString, reason);
+    SampleUpdate update = goodUpdate();
+    change(update);
+    const Publisher::Result result = publish(update.archive(m_keys));
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(reason), qPrintable(result.errors));
+    QVERIFY(!QFile::exists(m_publisher->path(u"publications/0002"_s)));
+    QVERIFY(!QFile::exists(m_publisher->path(u"publications/.en-cours"_s)));
+}
+
+void TestPublishLauncher::refusesWithoutAKey()
+{
+    m_publisher = std::make_unique<Publisher>();
+    QCOMPARE(m_publisher->run({u"init"_s, QString::fromUtf16(kBaseUrl)}).code, 0);
+    Files::write(m_publisher->beside(u"notes.txt"_s), QByteArray());
+    const Publisher::Result result = publish(goodUpdate().archive(m_keys));
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"aucune clé publique"_s), qPrintable(result.errors));
+}
+
+void TestPublishLauncher::refusesOtherKeys()
+{
+    const Publisher::Result result = publish(goodUpdate().archive(KeyPair()));
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"clé inconnue"_s), qPrintable(result.errors));
+
+    const Publisher other;
+    Files::write(other.beside(u"cle.pub"_s), "untrusted comment: none\nnone\n");
+    QCOMPARE(
+        other.run({u"init"_s, QString::fromUtf16(kBaseUrl), u"--cle"_s, other.beside(u"cle.pub"_s)})
+            .code,
+        2);
+    QCOMPARE(other.run({u"init"_s, QString::fromUtf16(kBaseUrl), u"--cle"_s, u"absente"_s}).code,
+             6);
+}
+
+void TestPublishLauncher::wantsNotes()
+{
+    const QString archive = m_publisher->beside(u"launcher.zip"_s);
+    QCOMPARE(m_publisher->run({u"lanceur"_s, archive}).code, 1);
+    QCOMPARE(m_publisher->run({u"lanceur"_s, archive, u"--notes"_s, u"absentes"_s}).code, 6);
+    Files::write(m_publisher->beside(u"notes.txt"_s), QByteArray(20'001, 'x'));
+    const Publisher::Result result = publish(goodUpdate().archive(m_keys));
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"les notes dépassent"_s), qPrintable(result.errors));
+}
+
+VEYRA_CORE_TEST_MAIN(TestPublishLauncher)
+#include "TestPublishLauncher.moc"

@@ -1,0 +1,441 @@
+#include "tests/publish/Publisher.h"
+#include "tests/support/Files.h"
+#include "tests/support/TestEnvironment.h"
+
+#include <QDate>
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLockFile>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTest>
+
+#include <memory>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+QJsonDocument json(const QByteArray &content)
+{
+    return QJsonDocument::fromJson(content);
+}
+
+} // namespace
+
+class TestPublishSite : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+
+    void aNewSiteHasAllButAClient();
+    void addressesOfASite_data();
+    void addressesOfASite();
+    void aWorkshopIsMadeOnce();
+    void aDraftThatIsGoneIsRefused();
+    void newsComeFirst();
+    void placeholdersInNewsReachPlayers();
+    void newsAreRemovedByNumber();
+    void theStateIsServedAtOnce();
+    void aServerIsLookedFor();
+    void puttingOnlineSwitchesTheSite();
+    void takingBackGoesOnFromThere();
+    void oldGenerationsAreRemoved();
+    void oneRunAtATime();
+    void theStateWaitsForNobody();
+    void wrongCommands_data();
+    void wrongCommands();
+    void helpNamesEveryCommand();
+    void nginxServesItAsTheLauncherWants();
+
+private:
+    QByteArray served(const QString &name) const
+    {
+        return Files::read(m_publisher->path(u"site/"_s + name));
+    }
+    Publisher::Result addNews(const QString &title) const
+    {
+        return m_publisher->run({u"nouvelles"_s, u"ajouter"_s, title, u"Texte"_s});
+    }
+    QString link(const QString &name) const
+    {
+        return QFileInfo(QFile::symLinkTarget(m_publisher->path(name))).fileName();
+    }
+
+    std::unique_ptr<Publisher> m_publisher;
+};
+
+void TestPublishSite::init()
+{
+    m_publisher = std::make_unique<Publisher>();
+    QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test"_s}).code, 0);
+}
+
+void TestPublishSite::aNewSiteHasAllButAClient()
+{
+    QCOMPARE(Files::tree(m_publisher->path(u"site/"_s)),
+             (QStringList{u"api/"_s, u"api/launcher_version.json"_s, u"api/news.php"_s,
+                          u"api/status.php"_s, u"index.html"_s}));
+    QCOMPARE(json(served(u"api/launcher_version.json"_s)).object().value(u"version"_s), u""_s);
+    QCOMPARE(json(served(u"api/status.php"_s)).object().value(u"online"_s), false);
+    const QJsonObject settings =
+        json(Files::read(m_publisher->path(u"publication.json"_s))).object();
+    QCOMPARE(settings.value(u"url"_s), u"http://veyra.test/"_s);
+    QCOMPARE(settings.value(u"versions"_s), QJsonArray{u"" VEYRA_VERSION ""_s});
+}
+
+void TestPublishSite::addressesOfASite_data()
+{
+    QTest::addColumn<QString>("address");
+    QTest::addColumn<int>("code");
+    QTest::newRow("https") << u"https://play.example.org/"_s << 0;
+    QTest::newRow("a port") << u"http://play.example.org:8080"_s << 0;
+    QTest::newRow("an address of IPv6") << u"http://[::1]:8080/"_s << 0;
+    QTest::newRow("no scheme") << u"play.example.org"_s << 2;
+    QTest::newRow("another scheme") << u"ftp://play.example.org/"_s << 2;
+    QTest::newRow("a folder") << u"http://play.example.org/veyra/"_s << 2;
+    QTest::newRow("no host") << u"http:///"_s << 2;
+    QTest::newRow("a port beyond all ports") << u"http://play.example.org:99999/"_s << 2;
+}
+
+void TestPublishSite::addressesOfASite()
+{
+    QFETCH(const QString, address);
+    QFETCH(const int, code);
+    const Publisher publisher;
+    QCOMPARE(publisher.run({u"init"_s, address}).code, code);
+    QCOMPARE(QFile::exists(publisher.path(u"publication.json"_s)), code == 0);
+}
+
+void TestPublishSite::aWorkshopIsMadeOnce()
+{
+    const Publisher::Result again = m_publisher->run({u"init"_s, u"http://other.test"_s});
+    QCOMPARE(again.code, 2);
+    QVERIFY2(again.errors.contains(u"est déjà un atelier"_s), qPrintable(again.errors));
+    const Publisher none;
+    const Publisher::Result result = none.run({u"mettre-en-ligne"_s});
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"n'est pas un atelier"_s), qPrintable(result.errors));
+    QCOMPARE(
+        none.run({u"--atelier"_s, m_publisher->path(QString()), u"nouvelles"_s, u"lister"_s}).code,
+        0);
+}
+
+void TestPublishSite::aDraftThatIsGoneIsRefused()
+{
+    QVERIFY(QFile::remove(m_publisher->path(u"brouillon"_s)));
+    for (const QStringList &arguments :
+         {QStringList{u"mettre-en-ligne"_s}, QStringList{u"nouvelles"_s, u"lister"_s}}) {
+        const Publisher::Result result = m_publisher->run(arguments);
+        QCOMPARE(result.code, 2);
+        QVERIFY2(result.errors.contains(u"ne mène à aucune publication"_s),
+                 qPrintable(result.errors));
+    }
+    QVERIFY(!served(u"api/news.php"_s).isEmpty());
+}
+
+void TestPublishSite::newsComeFirst()
+{
+    QCOMPARE(addNews(u"Ancienne"_s).code, 0);
+    QCOMPARE(m_publisher
+                 ->run({u"nouvelles"_s, u"ajouter"_s, u"Datée"_s, u"Dès <b>ce soir</b>"_s,
+                        u"--date"_s, u"12/05"_s})
+                 .code,
+             0);
+    QCOMPARE(m_publisher
+                 ->run({u"nouvelles"_s, u"ajouter"_s, u"--sans-date"_s, u"--"_s, u"--Sans--"_s,
+                        u"Texte"_s})
+                 .code,
+             0);
+    const QString today = QDate::currentDate().toString(u"dd/MM"_s);
+    QCOMPARE(json(Files::read(m_publisher->path(u"brouillon/api/news.php"_s))).array(),
+             (QJsonArray{QJsonObject{{u"title"_s, u"--Sans--"_s}, {u"content"_s, u"Texte"_s}},
+                         QJsonObject{{u"title"_s, u"Datée"_s},
+                                     {u"date"_s, u"12/05"_s},
+                                     {u"content"_s, u"Dès <b>ce soir</b>"_s}},
+                         QJsonObject{{u"title"_s, u"Ancienne"_s},
+                                     {u"date"_s, today},
+                                     {u"content"_s, u"Texte"_s}}}));
+    QCOMPARE(m_publisher->run({u"nouvelles"_s, u"lister"_s}).output,
+             u"1. --Sans-- — Texte\n2. [12/05] Datée — Dès <b>ce soir</b>\n3. [%1] Ancienne — "
+             u"Texte\n"_s.arg(today));
+    QCOMPARE(json(served(u"api/news.php"_s)).array(), QJsonArray());
+}
+
+void TestPublishSite::placeholdersInNewsReachPlayers()
+{
+    QCOMPARE(addNews(u"-50 %, -%2 joueurs"_s).code, 0);
+    QVERIFY(Files::read(m_publisher->path(u"brouillon/api/news.php"_s))
+                .contains("-50 %, -&#37;2 joueurs"));
+    QVERIFY(m_publisher->run({u"nouvelles"_s, u"lister"_s}).output.contains(u"-%2 joueurs"_s));
+}
+
+void TestPublishSite::newsAreRemovedByNumber()
+{
+    QCOMPARE(m_publisher->run({u"nouvelles"_s, u"lister"_s}).output, u"Aucune actualité.\n"_s);
+    QCOMPARE(addNews(u"Un"_s).code, 0);
+    QCOMPARE(addNews(u"Deux"_s).code, 0);
+    for (const QString &wrong : {u"0"_s, u"3"_s})
+        QCOMPARE(m_publisher->run({u"nouvelles"_s, u"retirer"_s, wrong}).code, 2);
+    QCOMPARE(m_publisher->run({u"nouvelles"_s, u"retirer"_s, u"x"_s}).code, 1);
+    QCOMPARE(m_publisher->run({u"nouvelles"_s, u"retirer"_s, u"1"_s}).code, 0);
+    const QString left = m_publisher->run({u"nouvelles"_s, u"lister"_s}).output;
+    QVERIFY2(left.contains(u"Un"_s) && !left.contains(u"Deux"_s), qPrintable(left));
+}
+
+void TestPublishSite::theStateIsServedAtOnce()
+{
+    QCOMPARE(m_publisher->run({u"etat"_s, u"en-ligne"_s, u"128"_s}).code, 0);
+    QCOMPARE(json(served(u"api/status.php"_s)).object(),
+             (QJsonObject{{u"online"_s, true}, {u"players"_s, 128}}));
+    QCOMPARE(m_publisher->run({u"etat"_s, u"hors-ligne"_s}).code, 0);
+    QCOMPARE(json(served(u"api/status.php"_s)).object(),
+             (QJsonObject{{u"online"_s, false}, {u"players"_s, 0}}));
+    QVERIFY((QFile::permissions(m_publisher->path(u"etat/status.json"_s)) & QFile::ReadOther) != 0);
+}
+
+void TestPublishSite::aServerIsLookedFor()
+{
+    QTcpServer game;
+    QVERIFY(game.listen(QHostAddress::LocalHost));
+    const QString place = u"127.0.0.1:%1"_s.arg(game.serverPort());
+    QCOMPARE(m_publisher->run({u"etat"_s, u"sonder"_s, place}).code, 0);
+    QCOMPARE(json(served(u"api/status.php"_s)).object().value(u"online"_s), true);
+    QCOMPARE(m_publisher->run({u"etat"_s, u"en-ligne"_s, u"5"_s}).code, 0);
+    QCOMPARE(m_publisher->run({u"etat"_s, u"sonder"_s, place}).code, 0);
+    QCOMPARE(json(served(u"api/status.php"_s)).object().value(u"players"_s), 5);
+
+    game.close();
+    QCOMPARE(m_publisher->run({u"etat"_s, u"sonder"_s, place}).code, 0);
+    QCOMPARE(json(served(u"api/status.php"_s)).object(),
+             (QJsonObject{{u"online"_s, false}, {u"players"_s, 0}}));
+    for (const QString &wrong : {u"127.0.0.1"_s, u":80"_s, u"host:0"_s, u"host:70000"_s})
+        QCOMPARE(m_publisher->run({u"etat"_s, u"sonder"_s, wrong}).code, 1);
+}
+
+void TestPublishSite::puttingOnlineSwitchesTheSite()
+{
+    QCOMPARE(addNews(u"Titre"_s).code, 0);
+    QCOMPARE(link(u"site"_s), u"0001"_s);
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).output, u"Publication 0002 en ligne.\n"_s);
+    QCOMPARE(link(u"site"_s), u"0002"_s);
+    QVERIFY(served(u"api/news.php"_s).contains("Titre"));
+    const Publisher::Result again = m_publisher->run({u"mettre-en-ligne"_s});
+    QCOMPARE(again.code, 0);
+    QVERIFY2(again.output.contains(u"déjà en ligne"_s), qPrintable(again.output));
+}
+
+void TestPublishSite::takingBackGoesOnFromThere()
+{
+    QCOMPARE(m_publisher->run({u"annuler"_s}).code, 2);
+    QCOMPARE(addNews(u"Bonne"_s).code, 0);
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    QCOMPARE(addNews(u"Mauvaise"_s).code, 0);
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
+    QVERIFY(!served(u"api/news.php"_s).contains("Mauvaise"));
+
+    QCOMPARE(addNews(u"Suivante"_s).code, 0);
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    const QByteArray news = served(u"api/news.php"_s);
+    QVERIFY(news.contains("Suivante") && news.contains("Bonne") && !news.contains("Mauvaise"));
+    QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
+    QCOMPARE(link(u"site"_s), u"0002"_s);
+    QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
+    QCOMPARE(link(u"site"_s), u"0001"_s);
+}
+
+void TestPublishSite::oldGenerationsAreRemoved()
+{
+    for (int i = 0; i < 5; ++i) {
+        QCOMPARE(addNews(QString::number(i)).code, 0);
+        QCOMPARE(addNews(QString::number(i)).code, 0);
+        QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    }
+    QCOMPARE(
+        QDir(m_publisher->path(u"publications"_s)).entryList(QDir::Dirs | QDir::NoDotAndDotDot),
+        (QStringList{u"0007"_s, u"0009"_s, u"0011"_s}));
+    QCOMPARE(link(u"site"_s), u"0011"_s);
+}
+
+void TestPublishSite::oneRunAtATime()
+{
+    QLockFile other(m_publisher->path(u".verrou"_s));
+    QVERIFY(other.tryLock());
+    for (const QStringList &arguments :
+         {QStringList{u"mettre-en-ligne"_s}, QStringList{u"annuler"_s},
+          QStringList{u"client"_s, m_publisher->beside(u"client"_s)},
+          QStringList{u"nouvelles"_s, u"ajouter"_s, u"a"_s, u"b"_s},
+          QStringList{u"nouvelles"_s, u"retirer"_s, u"1"_s}}) {
+        const Publisher::Result result = m_publisher->run(arguments);
+        QCOMPARE(result.code, 2);
+        QVERIFY2(result.errors.contains(u"Une autre commande travaille dans cet atelier"_s),
+                 qPrintable(result.errors));
+    }
+}
+
+void TestPublishSite::theStateWaitsForNobody()
+{
+    QLockFile other(m_publisher->path(u".verrou"_s));
+    QVERIFY(other.tryLock());
+    QCOMPARE(m_publisher->run({u"etat"_s, u"en-ligne"_s, u"3"_s}).code, 0);
+    QCOMPARE(m_publisher->run({u"nouvelles"_s, u"lister"_s}).code, 0);
+}
+
+void TestPublishSite::wrongCommands_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("none") << QStringList() << u"Une commande manque"_s;
+    QTest::newRow("an unknown one") << QStringList{u"voler"_s} << u"« voler »"_s;
+    QTest::newRow("half a command") << QStringList{u"nouvelles"_s} << u"« nouvelles »"_s;
+    QTest::newRow("too little") << QStringList{u"client"_s} << u"demande plus d'arguments"_s;
+    QTest::newRow("too much") << QStringList{u"annuler"_s, u"tout"_s} << u"en trop, « tout »"_s;
+    QTest::newRow("an unknown option")
+        << QStringList{u"annuler"_s, u"--vite"_s} << u"ne connaît pas --vite"_s;
+    QTest::newRow("another command's option")
+        << QStringList{u"annuler"_s, u"--date"_s, u"x"_s} << u"ne connaît pas --date"_s;
+    QTest::newRow("an option without its value")
+        << QStringList{u"client"_s, u"a"_s, u"--exclure"_s} << u"--exclure demande une valeur"_s;
+    QTest::newRow("two dates") << QStringList{u"nouvelles"_s, u"ajouter"_s, u"a"_s,          u"b"_s,
+                                              u"--date"_s,    u"x"_s,       u"--sans-date"_s}
+                               << u"s'excluent"_s;
+    QTest::newRow("a number that is none")
+        << QStringList{u"etat"_s, u"en-ligne"_s, u"-1"_s} << u"« -1 »"_s;
+}
+
+void TestPublishSite::wrongCommands()
+{
+    QFETCH(const QStringList, arguments);
+    QFETCH(const QString, reason);
+    const Publisher::Result result = m_publisher->run(arguments);
+    QCOMPARE(result.code, 1);
+    QVERIFY2(result.errors.contains(reason), qPrintable(result.errors));
+    QVERIFY(result.output.isEmpty());
+}
+
+void TestPublishSite::helpNamesEveryCommand()
+{
+    const Publisher::Result help = m_publisher->run({u"client"_s, u"--help"_s});
+    QCOMPARE(help.code, 0);
+    for (const QString &name :
+         {u"init ADRESSE"_s, u"client DOSSIER"_s, u"lanceur ARCHIVE --notes FICHIER"_s,
+          u"nouvelles ajouter TITRE TEXTE"_s, u"nouvelles lister"_s, u"nouvelles retirer N"_s,
+          u"etat en-ligne N"_s, u"etat hors-ligne"_s, u"etat sonder HÔTE:PORT"_s,
+          u"mettre-en-ligne"_s, u"annuler"_s, u"verifier [ADRESSE]"_s}) {
+        QVERIFY2(help.output.contains(u"\n  "_s + name), qPrintable(name));
+    }
+    QCOMPARE(m_publisher->run({u"--version"_s}).output,
+             u"veyra-publier "_s + QStringLiteral(VEYRA_VERSION) + u'\n');
+}
+
+/// The block that init prints, with a server of its own around it.
+class Nginx
+{
+public:
+    explicit Nginx(const QString &block)
+    {
+        const QString configuration =
+            u"daemon off;\nmaster_process off;\npid \"%1/pid\";\nerror_log \"%1/errors\";\n"
+            u"events { }\nhttp {\n    include /etc/nginx/mime.types;\n    access_log off;\n"
+            u"    gzip on;\n    gzip_types *;\n    client_body_temp_path \"%1/body\";\n"
+            u"    proxy_temp_path \"%1/proxy\";\n    fastcgi_temp_path \"%1/fastcgi\";\n"
+            u"    uwsgi_temp_path \"%1/uwsgi\";\n    scgi_temp_path \"%1/scgi\";\n%2}\n"_s.arg(
+                m_folder.path(), block);
+        Files::write(m_folder.filePath(u"nginx.conf"_s), configuration.toUtf8());
+        m_process.start(program(), {u"-e"_s, m_folder.filePath(u"errors"_s), u"-c"_s,
+                                    m_folder.filePath(u"nginx.conf"_s)});
+    }
+    ~Nginx()
+    {
+        m_process.terminate();
+        m_process.waitForFinished();
+    }
+    Q_DISABLE_COPY_MOVE(Nginx)
+
+    static QString program()
+    {
+        return QStandardPaths::findExecutable(u"nginx"_s, {u"/usr/sbin"_s, u"/usr/bin"_s});
+    }
+    bool isRunning() const { return m_process.state() != QProcess::NotRunning; }
+    QByteArray errors() const { return Files::read(m_folder.filePath(u"errors"_s)); }
+
+private:
+    QTemporaryDir m_folder;
+    QProcess m_process;
+};
+
+void TestPublishSite::nginxServesItAsTheLauncherWants()
+{
+    if (Nginx::program().isEmpty())
+        QSKIP("no nginx here");
+    const Publisher publisher;
+    quint16 port = 0;
+    {
+        QTcpServer free;
+        QVERIFY(free.listen(QHostAddress::LocalHost));
+        port = free.serverPort();
+    }
+    const QString address = u"http://127.0.0.1:%1/"_s.arg(port);
+    QString block = publisher.run({u"init"_s, address}).output;
+    block = block.sliced(block.indexOf(u"server {"_s));
+    if (QTcpServer ipv6; !ipv6.listen(QHostAddress::LocalHostIPv6))
+        block.remove(u"    listen [::]:%1;\n"_s.arg(port));
+    Clients::write(publisher.beside(u"client"_s), Clients::sample());
+    QCOMPARE(publisher.run({u"client"_s, publisher.beside(u"client"_s)}).code, 0);
+    QCOMPARE(publisher.run({u"mettre-en-ligne"_s}).code, 0);
+    Files::write(publisher.path(u"site/launcher/a.zip"_s), "archive");
+
+    const Nginx nginx(block);
+    const auto isUp = [port] {
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, port);
+        return socket.waitForConnected();
+    };
+    QTRY_VERIFY2(!nginx.isRunning() || isUp(), nginx.errors().constData());
+    QVERIFY2(nginx.isRunning(), nginx.errors().constData());
+
+    struct Expected
+    {
+        QString path;
+        QByteArray type;
+        QByteArray cache;
+    };
+    QNetworkAccessManager manager;
+    for (const Expected &expected :
+         {Expected{u"api/status.php"_s, "application/json", "no-cache"},
+          Expected{u"api/news.php"_s, "application/json", "no-cache"},
+          Expected{u"api/launcher_version.json"_s, "application/json", "no-cache"},
+          Expected{u"updates/version.json"_s, "application/json", "no-cache"},
+          Expected{u"client/DofusClient.zip"_s, "application/zip", "no-cache"},
+          Expected{u"launcher/a.zip"_s, "application/zip",
+                   "public, max-age=31536000, immutable"}}) {
+        QNetworkReply *reply = manager.get(QNetworkRequest(QUrl(address + expected.path)));
+        QSignalSpy finished(reply, &QNetworkReply::finished);
+        QVERIFY(finished.wait());
+        QCOMPARE(reply->error(), QNetworkReply::NoError);
+        QCOMPARE(reply->rawHeader("Content-Type"), expected.type);
+        QCOMPARE(reply->rawHeader("Cache-Control"), expected.cache);
+        QVERIFY(!reply->hasRawHeader("Content-Encoding"));
+        QCOMPARE(reply->readAll(), Files::read(publisher.path(u"site/"_s + expected.path)));
+        reply->deleteLater();
+    }
+    QNetworkReply *page = manager.get(QNetworkRequest(QUrl(address)));
+    QSignalSpy finished(page, &QNetworkReply::finished);
+    QVERIFY(finished.wait());
+    QVERIFY(page->rawHeader("Content-Type").startsWith("text/html"));
+    QVERIFY(page->readAll().contains("<h1>Veyra</h1>"));
+    delete page;
+}
+
+VEYRA_CORE_TEST_MAIN(TestPublishSite)
+#include "TestPublishSite.moc"

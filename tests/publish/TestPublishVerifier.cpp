@@ -1,0 +1,418 @@
+#include "publish/CentralDirectory.h"
+#include "tests/publish/Publisher.h"
+#include "tests/support/Archives.h"
+#include "tests/support/Files.h"
+#include "tests/support/HttpServer.h"
+#include "tests/support/TestEnvironment.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+
+#include <algorithm>
+#include <functional>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+/// What a server has under its addresses, without the "/" in front.
+class Site : public QMap<QByteArray, HttpAnswer>
+{
+public:
+    QByteArray &body(const QByteArray &place) { return (*this)[place].body; }
+    QByteArray &manifest() { return body("updates/version.json"); }
+    QByteArray &archive() { return body("client/DofusClient.zip"); }
+
+    void changeManifest(const QByteArray &from, const QByteArray &to)
+    {
+        if (!manifest().contains(from))
+            qFatal("The manifest does not contain %s", from.constData());
+        manifest().replace(from, to);
+    }
+
+    void offerLauncher(const QByteArray &address, const QByteArray &version = "99.0.0")
+    {
+        body("api/launcher_version.json") =
+            R"({"version": ")" + version + R"(", "download_url": ")" + address + R"("})";
+    }
+};
+
+using Change = std::function<void(Site &)>;
+
+CentralDirectory directoryOf(const QByteArray &archive)
+{
+    const auto fetch = [&archive](qint64 offset, qint64 size) { return archive.mid(offset, size); };
+    return CentralDirectory::read(archive.size(), fetch).value_or(CentralDirectory());
+}
+
+QList<Archives::Entry> sampleEntries()
+{
+    QList<Archives::Entry> entries;
+    const QMap<QString, QByteArray> files = Clients::sample();
+    for (auto file = files.begin(); file != files.end(); ++file)
+        entries.append({file.key().toUtf8(), file.value()});
+    std::stable_partition(entries.begin(), entries.end(),
+                          [](const auto &entry) { return entry.name != "DofusInvoker.swf"; });
+    return entries;
+}
+
+/// The sample client with names that are made by `rename`.
+QByteArray archiveWith(const std::function<QByteArray(const QByteArray &)> &rename)
+{
+    QList<Archives::Entry> entries = sampleEntries();
+    for (Archives::Entry &entry : entries)
+        entry.name = rename(entry.name);
+    return Archives::zip(entries);
+}
+
+QByteArray archiveAnd(const Archives::Entry &more)
+{
+    QList<Archives::Entry> entries = sampleEntries();
+    entries.prepend(more);
+    return Archives::zip(entries);
+}
+
+/// Two bytes of each record in the archive's directory.
+void setInDirectory(QByteArray &archive, qint64 field, char low, char high)
+{
+    const CentralDirectory directory = directoryOf(archive);
+    for (const CentralDirectory::Entry &entry : directory.entries) {
+        archive[entry.recordOffset + field] = low;
+        archive[entry.recordOffset + field + 1] = high;
+    }
+}
+
+} // namespace
+
+class TestPublishVerifier : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+
+    void aSiteOfThisToolIsWithoutFault();
+    void theLauncherInstallsItWhole();
+    void everyMistakeHasItsCode_data();
+    void everyMistakeHasItsCode();
+    void aClientThatDiffersIsFoundByInstallingIt();
+    void aMistakeIsToldInWords();
+    void theWorkshopKnowsAddressAndVersions();
+    void aSiteThatDoesNotAnswer();
+    void onlyWarningsHaveACodeOfTheirOwn();
+
+private:
+    void serve(const Site &site);
+    Publisher::Result verify(const QStringList &options = {}) const
+    {
+        return m_publisher.run(QStringList{u"verifier"_s, m_server.url(u"/"_s).toString()} +
+                               options);
+    }
+    static QStringList codes(const Publisher::Result &result);
+
+    Publisher m_publisher;
+    HttpServer m_server;
+    Site m_good;
+};
+
+void TestPublishVerifier::initTestCase()
+{
+    Clients::write(m_publisher.beside(u"client"_s), Clients::sample());
+    QCOMPARE(m_publisher.run({u"init"_s, u"http://veyra.test"_s}).code, 0);
+    QCOMPARE(m_publisher.run({u"client"_s, m_publisher.beside(u"client"_s)}).code, 0);
+    QCOMPARE(m_publisher.run({u"nouvelles"_s, u"ajouter"_s, u"Titre"_s, u"Texte"_s}).code, 0);
+    QCOMPARE(m_publisher.run({u"mettre-en-ligne"_s}).code, 0);
+    QCOMPARE(m_publisher.run({u"etat"_s, u"en-ligne"_s, u"12"_s}).code, 0);
+
+    const QMap<QString, QByteArray> files = m_publisher.site();
+    for (auto file = files.begin(); file != files.end(); ++file) {
+        m_good.insert(
+            file.key().toUtf8(),
+            HttpAnswer::ok(file.value()).withRanges().header("Cache-Control", "no-cache"));
+    }
+    const QByteArray launcher =
+        Archives::zip({{"liste.txt", "list"}, {"liste.txt.minisig", "signature"}});
+    m_good.insert("launcher/a.zip", HttpAnswer::ok(launcher).withRanges());
+}
+
+void TestPublishVerifier::init()
+{
+    m_server.clear();
+    m_server.answerEverythingWith(HttpAnswer::status(404, "not found"));
+}
+
+void TestPublishVerifier::serve(const Site &site)
+{
+    for (auto file = site.begin(); file != site.end(); ++file)
+        m_server.answer('/' + file.key(), file.value());
+}
+
+QStringList TestPublishVerifier::codes(const Publisher::Result &result)
+{
+    const QJsonObject report = QJsonDocument::fromJson(result.output.toUtf8()).object();
+    const QJsonArray findings = report.value(u"constats"_s).toArray();
+    QStringList codes;
+    for (const QJsonValue finding : findings)
+        codes.append(finding[u"code"_s].toString());
+    codes.sort();
+    codes.removeDuplicates();
+    return codes;
+}
+
+void TestPublishVerifier::aSiteOfThisToolIsWithoutFault()
+{
+    serve(m_good);
+    const Publisher::Result result = verify();
+    QVERIFY2(result.code == 0, qPrintable(result.output + result.errors));
+    QVERIFY2(result.output.contains(u"serveur en ligne, 12 joueur(s), 1 actualité(s), pas de mise "
+                                    u"à jour"_s),
+             qPrintable(result.output));
+    QVERIFY(result.output.contains(u"Aucune erreur."_s));
+    // The list at the archive's end was enough.
+    for (const HttpRequest &request : m_server.requests()) {
+        if (request.path.endsWith("DofusClient.zip") && request.headers.contains("range"))
+            return;
+    }
+    QFAIL("The archive was not looked at");
+}
+
+void TestPublishVerifier::theLauncherInstallsItWhole()
+{
+    serve(m_good);
+    const Publisher::Result result = verify({u"--complet"_s});
+    QVERIFY2(result.code == 0, qPrintable(result.output + result.errors));
+    QVERIFY2(result.errors.contains(u"Client : 100 %"_s), qPrintable(result.errors));
+}
+
+void TestPublishVerifier::everyMistakeHasItsCode_data()
+{
+    QTest::addColumn<Change>("change");
+    QTest::addColumn<QStringList>("expected");
+    const auto row = [](const char *name, const QStringList &expected, const Change &change) {
+        QTest::newRow(name) << change << expected;
+    };
+    const QByteArray sum = Files::sha256("program").toLatin1();
+    const QByteArray accented = QByteArrayLiteral("data/Île aux Cèdres.map");
+
+    row("a sum in upper case", {u"M01"_s},
+        [=](Site &site) { site.changeManifest(sum, sum.toUpper()); });
+    row("a sum of MD5", {u"M02"_s}, [=](Site &site) { site.changeManifest(sum, sum.left(32)); });
+    row("\"Files\"", {u"M03"_s}, [](Site &site) { site.changeManifest("\"files\"", "\"Files\""); });
+    row("\"Name\"", {u"M03"_s, u"M11"_s},
+        [](Site &site) { site.changeManifest("\"name\"", "\"Name\""); });
+    row("a manifest that is a list", {u"M03"_s}, [](Site &site) { site.manifest() = "[]"; });
+    row("backslashes in the manifest", {u"M04"_s},
+        [](Site &site) { site.changeManifest("data/", "data\\\\"); });
+    row("backslashes in the archive", {u"M04"_s, u"M10"_s, u"M11"_s}, [](Site &site) {
+        site.archive() = archiveWith([](QByteArray name) { return name.replace('/', '\\'); });
+    });
+    row("a name in another case", {u"M05"_s},
+        [](Site &site) { site.changeManifest("Dofus.exe", "dofus.exe"); });
+    row("names without the launcher's folder", {u"M06"_s}, [](Site &site) {
+        site.archive() = archiveWith([](const QByteArray &name) { return "Client 2.51/" + name; });
+    });
+    row("names with a folder that the archive lacks", {u"M06"_s},
+        [](Site &site) { site.changeManifest("\"name\": \"", "\"name\": \"Client 2.51/"); });
+    row("names without the UTF-8 flag", {u"M07"_s},
+        [](Site &site) { setInDirectory(site.archive(), 8, 0, 0); });
+    row("the marker at the beginning", {u"M08"_s}, [](Site &site) {
+        QList<Archives::Entry> entries = sampleEntries();
+        entries.move(entries.size() - 1, 0);
+        site.archive() = Archives::zip(entries);
+    });
+    row("a folder around the client", {u"M09"_s, u"M10"_s, u"M11"_s, u"M13"_s}, [](Site &site) {
+        site.archive() = archiveWith([](const QByteArray &name) { return "Veyra/" + name; });
+    });
+    row("a file that the archive lacks", {u"M10"_s, u"M11"_s},
+        [](Site &site) { site.changeManifest("data/vide", "data/autre"); });
+    row("a file that the manifest lacks", {u"M11"_s}, [](Site &site) {
+        site.archive() = archiveAnd({"data/de trop", "content"});
+    });
+    row("half an archive", {u"M12"_s},
+        [](Site &site) { site.archive().truncate(site.archive().size() / 2); });
+    row("a page in place of the archive", {u"M12"_s},
+        [](Site &site) { site.archive() = "<html>Bientôt</html>"; });
+    row("an archive without the game's program", {u"M10"_s, u"M13"_s}, [](Site &site) {
+        QList<Archives::Entry> entries = sampleEntries();
+        entries.removeFirst();
+        site.archive() = Archives::zip(entries);
+    });
+    row("a way of packing that Windows does not know", {u"M14"_s},
+        [](Site &site) { setInDirectory(site.archive(), 10, 93, 0); });
+    row("encrypted files", {u"M14"_s}, [](Site &site) { setInDirectory(site.archive(), 8, 1, 8); });
+    row("a name that Windows refuses", {u"M11"_s, u"M15"_s}, [](Site &site) {
+        site.archive() = archiveAnd({"data/aux.txt", "content"});
+    });
+    row("two names that differ by case", {u"M11"_s, u"M15"_s}, [](Site &site) {
+        site.archive() = archiveAnd({"DATA/vide", "content"});
+    });
+
+    row("no news", {u"M20"_s}, [](Site &site) { site.remove("api/news.php"); });
+    row("an error of the server", {u"M20"_s},
+        [](Site &site) { site["api/status.php"] = HttpAnswer::status(500); });
+    row("no client", {u"M20"_s}, [](Site &site) {
+        site.remove("client/DofusClient.zip");
+        site.remove("updates/version.json");
+    });
+    row("redirects that go round", {u"M21"_s},
+        [](Site &site) { site["api/status.php"] = HttpAnswer::redirect("/api/status.php"); });
+    row("a redirect of the archive that goes round", {u"M21"_s}, [](Site &site) {
+        site["client/DofusClient.zip"] = HttpAnswer::redirect("/client/DofusClient.zip");
+    });
+    row("a redirect to the file", {u"M22"_s}, [](Site &site) {
+        site["api/etat.php"] = site["api/status.php"];
+        site["api/status.php"] = HttpAnswer::redirect("/api/etat.php");
+    });
+    row("PHP that nobody runs", {u"M23"_s},
+        [](Site &site) { site.body("api/status.php") = "<?php echo json_encode($etat);"; });
+    row("a page in place of data", {u"M24"_s},
+        [](Site &site) { site.body("api/news.php") = "\n<!DOCTYPE html><p>Bientôt"; });
+    row("pages for all that does not exist", {u"M24"_s, u"M25"_s, u"M30"_s}, [](Site &site) {
+        site.remove("api/news.php");
+        site["*"] = HttpAnswer::ok("<p>Perdu ?");
+    });
+    row("data that are cut off in themselves", {u"M26"_s},
+        [](Site &site) { site.body("api/launcher_version.json").chop(4); });
+    row("a state in words", {u"M26"_s},
+        [](Site &site) { site.body("api/status.php") = R"({"online": "true", "players": 12})"; });
+    row("players in words", {u"M26"_s},
+        [](Site &site) { site.body("api/status.php") = R"({"online": true, "players": "12"})"; });
+    row("news that are no list", {u"M26"_s},
+        [](Site &site) { site.body("api/news.php") = R"({"news": []})"; });
+    row("a launcher's record that is a list", {u"M26"_s},
+        [](Site &site) { site.body("api/launcher_version.json") = "[]"; });
+    row("an archive packed again on its way", {u"M27"_s, u"M31"_s}, [](Site &site) {
+        site["client/DofusClient.zip"] =
+            HttpAnswer::ok(Archives::gzipped(site.archive())).header("Content-Encoding", "gzip");
+    });
+    row("an archive of unknown size", {u"M28"_s},
+        [](Site &site) { site["client/DofusClient.zip"].chunked(); });
+    row("an answer that breaks off", {u"M29"_s},
+        [](Site &site) { site["api/status.php"].truncatedAfter(5); });
+    row("a state that caches keep", {u"M30"_s},
+        [](Site &site) { site["api/status.php"].headers.clear(); });
+    row("a server that sends whole files alone", {u"M31"_s},
+        [](Site &site) { site["client/DofusClient.zip"].ranges = false; });
+
+    row("a version with a letter", {u"M40"_s},
+        [](Site &site) { site.offerLauncher("http://veyra.test/a.zip", "v2.0"); });
+    row("a version that is a number", {u"M40"_s},
+        [](Site &site) { site.body("api/launcher_version.json") = R"({"version": 2})"; });
+    row("a launcher without an address", {u"M41"_s}, [](Site &site) { site.offerLauncher(""); });
+    row("a launcher at half an address", {u"M41"_s},
+        [](Site &site) { site.offerLauncher("/launcher/a.zip"); });
+    row("an older launcher without an address", {},
+        [](Site &site) { site.offerLauncher("", "0.1"); });
+    row("a launcher as it should be", {},
+        [this](Site &site) { site.offerLauncher(m_server.url(u"/launcher/a.zip"_s).toEncoded()); });
+    row("half a launcher", {u"M42"_s}, [this](Site &site) {
+        site.body("launcher/a.zip").chop(30);
+        site.offerLauncher(m_server.url(u"/launcher/a.zip"_s).toEncoded());
+    });
+    row("a launcher that is not signed", {u"M42"_s}, [this](Site &site) {
+        site.body("launcher/a.zip") = Archives::zip({{"liste.txt", "list"}});
+        site.offerLauncher(m_server.url(u"/launcher/a.zip"_s).toEncoded());
+    });
+}
+
+void TestPublishVerifier::everyMistakeHasItsCode()
+{
+    QFETCH(const Change, change);
+    QFETCH(const QStringList, expected);
+    Site site = m_good;
+    change(site);
+    if (site.contains("*"))
+        m_server.answerEverythingWith(site.take("*"));
+    serve(site);
+    const Publisher::Result result = verify({u"--json"_s});
+    QVERIFY2(codes(result) == expected, qPrintable(result.output + result.errors));
+    QVERIFY(expected.isEmpty() ? result.code == 0 : result.code == 3 || result.code == 4);
+}
+
+void TestPublishVerifier::aClientThatDiffersIsFoundByInstallingIt()
+{
+    Site site = m_good;
+    site.changeManifest(Files::sha256("program").toLatin1(), Files::sha256("another").toLatin1());
+    serve(site);
+    QCOMPARE(verify().code, 0);
+    const Publisher::Result result = verify({u"--complet"_s});
+    QCOMPARE(result.code, 3);
+    QVERIFY2(result.output.contains(u"M16"_s) &&
+                 result.output.contains(u"1 fichier(s) à mettre à jour"_s),
+             qPrintable(result.output));
+
+    site.archive() = Archives::zip({{"Dofus.exe", "program"}});
+    serve(site);
+    QVERIFY(codes(verify({u"--complet"_s, u"--json"_s})).contains(u"M16"_s));
+    site.remove("client/DofusClient.zip");
+    m_server.clear();
+    serve(site);
+    QVERIFY(codes(verify({u"--complet"_s, u"--json"_s})).contains(u"M16"_s));
+    site = m_good;
+    site.manifest() = "[]";
+    serve(site);
+    QVERIFY(codes(verify({u"--complet"_s, u"--json"_s})).contains(u"M16"_s));
+}
+
+void TestPublishVerifier::aMistakeIsToldInWords()
+{
+    Site site = m_good;
+    setInDirectory(site.archive(), 8, 0, 0);
+    serve(site);
+    const Publisher::Result result = verify();
+    QCOMPARE(result.code, 3);
+    QVERIFY2(
+        result.output.contains(u"M07  erreur, client/DofusClient.zip\n"
+                               u"     nom sans le drapeau UTF-8 : « data/Île aux Cèdres.map ».\n"
+                               u"     Joueurs : les noms accentués arrivent abîmés"_s),
+        qPrintable(result.output));
+    QVERIFY(result.output.contains(u"     Remède : refaire l'archive"_s));
+}
+
+void TestPublishVerifier::theWorkshopKnowsAddressAndVersions()
+{
+    serve(m_good);
+    const Publisher publisher;
+    QCOMPARE(publisher.run({u"init"_s, m_server.url(u"/"_s).toString()}).code, 0);
+    const QString settings = publisher.path(u"publication.json"_s);
+    QJsonObject object = QJsonDocument::fromJson(Files::read(settings)).object();
+    object.insert(u"versions"_s, QJsonArray{u"0.9"_s, u"1.1"_s});
+    Files::write(settings, QJsonDocument(object).toJson());
+
+    Site site = m_good;
+    site.offerLauncher(m_server.url(u"/launcher/a.zip"_s).toEncoded(), "1.0");
+    serve(site);
+    const Publisher::Result result = publisher.run({u"verifier"_s});
+    QVERIFY2(result.code == 0, qPrintable(result.output));
+    QVERIFY2(
+        result.output.contains(u"Launcher 0.9 : serveur en ligne, 12 joueur(s), 1 "
+                               u"actualité(s), mise à jour vers 1.0 proposée\nLauncher 1.1 : "
+                               u"serveur en ligne, 12 joueur(s), 1 actualité(s), pas de mise à "
+                               u"jour"_s),
+        qPrintable(result.output));
+}
+
+void TestPublishVerifier::aSiteThatDoesNotAnswer()
+{
+    HttpServer gone;
+    const QString nobody = gone.url(u"/"_s).toString();
+    gone.stopListening();
+    const Publisher::Result result = m_publisher.run({u"verifier"_s, nobody});
+    QCOMPARE(result.code, 5);
+    QVERIFY2(result.errors.contains(u"ne répond pas"_s), qPrintable(result.errors));
+    QCOMPARE(m_publisher.run({u"verifier"_s, u"nulle part"_s}).code, 2);
+}
+
+void TestPublishVerifier::onlyWarningsHaveACodeOfTheirOwn()
+{
+    Site site = m_good;
+    site["api/news.php"].headers.clear();
+    serve(site);
+    QCOMPARE(verify().code, 4);
+}
+
+VEYRA_CORE_TEST_MAIN(TestPublishVerifier)
+#include "TestPublishVerifier.moc"
