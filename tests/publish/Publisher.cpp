@@ -45,6 +45,22 @@ Publisher::Result Publisher::runUntil(int step, const QStringList &arguments) co
     return result;
 }
 
+void Publisher::startUntil(QProcess &process, int step, const QStringList &arguments) const
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("VEYRA_PUBLISHER_STOPS_AT"), QString::number(step));
+    process.setProcessEnvironment(environment);
+    process.setWorkingDirectory(path(QString()));
+    process.start(QStringLiteral(VEYRA_MORTAL_PUBLISHER), arguments);
+}
+
+bool Publisher::isStopped(const QProcess &process)
+{
+    const QByteArray state =
+        Files::read(QStringLiteral("/proc/%1/status").arg(process.processId()));
+    return state.contains("\nState:\tT");
+}
+
 QMap<QString, QByteArray> Publisher::site() const
 {
     QMap<QString, QByteArray> content;

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QMap>
+#include <QProcess>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -34,6 +35,9 @@ public:
     /// The tool that ends by itself, as if killed, before its `step`th change on the disk.
     Result runUntil(int step, const QStringList &arguments) const;
     static constexpr int kKilled = 99;
+    /// Starts the tool, which waits for SIGCONT before its `step`th change on the disk.
+    void startUntil(QProcess &process, int step, const QStringList &arguments) const;
+    static bool isStopped(const QProcess &process);
 
     /// Everything that the web server would serve, by name.
     QMap<QString, QByteArray> site() const;

@@ -30,8 +30,8 @@ namespace {
 using ClientFiles = QMap<QString, QByteArray>;
 
 constexpr qint64 kFiveGB = qint64{5} * 1024 * 1024 * 1024;
-/// Takes long enough to read that something can happen meanwhile.
-constexpr qint64 kLarge = qint64{96} * 1024 * 1024;
+/// After the look at the client, before its files are read.
+constexpr int kFirstSteps = 2;
 constexpr auto kArchive = "brouillon/client/DofusClient.zip";
 
 ino_t inode(const QString &path)
@@ -423,37 +423,26 @@ void TestPublishClient::anUnreadableFileIsTheDisksFault()
 void TestPublishClient::aFileThatChangesWhileItIsReadIsRefused()
 {
     Clients::write(folder(), Clients::sample());
-    const QString large = folder() + u"/data/grand"_s;
-    Files::write(large, "");
-    QVERIFY(QFile::resize(large, kLarge));
-
+    Files::write(folder() + u"/data/carte"_s, "content");
     QProcess process;
-    process.setWorkingDirectory(m_publisher->path(QString()));
-    process.start(Publisher::program(), {u"client"_s, folder()});
-    process.setReadChannel(QProcess::StandardError);
-    QVERIFY(process.waitForReadyRead());
-    const auto number = static_cast<pid_t>(process.processId());
-    QCOMPARE(::kill(number, SIGSTOP), 0);
-    QVERIFY(QFile::resize(large, kLarge + 1));
-    QCOMPARE(::kill(number, SIGCONT), 0);
-    QVERIFY(process.waitForFinished(60000));
+    m_publisher->startUntil(process, kFirstSteps, {u"client"_s, folder()});
+    QTRY_VERIFY(Publisher::isStopped(process));
+    Files::write(folder() + u"/data/carte"_s, "other content");
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGCONT), 0);
+    QVERIFY(process.waitForFinished());
     QCOMPARE(process.exitCode(), 2);
     const QString errors = QString::fromUtf8(process.readAllStandardError());
-    QVERIFY2(errors.contains(u"« data/grand » a changé pendant la lecture"_s), qPrintable(errors));
+    QVERIFY2(errors.contains(u"« data/carte » a changé pendant la lecture"_s), qPrintable(errors));
 }
 
 void TestPublishClient::interruptionLeavesNothing()
 {
     Clients::write(folder(), Clients::sample());
-    Files::write(folder() + u"/data/grand"_s, "");
-    QVERIFY(QFile::resize(folder() + u"/data/grand"_s, kLarge));
-
     QProcess process;
-    process.setWorkingDirectory(m_publisher->path(QString()));
-    process.start(Publisher::program(), {u"client"_s, folder()});
-    process.setReadChannel(QProcess::StandardError);
-    QVERIFY(process.waitForReadyRead());
+    m_publisher->startUntil(process, kFirstSteps, {u"client"_s, folder()});
+    QTRY_VERIFY(Publisher::isStopped(process));
     QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGINT), 0);
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGCONT), 0);
     QVERIFY(process.waitForFinished());
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), 130);

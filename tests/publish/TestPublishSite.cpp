@@ -401,7 +401,7 @@ void TestPublishSite::nginxServesItAsTheLauncherWants()
         socket.connectToHost(QHostAddress::LocalHost, port);
         return socket.waitForConnected();
     };
-    QTRY_VERIFY2(!nginx.isRunning() || isUp(), nginx.errors().constData());
+    QTRY_VERIFY2_WITH_TIMEOUT(!nginx.isRunning() || isUp(), nginx.errors().constData(), 30000);
     QVERIFY2(nginx.isRunning(), nginx.errors().constData());
 
     struct Expected
