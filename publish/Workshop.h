@@ -7,14 +7,14 @@
 
 class QLockFile;
 
-/// The operator's folder, from which a site is published:
-///
-///     publication.json    the site's address, the launcher versions that players have, the public
-///                         keys of their updates
-///     publications/NNNN/  complete sites ("generations"); files that are the same share their
-///     bytes brouillon           link to the generation that the next command starts from site link
-///     to the generation that the web server serves etat/status.json    the server's state, apart
-///     from the generations: it changes by itself empreintes.json     see Fingerprints
+/// The operator's folder, from which a site is published. In it:
+/// - publication.json: the site's address, the launcher versions that players have, the public keys
+///   of their updates
+/// - publications/NNNN/: complete sites ("generations"); files that are the same share their bytes
+/// - brouillon: link to the generation that the next command starts from
+/// - site: link to the generation that the web server serves
+/// - etat/status.json: the server's state, apart from the generations, since it changes by itself
+/// - empreintes.json: see Fingerprints
 class Workshop
 {
 public:

@@ -320,8 +320,11 @@ private:
 
 bool NewsHtml::isQuick(const QStringList &news)
 {
-    const QString html = joined(news);
-    return html.size() <= kQuickLength && Efforts(html).reach(kQuickEffort) == html.size();
+    const QString source = joined(news);
+    if (source.size() > kQuickLength)
+        return false;
+    const QString html = withSpansBounded(withLettersSpelledOut(source));
+    return Efforts(html).reach(kQuickEffort) == html.size();
 }
 
 std::unique_ptr<QTextDocument> NewsHtml::read(const QStringList &news, const QFont &font,
