@@ -11,8 +11,10 @@ namespace FaultPoints {
 
 /// 0, or the error number that the call about to be made shall fail with.
 int next();
-/// False makes renaming onto an existing file fail, as some volumes do.
-bool canReplace();
+/// What renaming onto an existing file does. Some volumes do not know it; one that another program
+/// holds can be read only.
+enum class Replacing { Works, Unknown, Held };
+Replacing replacing();
 /// At most so many bytes are written at once.
 std::size_t longestWrite();
 /// False spares a test of some thousand runs the wait for the disk.

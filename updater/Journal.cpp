@@ -12,6 +12,7 @@ constexpr std::string_view kHeader = "veyra-journal 1\n";
 constexpr std::string_view kLauncher = "lanceur ";
 constexpr std::string_view kOldSum = "ancien ";
 constexpr std::string_view kNewSum = "nouveau ";
+constexpr std::string_view kGuardSum = "garde ";
 constexpr std::string_view kEnd = "fin\n";
 
 // In the order of Journal::Step.
@@ -67,6 +68,7 @@ Journal Journal::parse(std::string_view text)
     journal.launcher = takeName(text, kLauncher);
     journal.oldSum = takeSum(text, kOldSum);
     journal.newSum = takeSum(text, kNewSum);
+    journal.guardSum = takeSum(text, kGuardSum);
     while (text != kEnd) {
         size_t step = 0;
         while (step < kSteps.size() && !text.starts_with(kSteps[step]))
@@ -81,8 +83,9 @@ Journal Journal::parse(std::string_view text)
 std::string Journal::text() const
 {
     std::string result = std::string(kHeader);
-    for (const auto &[start, value] : {std::pair(kLauncher, &launcher), std::pair(kOldSum, &oldSum),
-                                       std::pair(kNewSum, &newSum)})
+    for (const auto &[start, value] :
+         {std::pair(kLauncher, &launcher), std::pair(kOldSum, &oldSum), std::pair(kNewSum, &newSum),
+          std::pair(kGuardSum, &guardSum)})
         result += std::string(start) + *value + "\n";
     for (const Entry &entry : entries)
         result += std::string(kSteps[size_t(entry.step)]) + entry.name + "\n";

@@ -25,9 +25,11 @@ struct Journal
 
     /// The launcher's program: replaced by steps of its own, so it is in no entry.
     std::string launcher;
-    /// The SHA-256 sums of its old file and of its new one: nothing else may be started at the end.
+    /// The SHA-256 sums of its old file and of its new one, of which one is started at the end, and
+    /// of what stands in its place meanwhile. With any other sum it is somebody else's.
     std::string oldSum;
     std::string newSum;
+    std::string guardSum;
     std::vector<Entry> entries;
 
     /// Throws a Failure for what text() did not write: nobody moves files by a damaged journal.

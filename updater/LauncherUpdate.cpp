@@ -125,12 +125,13 @@ private:
     void waitUntil(const std::function<std::string()> &obstacle) const;
     bool waitForLock();
     void waitForLauncher();
-    void mendWhatIsPending(Swap &swap);
+    Swap::Mended mendWhatIsPending(Swap &swap);
     void install(Swap &swap);
     UpdateTerms terms(const std::optional<UpdateList> &installed) const;
     std::optional<UpdateList> installedList();
     void startLauncher();
 
+    void showFailure(const Failure &failure);
     void step(const std::string &text);
 
     const UpdaterSettings &m_settings;
@@ -176,7 +177,8 @@ ExitCode Run::mend(const std::string &folder)
         }
         m_log.begin();
         Swap swap(m_folder, m_settings.retryFor);
-        mendWhatIsPending(swap);
+        if (mendWhatIsPending(swap) == Swap::Mended::Obsolete)
+            throw Failure(ExitCode::Usage, kUsage);
         m_program = swap.mendedLauncher();
     });
 }
@@ -194,9 +196,7 @@ ExitCode Run::attempt(const std::function<void()> &steps)
         steps();
     } catch (const Failure &failure) {
         code = failure.code;
-        const std::string text = explained(failure);
-        m_log.write(text);
-        m_view->showFailure(text);
+        showFailure(failure);
     }
     const bool canStart = code != ExitCode::Usage && code != ExitCode::StillRunning &&
                           code != ExitCode::RollBackFailed && !m_program.empty();
@@ -204,9 +204,7 @@ ExitCode Run::attempt(const std::function<void()> &steps)
         try {
             startLauncher();
         } catch (const Failure &failure) {
-            const std::string text = explained(failure);
-            m_log.write(text);
-            m_view->showFailure(text);
+            showFailure(failure);
             if (code == ExitCode::Done)
                 code = failure.code;
         }
@@ -284,9 +282,10 @@ void Run::waitForLauncher()
     });
 }
 
-void Run::mendWhatIsPending(Swap &swap)
+Swap::Mended Run::mendWhatIsPending(Swap &swap)
 {
-    switch (swap.mend()) {
+    const Swap::Mended mended = swap.mend();
+    switch (mended) {
     case Swap::Mended::Nothing:
         break;
     case Swap::Mended::Undone:
@@ -295,7 +294,11 @@ void Run::mendWhatIsPending(Swap &swap)
     case Swap::Mended::Finished:
         step("Une mise à jour interrompue a été terminée.");
         break;
+    case Swap::Mended::Obsolete:
+        step("Une mise à jour interrompue est abandonnée : un autre launcher a été installé.");
+        break;
     }
+    return mended;
 }
 
 void Run::install(Swap &swap)
@@ -370,6 +373,16 @@ void Run::startLauncher()
             retried(m_settings.retryFor, [&] { return Platform::start(path, m_folder); }))
         throw Failure(ExitCode::NotRestarted, path + " : " + ::explained(error, path));
     m_log.write("Launcher démarré : " + path);
+}
+
+void Run::showFailure(const Failure &failure)
+{
+    const std::string text = explained(failure);
+    m_log.write(text);
+    // Nothing is moved any more. Whoever reads that the launcher must be installed again does so
+    // now, and the setup program refuses while an update is going on.
+    m_lock.release();
+    m_view->showFailure(text);
 }
 
 void Run::step(const std::string &text)

@@ -5,9 +5,9 @@ int FaultPoints::next()
     return 0;
 }
 
-bool FaultPoints::canReplace()
+FaultPoints::Replacing FaultPoints::replacing()
 {
-    return true;
+    return Replacing::Works;
 }
 
 std::size_t FaultPoints::longestWrite()

@@ -100,7 +100,8 @@ std::vector<std::string> processesRunning(const std::string &path);
 /// Starts a program that goes on alone; an empty Error means that it runs.
 Error start(const std::string &program, const std::string &workingDirectory);
 
-/// At most one process at a time has the lock of a folder. It ends with the process.
+/// At most one process at a time has the lock of a folder. It ends with the process. The setup
+/// program knows of it from the first attempt to lock it until its release.
 class FolderLock
 {
 public:
@@ -110,6 +111,7 @@ public:
     FolderLock &operator=(const FolderLock &) = delete;
 
     bool tryLock(const std::string &folder);
+    void release();
 
 private:
     std::intptr_t m_handle = -1;

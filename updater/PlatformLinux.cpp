@@ -145,8 +145,14 @@ Error Platform::rename(const std::string &from, const std::string &to)
 
 Error Platform::replace(const std::string &from, const std::string &to)
 {
-    if (!FaultPoints::canReplace())
+    switch (FaultPoints::replacing()) {
+    case FaultPoints::Replacing::Unknown:
         return rename(from, to);
+    case FaultPoints::Replacing::Held:
+        return errorOf(ETXTBSY);
+    case FaultPoints::Replacing::Works:
+        break;
+    }
     return attempt([&] { return ::rename(from.c_str(), to.c_str()); });
 }
 
@@ -363,8 +369,14 @@ Error Platform::start(const std::string &program, const std::string &workingDire
 
 Platform::FolderLock::~FolderLock()
 {
+    release();
+}
+
+void Platform::FolderLock::release()
+{
     if (m_handle != -1)
         ::close(int(m_handle));
+    m_handle = -1;
 }
 
 bool Platform::FolderLock::tryLock(const std::string &folder)

@@ -6,6 +6,7 @@
 #include <array>
 #include <chrono>
 #include <cwchar>
+#include <utility>
 
 #include <fcntl.h>
 #include <io.h>
@@ -31,6 +32,9 @@ using Platform::Error;
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr size_t kLongestPath = 32768;
 constexpr const wchar_t *kCopies = L"VeyraLauncher-maj-";
+
+/// Tells the setup program that some update is going on, whatever the folder.
+HANDLE presence = nullptr;
 
 /// A handle of the system's that is closed at the end.
 class Handle
@@ -409,8 +413,14 @@ Error Platform::rename(const std::string &from, const std::string &to)
 
 Error Platform::replace(const std::string &from, const std::string &to)
 {
-    if (!FaultPoints::canReplace())
+    switch (FaultPoints::replacing()) {
+    case FaultPoints::Replacing::Unknown:
         return rename(from, to);
+    case FaultPoints::Replacing::Held:
+        return errorOf(ERROR_SHARING_VIOLATION);
+    case FaultPoints::Replacing::Works:
+        break;
+    }
     return attempt([&] {
         const std::wstring target = extended(to);
         return withoutProtection(target, [&] {
@@ -666,19 +676,27 @@ Error Platform::start(const std::string &program, const std::string &workingDire
 
 Platform::FolderLock::~FolderLock()
 {
-    if (m_handle == -1)
-        return;
-    ::ReleaseMutex(HANDLE(m_handle));
-    ::CloseHandle(HANDLE(m_handle));
+    release();
+}
+
+void Platform::FolderLock::release()
+{
+    if (m_handle != -1) {
+        ::ReleaseMutex(HANDLE(m_handle));
+        ::CloseHandle(HANDLE(m_handle));
+        m_handle = -1;
+    }
+    if (presence)
+        ::CloseHandle(std::exchange(presence, nullptr));
 }
 
 bool Platform::FolderLock::tryLock(const std::string &folder)
 {
     if (m_handle == -1) {
-        // Tells the setup program that some update is going on, whatever the folder; it ends with
-        // the process. Of the session alone: the launcher is installed for one person, and a name
-        // for all sessions could be taken by anybody else on the machine.
-        static const Handle presence(::CreateMutexW(nullptr, FALSE, L"Local\\VeyraLauncher-maj"));
+        // Of the session alone: the launcher is installed for one person, and a name for all
+        // sessions could be taken by anybody else on the machine.
+        if (!presence)
+            presence = ::CreateMutexW(nullptr, FALSE, L"Local\\VeyraLauncher-maj");
         // Names of such objects have neither backslashes nor the length of paths.
         std::wstring name = native(folder);
         ::CharLowerBuffW(name.data(), DWORD(name.size()));

@@ -17,6 +17,7 @@ const std::string kWork = "/" + std::string(FileName::kWorkFolder);
 const std::string kNew = kWork + "/nouveau";
 const std::string kOld = kWork + "/ancien";
 const std::string kGuard = kWork + "/garde";
+const std::string kSpareGuard = kWork + "/garde-2";
 const std::string kAside = kWork + "/de-cote";
 const std::string kPartialJournal = kWork + "/journal.partiel";
 const std::string kJournal = kWork + "/journal.txt";
@@ -159,7 +160,7 @@ void Swap::planFoldersOf(const std::string &name)
 void Swap::stage(const UpdateArchive &archive, const std::string &ownExecutable,
                  const Progress &progress)
 {
-    removeTree(m_folder + kWork);
+    forget();
     m_workFolders.clear();
     // The first thing that is written in the folder: it tells whether anything can be.
     Error error = attempt([&] { return Platform::makeFolder(m_folder + kWork); });
@@ -196,7 +197,8 @@ void Swap::stage(const UpdateArchive &archive, const std::string &ownExecutable,
             makeWorkFoldersFor(kOld, entry.name);
     }
     m_journal.oldSum = copy(at(m_journal.launcher), oldAt(m_journal.launcher));
-    copy(ownExecutable, m_folder + kGuard);
+    m_journal.guardSum = copy(ownExecutable, m_folder + kGuard);
+    copy(ownExecutable, m_folder + kSpareGuard);
     for (const std::string &folder : m_workFolders)
         flush(folder);
 }
@@ -204,7 +206,7 @@ void Swap::stage(const UpdateArchive &archive, const std::string &ownExecutable,
 void Swap::checkSpace(const UpdateArchive &archive, const std::string &ownExecutable) const
 {
     std::uint64_t needed = archive.list().totalBytes() + kSpareBytes;
-    for (const std::string &path : {at(m_journal.launcher), ownExecutable})
+    for (const std::string &path : {at(m_journal.launcher), ownExecutable, ownExecutable})
         needed += Platform::fileSize(path).value_or(0);
     const std::optional<std::uint64_t> available = Platform::freeBytes(m_folder);
     if (available && *available < needed) {
@@ -307,8 +309,11 @@ void Swap::writeJournal()
 
 void Swap::discard()
 {
-    Platform::removeFile(m_folder + kJournal);
-    clear();
+    try {
+        forget();
+    } catch (const Failure &) {
+        // Nothing was replaced yet. The next run finds nothing to undo, and clears it.
+    }
 }
 
 // --- Replacing
@@ -363,6 +368,14 @@ bool Swap::hasNewLauncher() const
     return sumOf(newAt(name)) == m_journal.newSum || sumOf(at(name)) == m_journal.newSum;
 }
 
+/// Where somebody installed another one by hand, an old journal says nothing of it.
+bool Swap::hasForeignLauncher() const
+{
+    const std::string sum = sumOf(at(m_journal.launcher));
+    return !sum.empty() && sum != m_journal.oldSum && sum != m_journal.newSum &&
+           sum != m_journal.guardSum;
+}
+
 void Swap::finish()
 {
     if (!hasNewLauncher()) {
@@ -384,29 +397,50 @@ void Swap::finish()
     // Last of all: from here on the new launcher starts by itself.
     if (sumOf(newAt(m_journal.launcher)) == m_journal.newSum)
         moveOver(newAt(m_journal.launcher), at(m_journal.launcher));
-    flush(m_folder);
-
-    // Everything is at its place: what cannot be cleared now is cleared at the next start.
-    Platform::removeFile(m_folder + kDone);
-    clear();
+    try {
+        flush(m_folder);
+        forget();
+    } catch (const Failure &) {
+        // The new launcher starts by itself by now, and all the rest is at its place. The next run
+        // finishes it once more.
+    }
 }
 
 void Swap::undo()
 {
+    putGuardBack();
     for (auto entry = m_journal.entries.rbegin(); entry != m_journal.entries.rend(); ++entry)
         undoEntry(*entry);
     flushTouchedFolders();
 
-    // The copy of this program stays in the launcher's place until all the rest is as it was.
-    if (sumOf(oldAt(m_journal.launcher)) == m_journal.oldSum)
-        moveOver(oldAt(m_journal.launcher), at(m_journal.launcher));
-    if (sumOf(at(m_journal.launcher)) != m_journal.oldSum) {
-        throw Failure(ExitCode::RollBackFailed,
-                      "l'ancien programme " + m_journal.launcher + " a disparu ou a changé");
+    // The copy of this program stays in the launcher's place until all the rest is as it was. The
+    // old launcher may have stayed as well: it is not replaced by itself, for it may run.
+    const std::string &name = m_journal.launcher;
+    if (sumOf(at(name)) != m_journal.oldSum) {
+        if (sumOf(oldAt(name)) != m_journal.oldSum) {
+            throw Failure(ExitCode::RollBackFailed,
+                          "l'ancien programme " + name + " a disparu ou a changé");
+        }
+        moveOver(oldAt(name), at(name));
     }
     flush(m_folder);
-    remove(m_folder + kJournal);
-    clear();
+    forget();
+}
+
+/// What is half undone starts neither of the launchers, and something must be there that mends it.
+void Swap::putGuardBack() const
+{
+    const std::string place = at(m_journal.launcher);
+    const std::string sum = sumOf(place);
+    if (sum == m_journal.guardSum || sum == m_journal.oldSum)
+        return;
+    for (const std::string &name : {kGuard, kSpareGuard}) {
+        if (sumOf(m_folder + name) != m_journal.guardSum)
+            continue;
+        moveOver(m_folder + name, place);
+        flush(m_folder);
+        return;
+    }
 }
 
 void Swap::undoEntry(const Journal::Entry &entry)
@@ -438,10 +472,12 @@ void Swap::undoEntry(const Journal::Entry &entry)
         move(oldAt(name), at(name));
         break;
     case Journal::Step::Remove:
-        if (exists(oldAt(name))) {
-            makeFoldersOf(name);
-            move(oldAt(name), at(name));
-        }
+        if (!exists(oldAt(name)))
+            break;
+        makeFoldersOf(name);
+        // A file that somebody else made since gives way here, too.
+        remove(at(name));
+        move(oldAt(name), at(name));
         break;
     }
 }
@@ -471,7 +507,7 @@ Swap::Mended Swap::mend()
 {
     const bool mustFinish = exists(m_folder + kDone);
     if (!mustFinish && !exists(m_folder + kJournal)) {
-        clear();
+        forget();
         return Mended::Nothing;
     }
     try {
@@ -481,21 +517,33 @@ Swap::Mended Swap::mend()
                 attempt([&] { return Platform::readFile(path, Journal::kLongestText, text); }))
             fail("impossible de lire", path, error);
         m_journal = Journal::parse(text);
-        if (mustFinish && hasNewLauncher()) {
-            finish();
-            return Mended::Finished;
-        }
-        if (mustFinish)
-            move(m_folder + kDone, m_folder + kJournal);
-        undo();
-        return Mended::Undone;
+        if (!hasForeignLauncher())
+            return finishOrUndo(mustFinish);
     } catch (const Failure &failure) {
         throw Failure(ExitCode::RollBackFailed, failure.text);
     }
+    forget();
+    return Mended::Obsolete;
 }
 
-void Swap::clear()
+Swap::Mended Swap::finishOrUndo(bool mustFinish)
 {
+    if (mustFinish && hasNewLauncher()) {
+        finish();
+        return Mended::Finished;
+    }
+    if (mustFinish)
+        move(m_folder + kDone, m_folder + kJournal);
+    undo();
+    return Mended::Undone;
+}
+
+/// The journal goes first, and keeps what is staged where it cannot go: without it, undoing would
+/// take the wrong files for the new ones.
+void Swap::forget() const
+{
+    for (const std::string &journal : {kDone, kJournal})
+        remove(m_folder + journal);
     removeTree(m_folder + kWork);
 }
 
@@ -541,8 +589,11 @@ void Swap::moveOver(const std::string &from, const std::string &to) const
         remove(to);
         error = attempt([&] { return Platform::rename(from, to); });
     }
-    if (error)
+    if (error) {
+        // Rather this program than nothing; where something is still there, this does nothing.
+        Platform::rename(m_folder + kSpareGuard, to);
         fail("impossible de remplacer", to, error);
+    }
 }
 
 void Swap::remove(const std::string &path) const

@@ -24,6 +24,8 @@ struct UpdateList;
 ///     nouveau/       the new files, until they are at their places
 ///     ancien/        the old ones that were moved aside, and a copy of the launcher's program
 ///     garde          this program, for the launcher's place
+///     garde-2        once more: where the volume loses a launcher that it was to replace, nothing
+///                    is undone before this program stands in its place again
 ///     journal.txt    from the moment on where everything is staged: the replacement is undone
 ///     termine.txt    the same journal, renamed when all files but the launcher are replaced: the
 ///                    replacement is finished
@@ -38,9 +40,10 @@ public:
     /// Whether an earlier replacement was interrupted.
     static bool isPending(const std::string &folder);
 
-    enum class Mended { Nothing, Undone, Finished };
+    enum class Mended { Nothing, Undone, Finished, Obsolete };
     /// Undoes or finishes what an earlier run left, and clears its remains. Throws a Failure when
-    /// it cannot; then nothing else may be done in the folder.
+    /// it cannot; then nothing else may be done in the folder. Obsolete: somebody has put another
+    /// launcher there since; it stays.
     Mended mend();
     /// The launcher's file name as the interrupted replacement knew it; after a mend().
     const std::string &mendedLauncher() const { return m_journal.launcher; }
@@ -78,11 +81,14 @@ private:
 
     void replaceAll();
     bool hasNewLauncher() const;
+    bool hasForeignLauncher() const;
+    Mended finishOrUndo(bool mustFinish);
     void finish();
     void undo();
+    void putGuardBack() const;
     void undoEntry(const Journal::Entry &entry);
     void makeFoldersOf(const std::string &name) const;
-    void clear();
+    void forget() const;
 
     Platform::Entry entryAt(const std::string &path) const;
     bool exists(const std::string &path) const;

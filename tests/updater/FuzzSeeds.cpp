@@ -18,7 +18,8 @@ int main(int argc, char **argv)
     Files::write(folder + u"journal"_s,
                  FuzzSamples::kJournal +
                      QByteArray("veyra-journal 1\nlanceur VeyraLauncher.exe\nancien ") +
-                     QByteArray(64, 'a') + "\nnouveau " + QByteArray(64, 'b') +
+                     QByteArray(64, 'a') + "\nnouveau " + QByteArray(64, 'b') + "\ngarde " +
+                     QByteArray(64, 'c') +
                      QByteArray("\ndossier a\n"
                                 "ajoute a/b.dll\nremplace liste.txt\nretire c.dll\nfin\n"));
     Files::write(folder + u"signature"_s, FuzzSamples::kSignature + keys.sign(list));

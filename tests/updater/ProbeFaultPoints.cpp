@@ -1,9 +1,11 @@
 // VEYRA_PROBE_FAULTS is a list of words, separated by blanks:
 //   kill=N        the program ends before its N-th call, with exit code 77
 //   fail=N        that call fails with an error of the disk
-//   busy=N        that call fails because another program holds the file
+//   busy=N        that call fails because another program holds the file; both may stand there
+//                 for several calls
 //   fail-from=N   that call and all later ones fail
-//   no-replace    renaming onto an existing file fails
+//   no-replace    renaming onto an existing file fails, as on some volumes
+//   held          the same, as when another program holds that file
 //   space=N       N bytes are free
 // VEYRA_PROBE_NO_FLUSH does not wait until the disk has everything.
 // VEYRA_PROBE_CALLS names a file that gets the number of calls in the end.
@@ -14,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 
@@ -35,24 +38,31 @@ std::string variable(const char *name)
     return value ? value : "";
 }
 
-std::map<std::string, long> parse()
+std::map<std::string, std::set<long>> parse()
 {
-    std::map<std::string, long> faults;
+    std::map<std::string, std::set<long>> faults;
     std::istringstream words(variable("VEYRA_PROBE_FAULTS"));
     for (std::string word; words >> word;) {
         const size_t sign = word.find('=');
-        faults[word.substr(0, sign)] =
-            sign == std::string::npos ? 1 : std::stol(word.substr(sign + 1));
+        faults[word.substr(0, sign)].insert(
+            sign == std::string::npos ? 1 : std::stol(word.substr(sign + 1)));
     }
     return faults;
+}
+
+/// Empty where there is no such fault.
+const std::set<long> &numbers(const char *name)
+{
+    static const auto faults = parse();
+    static const std::set<long> none;
+    const auto found = faults.find(name);
+    return found == faults.end() ? none : found->second;
 }
 
 /// 0 where there is no such fault.
 long fault(const char *name)
 {
-    static const std::map<std::string, long> faults = parse();
-    const auto found = faults.find(name);
-    return found == faults.end() ? 0 : found->second;
+    return numbers(name).empty() ? 0 : *numbers(name).begin();
 }
 
 class Calls
@@ -83,15 +93,17 @@ int FaultPoints::next()
     const long call = calls.next();
     if (call == fault("kill"))
         std::_Exit(kKilled);
-    if (call == fault("busy"))
+    if (numbers("busy").contains(call))
         return kIsHeld;
     const long last = fault("fail-from");
-    return call == fault("fail") || (last != 0 && call >= last) ? kDiskFails : 0;
+    return numbers("fail").contains(call) || (last != 0 && call >= last) ? kDiskFails : 0;
 }
 
-bool FaultPoints::canReplace()
+FaultPoints::Replacing FaultPoints::replacing()
 {
-    return fault("no-replace") == 0;
+    if (fault("held") != 0)
+        return Replacing::Held;
+    return fault("no-replace") != 0 ? Replacing::Unknown : Replacing::Works;
 }
 
 std::size_t FaultPoints::longestWrite()

@@ -3,14 +3,18 @@
 #include "tests/support/TestEnvironment.h"
 #include "tests/updater/Installation.h"
 
+#include "updater/LauncherUpdate.h"
 #include "updater/Platform.h"
+#include "updater/ProgressView.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QTest>
 
+#include <functional>
 #include <thread>
 
 #ifdef Q_OS_UNIX
@@ -29,7 +33,7 @@ const QStringList kOld{u"old"_s};
 const QStringList kNew{u"new"_s};
 const int kStride = Platform::isWine() ? 5 : 1; // a process takes its time there
 
-enum ExitCode {
+enum {
     Done = 0,
     Usage = 1,
     StillRunning = 2,
@@ -37,6 +41,17 @@ enum ExitCode {
     NotPrepared = 4,
     RolledBack = 5,
     NotRestarted = 7
+};
+
+/// What a person does who looks at the failure of a run in this process.
+std::function<void()> whileAFailureIsShown;
+
+class View : public ProgressView
+{
+public:
+    void showStep(const std::string &) override {}
+    void showPercent(int) override {}
+    void showFailure(const std::string &) override { whileAFailureIsShown(); }
 };
 
 #ifdef Q_OS_WIN
@@ -72,6 +87,11 @@ private:
 
 } // namespace
 
+std::unique_ptr<ProgressView> createProgressView(bool)
+{
+    return std::make_unique<View>();
+}
+
 /// The program as the launcher starts it: what it ends with, says and leaves.
 class TestLauncherUpdater : public QObject
 {
@@ -101,6 +121,7 @@ private slots:
     void waitsForTheLauncher();
     void namesTheLauncherThatDoesNotEnd();
     void doesNotRunTwiceInAFolder();
+    void letsGoOfTheFolderBeforeItTellsOfAFailure();
     void preparesNothingOnAFullDisk();
     void preparesNothingWithoutSpace();
     void preparesNothingInAFolderThatIsReadOnly();
@@ -558,6 +579,45 @@ void TestLauncherUpdater::doesNotRunTwiceInAFolder()
     QCOMPARE(installation.startsOf(1), kNew);
 }
 
+/// So that it can be installed again while the reason is shown.
+void TestLauncherUpdater::letsGoOfTheFolderBeforeItTellsOfAFailure()
+{
+    Installation installation;
+    installation.writeArchive("no archive");
+    int shown = 0;
+    bool isFree = false;
+    whileAFailureIsShown = [&] {
+        ++shown;
+        // On Windows a lock is a thread's own.
+        std::thread([&] {
+            Platform::FolderLock other;
+            isFree = other.tryLock(installation.folder().toStdString());
+        }).join();
+    };
+    const QString workingDirectory = QDir::currentPath();
+    const QByteArray data = qgetenv("XDG_DATA_HOME");
+    const auto reset = qScopeGuard([&] {
+        whileAFailureIsShown = {};
+        QDir::setCurrent(workingDirectory);
+        qputenv("XDG_DATA_HOME", data);
+        qunsetenv("VEYRA_PROBE_RECORD");
+    });
+    for (const char *const name : {"XDG_DATA_HOME", "VEYRA_PROBE_RECORD"})
+        qputenv(name, installation.environment.value(QString::fromUtf8(name)).toUtf8());
+
+    UpdaterSettings settings;
+    settings.version = "1.0.0";
+    settings.target = SampleUpdate::kTarget;
+    settings.keys = {installation.keys().publicKey()};
+    const auto code = runUpdater({installation.archive().toStdString(),
+                                  installation.folder().toStdString(), Installation::kLauncher},
+                                 settings);
+    QCOMPARE(int(code), int(Refused));
+    QCOMPARE(shown, 1);
+    QVERIFY(isFree);
+    expectUntouched(installation);
+}
+
 void TestLauncherUpdater::preparesNothingOnAFullDisk()
 {
 #ifdef Q_OS_UNIX
@@ -587,11 +647,11 @@ void TestLauncherUpdater::preparesNothingWithoutSpace()
     const QRegularExpression text(u"il faut (\\d+) Mo libres sur le disque, il en reste 3\\."_s);
     const QRegularExpressionMatch match = text.match(outcome.errors);
     QVERIFY2(match.hasMatch(), qPrintable(outcome.errors));
-    // The files, a copy of both programs and 16 MB to spare.
+    // The files, a copy of the launcher, two of the updater and 16 MB to spare.
     qint64 bytes = 0;
     for (const QByteArray &content : installation.newState())
         bytes += content.size();
-    for (const QString &program : {kLauncher, kUpdater})
+    for (const QString &program : {kLauncher, kUpdater, kUpdater})
         bytes += installation.oldState().value(program).size();
     constexpr qint64 kMegabyte = 1048576;
     const qint64 megabytes = bytes / kMegabyte + 16;

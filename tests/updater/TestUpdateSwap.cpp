@@ -3,11 +3,14 @@
 #include "tests/support/TestEnvironment.h"
 #include "tests/updater/Installation.h"
 
+#include "updater/Platform.h"
+
 #include <QFileInfo>
 #include <QScopeGuard>
 #include <QTest>
 
 #include <algorithm>
+#include <functional>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -39,12 +42,27 @@ private slots:
     void neverEndsWithoutALauncher();
     void everyFailureIsUndone();
     void everyFailureOfTheRestOfTheDisk();
+    void everyKillAfterAFailureAtTheEnd_data();
+    void everyKillAfterAFailureAtTheEnd();
+    void everyFailureOfTheMending_data();
+    void everyFailureOfTheMending();
+    void leavesALauncherThatIsHeldWhereItIs();
+    void mendsBesideTheOldLauncher();
+    void undoesWhereAFileWasMadeSince();
+    void leavesALauncherThatSomebodyInstalled_data();
+    void leavesALauncherThatSomebodyInstalled();
+    void keepsWhatIsStagedWithItsJournal();
 
 private:
     void checkState(const QStringList &launcher, bool mayKeepEmptyFolders = false);
     bool isGuarded() const;
     bool hasFile(const QString &name) const;
     void findGuardedCalls();
+    void restoreForSameCalls();
+    int firstCall(const std::function<bool()> &isReached, const QString &faults = {});
+    bool isStaged() const;
+    bool isReplaced() const;
+    bool isFinished() const;
 
     Installation m_installation;
     int m_calls = 0;
@@ -110,6 +128,45 @@ void TestUpdateSwap::findGuardedCalls()
         if (isGuarded())
             m_guardedCalls[hasFile(kDone) ? kDone : kJournal].append(call);
     }
+}
+
+/// A launcher that still ends would be waited for, by calls that come on top.
+void TestUpdateSwap::restoreForSameCalls()
+{
+    const std::string launcher = (m_installation.folder() + u'/' + kLauncher).toStdString();
+    QTRY_VERIFY_WITH_TIMEOUT(Platform::processesRunning(launcher).empty(), 20000);
+    m_installation.restore();
+}
+
+/// The first call before which the folder is in this state, which lasts from then on.
+int TestUpdateSwap::firstCall(const std::function<bool()> &isReached, const QString &faults)
+{
+    int before = 0;
+    int call = m_calls;
+    while (call - before > 1) {
+        const int middle = (before + call) / 2;
+        restoreForSameCalls();
+        m_installation.runUpdater(faults + u" kill=%1"_s.arg(middle));
+        (isReached() ? call : before) = middle;
+    }
+    restoreForSameCalls();
+    return call;
+}
+
+bool TestUpdateSwap::isStaged() const
+{
+    return hasFile(kJournal) || isReplaced();
+}
+
+bool TestUpdateSwap::isReplaced() const
+{
+    return hasFile(kDone) || isFinished();
+}
+
+bool TestUpdateSwap::isFinished() const
+{
+    return Files::read(m_installation.folder() + u'/' + kLauncher) ==
+           m_installation.newState().value(kLauncher);
 }
 
 void TestUpdateSwap::replacesEverything()
@@ -290,6 +347,7 @@ void TestUpdateSwap::neverEndsWithoutALauncher()
 void TestUpdateSwap::everyFailureIsUndone()
 {
     QMap<int, int> codes;
+    int finishedLater = 0;
     for (int call = 1; call <= m_calls; call += m_stride) {
         m_context = u"failed at call %1 of %2"_s.arg(call).arg(m_calls);
         m_installation.restore();
@@ -302,11 +360,25 @@ void TestUpdateSwap::everyFailureIsUndone()
         QVERIFY2(launcher == expected, qPrintable(outcome.log));
         checkState(launcher, outcome.exitCode == 0);
         QVERIFY(!QTest::currentTestFailed());
-        QVERIFY(!hasFile(kJournal) && !hasFile(kDone));
+        QVERIFY(!hasFile(kJournal));
+        if (!hasFile(kDone))
+            continue;
+
+        // The new launcher is there, but what remains of the old one could not be cleared.
+        ++finishedLater;
+        QVERIFY(outcome.exitCode == 0);
+        QVERIFY(hasFile(u".veyra-maj/ancien/Qt6Core.dll"_s));
+        QVERIFY(m_installation.start(kUpdater).exitCode == 0);
+        QVERIFY(m_installation.startsOf(1) == kNew);
+        checkState(kNew);
+        QVERIFY(!QTest::currentTestFailed());
+        QVERIFY(!m_installation.hasRemains());
     }
     // Nothing else than these: what was replaced can always be undone.
-    if (m_stride == 1)
+    if (m_stride == 1) {
         QCOMPARE(codes.keys(), QList<int>({0, 3, 4, 5}));
+        QCOMPARE(finishedLater, 2);
+    }
     QVERIFY(!codes.contains(-1) && !codes.contains(6));
     QVERIFY(codes.value(4) > 20 / m_stride);
     QVERIFY(codes.value(5) > 20 / m_stride);
@@ -336,6 +408,208 @@ void TestUpdateSwap::everyFailureOfTheRestOfTheDisk()
     }
     QVERIFY(codes.value(4) > 20 / m_stride);
     QVERIFY(codes.value(6) > 20 / m_stride);
+}
+
+void TestUpdateSwap::everyKillAfterAFailureAtTheEnd_data()
+{
+    QTest::addColumn<QString>("volume");
+    QTest::addColumn<int>("steps"); // that put the new launcher into its place
+
+    QTest::newRow("on a volume that replaces files") << QString() << 1;
+    QTest::newRow("on a volume without replacing") << u"no-replace"_s << 2;
+}
+
+void TestUpdateSwap::everyKillAfterAFailureAtTheEnd()
+{
+    QFETCH(const QString, volume);
+    QFETCH(const int, steps);
+
+    const int finished = firstCall([this] { return isFinished(); }, volume);
+    QMap<int, int> codes;
+    constexpr int kStepsBehind = 3;
+    for (int failed = finished - steps; failed < finished + kStepsBehind; ++failed) {
+        const QString faults = volume + u" fail=%1"_s.arg(failed);
+        m_context = u"with \"%1\""_s.arg(faults);
+        restoreForSameCalls();
+        const Installation::Outcome outcome = m_installation.runUpdater(faults);
+        ++codes[outcome.exitCode];
+        const int calls = m_installation.callCount();
+        QVERIFY(calls >= failed);
+        QCOMPARE(m_installation.startsOf(1), outcome.exitCode == 0 ? kNew : kOld);
+        checkState(outcome.exitCode == 0 ? kNew : kOld);
+        QVERIFY(!QTest::currentTestFailed());
+
+        for (int call = failed + 1; call <= calls; call += m_stride) {
+            m_context = u"with \"%1\", killed at call %2 of %3"_s.arg(faults).arg(call).arg(calls);
+            restoreForSameCalls();
+            QVERIFY(m_installation.runUpdater(faults + u" kill=%1"_s.arg(call)).exitCode ==
+                    Installation::kKilled);
+            const QString program = hasFile(kLauncher) ? kLauncher : kUpdater;
+            const Installation::Outcome mended = m_installation.start(program, volume);
+            QVERIFY2(mended.exitCode == 0, qPrintable(mended.errors));
+            checkState(m_installation.startsOf(1));
+            QVERIFY(!QTest::currentTestFailed());
+        }
+    }
+    QCOMPARE(codes, (QMap<int, int>{{0, kStepsBehind}, {5, steps}}));
+}
+
+void TestUpdateSwap::everyFailureOfTheMending_data()
+{
+    QTest::addColumn<QString>("stateFile");
+    QTest::addColumn<QStringList>("expected");
+
+    QTest::newRow("all but the launcher is replaced") << kJournal << kOld;
+    QTest::newRow("only the launcher is missing") << kDone << kNew;
+}
+
+/// On a volume without replacing: the launcher's place is empty for a moment there.
+void TestUpdateSwap::everyFailureOfTheMending()
+{
+    QFETCH(const QString, stateFile);
+    QFETCH(const QStringList, expected);
+
+    findGuardedCalls();
+    const int interrupted = m_guardedCalls.value(stateFile).constLast();
+    m_installation.restore();
+    QCOMPARE(m_installation.runUpdater(u"kill=%1"_s.arg(interrupted)).exitCode,
+             Installation::kKilled);
+    const auto resetKept = qScopeGuard([this] { m_installation.forget(); });
+    m_installation.keep();
+    QCOMPARE(m_installation.start(kLauncher, u"no-replace"_s).exitCode, 0);
+    QCOMPARE(m_installation.startsOf(1), expected);
+    const int calls = m_installation.callCount();
+
+    int failed = 0;
+    for (int call = 1; call <= calls; call += m_stride) {
+        m_context = u"failed at call %1 of %2"_s.arg(call).arg(calls);
+        m_installation.restore();
+        const auto faults = u"no-replace fail=%1"_s.arg(call);
+        const int code = m_installation.start(kLauncher, faults).exitCode;
+        failed += code == 6 ? 1 : 0;
+        // What it tells people to start is there.
+        QVERIFY(hasFile(kLauncher));
+        if (code != 0)
+            QVERIFY(m_installation.start(kLauncher, u"no-replace"_s).exitCode == 0);
+        QVERIFY(m_installation.startsOf(1) == expected);
+        checkState(expected, true);
+        QVERIFY(!QTest::currentTestFailed());
+    }
+    QVERIFY2(failed > 5 / m_stride, qPrintable(QString::number(failed)));
+}
+
+void TestUpdateSwap::leavesALauncherThatIsHeldWhereItIs()
+{
+    const Installation::Outcome outcome = m_installation.runUpdater(u"held"_s);
+    QVERIFY2(outcome.exitCode == 5, qPrintable(outcome.errors));
+    QCOMPARE(m_installation.startsOf(1), kOld);
+    checkState(kOld);
+    QVERIFY(!m_installation.hasRemains());
+}
+
+/// A person may start the updater program while the launcher runs.
+void TestUpdateSwap::mendsBesideTheOldLauncher()
+{
+    const int staged = firstCall([this] { return isStaged(); });
+    QCOMPARE(m_installation.runUpdater(u"kill=%1"_s.arg(staged)).exitCode, Installation::kKilled);
+    QVERIFY(hasFile(kJournal) && !isGuarded());
+
+    QProcess launcher;
+    QProcessEnvironment environment = m_installation.environment;
+    environment.insert(u"VEYRA_PROBE_HANG"_s, u"60000"_s);
+    launcher.setProcessEnvironment(environment);
+    launcher.start(m_installation.folder() + u'/' + kLauncher, {});
+    QVERIFY(launcher.waitForStarted());
+    QCOMPARE(m_installation.startsOf(1), kOld);
+
+    // Windows replaces no program that runs. Elsewhere the probe says so.
+    const Installation::Outcome outcome = m_installation.start(kUpdater, u"held"_s);
+    launcher.kill();
+    QVERIFY(launcher.waitForFinished());
+    QVERIFY2(outcome.exitCode == 0, qPrintable(outcome.errors));
+    QCOMPARE(m_installation.startsOf(1), kOld);
+    checkState(kOld);
+    QVERIFY(!m_installation.hasRemains());
+}
+
+void TestUpdateSwap::undoesWhereAFileWasMadeSince()
+{
+    const int replaced = firstCall([this] { return isReplaced(); });
+    QCOMPARE(m_installation.runUpdater(u"kill=%1"_s.arg(replaced - 1)).exitCode,
+             Installation::kKilled);
+    const QString file = u"tls/qschannel.dll"_s; // of the old version alone
+    QVERIFY(hasFile(kJournal) && !hasFile(file));
+    Files::write(m_installation.folder() + u'/' + file, "made since");
+
+    const Installation::Outcome outcome = m_installation.start(kLauncher);
+    QVERIFY2(outcome.exitCode == 0, qPrintable(outcome.errors));
+    QCOMPARE(m_installation.startsOf(1), kOld);
+    checkState(kOld);
+    QVERIFY(!m_installation.hasRemains());
+}
+
+void TestUpdateSwap::leavesALauncherThatSomebodyInstalled_data()
+{
+    QTest::addColumn<QString>("stateFile");
+
+    QTest::newRow("when all was to be undone") << kJournal;
+    QTest::newRow("when only the launcher was missing") << kDone;
+}
+
+void TestUpdateSwap::leavesALauncherThatSomebodyInstalled()
+{
+    QFETCH(const QString, stateFile);
+
+    findGuardedCalls();
+    restoreForSameCalls();
+    const int interrupted = m_guardedCalls.value(stateFile).constLast();
+    QCOMPARE(m_installation.runUpdater(u"kill=%1"_s.arg(interrupted)).exitCode,
+             Installation::kKilled);
+    const QString path = m_installation.folder() + u'/' + kLauncher;
+    QVERIFY(QFile::remove(path));
+    Files::write(path, m_installation.newState().value(kLauncher) + "er");
+    QVERIFY(QFile::setPermissions(path, QFile::permissions(path) | QFile::ExeOwner));
+    const QMap<QString, QByteArray> installed = m_installation.state();
+
+    // There is nothing to mend any more.
+    const Installation::Outcome outcome = m_installation.start(kUpdater);
+    QVERIFY2(outcome.exitCode == 1, qPrintable(outcome.errors));
+    QVERIFY2(outcome.log.contains(u"abandonnée : un autre launcher a été installé"_s),
+             qPrintable(outcome.log));
+    QVERIFY(m_installation.state() == installed);
+    QVERIFY(!m_installation.hasRemains());
+    QCOMPARE(m_installation.startsOf(0), QStringList());
+}
+
+void TestUpdateSwap::keepsWhatIsStagedWithItsJournal()
+{
+    const int staged = firstCall([this] { return isStaged(); });
+    const QString keptAside = u".veyra-maj/ancien/"_s + kLauncher;
+    // The journal's last step fails, and then it cannot be removed.
+    for (int call = staged + 1; call <= staged + 2; ++call) {
+        m_context = u"failed at calls %1 and %2"_s.arg(staged).arg(call);
+        restoreForSameCalls();
+        const QString faults = u"fail=%1 fail=%2"_s.arg(staged).arg(call);
+        QCOMPARE(m_installation.runUpdater(faults).exitCode, 4);
+        QCOMPARE(m_installation.startsOf(1), kOld);
+        QVERIFY(hasFile(kJournal) && hasFile(keptAside));
+
+        QCOMPARE(m_installation.runUpdater().exitCode, 0);
+        QCOMPARE(m_installation.startsOf(1), kNew);
+        checkState(kNew);
+        QVERIFY(!m_installation.hasRemains());
+    }
+
+    // A program that holds it for a moment is waited for.
+    restoreForSameCalls();
+    const QString retry = m_installation.environment.value(u"VEYRA_PROBE_RETRY"_s);
+    const auto reset =
+        qScopeGuard([&] { m_installation.environment.insert(u"VEYRA_PROBE_RETRY"_s, retry); });
+    m_installation.environment.insert(u"VEYRA_PROBE_RETRY"_s, u"5000"_s);
+    const QString faults = u"fail=%1 busy=%2"_s.arg(staged).arg(staged + 2);
+    QCOMPARE(m_installation.runUpdater(faults).exitCode, 4);
+    QCOMPARE(m_installation.startsOf(1), kOld);
+    QVERIFY(!m_installation.hasRemains());
 }
 
 VEYRA_CORE_TEST_MAIN(TestUpdateSwap)
