@@ -1,5 +1,6 @@
 #include "tests/support/Files.h"
 #include "tests/support/TestEnvironment.h"
+#include "tests/updater/Installation.h"
 
 #include <QDir>
 #include <QFile>
@@ -29,11 +30,12 @@ const QStringList kKnownLibraries{
     u"sechost.dll"_s,  u"setupapi.dll"_s, u"shell32.dll"_s,  u"shlwapi.dll"_s,  u"user32.dll"_s,
     u"wldap32.dll"_s,  u"ws2_32.dll"_s};
 
-// Each of them is loaded by Windows' own libraries when a program shows a window or looks for a
-// folder.
-const QStringList kPlanted{u"comctl32.dll"_s, u"cryptbase.dll"_s, u"dwmapi.dll"_s,
-                           u"profapi.dll"_s,  u"propsys.dll"_s,   u"uxtheme.dll"_s,
-                           u"version.dll"_s,  u"winmm.dll"_s};
+// Each of them is loaded by Windows' own libraries when a program shows a window, looks for a
+// folder, asks who holds a file or what rights it has, or for random numbers and sums.
+const QStringList kPlanted{
+    u"bcrypt.dll"_s,  u"comctl32.dll"_s, u"cryptbase.dll"_s, u"cryptsp.dll"_s, u"dwmapi.dll"_s,
+    u"ncrypt.dll"_s,  u"ntdsapi.dll"_s,  u"ntmarta.dll"_s,   u"profapi.dll"_s, u"propsys.dll"_s,
+    u"uxtheme.dll"_s, u"rstrtmgr.dll"_s, u"version.dll"_s,   u"winmm.dll"_s};
 
 QString updater()
 {
@@ -236,28 +238,38 @@ HWND TestWindowsUpdater::waitForWindow(DWORD process)
 
 void TestWindowsUpdater::loadsNothingThatLiesBesideIt_data()
 {
+    QTest::addColumn<QString>("file");
     QTest::addColumn<bool>("isSilent");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QString>("started");
 
-    QTest::newRow("silent") << true;
-    QTest::newRow("with its windows") << false;
+    // The keys' owner has not signed the test's archive.
+    QTest::newRow("a refusal, silent") << updater() << true << 3 << u"old"_s;
+    QTest::newRow("a refusal, with its windows") << updater() << false << 3 << u"old"_s;
+    QTest::newRow("a whole update, by a program of the same parts that knows the test's key")
+        << QString::fromUtf8(UPDATER_PROBE) << true << 0 << u"new"_s;
 }
 
 void TestWindowsUpdater::loadsNothingThatLiesBesideIt()
 {
+    QFETCH(const QString, file);
     QFETCH(const bool, isSilent);
+    QFETCH(const int, exitCode);
+    QFETCH(const QString, started);
 
+    Installation installation;
     const QTemporaryDir folder;
     const QByteArray library = Files::read(QString::fromUtf8(PLANTED_LIBRARY));
     for (const QString &name : kPlanted)
         Files::write(folder.filePath(name), library);
     const QString program = folder.filePath(u"LauncherUpdater.exe"_s);
-    Files::write(program, Files::read(updater()));
+    Files::write(program, Files::read(file));
 
     QProcess process;
+    process.setProcessEnvironment(installation.environment);
     process.setWorkingDirectory(folder.path());
-    // It would begin to look for the archive and fail.
-    QStringList arguments{folder.filePath(u"absent.zip"_s), folder.path(), u"LauncherUpdater.exe"_s,
-                          u"one too many"_s};
+    QStringList arguments{installation.archive(), installation.folder(),
+                          QString::fromUtf8(Installation::kLauncher)};
     if (isSilent)
         arguments.prepend(u"--silent"_s);
     process.start(program, arguments);
@@ -268,7 +280,8 @@ void TestWindowsUpdater::loadsNothingThatLiesBesideIt()
         PostMessageW(window, WM_COMMAND, IDOK, 0);
     }
     QVERIFY(process.waitForFinished(kProcessTimeout));
-    QCOMPARE(process.exitCode(), 1);
+    QCOMPARE(process.exitCode(), exitCode);
+    QCOMPARE(installation.startsOf(1), QStringList{started});
     const QStringList loaded = QDir(folder.path()).entryList({u"*.loaded"_s});
     QVERIFY2(loaded.isEmpty(), qPrintable(loaded.join(u", "_s)));
 
