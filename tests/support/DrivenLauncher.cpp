@@ -149,7 +149,7 @@ void DrivenLauncher::launch()
     m_connection.clear();
     m_process.setProcessEnvironment(m_environment);
     m_process.setWorkingDirectory(folder());
-    m_process.start(executable(), {});
+    Platform::start(m_process, executable());
 }
 
 void DrivenLauncher::kill()

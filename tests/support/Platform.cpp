@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QProcess>
 #include <QStandardPaths>
 
 #include <algorithm>
@@ -31,6 +32,17 @@ QString Platform::searchPathWith(const QString &folder)
 QString Platform::reasonToSkipResets()
 {
     return isWine() ? u"Wine does not always report that a connection was reset"_s : QString();
+}
+
+bool Platform::start(QProcess &process, const QString &program, const QStringList &arguments)
+{
+    constexpr int kMostStarts = 3;
+    for (int starts = 0; starts < (isWine() ? kMostStarts : 1); ++starts) {
+        process.start(program, arguments);
+        if (process.waitForStarted())
+            return true;
+    }
+    return false;
 }
 
 #ifdef Q_OS_WIN

@@ -3,6 +3,9 @@
 #include <QByteArray>
 #include <QList>
 #include <QString>
+#include <QStringList>
+
+class QProcess;
 
 /// What differs between systems about programs and processes.
 namespace Platform {
@@ -50,9 +53,12 @@ inline constexpr bool kIsWindows = false;
 /// Whether this process has loaded a TLS library. Qt does so when the first connection wants one.
 bool hasLoadedTls();
 
-/// True under Wine, which now and then keeps to itself that a connection was reset, and fails to
-/// start one process in thousands.
+/// True under Wine, which now and then keeps to itself that a connection was reset.
 bool isWine();
+
+/// Starts the process; under Wine, which fails to start one in thousands, more than once if need
+/// be. False when it could not be started.
+bool start(QProcess &process, const QString &program, const QStringList &arguments = {});
 
 /// Why a row about a connection that is reset is not run here; empty where it is.
 QString reasonToSkipResets();

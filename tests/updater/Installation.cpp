@@ -216,14 +216,9 @@ Installation::Outcome Installation::run(const QString &program, const QStringLis
     QStringList given = arguments;
     if (!copy.isEmpty() && (given.isEmpty() || given == QStringList{u"--silent"_s}))
         given.append(m_folder);
-    // Wine fails to start one process in thousands.
-    constexpr int kMostStarts = 3;
-    for (int starts = 0; starts < (Platform::isWine() ? kMostStarts : 1); ++starts) {
-        process.start(copy.isEmpty() ? m_folder + u'/' + program : copy, given);
-        if (process.waitForStarted())
-            break;
-    }
-    const bool hasEnded = process.waitForFinished(int(std::chrono::milliseconds(60s).count()));
+    const bool hasEnded =
+        Platform::start(process, copy.isEmpty() ? m_folder + u'/' + program : copy, given) &&
+        process.waitForFinished(int(std::chrono::milliseconds(60s).count()));
 
     Outcome outcome;
     outcome.exitCode =

@@ -67,7 +67,7 @@ public:
         environment.insert(u"VEYRA_PROBE_HOLD"_s, QDir::toNativeSeparators(path));
         environment.insert(u"VEYRA_PROBE_HANG"_s, QString::number(milliseconds));
         m_process.setProcessEnvironment(environment);
-        m_process.start(QString::fromUtf8(FAKE_LAUNCHER), {});
+        Platform::start(m_process, QString::fromUtf8(FAKE_LAUNCHER));
         // It records its start once it holds the file.
         if (installation.startsOf(1).size() != 1)
             qFatal("The program that is to hold a file does not start");
@@ -226,7 +226,7 @@ void TestLauncherUpdater::mendsOnceWhenItIsStartedTwice()
     {
         Platform::FolderLock first;
         QVERIFY(first.tryLock(installation.folder().toStdString()));
-        second.start(QString::fromUtf8(UPDATER_PROBE), {installation.folder()});
+        QVERIFY(Platform::start(second, QString::fromUtf8(UPDATER_PROBE), {installation.folder()}));
         QByteArray said;
         QTRY_VERIFY_WITH_TIMEOUT(
             (second.waitForReadyRead(10), said += second.readAllStandardError())
@@ -511,8 +511,7 @@ void TestLauncherUpdater::waitsForTheLauncher()
     // Wine takes its time to start the updater meanwhile.
     environment.insert(u"VEYRA_PROBE_HANG"_s, Platform::isWine() ? u"5000"_s : u"600"_s);
     launcher.setProcessEnvironment(environment);
-    launcher.start(installation.folder() + u'/' + kLauncher, {});
-    QVERIFY(launcher.waitForStarted());
+    QVERIFY(Platform::start(launcher, installation.folder() + u'/' + kLauncher));
     QCOMPARE(installation.startsOf(1), kOld);
 
     const Installation::Outcome outcome = installation.runUpdater();
@@ -531,8 +530,7 @@ void TestLauncherUpdater::namesTheLauncherThatDoesNotEnd()
     QProcessEnvironment environment = installation.environment;
     environment.insert(u"VEYRA_PROBE_HANG"_s, u"60000"_s);
     launcher.setProcessEnvironment(environment);
-    launcher.start(installation.folder() + u'/' + kLauncher, {});
-    QVERIFY(launcher.waitForStarted());
+    QVERIFY(Platform::start(launcher, installation.folder() + u'/' + kLauncher));
     QCOMPARE(installation.startsOf(1), kOld);
 
     const Installation::Outcome outcome = installation.runUpdater();

@@ -520,8 +520,7 @@ void TestUpdateSwap::mendsBesideTheOldLauncher()
     QProcessEnvironment environment = m_installation.environment;
     environment.insert(u"VEYRA_PROBE_HANG"_s, u"60000"_s);
     launcher.setProcessEnvironment(environment);
-    launcher.start(m_installation.folder() + u'/' + kLauncher, {});
-    QVERIFY(launcher.waitForStarted());
+    QVERIFY(Platform::start(launcher, m_installation.folder() + u'/' + kLauncher));
     QCOMPARE(m_installation.startsOf(1), kOld);
 
     // Windows replaces no program that runs. Elsewhere the probe says so.

@@ -272,8 +272,7 @@ void TestWindowsUpdater::loadsNothingThatLiesBesideIt()
                           QString::fromUtf8(Installation::kLauncher)};
     if (isSilent)
         arguments.prepend(u"--silent"_s);
-    process.start(program, arguments);
-    QVERIFY(process.waitForStarted());
+    QVERIFY(Platform::start(process, program, arguments));
     if (!isSilent) {
         HWND const window = waitForWindow(DWORD(process.processId()));
         QVERIFY(window);
@@ -296,8 +295,7 @@ void TestWindowsUpdater::loadsNothingThatLiesBesideIt()
 void TestWindowsUpdater::tellsOfAFailureInAWindow()
 {
     QProcess process;
-    process.start(updater(), {u"a"_s, u"b"_s});
-    QVERIFY(process.waitForStarted());
+    QVERIFY(Platform::start(process, updater(), {u"a"_s, u"b"_s}));
     HWND const window = waitForWindow(DWORD(process.processId()));
     QVERIFY(window);
     constexpr int kTextOfMessageBox = 0xffff;

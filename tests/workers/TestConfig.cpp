@@ -97,11 +97,8 @@ QStringList TestConfig::run(const QString &program, const QStringList &words)
     QProcess probe;
     probe.setProcessEnvironment(environment);
     probe.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    probe.start(program, words);
-    if (!probe.waitForStarted() && Platform::isWine())
-        probe.start(program, words); // one start in thousands fails under Wine
-    if (!probe.waitForFinished(60000) || probe.exitStatus() != QProcess::NormalExit ||
-        probe.exitCode() != 0) {
+    if (!Platform::start(probe, program, words) || !probe.waitForFinished(60000) ||
+        probe.exitStatus() != QProcess::NormalExit || probe.exitCode() != 0) {
         return {u"the probe failed: "_s + probe.errorString()};
     }
     QString output = QString::fromUtf8(probe.readAllStandardOutput());
