@@ -1,4 +1,5 @@
 #include "tests/support/Files.h"
+#include "tests/support/Platform.h"
 #include "tests/support/TestEnvironment.h"
 #include "tests/updater/Installation.h"
 
