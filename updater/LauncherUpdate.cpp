@@ -191,19 +191,27 @@ ExitCode Run::explainUsage()
 /// Whatever went wrong, the launcher runs afterwards, unless it does already or cannot.
 ExitCode Run::attempt(const std::function<void()> &steps)
 {
+    const auto canStart = [this](ExitCode code) {
+        return code != ExitCode::Usage && code != ExitCode::StillRunning &&
+               code != ExitCode::RollBackFailed && !m_program.empty();
+    };
     ExitCode code = ExitCode::Done;
     try {
         steps();
     } catch (const Failure &failure) {
         code = failure.code;
+        // Whoever reads that the launcher must be installed again does so now, and the setup
+        // program refuses while an update is going on. A launcher that is still to be started must
+        // not start in the middle of that.
+        if (!canStart(code))
+            m_lock.release();
         showFailure(failure);
     }
-    const bool canStart = code != ExitCode::Usage && code != ExitCode::StillRunning &&
-                          code != ExitCode::RollBackFailed && !m_program.empty();
-    if (canStart) {
+    if (canStart(code)) {
         try {
             startLauncher();
         } catch (const Failure &failure) {
+            m_lock.release();
             showFailure(failure);
             if (code == ExitCode::Done)
                 code = failure.code;
@@ -379,9 +387,6 @@ void Run::showFailure(const Failure &failure)
 {
     const std::string text = explained(failure);
     m_log.write(text);
-    // Nothing is moved any more. Whoever reads that the launcher must be installed again does so
-    // now, and the setup program refuses while an update is going on.
-    m_lock.release();
     m_view->showFailure(text);
 }
 

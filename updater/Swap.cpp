@@ -233,17 +233,21 @@ void Swap::makeWorkFoldersFor(const std::string &root, const std::string &name)
     }
 }
 
-std::unique_ptr<std::FILE, int (*)(std::FILE *)> Swap::open(const std::string &path) const
+/// Null where there is none.
+Swap::File Swap::openIfThere(const std::string &path) const
 {
     std::FILE *file = nullptr;
-    if (const Error error = attempt([&] { return Platform::openForReading(path, file); }))
+    const Error error = attempt([&] { return Platform::openForReading(path, file); });
+    if (error && error.kind != Error::Kind::Missing)
         fail("impossible de lire", path, error);
-    return {file, &std::fclose};
+    return {error ? nullptr : file, &std::fclose};
 }
 
 std::string Swap::copy(const std::string &from, const std::string &to) const
 {
-    const auto source = open(from);
+    const File source = openIfThere(from);
+    if (!source)
+        throw Failure(ExitCode::NotPrepared, "fichier introuvable : " + from);
     Platform::OutputFile target;
     create(target, to);
     Sha256 sum;
@@ -270,7 +274,9 @@ std::string Swap::sumOf(const std::string &path) const
 {
     if (entryAt(path) != Entry::File)
         return {};
-    const auto file = open(path);
+    const File file = openIfThere(path);
+    if (!file)
+        return {};
     Sha256 sum;
     std::vector<char> chunk(kCopyChunk);
     for (size_t count = 0; (count = std::fread(chunk.data(), 1, chunk.size(), file.get())) > 0;)
@@ -368,20 +374,41 @@ bool Swap::hasNewLauncher() const
     return sumOf(newAt(name)) == m_journal.newSum || sumOf(at(name)) == m_journal.newSum;
 }
 
-/// Where somebody installed another one by hand, an old journal says nothing of it.
-bool Swap::hasForeignLauncher() const
+/// Whether the folder holds a launcher with all its files, by its own list.
+bool Swap::isWhole() const
 {
-    const std::string sum = sumOf(at(m_journal.launcher));
-    return !sum.empty() && sum != m_journal.oldSum && sum != m_journal.newSum &&
-           sum != m_journal.guardSum;
+    const std::string path = at(std::string(FileName::kList));
+    std::string text;
+    const Error error =
+        attempt([&] { return Platform::readFile(path, UpdateList::kLongestText, text); });
+    if (error.kind == Error::Kind::Missing || text.size() > UpdateList::kLongestText)
+        return false;
+    if (error)
+        fail("impossible de lire", path, error);
+    try {
+        const UpdateList list = UpdateList::parse(text);
+        return list.find(m_journal.launcher) &&
+               std::all_of(list.files.begin(), list.files.end(),
+                           [this](const UpdateList::File &file) {
+                               return sumOf(at(file.name)) == file.sha256;
+                           });
+    } catch (const Failure &failure) {
+        // The list itself is damaged; a file that cannot be read tells nothing.
+        if (failure.code == ExitCode::Refused)
+            return false;
+        throw;
+    }
 }
 
 void Swap::finish()
 {
-    if (!hasNewLauncher()) {
+    const std::string &launcher = m_journal.launcher;
+    const auto throwLost = [&launcher] {
         throw Failure(ExitCode::NotPrepared,
-                      "le nouveau programme " + m_journal.launcher + " a disparu ou a changé");
-    }
+                      "le nouveau programme " + launcher + " a disparu ou a changé");
+    };
+    if (!hasNewLauncher())
+        throwLost();
     for (const auto &[step, name] : m_journal.entries) {
         if (step != Journal::Step::Remove)
             continue;
@@ -395,8 +422,11 @@ void Swap::finish()
         }
     }
     // Last of all: from here on the new launcher starts by itself.
-    if (sumOf(newAt(m_journal.launcher)) == m_journal.newSum)
-        moveOver(newAt(m_journal.launcher), at(m_journal.launcher));
+    if (sumOf(at(launcher)) != m_journal.newSum)
+        moveOver(newAt(launcher), at(launcher));
+    // A virus scanner may have taken it meanwhile, and the old one still lies in the work folder.
+    if (sumOf(at(launcher)) != m_journal.newSum)
+        throwLost();
     try {
         flush(m_folder);
         forget();
@@ -517,22 +547,39 @@ Swap::Mended Swap::mend()
                 attempt([&] { return Platform::readFile(path, Journal::kLongestText, text); }))
             fail("impossible de lire", path, error);
         m_journal = Journal::parse(text);
-        if (!hasForeignLauncher())
-            return finishOrUndo(mustFinish);
+        return mendByJournal(mustFinish);
     } catch (const Failure &failure) {
         throw Failure(ExitCode::RollBackFailed, failure.text);
     }
-    forget();
-    return Mended::Obsolete;
 }
 
-Swap::Mended Swap::finishOrUndo(bool mustFinish)
+/// What stands in the launcher's place tells whether somebody has installed one by hand meanwhile,
+/// of which the journal knows nothing. That one stays, if all its files are there: a single file
+/// may as well be what a copy left that broke off.
+Swap::Mended Swap::mendByJournal(bool mustFinish)
 {
-    if (mustFinish && hasNewLauncher()) {
-        finish();
-        return Mended::Finished;
+    const std::string sum = sumOf(at(m_journal.launcher));
+    const bool isNew = sum == m_journal.newSum;
+    const bool isOld = !isNew && sum == m_journal.oldSum;
+    const bool isForeign = !isNew && !isOld && !sum.empty() && sum != m_journal.guardSum;
+    if (isForeign && isWhole()) {
+        forget();
+        return Mended::Obsolete;
     }
-    if (mustFinish)
+    if (isNew && !mustFinish && isWhole())
+        mustFinish = true;
+    // Nothing of the replacement brings the old one there while the journal is to be finished.
+    if (mustFinish && !isOld && hasNewLauncher()) {
+        try {
+            finish();
+            return Mended::Finished;
+        } catch (const Failure &) {
+            // What is there still can be finished by the next start, what was lost by none.
+            if (hasNewLauncher())
+                throw;
+        }
+    }
+    if (exists(m_folder + kDone))
         move(m_folder + kDone, m_folder + kJournal);
     undo();
     return Mended::Undone;
@@ -578,19 +625,27 @@ void Swap::moveOver(const std::string &from, const std::string &to) const
 {
     // Where no copy of this program could be started elsewhere it stands in the launcher's place
     // itself. It leaves that moment which some volumes know as well.
-    if (Platform::mustStepAside(to)) {
+    bool isAside = false;
+    const auto stepAside = [&] {
         remove(m_folder + kAside);
-        move(to, m_folder + kAside);
-    }
+        if (exists(to)) {
+            move(to, m_folder + kAside);
+            isAside = true;
+        }
+    };
+    if (Platform::mustStepAside(to))
+        stepAside();
     Error error = attempt([&] { return Platform::replace(from, to); });
     if (error.kind == Error::Kind::Exists || error.kind == Error::Kind::Unsupported) {
         // Such a volume leaves a moment with no file of this name. "LauncherUpdater.exe" is in its
         // place then, and mends it.
-        remove(to);
+        stepAside();
         error = attempt([&] { return Platform::rename(from, to); });
     }
     if (error) {
-        // Rather this program than nothing; where something is still there, this does nothing.
+        // What stood there, or rather this program than nothing. Neither replaces anything.
+        if (isAside)
+            Platform::rename(m_folder + kAside, to);
         Platform::rename(m_folder + kSpareGuard, to);
         fail("impossible de remplacer", to, error);
     }

@@ -43,7 +43,7 @@ public:
     enum class Mended { Nothing, Undone, Finished, Obsolete };
     /// Undoes or finishes what an earlier run left, and clears its remains. Throws a Failure when
     /// it cannot; then nothing else may be done in the folder. Obsolete: somebody has put another
-    /// launcher there since; it stays.
+    /// launcher there since, with all the files of its list; it stays.
     Mended mend();
     /// The launcher's file name as the interrupted replacement knew it; after a mend().
     const std::string &mendedLauncher() const { return m_journal.launcher; }
@@ -74,15 +74,16 @@ private:
     void makeWorkFoldersFor(const std::string &root, const std::string &name);
     /// Returns the SHA-256 sum of what was copied.
     std::string copy(const std::string &from, const std::string &to) const;
-    std::unique_ptr<std::FILE, int (*)(std::FILE *)> open(const std::string &path) const;
+    using File = std::unique_ptr<std::FILE, int (*)(std::FILE *)>;
+    File openIfThere(const std::string &path) const;
     void write(const std::string &path, const std::string &content) const;
     void create(Platform::OutputFile &file, const std::string &path) const;
     void writeJournal();
 
     void replaceAll();
     bool hasNewLauncher() const;
-    bool hasForeignLauncher() const;
-    Mended finishOrUndo(bool mustFinish);
+    bool isWhole() const;
+    Mended mendByJournal(bool mustFinish);
     void finish();
     void undo();
     void putGuardBack() const;

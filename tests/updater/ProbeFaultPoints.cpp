@@ -4,6 +4,8 @@
 //   busy=N        that call fails because another program holds the file; both may stand there
 //                 for several calls
 //   fail-from=N   that call and all later ones fail
+//   lose=N        before that call the file that VEYRA_PROBE_LOST names is removed, as by a virus
+//                 scanner
 //   no-replace    renaming onto an existing file fails, as on some volumes
 //   held          the same, as when another program holds that file
 //   space=N       N bytes are free
@@ -59,6 +61,15 @@ const std::set<long> &numbers(const char *name)
     return found == faults.end() ? none : found->second;
 }
 
+void loseFile()
+{
+#ifdef _WIN32
+    _wremove(_wgetenv(L"VEYRA_PROBE_LOST"));
+#else
+    std::remove(std::getenv("VEYRA_PROBE_LOST"));
+#endif
+}
+
 /// 0 where there is no such fault.
 long fault(const char *name)
 {
@@ -93,6 +104,8 @@ int FaultPoints::next()
     const long call = calls.next();
     if (call == fault("kill"))
         std::_Exit(kKilled);
+    if (call == fault("lose"))
+        loseFile();
     if (numbers("busy").contains(call))
         return kIsHeld;
     const long last = fault("fail-from");

@@ -40,6 +40,7 @@ enum {
     Refused = 3,
     NotPrepared = 4,
     RolledBack = 5,
+    RollBackFailed = 6,
     NotRestarted = 7
 };
 
@@ -121,7 +122,8 @@ private slots:
     void waitsForTheLauncher();
     void namesTheLauncherThatDoesNotEnd();
     void doesNotRunTwiceInAFolder();
-    void letsGoOfTheFolderBeforeItTellsOfAFailure();
+    void letsGoOfTheFolderWhereItTellsToInstallAgain_data();
+    void letsGoOfTheFolderWhereItTellsToInstallAgain();
     void preparesNothingOnAFullDisk();
     void preparesNothingWithoutSpace();
     void preparesNothingInAFolderThatIsReadOnly();
@@ -578,10 +580,25 @@ void TestLauncherUpdater::doesNotRunTwiceInAFolder()
 }
 
 /// So that it can be installed again while the reason is shown.
-void TestLauncherUpdater::letsGoOfTheFolderBeforeItTellsOfAFailure()
+void TestLauncherUpdater::letsGoOfTheFolderWhereItTellsToInstallAgain_data()
 {
+    QTest::addColumn<QByteArray>("journal");
+    QTest::addColumn<int>("exitCode");
+
+    QTest::newRow("the launcher is to be installed again")
+        << QByteArray("nonsense") << int(RollBackFailed);
+    QTest::newRow("the old launcher is started afterwards") << QByteArray() << int(Refused);
+}
+
+void TestLauncherUpdater::letsGoOfTheFolderWhereItTellsToInstallAgain()
+{
+    QFETCH(const QByteArray, journal);
+    QFETCH(const int, exitCode);
+
     Installation installation;
     installation.writeArchive("no archive");
+    if (!journal.isEmpty())
+        Files::write(installation.folder() + u"/.veyra-maj/journal.txt"_s, journal);
     int shown = 0;
     bool isFree = false;
     whileAFailureIsShown = [&] {
@@ -610,10 +627,12 @@ void TestLauncherUpdater::letsGoOfTheFolderBeforeItTellsOfAFailure()
     const auto code = runUpdater({installation.archive().toStdString(),
                                   installation.folder().toStdString(), Installation::kLauncher},
                                  settings);
-    QCOMPARE(int(code), int(Refused));
+    QCOMPARE(int(code), exitCode);
     QCOMPARE(shown, 1);
-    QVERIFY(isFree);
-    expectUntouched(installation);
+    const bool isStarted = exitCode == Refused;
+    QCOMPARE(isFree, !isStarted);
+    if (isStarted)
+        expectUntouched(installation);
 }
 
 void TestLauncherUpdater::preparesNothingOnAFullDisk()
