@@ -3,11 +3,13 @@
 #include "publish/ClientFolder.h"
 #include "publish/ClientPublication.h"
 #include "publish/CommandLine.h"
+#include "publish/Console.h"
 #include "publish/Disk.h"
 #include "publish/Generation.h"
 #include "publish/LauncherPublication.h"
 #include "publish/LauncherSettings.h"
 #include "publish/News.h"
+#include "publish/Rehearsal.h"
 #include "publish/Site.h"
 #include "publish/Status.h"
 #include "publish/Verifier.h"
@@ -23,6 +25,8 @@
 #include <memory>
 
 using namespace Qt::Literals::StringLiterals;
+using Console::complain;
+using Console::say;
 
 namespace {
 
@@ -34,16 +38,6 @@ const auto kNotes = u"--notes"_s;
 const auto kRequired = u"--obligatoire"_s;
 const auto kWhole = u"--complet"_s;
 const auto kJson = u"--json"_s;
-
-void say(const QString &text)
-{
-    QTextStream(stdout) << text << Qt::endl;
-}
-
-void complain(const QString &text)
-{
-    QTextStream(stderr) << text << Qt::endl;
-}
 
 void sayPrepared(const QString &number)
 {
@@ -275,6 +269,7 @@ const QList<CommandForm> &commandForms()
         {u"mettre-en-ligne"_s, 0, 0, {}, {}, putOnline},
         {u"annuler"_s, 0, 0, {}, {}, takeBack},
         {u"verifier"_s, 0, 1, {}, {kWhole, kJson}, verify},
+        {u"essayer"_s, 0, 0, Rehearsal::valueOptions(), Rehearsal::flags(), Rehearsal::run},
     };
     return kForms;
 }
@@ -314,6 +309,13 @@ Vérifier ce que les joueurs reçoivent :
                           les joueurs en voient et comment la corriger
       --complet           télécharge, décompresse et vérifie aussi le client
       --json              répond en JSON
+  essayer                 sert le site sur cette machine seule, comme le ferait nginx,
+                          jusqu'à Ctrl+C ; l'adresse est affichée
+      --brouillon         sert ce qui est préparé et pas encore en ligne
+      --port N            sur ce port plutôt que sur un port libre
+      --debit N[k|M]      N octets par seconde en tout (k : mille, M : un million)
+      --panne PANNE       coupure : chaque réponse s'arrête au milieu ; lent : chacune se
+                          fait attendre une seconde ; 404 : rien n'est trouvé
 
 État du serveur de jeu, tout de suite en ligne :
   etat en-ligne N         en ligne, avec N joueurs

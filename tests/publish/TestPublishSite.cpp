@@ -1,3 +1,4 @@
+#include "tests/publish/Nginx.h"
 #include "tests/publish/Publisher.h"
 #include "tests/support/Files.h"
 #include "tests/support/TestEnvironment.h"
@@ -331,77 +332,29 @@ void TestPublishSite::helpNamesEveryCommand()
          {u"init ADRESSE"_s, u"client DOSSIER"_s, u"lanceur ARCHIVE --notes FICHIER"_s,
           u"nouvelles ajouter TITRE TEXTE"_s, u"nouvelles lister"_s, u"nouvelles retirer N"_s,
           u"etat en-ligne N"_s, u"etat hors-ligne"_s, u"etat sonder HÔTE:PORT"_s,
-          u"mettre-en-ligne"_s, u"annuler"_s, u"verifier [ADRESSE]"_s}) {
+          u"mettre-en-ligne"_s, u"annuler"_s, u"verifier [ADRESSE]"_s, u"essayer "_s}) {
         QVERIFY2(help.output.contains(u"\n  "_s + name), qPrintable(name));
     }
     QCOMPARE(m_publisher->run({u"--version"_s}).output,
              u"veyra-publier "_s + QStringLiteral(VEYRA_VERSION) + u'\n');
 }
 
-/// The block that init prints, with a server of its own around it.
-class Nginx
-{
-public:
-    explicit Nginx(const QString &block)
-    {
-        const QString configuration =
-            u"daemon off;\nmaster_process off;\npid \"%1/pid\";\nerror_log \"%1/errors\";\n"
-            u"events { }\nhttp {\n    include /etc/nginx/mime.types;\n    access_log off;\n"
-            u"    gzip on;\n    gzip_types *;\n    client_body_temp_path \"%1/body\";\n"
-            u"    proxy_temp_path \"%1/proxy\";\n    fastcgi_temp_path \"%1/fastcgi\";\n"
-            u"    uwsgi_temp_path \"%1/uwsgi\";\n    scgi_temp_path \"%1/scgi\";\n%2}\n"_s.arg(
-                m_folder.path(), block);
-        Files::write(m_folder.filePath(u"nginx.conf"_s), configuration.toUtf8());
-        m_process.start(program(), {u"-e"_s, m_folder.filePath(u"errors"_s), u"-c"_s,
-                                    m_folder.filePath(u"nginx.conf"_s)});
-    }
-    ~Nginx()
-    {
-        m_process.terminate();
-        m_process.waitForFinished();
-    }
-    Q_DISABLE_COPY_MOVE(Nginx)
-
-    static QString program()
-    {
-        return QStandardPaths::findExecutable(u"nginx"_s, {u"/usr/sbin"_s, u"/usr/bin"_s});
-    }
-    bool isRunning() const { return m_process.state() != QProcess::NotRunning; }
-    QByteArray errors() const { return Files::read(m_folder.filePath(u"errors"_s)); }
-
-private:
-    QTemporaryDir m_folder;
-    QProcess m_process;
-};
-
 void TestPublishSite::nginxServesItAsTheLauncherWants()
 {
     if (Nginx::program().isEmpty())
         QSKIP("no nginx here");
     const Publisher publisher;
-    quint16 port = 0;
-    {
-        QTcpServer free;
-        QVERIFY(free.listen(QHostAddress::LocalHost));
-        port = free.serverPort();
-    }
+    const quint16 port = Nginx::freePort();
     const QString address = u"http://127.0.0.1:%1/"_s.arg(port);
-    QString block = publisher.run({u"init"_s, address}).output;
-    block = block.sliced(block.indexOf(u"server {"_s));
-    if (QTcpServer ipv6; !ipv6.listen(QHostAddress::LocalHostIPv6))
-        block.remove(u"    listen [::]:%1;\n"_s.arg(port));
+    const QString block = Nginx::blockIn(publisher.run({u"init"_s, address}).output);
     Clients::write(publisher.beside(u"client"_s), Clients::sample());
     QCOMPARE(publisher.run({u"client"_s, publisher.beside(u"client"_s)}).code, 0);
     QCOMPARE(publisher.run({u"mettre-en-ligne"_s}).code, 0);
     Files::write(publisher.path(u"site/launcher/a.zip"_s), "archive");
 
     const Nginx nginx(block);
-    const auto isUp = [port] {
-        QTcpSocket socket;
-        socket.connectToHost(QHostAddress::LocalHost, port);
-        return socket.waitForConnected();
-    };
-    QTRY_VERIFY2_WITH_TIMEOUT(!nginx.isRunning() || isUp(), nginx.errors().constData(), 30000);
+    QTRY_VERIFY2_WITH_TIMEOUT(!nginx.isRunning() || nginx.answers(port), nginx.errors().constData(),
+                              30000);
     QVERIFY2(nginx.isRunning(), nginx.errors().constData());
 
     struct Expected

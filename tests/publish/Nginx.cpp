@@ -1,0 +1,60 @@
+#include "tests/publish/Nginx.h"
+
+#include "tests/support/Files.h"
+
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+using namespace Qt::Literals::StringLiterals;
+
+Nginx::Nginx(QString block)
+{
+    if (QTcpServer ipv6; !ipv6.listen(QHostAddress::LocalHostIPv6))
+        block.remove(QRegularExpression(u"    listen \\[::\\]:[0-9]+;\n"_s));
+    const QString configuration =
+        u"daemon off;\nmaster_process off;\npid \"%1/pid\";\nerror_log \"%1/errors\";\n"
+        u"events { }\nhttp {\n    include /etc/nginx/mime.types;\n    access_log off;\n"
+        u"    gzip on;\n    gzip_types *;\n    client_body_temp_path \"%1/body\";\n"
+        u"    proxy_temp_path \"%1/proxy\";\n    fastcgi_temp_path \"%1/fastcgi\";\n"
+        u"    uwsgi_temp_path \"%1/uwsgi\";\n    scgi_temp_path \"%1/scgi\";\n%2}\n"_s.arg(
+            m_folder.path(), block);
+    Files::write(m_folder.filePath(u"nginx.conf"_s), configuration.toUtf8());
+    m_process.start(program(), {u"-e"_s, m_folder.filePath(u"errors"_s), u"-c"_s,
+                                m_folder.filePath(u"nginx.conf"_s)});
+}
+
+Nginx::~Nginx()
+{
+    m_process.terminate();
+    m_process.waitForFinished();
+}
+
+QString Nginx::program()
+{
+    return QStandardPaths::findExecutable(u"nginx"_s, {u"/usr/sbin"_s, u"/usr/bin"_s});
+}
+
+quint16 Nginx::freePort()
+{
+    QTcpServer free;
+    return free.listen(QHostAddress::LocalHost) ? free.serverPort() : quint16{0};
+}
+
+QString Nginx::blockIn(const QString &output)
+{
+    return output.sliced(output.indexOf(u"server {"_s));
+}
+
+bool Nginx::answers(quint16 port) const
+{
+    QTcpSocket socket;
+    socket.connectToHost(QHostAddress::LocalHost, port);
+    return socket.waitForConnected();
+}
+
+QByteArray Nginx::errors() const
+{
+    return Files::read(m_folder.filePath(u"errors"_s));
+}
