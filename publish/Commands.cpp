@@ -10,6 +10,7 @@
 #include "publish/LauncherSettings.h"
 #include "publish/News.h"
 #include "publish/Rehearsal.h"
+#include "publish/Sending.h"
 #include "publish/Site.h"
 #include "publish/Status.h"
 #include "publish/Verifier.h"
@@ -168,13 +169,13 @@ Outcome setOnline(const CommandLine &line)
 {
     constexpr int kMostPlayers = 1'000'000;
     const int players = positiveNumber(line.operands.first(), kMostPlayers);
-    ServerStatus{true, players}.save(Workshop(line.workshop).statusPath());
+    ServerStatus{true, players}.save(Workshop::statusPathIn(line.workshop));
     return Outcome::Good;
 }
 
 Outcome setOffline(const CommandLine &line)
 {
-    ServerStatus().save(Workshop(line.workshop).statusPath());
+    ServerStatus().save(Workshop::statusPathIn(line.workshop));
     return Outcome::Good;
 }
 
@@ -189,7 +190,7 @@ Outcome probeServer(const CommandLine &line)
     if (host.isEmpty() || port == 0)
         throw Problem{Outcome::Usage, u"« %1 » n'est pas de la forme HÔTE:PORT."_s.arg(place)};
 
-    const QString path = Workshop(line.workshop).statusPath();
+    const QString path = Workshop::statusPathIn(line.workshop);
     ServerStatus status = ServerStatus::load(path);
     const bool isOnline = acceptsConnections(host, static_cast<quint16>(port));
     status = isOnline ? ServerStatus{true, status.players} : ServerStatus();
@@ -268,6 +269,7 @@ const QList<CommandForm> &commandForms()
         {u"etat sonder"_s, 1, 0, {}, {}, probeServer},
         {u"mettre-en-ligne"_s, 0, 0, {}, {}, putOnline},
         {u"annuler"_s, 0, 0, {}, {}, takeBack},
+        {u"envoyer"_s, 0, 1, {}, {}, Sending::run},
         {u"verifier"_s, 0, 1, {}, {kWhole, kJson}, verify},
         {u"essayer"_s, 0, 0, Rehearsal::valueOptions(), Rehearsal::flags(), Rehearsal::run},
     };
@@ -303,6 +305,9 @@ Préparer :
 Mettre en ligne :
   mettre-en-ligne         sert la dernière publication préparée
   annuler                 sert de nouveau celle d'avant, et repart d'elle
+  envoyer [DESTINATION]   envoie le site en ligne vers un dossier, ou vers une autre
+                          machine (sftp://NOM@HÔTE/DOSSIER), et l'y met en ligne ; la
+                          destination est retenue pour la prochaine fois
 
 Vérifier ce que les joueurs reçoivent :
   verifier [ADRESSE]      lit le site comme le launcher et dit, pour chaque erreur, ce que
@@ -327,7 +332,7 @@ Options générales : --atelier DOSSIER, --help, --version.
 
 Codes de fin : 0 bien · 1 commande mal tapée · 2 refusé, rien n'a été changé ·
 3 le site a des erreurs · 4 des avertissements seulement · 5 le site ne répond pas ·
-6 disque ou droits · 130 interrompu.)"_s;
+6 disque ou droits · 7 envoi interrompu, l'ancien site reste servi · 130 interrompu.)"_s;
 }
 
 Outcome runPublisher(const QStringList &arguments)

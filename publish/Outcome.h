@@ -11,6 +11,7 @@ enum class Outcome {
     Warnings = 4, ///< and nothing worse
     Unreachable = 5,
     Disk = 6,         ///< full, broken, or no right to it
+    BrokenOff = 7,    ///< of a sending; the old site stands
     Interrupted = 130 ///< by Ctrl+C
 };
 

@@ -62,6 +62,7 @@ Workshop::Workshop(const QString &folder)
     m_baseUrl = checkedBaseUrl(settings.value("url"_L1).toString());
     m_versions = texts(settings.value("versions"_L1));
     m_keys = texts(settings.value("cles"_L1));
+    m_destination = settings.value("destination"_L1).toString();
 }
 
 Workshop Workshop::create(const QString &folder, const QString &baseUrl, const QStringList &keys)
@@ -94,6 +95,14 @@ bool Workshop::exists(const QString &folder)
     return QFile::exists(QDir(folder).filePath(kSettings));
 }
 
+QString Workshop::statusPathIn(const QString &folder)
+{
+    const QDir sentTo(folder);
+    if (!exists(folder) && sentTo.exists(kGenerations) && QFile::exists(sentTo.filePath(kStatus)))
+        return sentTo.absoluteFilePath(kStatus);
+    return Workshop(folder).statusPath();
+}
+
 QString Workshop::checkedBaseUrl(QString url)
 {
     static const QRegularExpression kForm(
@@ -121,6 +130,17 @@ std::unique_ptr<QLockFile> Workshop::lock() const
                       u"Une autre commande travaille dans cet atelier ; rien n'a été changé."_s};
     }
     throw Problem{Outcome::Disk, u"Écriture impossible dans %1."_s.arg(m_folder)};
+}
+
+/// What else the operator has written there stays.
+void Workshop::setDestination(const QString &destination)
+{
+    if (destination == m_destination)
+        return;
+    QJsonObject settings = QJsonDocument::fromJson(Disk::read(path(kSettings))).object();
+    settings.insert("destination"_L1, destination);
+    Disk::write(path(kSettings), QJsonDocument(settings));
+    m_destination = destination;
 }
 
 QString Workshop::generationPath(const QString &number) const

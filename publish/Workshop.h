@@ -9,7 +9,7 @@ class QLockFile;
 
 /// The operator's folder, from which a site is published. In it:
 /// - publication.json: the site's address, the launcher versions that players have, the public keys
-///   of their updates
+///   of their updates, where it is sent
 /// - publications/NNNN/: complete sites ("generations"); files that are the same share their bytes
 /// - brouillon: link to the generation that the next command starts from
 /// - site: link to the generation that the web server serves
@@ -25,6 +25,9 @@ public:
     static Workshop create(const QString &folder, const QString &baseUrl, const QStringList &keys);
 
     static bool exists(const QString &folder);
+    /// The state in a workshop, or in a folder that a site was sent to. Throws a Problem where
+    /// `folder` is neither.
+    static QString statusPathIn(const QString &folder);
     /// As the launcher wants it: with a "/" at its end. Throws a Problem for what is no site's.
     static QString checkedBaseUrl(QString url);
 
@@ -35,6 +38,9 @@ public:
     const QStringList &versions() const { return m_versions; }
     /// Public keys as minisign writes them: the second line of their files.
     const QStringList &keys() const { return m_keys; }
+    /// Where the site is sent; empty where that was never told.
+    const QString &destination() const { return m_destination; }
+    void setDestination(const QString &destination);
     QString path(const QString &name) const { return m_folder + u'/' + name; }
     QString generationPath(const QString &number) const;
     QString sitePath() const;
@@ -66,4 +72,5 @@ private:
     QString m_baseUrl;
     QStringList m_versions;
     QStringList m_keys;
+    QString m_destination;
 };

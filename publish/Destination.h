@@ -1,0 +1,64 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QHash>
+#include <QString>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+/// A folder that a site is sent to, here or on another machine. Names are relative to it, with "/"
+/// between folders. Everything throws a Problem when it fails.
+class Destination
+{
+public:
+    struct Entry
+    {
+        enum Kind { File, Folder, Link } kind;
+        qint64 size;
+    };
+    using Entries = QHash<QString, Entry>;
+
+    Destination() = default;
+    virtual ~Destination() = default;
+    Q_DISABLE_COPY_MOVE(Destination)
+
+    /// "sftp://user@host/folder", or a folder of this machine; throws a Problem (Outcome::Refused)
+    /// for anything else.
+    static QString checkedAddress(const QString &address);
+    /// The folder is there then, and can be reached.
+    static std::unique_ptr<Destination> open(const QString &address);
+
+    /// What lies in a folder; nothing where there is none.
+    virtual Entries entries(const QString &folder) = 0;
+    /// Nothing where there is no such file.
+    virtual std::optional<QByteArray> read(const QString &name) = 0;
+    virtual std::optional<QDateTime> modified(const QString &name) = 0;
+    /// The last part of what a symbolic link to a folder leads to; empty where there is none.
+    virtual QString targetName(const QString &link) = 0;
+    /// Whether the file's content has this sum, as far as that can be told.
+    virtual bool isWhole(const QString &name, const QByteArray &sum) = 0;
+
+    /// One that exists already is fine.
+    virtual void makeFolder(const QString &name) = 0;
+    /// A second name for the same bytes. Where that cannot be, nothing, or a copy.
+    virtual void link(const QString &existing, const QString &name) = 0;
+    /// The file is whole once this returns; `sent` is told how many bytes each piece had. With
+    /// `goesOn` its beginning is there already.
+    virtual void send(const QString &source, const QString &name, const QByteArray &sum,
+                      bool goesOn, const std::function<void(qint64)> &sent) = 0;
+    /// Readers see the old content or the new one, never a part.
+    virtual void write(const QString &name, const QByteArray &content) = 0;
+    /// The same, for a file of this machine; its time is kept.
+    virtual void replace(const QString &source, const QString &name) = 0;
+    /// As Disk::pointTo().
+    virtual void pointTo(const QString &name, const QString &target) = 0;
+    virtual void rename(const QString &from, const QString &to) = 0;
+    virtual void removeFile(const QString &name) = 0;
+    /// One that does not exist is fine.
+    virtual void removeTree(const QString &name) = 0;
+    /// What was sent outlasts a power cut then.
+    virtual void flush(const QString &folder) = 0;
+};

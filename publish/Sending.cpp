@@ -1,0 +1,385 @@
+#include "publish/Sending.h"
+
+#include "publish/CommandLine.h"
+#include "publish/Console.h"
+#include "publish/Destination.h"
+#include "publish/Progress.h"
+#include "publish/Site.h"
+#include "publish/SiteListing.h"
+#include "publish/Workshop.h"
+
+#include <QFileInfo>
+#include <QLocale>
+#include <QLockFile>
+#include <QRegularExpression>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+const auto kGenerations = u"publications"_s;
+const auto kInTheMaking = u"publications/.en-cours"_s;
+const auto kOnTheWayOut = u"publications/.retiree"_s;
+const auto kListing = u".liste"_s;
+const auto kSite = u"site"_s;
+const auto kStateFolder = u"etat"_s;
+const auto kState = u"etat/status.json"_s;
+constexpr int kDigits = 4;
+constexpr qsizetype kKeptForReturn = 2; ///< beside the one that is served
+constexpr qint64 kWorthTelling = qint64{100} * 1024 * 1024;
+
+using Entries = Destination::Entries;
+
+QString generationPath(const QString &name)
+{
+    return kGenerations + u'/' + name;
+}
+
+/// One run of the command.
+class Run
+{
+public:
+    Run(const Workshop &workshop, const SiteListing &listing, Destination &destination)
+        : m_workshop(workshop)
+        , m_listing(listing)
+        , m_source(workshop.generationPath(workshop.served()) + u'/')
+        , m_destination(destination)
+    {
+    }
+
+    /// Whether the site was another one before.
+    bool send()
+    {
+        look();
+        m_name = presentName();
+        const bool isPresent = !m_name.isEmpty();
+        if (!isPresent)
+            m_name = nextName();
+        sendState();
+        if (!isPresent)
+            sendGeneration();
+        // Missing where the run before was ended just here.
+        if (!m_present.contains(m_name + kListing))
+            m_destination.write(generationPath(m_name + kListing), m_listing.text());
+        return m_name != m_served;
+    }
+
+    void putOnline() { m_destination.pointTo(kSite, generationPath(m_name)); }
+    QString name() const { return m_name; }
+    qint64 sentFiles() const { return m_sentFiles; }
+
+    /// Generations that nobody returns to.
+    void removeOld()
+    {
+        m_destination.removeTree(kOnTheWayOut); // of a run that was ended
+        QStringList others = names();
+        others.removeAll(m_name);
+        for (qsizetype i = 0; i < others.size() - kKeptForReturn; ++i) {
+            // Half removed it must not be taken for a whole one.
+            m_destination.rename(generationPath(others.at(i)), kOnTheWayOut);
+            m_destination.removeTree(kOnTheWayOut);
+            m_destination.removeFile(generationPath(others.at(i) + kListing));
+        }
+    }
+
+private:
+    void look()
+    {
+        const Entries top = m_destination.entries(QString());
+        if (top.contains(u"publication.json"_s))
+            throw Problem{Outcome::Refused,
+                          u"La destination est un atelier ; rien n'a été changé."_s};
+        if (top.contains(kSite) && top.value(kSite).kind != Destination::Entry::Link) {
+            throw Problem{Outcome::Refused,
+                          u"« %1 » existe dans la destination et n'est pas un lien : ce n'est pas "
+                          u"« envoyer » qui l'a fait ; rien n'a été changé."_s.arg(kSite)};
+        }
+        m_present = m_destination.entries(kGenerations);
+        m_served = m_destination.targetName(kSite);
+    }
+
+    /// Of the generations there, the oldest first.
+    QStringList names() const
+    {
+        static const QRegularExpression kForm(u"^[0-9]{4,}-[0-9a-f]{16}$"_s);
+        QStringList names;
+        for (auto entry = m_present.begin(); entry != m_present.end(); ++entry) {
+            if (entry->kind == Destination::Entry::Folder && kForm.match(entry.key()).hasMatch())
+                names.append(entry.key());
+        }
+        std::sort(names.begin(), names.end(), [](const QString &a, const QString &b) {
+            return number(a) < number(b) || (number(a) == number(b) && a < b);
+        });
+        return names;
+    }
+
+    static int number(const QString &name) { return name.section(u'-', 0, 0).toInt(); }
+
+    /// The same site may be there already.
+    QString presentName() const
+    {
+        QString present;
+        const QStringList all = names();
+        for (const QString &name : all) {
+            if (name.endsWith(u'-' + m_listing.id()))
+                present = name;
+        }
+        return present;
+    }
+
+    QString nextName() const
+    {
+        const QStringList all = names();
+        const int last = all.isEmpty() ? 0 : number(all.last());
+        return u"%1-%2"_s.arg(last + 1, kDigits, 10, QChar(u'0')).arg(m_listing.id());
+    }
+
+    void sendState()
+    {
+        const QFileInfo state(m_workshop.statusPath());
+        if (!state.exists())
+            return;
+        const std::optional<QDateTime> there = m_destination.modified(kState);
+        // sftp counts in seconds.
+        if (there && there->toSecsSinceEpoch() >= state.lastModified().toSecsSinceEpoch())
+            return;
+        m_destination.makeFolder(kStateFolder);
+        m_destination.replace(state.filePath(), kState);
+    }
+
+    void sendGeneration()
+    {
+        m_destination.makeFolder(kGenerations);
+        removeWhatDoesNotFit();
+        m_destination.write(kInTheMaking + kListing, m_listing.text());
+        m_destination.makeFolder(kInTheMaking);
+        const QStringList folders = m_listing.folders();
+        for (const QString &folder : folders)
+            m_destination.makeFolder(kInTheMaking + u'/' + folder);
+
+        linkFromServed();
+        sendFiles();
+        m_destination.makeFolder(kInTheMaking + u"/api"_s);
+        m_destination.pointTo(kInTheMaking + u'/' + Site::kStatus,
+                              u"../../../"_s + kState); // as Site::linkStatus()
+        m_destination.flush(kInTheMaking);
+        m_destination.rename(kInTheMaking, generationPath(m_name));
+        m_destination.rename(kInTheMaking + kListing, generationPath(m_name + kListing));
+        m_present.insert(m_name, {Destination::Entry::Folder, 0});
+        m_present.insert(m_name + kListing, {Destination::Entry::File, 0});
+    }
+
+    SiteListing listingThere(const QString &generation)
+    {
+        return SiteListing::parse(m_destination.read(generation + kListing).value_or(QByteArray()));
+    }
+
+    /// Of a sending that was broken off, of this site or of another one.
+    void removeWhatDoesNotFit()
+    {
+        if (!m_present.contains(u".en-cours"_s))
+            return;
+        const SiteListing earlier = listingThere(kInTheMaking);
+        const QStringList folders = m_listing.folders();
+        const QStringList earlierFolders = earlier.folders();
+        const bool isOfThisKind =
+            !earlier.sums().isEmpty() &&
+            std::all_of(earlierFolders.begin(), earlierFolders.end(),
+                        [&folders](const QString &folder) { return folders.contains(folder); });
+        if (!isOfThisKind) {
+            m_destination.removeTree(kInTheMaking);
+            return;
+        }
+        m_sizes = sizesThere();
+        const QStringList there = m_sizes.keys();
+        for (const QString &name : there) {
+            const QByteArray sum = m_listing.sums().value(name);
+            const bool fits = !sum.isEmpty() && earlier.sums().value(name) == sum;
+            if (!fits || (isComplete(name) && !m_destination.isWhole(pathThere(name), sum))) {
+                m_destination.removeFile(pathThere(name));
+                m_sizes.remove(name);
+            }
+        }
+    }
+
+    /// What did not change costs no sending.
+    void linkFromServed()
+    {
+        if (m_served.isEmpty())
+            return;
+        const SiteListing served = listingThere(generationPath(m_served));
+        const QMap<QString, QByteArray> &sums = m_listing.sums();
+        bool isAnyLinked = false;
+        for (auto file = sums.begin(); file != sums.end(); ++file) {
+            if (served.sums().value(file.key()) != file.value() || isComplete(file.key()))
+                continue;
+            m_destination.link(generationPath(m_served) + u'/' + file.key(), pathThere(file.key()));
+            isAnyLinked = true;
+        }
+        if (!isAnyLinked)
+            return;
+        m_sizes = sizesThere();
+        for (auto file = sums.begin(); file != sums.end(); ++file) {
+            // A link to what is damaged there: to write to it would be to write to the served site.
+            if (served.sums().value(file.key()) == file.value() && m_sizes.contains(file.key()) &&
+                !isComplete(file.key())) {
+                m_destination.removeFile(pathThere(file.key()));
+                m_sizes.remove(file.key());
+            }
+        }
+    }
+
+    void sendFiles()
+    {
+        qint64 total = 0;
+        const QMap<QString, QByteArray> &sums = m_listing.sums();
+        for (auto file = sums.begin(); file != sums.end(); ++file)
+            total += isComplete(file.key()) ? 0 : sizeHere(file.key());
+
+        Progress progress(u"Envoi"_s, total);
+        for (auto file = sums.begin(); file != sums.end(); ++file) {
+            if (isComplete(file.key()))
+                continue;
+            const qint64 size = sizeHere(file.key());
+            if (size >= kWorthTelling) {
+                Console::say(u"%1 (%2)…"_s.arg(file.key(),
+                                               QLocale(QLocale::French).formattedDataSize(size)));
+            }
+            m_destination.send(m_source + file.key(), pathThere(file.key()), file.value(),
+                               m_sizes.value(file.key()) > 0,
+                               [&progress](qint64 bytes) { progress.advance(bytes); });
+            ++m_sentFiles;
+        }
+        if (m_sentFiles > 0)
+            m_sizes = sizesThere();
+        for (auto file = sums.keyBegin(); file != sums.keyEnd(); ++file) {
+            if (!isComplete(*file)) {
+                throw Problem{Outcome::Disk,
+                              u"« %1 » n'est pas arrivé entier : %2 octets sur %3."_s.arg(*file)
+                                  .arg(m_sizes.value(*file))
+                                  .arg(sizeHere(*file))};
+            }
+        }
+    }
+
+    QHash<QString, qint64> sizesThere()
+    {
+        QHash<QString, qint64> sizes;
+        const QStringList folders = QStringList{QString()} + m_listing.folders();
+        for (const QString &folder : folders) {
+            const QString start = folder.isEmpty() ? QString() : folder + u'/';
+            const Entries entries = m_destination.entries(pathThere(folder));
+            for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
+                if (entry->kind == Destination::Entry::File)
+                    sizes.insert(start + entry.key(), entry->size);
+            }
+        }
+        return sizes;
+    }
+
+    static QString pathThere(const QString &name)
+    {
+        return name.isEmpty() ? kInTheMaking : kInTheMaking + u'/' + name;
+    }
+    qint64 sizeHere(const QString &name) const { return QFileInfo(m_source + name).size(); }
+    bool isComplete(const QString &name) const
+    {
+        return m_sizes.contains(name) && m_sizes.value(name) == sizeHere(name);
+    }
+
+    const Workshop &m_workshop;
+    const SiteListing &m_listing;
+    QString m_source;
+    Destination &m_destination;
+    Entries m_present;
+    QString m_served; ///< there; empty where nothing is
+    QString m_name;   ///< of this site, there
+    QHash<QString, qint64> m_sizes;
+    qint64 m_sentFiles = 0;
+};
+
+QString destinationOf(const CommandLine &line, const Workshop &workshop)
+{
+    if (line.operands.isEmpty() && workshop.destination().isEmpty()) {
+        throw Problem{Outcome::Refused,
+                      u"Aucune destination n'est connue : « veyra-publier envoyer "
+                      u"DESTINATION » la retient."_s};
+    }
+    const QString address = Destination::checkedAddress(
+        line.operands.isEmpty() ? workshop.destination() : line.operands.first());
+    if ((address + u'/').startsWith(workshop.path(QString()))) {
+        throw Problem{Outcome::Refused,
+                      u"La destination est dans l'atelier ; rien n'a été changé."_s};
+    }
+    return address;
+}
+
+/// The operator wants to know first what players have now.
+Problem brokenOff(const Problem &problem)
+{
+    const QString comfort = u"L'ancien site reste servi ; le même « envoyer » reprend là."_s;
+    if (problem.outcome == Outcome::Interrupted)
+        return {problem.outcome, u"Interrompu. "_s + comfort};
+    if (problem.outcome == Outcome::Refused)
+        return problem;
+    return {Outcome::BrokenOff, problem.text + u' ' + comfort};
+}
+
+/// Whoever lost the connection just now does not know on which side of the switch.
+bool isOnlineAfterAll(const QString &address, const QString &name)
+{
+    try {
+        const std::unique_ptr<Destination> again = Destination::open(address);
+        return again->targetName(kSite) == name;
+    } catch (const Problem &) {
+        throw Problem{Outcome::BrokenOff,
+                      u"La connexion s'est perdue au moment de la bascule : l'ancien site ou le "
+                      u"nouveau est servi, entier. Le même « envoyer » le dira."_s};
+    }
+}
+
+} // namespace
+
+Outcome Sending::run(const CommandLine &line)
+{
+    Workshop workshop(line.workshop);
+    const std::unique_ptr<QLockFile> lock = workshop.lock();
+    const QString address = destinationOf(line, workshop);
+    workshop.setDestination(address);
+    const SiteListing listing = SiteListing::of(workshop, workshop.served());
+    const std::unique_ptr<Destination> destination = Destination::open(address);
+    Run run(workshop, listing, *destination);
+
+    bool isOther = false;
+    try {
+        isOther = run.send();
+    } catch (const Problem &problem) {
+        throw brokenOff(problem);
+    }
+    if (!isOther) {
+        Console::say(u"La publication %1 est déjà en ligne là-bas."_s.arg(run.name()));
+        return Outcome::Good;
+    }
+    try {
+        run.putOnline();
+    } catch (const Problem &problem) {
+        if (!isOnlineAfterAll(address, run.name()))
+            throw brokenOff(problem);
+    }
+    Console::say(
+        u"%1 fichiers, %2 envoyés. Publication %3 en ligne là-bas."_s.arg(listing.sums().size())
+            .arg(run.sentFiles())
+            .arg(run.name()));
+    try {
+        run.removeOld();
+    } catch (const Problem &problem) {
+        throw Problem{problem.outcome, u"Une ancienne publication n'a pas pu être retirée là-bas ; "
+                                       u"la prochaine fois : "_s +
+                                           problem.text};
+    }
+    return Outcome::Good;
+}

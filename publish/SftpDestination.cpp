@@ -1,0 +1,196 @@
+#include "publish/SftpDestination.h"
+
+#include "publish/Disk.h"
+#include "publish/FaultPoints.h"
+#include "publish/Outcome.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+const auto kTemporary = u".nouveau"_s;
+
+QString hostOf(const QUrl &url)
+{
+    const QString host = url.host().contains(u':') ? u'[' + url.host() + u']' : url.host();
+    return url.userName().isEmpty() ? host : url.userName() + u'@' + host;
+}
+
+QString quoted(const QString &name)
+{
+    return SftpSession::quoted(name);
+}
+
+/// sftp writes bytes that its locale cannot show as "\303".
+QByteArray unescaped(const QByteArray &text)
+{
+    QByteArray result;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        bool isNumber = false;
+        const int byte = text.at(i) == '\\' ? text.mid(i + 1, 3).toInt(&isNumber, 8) : 0;
+        result.append(isNumber ? static_cast<char>(byte) : text.at(i));
+        i += isNumber ? 3 : 0;
+    }
+    return result;
+}
+
+QString remotePath(const QStringList &lines)
+{
+    const QString start = u"Remote working directory: "_s;
+    for (const QString &line : lines) {
+        if (line.startsWith(start))
+            return QString::fromUtf8(unescaped(line.sliced(start.size()).toUtf8()));
+    }
+    return {};
+}
+
+} // namespace
+
+SftpDestination::SftpDestination(const QUrl &url)
+    : m_session(hostOf(url), url.port())
+{
+    // "sftp://host/~/site" lies in the home folder.
+    QString folder = url.path();
+    if (folder.startsWith("/~/"_L1))
+        folder.remove(0, 3);
+    change(u"-mkdir "_s + quoted(folder));
+    m_session.run(u"cd "_s + quoted(folder));
+    m_folder = remotePath(m_session.run(u"pwd"_s));
+}
+
+Destination::Entries SftpDestination::entries(const QString &folder)
+{
+    // Mode, links, owner, group, size, time, name.
+    static const QRegularExpression kForm(
+        u"^([-dl])\\S*\\s+\\S+\\s+\\S+\\s+\\S+\\s+([0-9]+) \\S+ +[0-9]+ +[0-9:]+ (.+)$"_s);
+    Entries entries;
+    const QString place = folder.isEmpty() ? u"."_s : folder;
+    const QStringList lines = m_session.run(u"-ls -lan "_s + quoted(place));
+    for (const QString &line : lines) {
+        const QRegularExpressionMatch match = kForm.match(line);
+        const QByteArray path = unescaped(match.captured(3).toUtf8());
+        const QString name = QString::fromUtf8(path.mid(path.lastIndexOf('/') + 1));
+        if (!match.hasMatch() || name == u'.' || name == ".."_L1)
+            continue;
+        const QChar type = match.captured(1).at(0);
+        const Entry::Kind kind = type == u'd'   ? Entry::Folder
+                                 : type == u'l' ? Entry::Link
+                                                : Entry::File;
+        entries.insert(name, {kind, match.captured(2).toLongLong()});
+    }
+    return entries;
+}
+
+bool SftpDestination::fetch(const QString &name)
+{
+    QFile::remove(fetched());
+    m_session.run(u"-get -p %1 %2"_s.arg(quoted(name), quoted(fetched())));
+    return QFile::exists(fetched());
+}
+
+std::optional<QByteArray> SftpDestination::read(const QString &name)
+{
+    if (!fetch(name))
+        return {};
+    return Disk::read(fetched());
+}
+
+std::optional<QDateTime> SftpDestination::modified(const QString &name)
+{
+    if (!fetch(name))
+        return {};
+    return QFileInfo(fetched()).lastModified();
+}
+
+/// The protocol could read a link, but the program does not offer it. It goes there and looks
+/// around.
+QString SftpDestination::targetName(const QString &link)
+{
+    m_session.run(u"-cd "_s + quoted(link));
+    const QString path = remotePath(m_session.run(u"pwd"_s));
+    m_session.run(u"cd "_s + quoted(m_folder));
+    return path == m_folder ? QString() : path.section(u'/', -1);
+}
+
+/// Only the server could tell; the size has to do.
+bool SftpDestination::isWhole(const QString &, const QByteArray &)
+{
+    return true;
+}
+
+/// Every change passes here: see FaultPoints.h.
+QStringList SftpDestination::change(const QString &command)
+{
+    PublishFaultPoints::next();
+    return m_session.run(command);
+}
+
+void SftpDestination::makeFolder(const QString &name)
+{
+    change(u"-mkdir "_s + quoted(name));
+}
+
+void SftpDestination::link(const QString &existing, const QString &name)
+{
+    change(u"-ln %1 %2"_s.arg(quoted(existing), quoted(name)));
+}
+
+void SftpDestination::send(const QString &source, const QString &name, const QByteArray &,
+                           bool goesOn, const std::function<void(qint64)> &sent)
+{
+    // Keeps time and rights (p), waits until it is on the server's disk (f), goes on at the end of
+    // what is there (a).
+    change(u"put %1 %2 %3"_s.arg(goesOn ? u"-apf"_s : u"-pf"_s, quoted(source), quoted(name)));
+    sent(QFileInfo(source).size());
+}
+
+void SftpDestination::write(const QString &name, const QByteArray &content)
+{
+    const QString source = m_temporary.filePath(u"a-envoyer"_s);
+    Disk::write(source, content);
+    replace(source, name);
+}
+
+void SftpDestination::replace(const QString &source, const QString &name)
+{
+    change(u"put -pf %1 %2"_s.arg(quoted(source), quoted(name + kTemporary)));
+    rename(name + kTemporary, name);
+}
+
+void SftpDestination::pointTo(const QString &name, const QString &target)
+{
+    change(u"-rm "_s + quoted(name + kTemporary));
+    change(u"ln -s %1 %2"_s.arg(quoted(target), quoted(name + kTemporary)));
+    rename(name + kTemporary, name);
+}
+
+/// In one step also where there is something already, if the server can; else it refuses.
+void SftpDestination::rename(const QString &from, const QString &to)
+{
+    change(u"rename %1 %2"_s.arg(quoted(from), quoted(to)));
+}
+
+void SftpDestination::removeFile(const QString &name)
+{
+    change(u"-rm "_s + quoted(name));
+}
+
+void SftpDestination::removeTree(const QString &name)
+{
+    const Entries inside = entries(name);
+    for (auto entry = inside.begin(); entry != inside.end(); ++entry) {
+        const QString path = name + u'/' + entry.key();
+        if (entry->kind == Entry::Folder)
+            removeTree(path);
+        else
+            removeFile(path);
+    }
+    change(u"-rmdir "_s + quoted(name));
+}
+
+/// Each file was, when it was sent.
+void SftpDestination::flush(const QString &) {}

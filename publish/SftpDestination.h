@@ -1,0 +1,40 @@
+#pragma once
+
+#include "publish/Destination.h"
+#include "publish/SftpSession.h"
+
+#include <QTemporaryDir>
+#include <QUrl>
+
+/// A folder of another machine, over sftp. No program has to be there but the server.
+class SftpDestination : public Destination
+{
+public:
+    explicit SftpDestination(const QUrl &url);
+
+    Entries entries(const QString &folder) override;
+    std::optional<QByteArray> read(const QString &name) override;
+    std::optional<QDateTime> modified(const QString &name) override;
+    QString targetName(const QString &link) override;
+    bool isWhole(const QString &name, const QByteArray &sum) override;
+    void makeFolder(const QString &name) override;
+    void link(const QString &existing, const QString &name) override;
+    void send(const QString &source, const QString &name, const QByteArray &sum, bool goesOn,
+              const std::function<void(qint64)> &sent) override;
+    void write(const QString &name, const QByteArray &content) override;
+    void replace(const QString &source, const QString &name) override;
+    void pointTo(const QString &name, const QString &target) override;
+    void rename(const QString &from, const QString &to) override;
+    void removeFile(const QString &name) override;
+    void removeTree(const QString &name) override;
+    void flush(const QString &folder) override;
+
+private:
+    QStringList change(const QString &command);
+    bool fetch(const QString &name);
+    QString fetched() const { return m_temporary.filePath(QStringLiteral("recu")); }
+
+    QTemporaryDir m_temporary;
+    SftpSession m_session;
+    QString m_folder; ///< as the server calls it
+};
