@@ -24,7 +24,7 @@ QString Destination::checkedAddress(const QString &address)
     static const QRegularExpression kForm(
         u"^sftp://(?:[A-Za-z0-9_][A-Za-z0-9._-]*@)?"
         u"(?:[A-Za-z0-9](?:[A-Za-z0-9.-]*[A-Za-z0-9])?|\\[[0-9A-Fa-f:.]+\\])"
-        u"(?::[0-9]{1,5})?(?:/[^/?#\"\\\\*\\[]+)+$"_s);
+        u"(?::[0-9]{1,5})?(?:/[^/?#\"\\\\*\\[\\x00-\\x1f\\x7f]+)+$"_s);
     if (!kForm.match(address).hasMatch() || !QUrl(address).isValid()) {
         throw Problem{Outcome::Refused,
                       u"« %1 » n'est pas une destination : il faut un dossier, ou "

@@ -1,0 +1,66 @@
+#include "tests/publish/SentSite.h"
+
+#include "tests/publish/Publisher.h"
+#include "tests/support/Files.h"
+
+#include <QDir>
+#include <QProcess>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+/// With hard links between its files.
+void copyTree(const QString &from, const QString &to)
+{
+    QDir(to).removeRecursively();
+    QProcess::execute(u"cp"_s, {u"-a"_s, from, to});
+}
+
+} // namespace
+
+SentSite::Files SentSite::served(const QString &folder)
+{
+    Files content;
+    const QStringList names = ::Files::tree(folder + u"/site"_s);
+    for (const QString &name : names) {
+        if (!name.endsWith(u'/'))
+            content.insert(name, ::Files::read(folder + u"/site/"_s + name));
+    }
+    return content;
+}
+
+int SentSite::killAtEveryStep(const Publisher &publisher, const QString &address,
+                              const QString &folder, int resumeEvery)
+{
+    constexpr int kMostSteps = 200;
+    const QStringList send{u"envoyer"_s, address};
+    const QString untouched = folder + u".avant"_s;
+    QDir().mkpath(folder);
+    copyTree(folder, untouched);
+    const Files before = served(folder);
+    const Files after = publisher.site();
+    for (int step = 1; step < kMostSteps; ++step) {
+        copyTree(untouched, folder);
+        const Publisher::Result result = publisher.runUntil(step, send);
+        const Files site = served(folder);
+        if (site != before && site != after) {
+            qWarning("Step %d leaves another site", step);
+            return -1;
+        }
+        if (result.code == 0)
+            return site == after ? step - 1 : -1;
+        if (result.code != Publisher::kKilled) {
+            qWarning("Step %d: %s", step, qPrintable(result.errors));
+            return -1;
+        }
+        if (step % resumeEvery != 0)
+            continue;
+        const Publisher::Result again = publisher.run(send);
+        if (again.code != 0 || served(folder) != after) {
+            qWarning("After step %d: %s", step, qPrintable(again.errors));
+            return -1;
+        }
+    }
+    return -1;
+}

@@ -1,0 +1,256 @@
+#include "tests/publish/Publisher.h"
+#include "tests/publish/SentSite.h"
+#include "tests/publish/SshServer.h"
+#include "tests/support/Files.h"
+#include "tests/support/TestEnvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTest>
+
+#include <filesystem>
+#include <memory>
+#include <utility>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr int kLongEnough = 30'000; // milliseconds
+
+} // namespace
+
+/// "envoyer" over sftp, to a real sshd.
+class TestPublishSftp : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+
+    void theSiteArrivesAndWhatDidNotChangeIsLinked();
+    void killedAtAnyStep();
+    void aFileGoesOnWhereItBrokeOff();
+    void aServerThatKnowsNoLinksGetsCopies();
+    void aServerThatCannotSwitchKeepsTheOldSite();
+    void aServerThatTakesNothingKeepsTheOldSite();
+    void whoeverIsNotLetIn_data();
+    void whoeverIsNotLetIn();
+    void withoutTheProgram();
+
+private:
+    void serve(const QString &denied = {})
+    {
+        m_server.reset(); // each changes the search path and puts it back
+        m_server = std::make_unique<SshServer>(denied);
+        QTRY_VERIFY2_WITH_TIMEOUT(m_server->answers(), m_server->errors().constData(), kLongEnough);
+    }
+    QString address() const { return m_server->address(m_folder); }
+    Publisher::Result send() const { return m_publisher->run({u"envoyer"_s, address()}); }
+    void prepareNews() const
+    {
+        QCOMPARE(m_publisher->run({u"nouvelles"_s, u"ajouter"_s, u"Titre"_s, u"Texte"_s}).code, 0);
+        QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    }
+    void prepareClient() const
+    {
+        QCOMPARE(m_publisher->run({u"client"_s, m_publisher->beside(u"client"_s)}).code, 0);
+        QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    }
+
+    std::unique_ptr<SshServer> m_server;
+    std::unique_ptr<Publisher> m_publisher;
+    QString m_folder;
+};
+
+void TestPublishSftp::initTestCase()
+{
+    const QString reason = SshServer::whyNot();
+    if (!reason.isEmpty())
+        QSKIP(qPrintable(reason));
+}
+
+void TestPublishSftp::init()
+{
+    m_server.reset();
+    m_publisher = std::make_unique<Publisher>();
+    m_folder = m_publisher->beside(u"là bas"_s);
+    QMap<QString, QByteArray> client = Clients::sample();
+    client.insert(u"data/[1] #~ 'x' $y;&.txt"_s, "a name with all that shells know");
+    Clients::write(m_publisher->beside(u"client"_s), client);
+    QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test"_s}).code, 0);
+}
+
+void TestPublishSftp::theSiteArrivesAndWhatDidNotChangeIsLinked()
+{
+    serve();
+    prepareClient();
+    const Publisher::Result first = send();
+    QVERIFY2(first.code == 0, qPrintable(first.errors));
+    QVERIFY2(first.output.startsWith(u"11 fichiers, 11 envoyés."_s), qPrintable(first.output));
+    QCOMPARE(SentSite::served(m_folder), m_publisher->site());
+
+    const QStringList before = Files::tree(m_folder);
+    const Publisher::Result again = send();
+    QCOMPARE(again.code, 0);
+    QVERIFY2(again.output.contains(u"est déjà en ligne là-bas"_s), qPrintable(again.output));
+    QCOMPARE(Files::tree(m_folder), before);
+
+    prepareNews();
+    const Publisher::Result second = send();
+    QVERIFY2(second.output.startsWith(u"11 fichiers, 1 envoyés."_s), qPrintable(second.output));
+    QCOMPARE(SentSite::served(m_folder), m_publisher->site());
+    const QString archive = m_folder + u"/site/client/DofusClient.zip"_s;
+    QCOMPARE(std::filesystem::hard_link_count(archive.toStdU16String()), 2U);
+
+    // The state is sent where it is newer here.
+    const QString state = m_folder + u"/etat/status.json"_s;
+    QCOMPARE(m_publisher->run({u"--atelier"_s, m_folder, u"etat"_s, u"en-ligne"_s, u"5"_s}).code,
+             0);
+    QCOMPARE(send().code, 0);
+    QVERIFY(Files::read(state).contains("5"));
+    QCOMPARE(m_publisher->run({u"etat"_s, u"en-ligne"_s, u"6"_s}).code, 0);
+    QFile file(m_publisher->path(u"etat/status.json"_s));
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QVERIFY(file.setFileTime(QFileInfo(state).lastModified().addSecs(5),
+                             QFileDevice::FileModificationTime));
+    QCOMPARE(send().code, 0);
+    QVERIFY(Files::read(state).contains("6"));
+
+    // Back, and old ones go.
+    QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
+    QCOMPARE(send().code, 0);
+    QCOMPARE(SentSite::served(m_folder), m_publisher->site());
+    for (int i = 0; i < 2; ++i) {
+        prepareNews();
+        QCOMPARE(send().code, 0);
+    }
+    const QDir generations(m_folder + u"/publications"_s);
+    QCOMPARE(generations.entryList(QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot).size(), 3);
+    QCOMPARE(generations.entryList(QDir::Files | QDir::Hidden).size(), 3);
+    QCOMPARE(SentSite::served(m_folder), m_publisher->site());
+}
+
+void TestPublishSftp::killedAtAnyStep()
+{
+    serve();
+    QCOMPARE(send().code, 0);
+    prepareNews();
+    QVERIFY(SentSite::killAtEveryStep(*m_publisher, address(), m_folder, 6) > 15);
+}
+
+/// Killed within one file, at a speed that leaves time for it.
+void TestPublishSftp::aFileGoesOnWhereItBrokeOff()
+{
+    serve();
+    Files::write(m_publisher->beside(u"client/data/gros"_s), Files::noise(3'000'000));
+    prepareClient();
+    m_server->setClientOptions("-l 8000"); // a megabyte per second
+    const QString archive = m_folder + u"/publications/.en-cours/client/DofusClient.zip"_s;
+    QProcess process;
+    process.setWorkingDirectory(m_publisher->path(QString()));
+    process.start(Publisher::program(), {u"envoyer"_s, address()});
+    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(archive).size() > 500'000, kLongEnough);
+    process.kill();
+    QVERIFY(process.waitForFinished());
+    QVERIFY(SentSite::served(m_folder).isEmpty());
+
+    // sftp ends with the tool, so that the next one is alone there.
+    qint64 size = -1;
+    QTRY_VERIFY_WITH_TIMEOUT(size == std::exchange(size, QFileInfo(archive).size()), kLongEnough);
+    QTest::qWait(500);
+    QCOMPARE(QFileInfo(archive).size(), size);
+    QVERIFY(size < 3'000'000);
+
+    // Its beginning is not sent again: what is wrong in it stays.
+    QFile begun(archive);
+    QVERIFY(begun.open(QIODevice::ReadWrite));
+    QVERIFY(begun.seek(1000));
+    QVERIFY(begun.putChar('\0'));
+    begun.close();
+    m_server->setClientOptions({});
+    const Publisher::Result result = send();
+    QVERIFY2(result.code == 0, qPrintable(result.errors));
+    SentSite::Files expected = m_publisher->site();
+    expected[u"client/DofusClient.zip"_s][1000] = '\0';
+    QVERIFY(SentSite::served(m_folder) == expected);
+}
+
+void TestPublishSftp::aServerThatKnowsNoLinksGetsCopies()
+{
+    serve(u"hardlink"_s);
+    prepareClient();
+    QCOMPARE(send().code, 0);
+    prepareNews();
+    const Publisher::Result result = send();
+    QVERIFY2(result.output.startsWith(u"11 fichiers, 11 envoyés."_s), qPrintable(result.output));
+    QCOMPARE(SentSite::served(m_folder), m_publisher->site());
+}
+
+void TestPublishSftp::aServerThatCannotSwitchKeepsTheOldSite()
+{
+    serve(u"posix-rename"_s);
+    QCOMPARE(send().code, 0);
+    const SentSite::Files before = SentSite::served(m_folder);
+    QVERIFY(!before.isEmpty());
+    prepareNews();
+    const Publisher::Result result = send();
+    QCOMPARE(result.code, 7);
+    QVERIFY2(result.errors.contains(u"L'ancien site reste servi"_s), qPrintable(result.errors));
+    QCOMPARE(SentSite::served(m_folder), before);
+}
+
+void TestPublishSftp::aServerThatTakesNothingKeepsTheOldSite()
+{
+    serve();
+    QCOMPARE(send().code, 0);
+    const SentSite::Files before = SentSite::served(m_folder);
+    prepareNews();
+    serve(u"write"_s);
+    const Publisher::Result result = send();
+    QCOMPARE(result.code, 7);
+    QVERIFY2(result.errors.contains(u"L'ancien site reste servi"_s), qPrintable(result.errors));
+    QCOMPARE(SentSite::served(m_folder), before);
+}
+
+void TestPublishSftp::whoeverIsNotLetIn_data()
+{
+    QTest::addColumn<QString>("how");
+    QTest::newRow("a server that nobody knows") << u"Host key verification failed"_s;
+    QTest::newRow("a key that the server does not know") << u"Permission denied"_s;
+    QTest::newRow("nobody listens") << u"Connection refused"_s;
+}
+
+void TestPublishSftp::whoeverIsNotLetIn()
+{
+    QFETCH(const QString, how);
+    serve();
+    QString place = address();
+    if (how.startsWith(u"Host key"_s))
+        m_server->forgetHostKey();
+    else if (how.startsWith(u"Permission"_s))
+        m_server->forgetUserKey();
+    else
+        place = u"sftp://127.0.0.1:1/somewhere"_s;
+    const Publisher::Result result = m_publisher->run({u"envoyer"_s, place});
+    QCOMPARE(result.code, 5);
+    QVERIFY2(result.errors.contains(how), qPrintable(result.errors));
+    QVERIFY(!QFile::exists(m_folder));
+}
+
+void TestPublishSftp::withoutTheProgram()
+{
+    const QByteArray path = qgetenv("PATH");
+    qputenv("PATH", "/nowhere");
+    const Publisher::Result result =
+        m_publisher->run({u"envoyer"_s, u"sftp://veyra.test/srv/veyra"_s});
+    qputenv("PATH", path);
+    QCOMPARE(result.code, 6);
+    QVERIFY2(result.errors.contains(u"openssh-client"_s), qPrintable(result.errors));
+}
+
+VEYRA_CORE_TEST_MAIN(TestPublishSftp)
+#include "TestPublishSftp.moc"
