@@ -100,6 +100,11 @@ QString severity(const Mistake &mistake)
 
 } // namespace
 
+const QList<Mistake> &Findings::catalogue()
+{
+    return ::catalogue();
+}
+
 void Findings::add(const QString &code, const QString &place, const QString &detail)
 {
     m_findings.append({find(code), place, detail});

@@ -23,6 +23,9 @@ struct Finding
 class Findings
 {
 public:
+    /// All mistakes that there are.
+    static const QList<Mistake> &catalogue();
+
     /// `code` is one of the catalogue.
     void add(const QString &code, const QString &place, const QString &detail);
     /// One finding for all of `examples`; none where there is no example.

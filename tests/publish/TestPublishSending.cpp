@@ -133,14 +133,14 @@ void TestPublishSending::oldOnesAreRemoved()
 
 void TestPublishSending::killedAtAnyStep()
 {
-    QVERIFY(SentSite::killAtEveryStep(*m_publisher, m_folder, m_folder, 3) > 30);
+    QVERIFY(SentSite::killAtEveryStep(*m_publisher, m_folder, m_folder, 5) > 30);
     for (int i = 0; i < 2; ++i) {
         prepareNews(QString::number(i));
         QCOMPARE(send().code, 0);
     }
     // An old one is removed as well now.
     prepareNews(u"Titre"_s);
-    QVERIFY(SentSite::killAtEveryStep(*m_publisher, m_folder, m_folder, 3) > 30);
+    QVERIFY(SentSite::killAtEveryStep(*m_publisher, m_folder, m_folder, 5) > 30);
     QCOMPARE(generations().size(), 3);
     const QStringList rest =
         QDir(m_folder + u"/publications"_s).entryList(QDir::Files | QDir::Hidden);
