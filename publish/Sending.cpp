@@ -309,8 +309,8 @@ QString destinationOf(const CommandLine &line, const Workshop &workshop)
                       u"Aucune destination n'est connue : « veyra-publier envoyer "
                       u"DESTINATION » la retient."_s};
     }
-    const QString address = Destination::checkedAddress(
-        line.operands.isEmpty() ? workshop.destination() : line.operands.first());
+    QString address = Destination::checkedAddress(line.operands.isEmpty() ? workshop.destination()
+                                                                          : line.operands.first());
     if ((address + u'/').startsWith(workshop.path(QString()))) {
         throw Problem{Outcome::Refused,
                       u"La destination est dans l'atelier ; rien n'a été changé."_s};

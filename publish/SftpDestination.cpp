@@ -64,9 +64,9 @@ SftpDestination::SftpDestination(const QUrl &url)
 
 Destination::Entries SftpDestination::entries(const QString &folder)
 {
-    // Mode, links, owner, group, size, time, name.
-    static const QRegularExpression kForm(
-        u"^([-dl])\\S*\\s+\\S+\\s+\\S+\\s+\\S+\\s+([0-9]+) \\S+ +[0-9]+ +[0-9:]+ (.+)$"_s);
+    // Mode, links, owner and group, of which each may have blanks; size, time, name.
+    static const QRegularExpression kForm(u"^([-dl])\\S* .*? ([0-9]+) [A-Z][a-z]{2} +[0-9]{1,2} +"
+                                          u"(?:[0-9]{2}:[0-9]{2}|[0-9]{4}) (.+)$"_s);
     Entries entries;
     const QString place = folder.isEmpty() ? u"."_s : folder;
     const QStringList lines = m_session.run(u"-ls -lan "_s + quoted(place));

@@ -23,7 +23,7 @@ namespace {
 const auto kMark = u"version"_s;
 constexpr qsizetype kLongestCommand = 2000; ///< bytes; sftp cuts at 2048 without a word
 constexpr std::chrono::milliseconds kLookForInterruption = 100ms;
-constexpr std::chrono::milliseconds kFarewell = 5s;
+constexpr std::chrono::milliseconds kFarewell = 1s;
 
 bool isMark(const QString &line)
 {
@@ -105,9 +105,9 @@ QStringList SftpSession::run(const QString &command)
             if (!isEcho(line))
                 lines.append(line);
         }
+        Interruption::check(); // first: Ctrl+C ends sftp too
         if (m_process.state() == QProcess::NotRunning)
             throw Problem{Outcome::Disk, lastWords()};
-        Interruption::check();
         m_process.waitForReadyRead(static_cast<int>(kLookForInterruption.count()));
     }
 }

@@ -10,6 +10,7 @@
 #include <QProcess>
 #include <QTest>
 
+#include <csignal>
 #include <filesystem>
 #include <memory>
 #include <utility>
@@ -142,7 +143,7 @@ void TestPublishSftp::killedAtAnyStep()
     QVERIFY(SentSite::killAtEveryStep(*m_publisher, address(), m_folder, 6) > 15);
 }
 
-/// Killed within one file, at a speed that leaves time for it.
+/// Interrupted and then killed within one file, at a speed that leaves time for it.
 void TestPublishSftp::aFileGoesOnWhereItBrokeOff()
 {
     serve();
@@ -153,7 +154,16 @@ void TestPublishSftp::aFileGoesOnWhereItBrokeOff()
     QProcess process;
     process.setWorkingDirectory(m_publisher->path(QString()));
     process.start(Publisher::program(), {u"envoyer"_s, address()});
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(archive).size() > 500'000, kLongEnough);
+    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(archive).size() > 300'000, kLongEnough);
+    ::kill(static_cast<pid_t>(process.processId()), SIGINT);
+    QVERIFY(process.waitForFinished(kLongEnough));
+    QCOMPARE(process.exitCode(), 130);
+    const QString words = QString::fromUtf8(process.readAllStandardError());
+    QVERIFY2(words.contains(u"L'ancien site reste servi"_s), qPrintable(words));
+
+    const qint64 before = QFileInfo(archive).size();
+    process.start(Publisher::program(), {u"envoyer"_s, address()});
+    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(archive).size() > before + 300'000, kLongEnough);
     process.kill();
     QVERIFY(process.waitForFinished());
     QVERIFY(SentSite::served(m_folder).isEmpty());
