@@ -17,6 +17,24 @@ void copyTree(const QString &from, const QString &to)
     QProcess::execute(u"cp"_s, {u"-a"_s, from, to});
 }
 
+/// A site that could be served again one day must not lack a file.
+bool areOthersWhole(const QString &folder)
+{
+    const QDir generations(folder + u"/publications"_s);
+    const QStringList names = generations.entryList({u"*-*"_s}, QDir::Dirs);
+    for (const QString &name : names) {
+        const QByteArray listing = ::Files::read(generations.filePath(name + u".liste"_s));
+        const QList<QByteArray> lines =
+            listing.isEmpty() ? QList<QByteArray>() : listing.split('\n');
+        for (const QByteArray &line : lines) {
+            const QString file = QString::fromUtf8(line.mid(66)); // behind the sum
+            if (!QFile::exists(generations.filePath(name + u'/' + file)))
+                return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 SentSite::Files SentSite::served(const QString &folder)
@@ -44,7 +62,7 @@ int SentSite::killAtEveryStep(const Publisher &publisher, const QString &address
         copyTree(untouched, folder);
         const Publisher::Result result = publisher.runUntil(step, send);
         const Files site = served(folder);
-        if (site != before && site != after) {
+        if ((site != before && site != after) || !areOthersWhole(folder)) {
             qWarning("Step %d leaves another site", step);
             return -1;
         }
