@@ -1,12 +1,12 @@
 #include "publish/ClientFolder.h"
 
 #include "config/GameFolder.h"
+#include "publish/Disk.h"
 #include "publish/FileNames.h"
 #include "publish/Interruption.h"
 #include "publish/Outcome.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QHash>
 #include <QRegularExpression>
 
@@ -64,11 +64,8 @@ private:
     bool matches(qsizetype index, const QString &name) const
     {
         const QRegularExpression &expression = m_expressions.at(index);
-        if (m_patterns.at(index).contains(u'/'))
-            return expression.match(name).hasMatch();
-        const QStringList parts = name.split(u'/');
-        return std::any_of(parts.begin(), parts.end(),
-                           [&](const QString &part) { return expression.match(part).hasMatch(); });
+        const bool isPath = m_patterns.at(index).contains(u'/');
+        return expression.match(isPath ? name : name.section(u'/', -1)).hasMatch();
     }
 
     QStringList m_patterns;
@@ -154,27 +151,18 @@ ClientFolder ClientFolder::scan(const QString &folder, const QStringList &exclus
     ClientFolder client;
     Exclusions excluded(exclusions);
     QStringList problems;
-    QDirIterator entries(root.absolutePath(),
-                         QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
-                         QDirIterator::Subdirectories);
-    while (entries.hasNext()) {
+    Disk::walk(root.absolutePath(), [&](const Disk::Entry &entry) {
         Interruption::check();
-        const QString path = entries.next();
-        const QFileInfo info = entries.fileInfo();
-        const QString name = root.relativeFilePath(path).normalized(QString::NormalizationForm_C);
-        const bool isFolder = info.isDir() && !info.isSymLink();
-        if (isFolder || excluded.match(name))
-            continue;
-        if (info.isSymLink() || !info.isFile()) {
+        const QString name =
+            root.relativeFilePath(entry.path).normalized(QString::NormalizationForm_C);
+        if (excluded.match(name))
+            return false;
+        if (entry.isFile)
+            client.add(name, entry.path);
+        else if (!entry.isFolder)
             problems.append(u"« %1 » : lien ou fichier spécial"_s.arg(name));
-            continue;
-        }
-        client.files.append({name, path, FileStamp::of(path)});
-        if (info.size() > kLargestForPowerShell) {
-            client.warnings.append(u"« %1 » dépasse 2 Go : PowerShell ne sait pas toujours le "
-                                   u"décompresser."_s.arg(name));
-        }
-    }
+        return true;
+    });
     const QStringList unused = excluded.unused();
     for (const QString &pattern : unused)
         client.warnings.append(u"--exclure %1 n'a rien exclu."_s.arg(pattern));
@@ -187,6 +175,15 @@ ClientFolder ClientFolder::scan(const QString &folder, const QStringList &exclus
     if (!problems.isEmpty())
         throw Problem{Outcome::Refused, (client.warnings << listed(problems)).join(u'\n')};
     return client;
+}
+
+void ClientFolder::add(const QString &name, const QString &path)
+{
+    files.append({name, path, FileStamp::of(path)});
+    if (files.last().stamp.size > kLargestForPowerShell) {
+        warnings.append(
+            u"« %1 » dépasse 2 Go : PowerShell ne sait pas toujours le décompresser."_s.arg(name));
+    }
 }
 
 qint64 ClientFolder::totalSize() const

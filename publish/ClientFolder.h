@@ -20,8 +20,8 @@ struct ClientFolder
     QList<ClientFile> files; ///< sorted by the bytes of their names
     QStringList warnings;
 
-    /// Leaves out what one of `exclusions` matches: a pattern with a "/" the whole name, others the
-    /// name of a file or of one of its folders.
+    /// Leaves out the files and whole folders that one of `exclusions` matches: a pattern with a
+    /// "/" by their whole name, others by the last part of it.
     static ClientFolder scan(const QString &folder, const QStringList &exclusions);
 
     qint64 totalSize() const;
@@ -29,4 +29,7 @@ struct ClientFolder
     static bool isMarker(const QString &name);
     /// Whether it is what "JOUER" starts.
     static bool isProgram(const QString &name);
+
+private:
+    void add(const QString &name, const QString &path);
 };

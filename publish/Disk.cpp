@@ -40,6 +40,31 @@ void check(const std::error_code &error, const QString &what, const QString &pat
         throw failed(what, path, QString::fromStdString(error.message()));
 }
 
+/// Not by way of UTF-16, which the standard library refuses for names in another encoding.
+QString decoded(const std::filesystem::path &path)
+{
+    return QFile::decodeName(QByteArray::fromStdString(path.string()));
+}
+
+QList<Disk::Entry> entriesOf(const QString &folder)
+{
+    const auto what = u"Lecture impossible"_s;
+    QList<Disk::Entry> entries;
+    std::error_code error;
+    std::filesystem::directory_iterator at(native(folder), error);
+    check(error, what, folder);
+    while (at != std::filesystem::directory_iterator()) {
+        const QString path = decoded(at->path());
+        const std::filesystem::file_status status = at->symlink_status(error);
+        check(error, what, path);
+        entries.append({path, std::filesystem::is_directory(status),
+                        std::filesystem::is_regular_file(status)});
+        at.increment(error);
+        check(error, what, folder);
+    }
+    return entries;
+}
+
 void writeAll(QFileDevice &file, const char *bytes, qint64 size)
 {
     if (file.write(bytes, size) != size)
@@ -47,6 +72,15 @@ void writeAll(QFileDevice &file, const char *bytes, qint64 size)
 }
 
 } // namespace
+
+void Disk::walk(const QString &folder, const std::function<bool(const Entry &)> &visit)
+{
+    const QList<Entry> entries = entriesOf(folder);
+    for (const Entry &entry : entries) {
+        if (visit(entry) && entry.isFolder)
+            walk(entry.path, visit);
+    }
+}
 
 QByteArray Disk::read(const QString &path)
 {

@@ -6,9 +6,19 @@
 
 #include <functional>
 
-/// All changes that the tool makes on the disk. Each throws a Problem (Outcome::Disk) when the
-/// system refuses it.
+/// All changes that the tool makes on the disk, and looks at it that may not overlook anything.
+/// Each throws a Problem (Outcome::Disk) when the system refuses it.
 namespace Disk {
+
+struct Entry
+{
+    QString path;
+    bool isFolder = false; ///< links are neither
+    bool isFile = false;
+};
+/// Shows `visit` everything below a folder, in no order. It tells whether a folder is to be
+/// entered.
+void walk(const QString &folder, const std::function<bool(const Entry &)> &visit);
 
 QByteArray read(const QString &path);
 /// With its parents; one that exists already is fine.

@@ -105,7 +105,9 @@ private slots:
     void refusesLinksAndSpecialFiles();
     void warnsOfFilesAbove2GB();
     void tellsManyProblemsShortly();
-    void anUnreadableFileIsTheDisksFault();
+    void whatCannotBeReadIsTheDisksFault_data();
+    void whatCannotBeReadIsTheDisksFault();
+    void whatIsExcludedNeedNotBeReadable();
     void aFileThatChangesWhileItIsReadIsRefused();
     void interruptionLeavesNothing();
     void aTerminalShowsABar();
@@ -126,6 +128,8 @@ private:
         return Files::read(m_publisher->path(QLatin1StringView(kArchive)));
     }
     QStringList archivedNames() const;
+    /// In a new workshop.
+    bool becomeStranger();
 
     std::unique_ptr<Publisher> m_publisher;
 };
@@ -138,6 +142,13 @@ void TestPublishClient::init()
         return;
     m_publisher = std::make_unique<Publisher>();
     QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test/"_s}).code, 0);
+}
+
+bool TestPublishClient::becomeStranger()
+{
+    m_publisher = std::make_unique<Publisher>();
+    return m_publisher->runAsStranger() &&
+           m_publisher->run({u"init"_s, u"http://veyra.test/"_s}).code == 0;
 }
 
 QStringList TestPublishClient::archivedNames() const
@@ -302,12 +313,16 @@ void TestPublishClient::exclusionsLeaveOut_data()
     QTest::newRow("a file by a pattern") << u"v?d*"_s;
     QTest::newRow("a path") << u"data/vide"_s;
     QTest::newRow("a path by a pattern") << u"*/vide"_s;
+    QTest::newRow("a folder by its path") << u"data/creux"_s;
 }
 
 void TestPublishClient::exclusionsLeaveOut()
 {
     QFETCH(const QString, pattern);
-    Clients::write(folder(), Clients::sample());
+    ClientFiles files = Clients::sample();
+    if (pattern == u"data/creux"_s)
+        files.insert(u"data/creux/vide"_s, files.take(u"data/vide"_s));
+    Clients::write(folder(), files);
     QCOMPARE(publish({u"--exclure"_s, pattern}).code, 0);
     QCOMPARE(archivedNames(), (QStringList{u"Dofus.exe"_s, u"data/texte.json"_s,
                                            u"data/Île aux Cèdres.map"_s, u"DofusInvoker.swf"_s}));
@@ -410,14 +425,49 @@ void TestPublishClient::tellsManyProblemsShortly()
     QCOMPARE(m_publisher->run({u"client"_s, u"absent"_s}).code, 2);
 }
 
-void TestPublishClient::anUnreadableFileIsTheDisksFault()
+void TestPublishClient::whatCannotBeReadIsTheDisksFault_data()
 {
-    if (::geteuid() == 0)
-        QSKIP("root reads everything");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QFile::Permissions>("rights");
+    const QFile::Permissions none;
+    QTest::newRow("a file") << u"/Dofus.exe"_s << none;
+    QTest::newRow("a folder of it") << u"/data/cartes"_s << none;
+    QTest::newRow("a folder that shows nothing but names")
+        << u"/data/cartes"_s << QFile::Permissions(QFile::ReadOwner | QFile::ReadOther);
+    QTest::newRow("the folder itself") << QString() << none;
+}
+
+void TestPublishClient::whatCannotBeReadIsTheDisksFault()
+{
+    QFETCH(const QString, name);
+    QFETCH(const QFile::Permissions, rights);
+    if (!becomeStranger())
+        QSKIP("A stranger cannot reach the folder: one around it keeps others out");
     Clients::write(folder(), Clients::sample());
-    QVERIFY(QFile::setPermissions(folder() + u"/Dofus.exe"_s, {}));
-    QCOMPARE(publish().code, 6);
+    Files::write(folder() + u"/data/cartes/1"_s, "map");
+    const QFile::Permissions before = QFile::permissions(folder() + name);
+    QVERIFY(QFile::setPermissions(folder() + name, rights));
+    const Publisher::Result result = publish();
+    QVERIFY(QFile::setPermissions(folder() + name, before));
+    QCOMPARE(result.code, 6);
+    QVERIFY2(result.errors.contains(folder() + name), qPrintable(result.errors));
     QVERIFY(!QFile::exists(m_publisher->path(u"publications/.en-cours"_s)));
+    QVERIFY(!QFile::exists(m_publisher->path(u"publications/0002"_s)));
+    QCOMPARE(publish().code, 0);
+}
+
+void TestPublishClient::whatIsExcludedNeedNotBeReadable()
+{
+    if (!becomeStranger())
+        QSKIP("A stranger cannot reach the folder: one around it keeps others out");
+    Clients::write(folder(), Clients::sample());
+    Files::write(folder() + u"/data/lost+found/1"_s, "found");
+    QVERIFY(QFile::setPermissions(folder() + u"/data/lost+found"_s, {}));
+    const Publisher::Result result = publish({u"--exclure"_s, u"data/lost+found"_s});
+    QVERIFY(QFile::setPermissions(folder() + u"/data/lost+found"_s,
+                                  QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    QVERIFY2(result.code == 0, qPrintable(result.errors));
+    QVERIFY(!archivedNames().contains(u"data/lost+found/1"_s));
 }
 
 void TestPublishClient::aFileThatChangesWhileItIsReadIsRefused()
