@@ -206,7 +206,7 @@ Outcome probeServer(const CommandLine &line)
 
 Outcome putOnline(const CommandLine &line)
 {
-    const Workshop workshop(line.workshop);
+    Workshop workshop(line.workshop);
     const std::unique_ptr<QLockFile> lock = workshop.lock();
     if (workshop.putOnline())
         say(u"Publication %1 en ligne."_s.arg(workshop.served()));

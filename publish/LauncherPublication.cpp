@@ -5,6 +5,7 @@
 #include "publish/Interruption.h"
 #include "publish/Outcome.h"
 #include "publish/Progress.h"
+#include "publish/ServedLaunchers.h"
 #include "publish/Site.h"
 #include "publish/Workshop.h"
 #include "updater/Failure.h"
@@ -20,8 +21,9 @@ namespace {
 constexpr auto kTarget = "windows-x64";
 constexpr auto kProgram = "VeyraLauncher.exe";
 const auto kUnchecked = u"launcher/a-verifier.zip"_s;
-const auto kArchiveName = u"launcher/VeyraLauncher-%1-windows-x64.zip"_s;
 constexpr qsizetype kLongestNotes = 20'000; ///< the launcher shows no more
+
+using ServedSums = QMap<QString, QString>;
 
 Problem refused(const QString &reason)
 {
@@ -63,18 +65,39 @@ QByteArray compiledIn(const QString &text)
     return bytes;
 }
 
-UpdateTerms termsOf(const Workshop &workshop, const QString &publishedVersion)
+/// Those that were online have a rule of their own, but for the one that the draft offers already.
+UpdateTerms termsOf(const Workshop &workshop, const ServedSums &served)
 {
     UpdateTerms terms;
     for (const QString &key : workshop.keys())
         terms.keys.push_back(UpdateKey::parse(key.toStdString()));
     terms.target = kTarget;
-    const QStringList versions = QStringList(workshop.versions()) << publishedVersion;
-    for (const QString &version : versions) {
+    QStringList versions = workshop.versions();
+    versions.removeIf([&served](const QString &version) { return served.contains(version); });
+    versions.append(Site::publishedVersion(workshop));
+    for (const QString &version : std::as_const(versions)) {
         if (Version::isValid(version.toStdString()))
             terms.versions.push_back(version.toStdString());
     }
     return terms;
+}
+
+/// What was online may be offered again, as it was: whoever has it already is not asked to take
+/// something else for the same.
+void checkAgainst(const ServedSums &served, const QString &version, const QString &sum)
+{
+    for (auto other = served.begin(); other != served.end(); ++other) {
+        if (other.key() == version && other.value() != sum) {
+            throw refused(u"la version %1 a déjà été en ligne avec un autre contenu, que des "
+                          u"joueurs ont peut-être : il lui faut un autre numéro"_s.arg(version));
+        }
+        if (other.key() != version &&
+            !Version::isNewer(version.toStdString(), other.key().toStdString())) {
+            throw refused(
+                u"la version %1 n'est pas plus récente que la version %2, qui a été en ligne"_s.arg(
+                    version, other.key()));
+        }
+    }
 }
 
 /// Reads all of it: what is damaged shows here, not at players'.
@@ -110,18 +133,19 @@ QString LauncherPublication::make(const Workshop &workshop) const
     Generation generation(workshop, {Site::kLauncherVersion});
     const QString unchecked = generation.fileFor(kUnchecked);
     // What is checked is the copy, whatever happens to the original.
-    Disk::copy(archive, unchecked, [](qint64) {});
+    const QByteArray sum = Disk::copy(archive, unchecked, [](qint64) {});
+    const ServedSums served = ServedLaunchers::sums(workshop);
     QString version;
     try {
-        const UpdateArchive opened(unchecked.toStdString(),
-                                   termsOf(workshop, Site::publishedVersion(workshop)));
-        checkFiles(opened, workshop.baseUrl());
+        const UpdateArchive opened(unchecked.toStdString(), termsOf(workshop, served));
         version = QString::fromStdString(opened.list().version);
+        checkAgainst(served, version, QString::fromLatin1(sum));
+        checkFiles(opened, workshop.baseUrl());
     } catch (const Failure &failure) {
         throw refused(QString::fromStdString(failure.text));
     }
 
-    const QString name = kArchiveName.arg(version);
+    const QString name = Site::launcherArchive(version);
     Disk::rename(unchecked, generation.fileFor(name));
     generation.write(Site::kLauncherVersion,
                      QJsonDocument(QJsonObject{{"version"_L1, version},

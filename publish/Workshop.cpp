@@ -3,7 +3,9 @@
 #include "config/ProcessLock.h"
 #include "publish/Disk.h"
 #include "publish/Generation.h"
+#include "publish/JsonFile.h"
 #include "publish/Outcome.h"
+#include "publish/ServedLaunchers.h"
 #include "publish/Site.h"
 #include "publish/Status.h"
 
@@ -58,7 +60,7 @@ Workshop::Workshop(const QString &folder)
         throw Problem{Outcome::Refused, u"%1 n'est pas un atelier : « veyra-publier init ADRESSE » "
                                         u"en fait un."_s.arg(m_folder)};
     }
-    const QJsonObject settings = QJsonDocument::fromJson(Disk::read(path(kSettings))).object();
+    const QJsonObject settings = JsonFile::read(path(kSettings)).object();
     m_baseUrl = checkedBaseUrl(settings.value("url"_L1).toString());
     m_versions = texts(settings.value("versions"_L1));
     m_keys = texts(settings.value("cles"_L1));
@@ -170,16 +172,29 @@ void Workshop::setDraft(const QString &number) const
     Disk::pointTo(path(kDraft), kGenerations + u'/' + number);
 }
 
-bool Workshop::putOnline() const
+bool Workshop::putOnline()
 {
     const QString next = draft();
     const QString now = served();
     if (next == now)
         return false;
+    // Before anybody can have it: a run that ends in between leaves it in service too early.
+    ServedLaunchers::rememberDraft(*this);
+    putInService(Site::publishedVersion(*this));
     Disk::write(generationPath(next) + kPreviousSuffix, now.toUtf8());
     Disk::pointTo(path(kSite), kGenerations + u'/' + next);
     removeOld();
     return true;
+}
+
+void Workshop::putInService(const QString &version)
+{
+    if (version.isEmpty() || m_versions.contains(version))
+        return;
+    m_versions.append(version);
+    QJsonObject settings = JsonFile::read(path(kSettings)).object();
+    settings.insert("versions"_L1, QJsonArray::fromStringList(m_versions));
+    Disk::write(path(kSettings), QJsonDocument(settings));
 }
 
 QString Workshop::takeBack() const

@@ -14,7 +14,7 @@ class QLockFile;
 /// - brouillon: link to the generation that the next command starts from
 /// - site: link to the generation that the web server serves
 /// - etat/status.json: the server's state, apart from the generations, since it changes by itself
-/// - empreintes.json: see Fingerprints
+/// - empreintes.json, lanceurs.json: see Fingerprints and ServedLaunchers
 class Workshop
 {
 public:
@@ -48,9 +48,9 @@ public:
     QString nextNumber() const;
     void setDraft(const QString &number) const;
 
-    /// Has the draft served, and removes generations that nobody returns to. False when it is
-    /// served already.
-    bool putOnline() const;
+    /// Has the draft served, whose launcher is in service from then on, and removes generations
+    /// that nobody returns to. False when it is served already.
+    bool putOnline();
     /// Has the generation served that was before this one, and goes on from there. Returns its
     /// number.
     QString takeBack() const;
@@ -58,6 +58,7 @@ public:
 private:
     Workshop(const QString &folder, const QString &baseUrl, const QStringList &versions,
              const QStringList &keys);
+    void putInService(const QString &version);
     QString previous(const QString &number) const;
     QStringList numbers() const;
     void removeOld() const;
