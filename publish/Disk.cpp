@@ -156,9 +156,16 @@ void Disk::rename(const QString &from, const QString &to)
 
 void Disk::removeTree(const QString &path)
 {
-    PublishFaultPoints::next();
     std::error_code error;
-    std::filesystem::remove_all(native(path), error);
+    const std::filesystem::file_status status =
+        std::filesystem::symlink_status(native(path), error);
+    if (std::filesystem::is_directory(status)) {
+        const QList<Entry> entries = entriesOf(path);
+        for (const Entry &entry : entries)
+            removeTree(entry.path);
+    }
+    PublishFaultPoints::next();
+    std::filesystem::remove(native(path), error);
     check(error, u"Suppression impossible"_s, path);
 }
 

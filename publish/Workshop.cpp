@@ -25,6 +25,7 @@ namespace {
 constexpr auto kSettings = "publication.json"_L1;
 constexpr auto kGenerations = "publications"_L1;
 constexpr auto kPreviousSuffix = ".avant"_L1;
+constexpr auto kDoomed = ".a-supprimer-"_L1;
 constexpr auto kDraft = "brouillon"_L1;
 constexpr auto kSite = "site"_L1;
 constexpr auto kStatus = "etat/status.json"_L1;
@@ -116,8 +117,10 @@ QString Workshop::checkedBaseUrl(QString url)
 std::unique_ptr<QLockFile> Workshop::lock() const
 {
     auto lock = std::make_unique<QLockFile>(path(kLock));
-    if (ProcessLock::take(*lock))
+    if (ProcessLock::take(*lock)) {
+        removeDoomed();
         return lock;
+    }
     if (lock->error() == QLockFile::LockFailedError) {
         throw Problem{Outcome::Refused,
                       u"Une autre commande travaille dans cet atelier ; rien n'a été changé."_s};
@@ -176,12 +179,17 @@ bool Workshop::putOnline()
 {
     const QString next = draft();
     const QString now = served();
-    if (next == now)
+    if (next == now) {
+        removeOld(); // of a run that was killed before it could
         return false;
+    }
     // Before anybody can have it: a run that ends in between leaves it in service too early.
     ServedLaunchers::rememberDraft(*this);
     putInService(Site::publishedVersion(*this));
-    Disk::write(generationPath(next) + kPreviousSuffix, now.toUtf8());
+    // Going forth to one that was taken back, or the rest of a way back, leaves the order as it
+    // was.
+    if (!earlierThan(now).contains(next))
+        Disk::write(generationPath(next) + kPreviousSuffix, now.toUtf8());
     Disk::pointTo(path(kSite), kGenerations + u'/' + next);
     removeOld();
     return true;
@@ -205,6 +213,8 @@ QString Workshop::takeBack() const
             Outcome::Refused,
             u"Aucune publication n'a été en ligne avant celle-ci ; rien n'a été changé."_s};
     }
+    // In this order: a run that ends in between has changed nothing for players, and the next one
+    // goes on, whether it is this command or putOnline().
     setDraft(target);
     Disk::pointTo(path(kSite), kGenerations + u'/' + target);
     return target;
@@ -217,6 +227,14 @@ QString Workshop::previous(const QString &number) const
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
 }
 
+QStringList Workshop::earlierThan(const QString &number) const
+{
+    QStringList earlier;
+    for (QString at = previous(number); !at.isEmpty() && !earlier.contains(at); at = previous(at))
+        earlier.append(at);
+    return earlier;
+}
+
 QStringList Workshop::numbers() const
 {
     static const QRegularExpression kNumber(u"^[0-9]{4,}$"_s);
@@ -225,17 +243,23 @@ QStringList Workshop::numbers() const
 
 void Workshop::removeOld() const
 {
-    QStringList kept{draft()};
-    QString number = served();
-    for (int i = 0; i <= kKeptForReturn; ++i) {
-        kept.append(number);
-        number = previous(number);
-    }
+    const QStringList kept =
+        QStringList{draft(), served()} + earlierThan(served()).mid(0, kKeptForReturn);
     const QStringList existing = numbers();
     for (const QString &old : existing) {
         if (kept.contains(old))
             continue;
-        Disk::removeTree(generationPath(old));
         Disk::removeTree(generationPath(old) + kPreviousSuffix);
+        // Half a generation must not have a number: it could be served again.
+        Disk::rename(generationPath(old), generationPath(kDoomed + old));
     }
+    removeDoomed();
+}
+
+void Workshop::removeDoomed() const
+{
+    const QStringList names =
+        QDir(path(kGenerations)).entryList({kDoomed + u'*'}, QDir::Dirs | QDir::Hidden);
+    for (const QString &name : names)
+        Disk::removeTree(generationPath(name));
 }

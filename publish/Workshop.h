@@ -28,7 +28,8 @@ public:
     /// As the launcher wants it: with a "/" at its end. Throws a Problem for what is no site's.
     static QString checkedBaseUrl(QString url);
 
-    /// One command at a time changes generations: throws a Problem while another one does.
+    /// One command at a time changes generations: throws a Problem while another one does. What a
+    /// run left half removed is removed first.
     std::unique_ptr<QLockFile> lock() const;
 
     const QString &baseUrl() const { return m_baseUrl; }
@@ -60,8 +61,12 @@ private:
              const QStringList &keys);
     void putInService(const QString &version);
     QString previous(const QString &number) const;
+    /// Those that were served before `number`, the latest first.
+    QStringList earlierThan(const QString &number) const;
     QStringList numbers() const;
     void removeOld() const;
+    /// Generations that a run was killed over when it removed them, too.
+    void removeDoomed() const;
 
     QString m_folder;
     QString m_baseUrl;
