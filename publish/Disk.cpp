@@ -15,6 +15,7 @@
 
 #ifdef Q_OS_UNIX
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -80,6 +81,20 @@ void Disk::walk(const QString &folder, const std::function<bool(const Entry &)> 
         if (visit(entry) && entry.isFolder)
             walk(entry.path, visit);
     }
+}
+
+QStringList Disk::closedFolders(const QString &folder)
+{
+    QStringList closed;
+    std::error_code error;
+    std::filesystem::path at = std::filesystem::canonical(native(folder), error);
+    for (; at != at.parent_path(); at = at.parent_path()) {
+        const std::filesystem::perms rights = std::filesystem::status(at, error).permissions();
+        if (!error &&
+            (rights & std::filesystem::perms::others_exec) == std::filesystem::perms::none)
+            closed.prepend(decoded(at));
+    }
+    return closed;
 }
 
 QByteArray Disk::read(const QString &path)
@@ -203,6 +218,13 @@ QByteArray Disk::copy(const QString &from, const QString &to,
 }
 
 #ifdef Q_OS_UNIX
+
+void Disk::letOthersRead()
+{
+    constexpr mode_t kWritingIsForTheOwner = 022;
+    // What the shell allows the group stays allowed.
+    ::umask(::umask(kWritingIsForTheOwner) & kWritingIsForTheOwner);
+}
 
 void Disk::flush(const QString &folder)
 {

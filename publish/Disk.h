@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QJsonDocument>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 
@@ -19,6 +20,12 @@ struct Entry
 /// Shows `visit` everything below a folder, in no order. It tells whether a folder is to be
 /// entered.
 void walk(const QString &folder, const std::function<bool(const Entry &)> &visit);
+
+/// From here on others may read what is written, the web server say, and enter new folders,
+/// whatever the operator's shell wants of new files.
+void letOthersRead();
+/// The folders on the way to this one, and itself, that others cannot enter.
+QStringList closedFolders(const QString &folder);
 
 QByteArray read(const QString &path);
 /// With its parents; one that exists already is fine.

@@ -186,8 +186,7 @@ bool Workshop::putOnline()
     // Before anybody can have it: a run that ends in between leaves it in service too early.
     ServedLaunchers::rememberDraft(*this);
     putInService(Site::publishedVersion(*this));
-    // Going forth to one that was taken back, or the rest of a way back, leaves the order as it
-    // was.
+    // The rest of a way back leaves the order as it was.
     if (!earlierThan(now).contains(next))
         Disk::write(generationPath(next) + kPreviousSuffix, now.toUtf8());
     Disk::pointTo(path(kSite), kGenerations + u'/' + next);

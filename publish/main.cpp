@@ -1,4 +1,5 @@
 #include "publish/Commands.h"
+#include "publish/Disk.h"
 #include "publish/Interruption.h"
 #include "publish/LauncherSettings.h"
 
@@ -13,5 +14,6 @@ int main(int argc, char **argv)
     if (sodium_init() < 0)
         return static_cast<int>(Outcome::Disk);
     Interruption::watch();
+    Disk::letOthersRead();
     return static_cast<int>(runPublisher(QCoreApplication::arguments().mid(1)));
 }

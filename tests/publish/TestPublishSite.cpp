@@ -17,6 +17,8 @@
 #include <QTcpSocket>
 #include <QTest>
 
+#include <sys/stat.h>
+
 #include <memory>
 
 using namespace Qt::Literals::StringLiterals;
@@ -38,6 +40,9 @@ private slots:
     void init();
 
     void aNewSiteHasAllButAClient();
+    void whatIsServedIsForEverybody_data();
+    void whatIsServedIsForEverybody();
+    void aFolderThatKeepsOthersOutIsToldOf();
     void addressesOfASite_data();
     void addressesOfASite();
     void aWorkshopIsMadeOnce();
@@ -91,6 +96,65 @@ void TestPublishSite::aNewSiteHasAllButAClient()
         json(Files::read(m_publisher->path(u"publication.json"_s))).object();
     QCOMPARE(settings.value(u"url"_s), u"http://veyra.test/"_s);
     QCOMPARE(settings.value(u"versions"_s), QJsonArray{u"" VEYRA_VERSION ""_s});
+}
+
+void TestPublishSite::whatIsServedIsForEverybody_data()
+{
+    QTest::addColumn<mode_t>("mask");
+    QTest::newRow("nothing for others") << mode_t(077);
+    QTest::newRow("something for the group") << mode_t(027);
+    QTest::newRow("as it mostly is") << mode_t(022);
+}
+
+/// The web server is another user.
+void TestPublishSite::whatIsServedIsForEverybody()
+{
+    QFETCH(const mode_t, mask);
+    const Publisher publisher;
+    Clients::write(publisher.beside(u"client"_s), Clients::sample());
+    const mode_t before = ::umask(mask);
+    const int codes = publisher.run({u"init"_s, u"http://veyra.test"_s}).code +
+                      publisher.run({u"client"_s, publisher.beside(u"client"_s)}).code +
+                      publisher.run({u"mettre-en-ligne"_s}).code +
+                      publisher.run({u"etat"_s, u"en-ligne"_s, u"3"_s}).code;
+    ::umask(before);
+    QCOMPARE(codes, 0);
+    for (const QString &folder : {u"publications"_s, u"etat"_s}) {
+        QVERIFY(QFile::permissions(publisher.path(folder)) & QFile::ExeOther);
+        const QStringList names = Files::tree(publisher.path(folder));
+        QVERIFY(!names.isEmpty());
+        for (const QString &name : names) {
+            const QFile::Permissions given =
+                QFile::permissions(publisher.path(folder + u'/' + name));
+            const auto wanted = name.endsWith(u'/') ? QFile::ReadOther | QFile::ExeOther
+                                                    : QFile::Permissions(QFile::ReadOther);
+            QVERIFY2((given & wanted) == wanted, qPrintable(name));
+            QVERIFY2(!(given & QFile::WriteOther), qPrintable(name));
+        }
+    }
+}
+
+void TestPublishSite::aFolderThatKeepsOthersOutIsToldOf()
+{
+    const Publisher publisher;
+    const QString home = publisher.beside(u"maison"_s);
+    constexpr auto kForOwner = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
+    QVERIFY(QDir().mkpath(home));
+    QVERIFY(QFile::setPermissions(home, kForOwner));
+    const auto init = [&](const QString &name) {
+        return publisher.run(
+            {u"--atelier"_s, home + u'/' + name, u"init"_s, u"http://veyra.test"_s});
+    };
+    const Publisher::Result closed = init(u"atelier"_s);
+    QCOMPARE(closed.code, 0);
+    QVERIFY2(closed.errors.contains(
+                 u"Attention : le serveur web ne peut pas entrer dans %1"_s.arg(home)),
+             qPrintable(closed.errors));
+    QVERIFY(closed.errors.contains(u"chmod o+x '%1'"_s.arg(home)));
+    QVERIFY(QFile::setPermissions(home, kForOwner | QFile::ExeOther));
+    const Publisher::Result open = init(u"autre"_s);
+    QCOMPARE(open.code, 0);
+    QVERIFY2(!open.errors.contains(home + u' '), qPrintable(open.errors));
 }
 
 void TestPublishSite::addressesOfASite_data()
