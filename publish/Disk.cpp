@@ -221,9 +221,9 @@ QByteArray Disk::copy(const QString &from, const QString &to,
 
 void Disk::letOthersRead()
 {
-    constexpr mode_t kWritingIsForTheOwner = 022;
     // What the shell allows the group stays allowed.
-    ::umask(::umask(kWritingIsForTheOwner) & kWritingIsForTheOwner);
+    const mode_t before = ::umask(S_IWGRP | S_IWOTH);
+    ::umask((before & S_IWGRP) | S_IWOTH);
 }
 
 void Disk::flush(const QString &folder)

@@ -56,9 +56,29 @@ QString unpack()
     return failure;
 }
 
+/// A verification posts its progress to its Updater, which may go only once this one has gone.
+class PoolInUse
+{
+public:
+    PoolInUse() = default;
+    ~PoolInUse()
+    {
+        if (!m_isDone)
+            Updater::abandonVerifications();
+        QThreadPool::globalInstance()->waitForDone();
+    }
+    Q_DISABLE_COPY_MOVE(PoolInUse)
+
+    void done() { m_isDone = true; }
+
+private:
+    bool m_isDone = false;
+};
+
 QString verify()
 {
     Updater updater(nullptr);
+    PoolInUse pool;
     Waiting waiting;
     QString last;
     QString failure = kNoAnswer;
@@ -70,8 +90,8 @@ QString verify()
             waiting.done();
         });
     updater.checkForUpdates();
-    waiting.run(kClientInstalled);
-    QThreadPool::globalInstance()->waitForDone();
+    if (waiting.run(kClientInstalled))
+        pool.done();
     return failure;
 }
 

@@ -104,6 +104,7 @@ void TestPublishSite::whatIsServedIsForEverybody_data()
     QTest::newRow("nothing for others") << mode_t(077);
     QTest::newRow("something for the group") << mode_t(027);
     QTest::newRow("as it mostly is") << mode_t(022);
+    QTest::newRow("everything for everybody") << mode_t(0);
 }
 
 /// The web server is another user.

@@ -5,10 +5,13 @@
 #include "tests/support/HttpServer.h"
 #include "tests/support/TestEnvironment.h"
 
+#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTest>
+
+#include <signal.h>
 
 #include <algorithm>
 #include <functional>
@@ -103,6 +106,9 @@ private slots:
     void theWorkshopKnowsAddressAndVersions();
     void aSiteThatDoesNotAnswer();
     void onlyWarningsHaveACodeOfTheirOwn();
+    void aSignalEndsTheVerification_data();
+    void aSignalEndsTheVerification();
+    void aTerminalThatGoesMayBeIgnored();
 
 private:
     void serve(const Site &site);
@@ -111,6 +117,13 @@ private:
         return m_publisher.run(QStringList{u"verifier"_s, m_server.url(u"/"_s).toString()} +
                                options);
     }
+    void startVerification(QProcess &process) const
+    {
+        process.setWorkingDirectory(m_publisher.path(QString()));
+        process.start(Publisher::program(),
+                      {u"verifier"_s, u"--complet"_s, m_server.url(u"/"_s).toString()});
+    }
+    static bool reads(const QProcess &process, const QString &file);
     static QStringList codes(const Publisher::Result &result);
 
     Publisher m_publisher;
@@ -148,6 +161,15 @@ void TestPublishVerifier::serve(const Site &site)
 {
     for (auto file = site.begin(); file != site.end(); ++file)
         m_server.answer('/' + file.key(), file.value());
+}
+
+bool TestPublishVerifier::reads(const QProcess &process, const QString &file)
+{
+    const QDir open(u"/proc/%1/fd"_s.arg(process.processId()));
+    const QStringList descriptors = open.entryList(QDir::Files | QDir::System);
+    return std::any_of(descriptors.begin(), descriptors.end(), [&](const QString &descriptor) {
+        return QFile::symLinkTarget(open.filePath(descriptor)) == file;
+    });
 }
 
 QStringList TestPublishVerifier::codes(const Publisher::Result &result)
@@ -412,6 +434,53 @@ void TestPublishVerifier::onlyWarningsHaveACodeOfTheirOwn()
     site["api/news.php"].headers.clear();
     serve(site);
     QCOMPARE(verify().code, 4);
+}
+
+void TestPublishVerifier::aSignalEndsTheVerification_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::newRow("Ctrl+C") << SIGINT;
+    QTest::newRow("the request to end") << SIGTERM;
+    QTest::newRow("the terminal's end") << SIGHUP;
+}
+
+void TestPublishVerifier::aSignalEndsTheVerification()
+{
+    QFETCH(const int, signal);
+    // Files in great number, of which one never comes to its end.
+    Site site = m_good;
+    site.changeManifest(R"("name": "data/vide")",
+                        R"("name": ")" + QByteArray("../").repeated(20) + R"(dev/zero")");
+    serve(site);
+    QProcess process;
+    startVerification(process);
+    QTRY_VERIFY_WITH_TIMEOUT(reads(process, u"/dev/zero"_s), 30000);
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), signal), 0);
+    QVERIFY(process.waitForFinished());
+    const QByteArray errors = process.readAllStandardError();
+    QVERIFY2(process.exitStatus() == QProcess::NormalExit && process.exitCode() == 130,
+             errors.constData());
+    QVERIFY2(errors.contains("Interrompu"), errors.constData());
+    // What was unpacked is gone, too.
+    QCOMPARE(QDir(QDir::tempPath()).entryList({u"veyra-publier-*"_s}), QStringList());
+}
+
+/// As by nohup.
+void TestPublishVerifier::aTerminalThatGoesMayBeIgnored()
+{
+    Site site = m_good;
+    site.archive() = Archives::zip(sampleEntries());
+    site["client/DofusClient.zip"].heldAfter(10);
+    serve(site);
+    QProcess process;
+    process.setChildProcessModifier([] { ::signal(SIGHUP, SIG_IGN); });
+    startVerification(process);
+    QTRY_VERIFY_WITH_TIMEOUT(m_server.requestCount("/client/DofusClient.zip") > 0, 30000);
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGHUP), 0);
+    m_server.clear();
+    serve(m_good);
+    QTRY_COMPARE_WITH_TIMEOUT(process.state(), QProcess::NotRunning, 30000);
+    QVERIFY(process.exitCode() != 130 && process.exitStatus() == QProcess::NormalExit);
 }
 
 VEYRA_CORE_TEST_MAIN(TestPublishVerifier)
