@@ -21,6 +21,7 @@
 #include <QTextStream>
 
 #include <memory>
+#include <optional>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -251,7 +252,15 @@ void sayAsJson(const Verifier &verifier)
 Outcome verify(const CommandLine &line)
 {
     Verifier verifier = verifierFor(line);
-    verifier.run(line.has(kWhole));
+    std::optional<Problem> obstacle;
+    try {
+        verifier.run(line.has(kWhole));
+    } catch (const Problem &problem) {
+        // What was found before this machine got in the way is told all the same.
+        if (problem.outcome != Outcome::Disk || verifier.findings().isEmpty())
+            throw;
+        obstacle = problem;
+    }
     const Findings &findings = verifier.findings();
     if (line.has(kJson)) {
         sayAsJson(verifier);
@@ -259,6 +268,8 @@ Outcome verify(const CommandLine &line)
         say(verifier.sights().join(u'\n'));
         say(findings.isEmpty() ? u"Aucune erreur."_s : findings.text());
     }
+    if (obstacle)
+        throw Problem(*obstacle);
     if (findings.hasErrors())
         return Outcome::Errors;
     return findings.isEmpty() ? Outcome::Good : Outcome::Warnings;

@@ -6,6 +6,8 @@
 
 #include <QFile>
 #include <QSaveFile>
+#include <QStorageInfo>
+#include <QTemporaryFile>
 
 #include <sodium.h>
 
@@ -23,7 +25,8 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-constexpr qint64 kChunk = qint64{1024} * 1024;
+constexpr qint64 kMegabyte = qint64{1024} * 1024;
+constexpr qint64 kChunk = kMegabyte;
 
 std::filesystem::path native(const QString &path)
 {
@@ -218,6 +221,25 @@ QByteArray Disk::copy(const QString &from, const QString &to,
 }
 
 #ifdef Q_OS_UNIX
+
+void Disk::checkRoom(const QString &folder, qint64 bytes)
+{
+    // Told first, since a trial of that size would take from others what is left.
+    const qint64 free = QStorageInfo(folder).bytesAvailable();
+    if (free < bytes) {
+        throw Problem{Outcome::Disk, u"Il faut %1 Mo dans %2, où il n'y en a que %3 de libres."_s
+                                         .arg(bytes / kMegabyte + 1)
+                                         .arg(folder)
+                                         .arg(free / kMegabyte)};
+    }
+    QTemporaryFile trial(folder + u"/place-XXXXXX"_s);
+    if (!trial.open())
+        throw failed(u"Écriture impossible"_s, folder, trial.errorString());
+    // The bytes alone count that no limit of the system's keeps from being there.
+    const int error = bytes > 0 ? ::posix_fallocate(trial.handle(), 0, bytes) : 0;
+    if (error != 0)
+        throw failed(u"Écriture impossible"_s, folder, qt_error_string(error));
+}
 
 void Disk::letOthersRead()
 {

@@ -45,6 +45,8 @@ void removeTree(const QString &path);
 /// Copies a file and returns the SHA-256 of what was copied, in lower-case hexadecimal. `copied` is
 /// told how many bytes each piece had.
 QByteArray copy(const QString &from, const QString &to, const std::function<void(qint64)> &copied);
+/// Throws a Problem where `bytes` more cannot be written in the folder. Nothing stays of the trial.
+void checkRoom(const QString &folder, qint64 bytes);
 /// Returns once everything below `folder` outlasts a power cut.
 void flush(const QString &folder);
 

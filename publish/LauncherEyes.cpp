@@ -1,6 +1,7 @@
 #include "publish/LauncherEyes.h"
 
 #include "config/Config.h"
+#include "install/ArchiveUnpacker.h"
 #include "install/ClientDownloader.h"
 #include "net/NewsFetcher.h"
 #include "net/ServerChecker.h"
@@ -9,6 +10,7 @@
 #include "update/SelfUpdater.h"
 #include "update/Updater.h"
 
+#include <QStandardPaths>
 #include <QThreadPool>
 
 #include <chrono>
@@ -128,6 +130,15 @@ LauncherEyes::Sight LauncherEyes::look()
     news.run(kSmallAnswer);
     version.run(kSmallAnswer);
     return sight;
+}
+
+QString LauncherEyes::unpackerProblem()
+{
+    const QString program = unpackCommand(QString(), QString()).program;
+    if (!QStandardPaths::findExecutable(program).isEmpty())
+        return {};
+    return u"--complet décompresse le client avec %1, qui manque ici : « apt install %1 »."_s.arg(
+        program);
 }
 
 QString LauncherEyes::install(const QString &folder)

@@ -2,6 +2,7 @@
 
 #include "config/GameFolder.h"
 #include "publish/ClientFolder.h"
+#include "publish/Disk.h"
 #include "publish/FileNames.h"
 #include "publish/LauncherEyes.h"
 #include "publish/LauncherSettings.h"
@@ -9,6 +10,7 @@
 #include "publish/Site.h"
 #include "update/SelfUpdater.h"
 
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -67,6 +69,9 @@ Verifier::Verifier(const QString &baseUrl, const QStringList &versions)
 
 void Verifier::run(bool whole)
 {
+    const QString problem = whole ? LauncherEyes::unpackerProblem() : QString();
+    if (!problem.isEmpty())
+        throw Problem{Outcome::Disk, problem};
     checkReachable();
     checkState();
     checkNews();
@@ -312,6 +317,7 @@ void Verifier::checkArchive(const CentralDirectory &directory)
     QStringList unflagged;
     QStringList unreadable;
     for (const CentralDirectory::Entry &entry : directory.entries) {
+        m_clientSize += entry.packedSize + entry.size;
         if (!entry.saysUtf8() && !isAscii(entry.name))
             unflagged.append(nameIn(entry));
         if (entry.isEncrypted() || (entry.method != CentralDirectory::kStored &&
@@ -395,13 +401,32 @@ void Verifier::lookAsLaunchers()
     }
 }
 
+/// An own disk that is full is no fault of the site.
+void Verifier::checkRoom(const QString &folder) const
+{
+    qint64 written = 0;
+    Disk::walk(folder, [&written](const Disk::Entry &entry) {
+        written += entry.isFile ? QFileInfo(entry.path).size() : 0;
+        return true;
+    });
+    try {
+        Disk::checkRoom(folder, std::max(qint64{0}, m_clientSize - written));
+    } catch (const Problem &problem) {
+        throw Problem{problem.outcome,
+                      problem.text + u" La variable TMPDIR peut nommer un autre dossier."_s};
+    }
+}
+
 void Verifier::installClient()
 {
     LauncherSettings::become(m_versions.value(0), m_baseUrl);
     const QTemporaryDir folder;
     if (!folder.isValid())
         throw Problem{Outcome::Disk, folder.errorString()};
+    checkRoom(folder.path());
     const QString failure = LauncherEyes::install(folder.path());
-    if (!failure.isEmpty())
-        m_findings.add(u"M16"_s, Site::kClientArchive, u"le launcher dit : %1"_s.arg(failure));
+    if (failure.isEmpty())
+        return;
+    checkRoom(folder.path());
+    m_findings.add(u"M16"_s, Site::kClientArchive, u"le launcher dit : %1"_s.arg(failure));
 }

@@ -17,7 +17,8 @@ public:
     /// `versions` are the launchers that players have.
     Verifier(const QString &baseUrl, const QStringList &versions);
 
-    /// Throws a Problem (Outcome::Unreachable) where nobody answers. With `whole` the client is
+    /// Throws a Problem where nobody answers (Outcome::Unreachable), and where this machine is what
+    /// is in the way (Outcome::Disk): what was found until then stays. With `whole` the client is
     /// downloaded, unpacked and verified.
     void run(bool whole);
 
@@ -43,10 +44,12 @@ private:
     void compare(const QStringList &listed, const QStringList &archived);
     void lookAsLaunchers();
     void installClient();
+    void checkRoom(const QString &folder) const;
 
     QString m_baseUrl;
     QStringList m_versions;
     SiteReader m_reader;
     Findings m_findings;
     QStringList m_sights;
+    qint64 m_clientSize = 0; ///< packed and unpacked, as its archive has it
 };

@@ -2,7 +2,9 @@
 #include "tests/publish/Publisher.h"
 #include "tests/support/Archives.h"
 #include "tests/support/Files.h"
+#include "tests/support/FullDisk.h"
 #include "tests/support/HttpServer.h"
+#include "tests/support/SearchPath.h"
 #include "tests/support/TestEnvironment.h"
 
 #include <QDir>
@@ -106,6 +108,9 @@ private slots:
     void theWorkshopKnowsAddressAndVersions();
     void aSiteThatDoesNotAnswer();
     void onlyWarningsHaveACodeOfTheirOwn();
+    void theWholeLookNeedsAnUnpacker();
+    void theWholeLookNeedsRoom();
+    void anOwnFullDiskIsNoFaultOfTheSite();
     void aSignalEndsTheVerification_data();
     void aSignalEndsTheVerification();
     void aTerminalThatGoesMayBeIgnored();
@@ -434,6 +439,52 @@ void TestPublishVerifier::onlyWarningsHaveACodeOfTheirOwn()
     site["api/news.php"].headers.clear();
     serve(site);
     QCOMPARE(verify().code, 4);
+}
+
+void TestPublishVerifier::theWholeLookNeedsAnUnpacker()
+{
+    serve(m_good);
+    const SearchPath nothing;
+    const Publisher::Result result = verify({u"--complet"_s});
+    QCOMPARE(result.code, 6);
+    QVERIFY2(result.errors.contains(u"apt install unzip"_s), qPrintable(result.errors));
+    QVERIFY(m_server.requests().isEmpty());
+    QCOMPARE(verify().code, 0);
+}
+
+/// As much as no disk has.
+void TestPublishVerifier::theWholeLookNeedsRoom()
+{
+    Site site = m_good;
+    QList<Archives::Entry> entries;
+    for (int i = 0; i < 4000; ++i)
+        entries.append({"data/" + QByteArray::number(i), "x"});
+    site.archive() = Archives::zip(entries + sampleEntries());
+    setInDirectory(site.archive(), 26, '\xff', '\xff');
+    serve(site);
+    const Publisher::Result result = verify({u"--complet"_s});
+    QCOMPARE(result.code, 6);
+    QVERIFY2(result.errors.contains(u"Il faut"_s) && result.errors.contains(QDir::tempPath()) &&
+                 result.errors.contains(u"TMPDIR"_s),
+             qPrintable(result.errors));
+    // What was found before is told all the same.
+    QVERIFY2(result.output.contains(u"M11"_s) && !result.output.contains(u"M16"_s),
+             qPrintable(result.output));
+}
+
+void TestPublishVerifier::anOwnFullDiskIsNoFaultOfTheSite()
+{
+    if (!FullDisk::isPossible())
+        QSKIP("Files may become as large as they want here");
+    serve(m_good);
+    Publisher::Result result;
+    {
+        const FullDisk full(50'000);
+        result = verify({u"--complet"_s});
+    }
+    QCOMPARE(result.code, 6);
+    QVERIFY2(!result.output.contains(u"M16"_s), qPrintable(result.output));
+    QVERIFY2(result.errors.contains(QDir::tempPath()), qPrintable(result.errors));
 }
 
 void TestPublishVerifier::aSignalEndsTheVerification_data()
