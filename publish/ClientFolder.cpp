@@ -7,7 +7,6 @@
 #include "publish/Outcome.h"
 
 #include <QDir>
-#include <QHash>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -76,21 +75,15 @@ private:
 /// Two files, or a file and a folder, that are one on a player's machine.
 QStringList clashes(const QList<ClientFile> &files)
 {
+    QStringList names;
+    for (const ClientFile &file : files)
+        names.append(file.name);
     QStringList problems;
-    QHash<QString, QString> names;
-    for (const ClientFile &file : files) {
-        QString &first = names[FileNames::folded(file.name)];
-        if (first.isEmpty())
-            first = file.name;
-        else
-            problems.append(u"« %1 » et « %2 » : le même nom pour Windows"_s.arg(first, file.name));
-    }
-    for (const ClientFile &file : files) {
-        const QString folder = FileNames::folded(file.name).section(u'/', 0, -2);
-        if (!folder.isEmpty() && names.contains(folder)) {
-            problems.append(u"« %1 » et « %2 » : fichier et dossier du même nom pour Windows"_s.arg(
-                names.value(folder), file.name));
-        }
+    const QList<FileNames::Clash> all = FileNames::clashes(names);
+    for (const FileNames::Clash &clash : all) {
+        const QString what = clash.isFolder ? u"fichier et dossier du même nom pour Windows"_s
+                                            : u"le même nom pour Windows"_s;
+        problems.append(u"« %1 » et « %2 » : %3"_s.arg(clash.first, clash.second, what));
     }
     return problems;
 }

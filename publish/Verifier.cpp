@@ -34,18 +34,22 @@ bool isAscii(const QByteArray &name)
     return std::all_of(name.begin(), name.end(), [](char c) { return (c & 0x80) == 0; });
 }
 
-/// Names that Windows cannot have, or cannot have both.
-QStringList unusableNames(const QStringList &names)
+/// Names that Windows cannot have, or cannot have both. Those of folders end with a "/".
+QStringList unusableNames(const QStringList &files, const QStringList &folders = {})
 {
     QStringList unusable;
-    QSet<QString> folded;
-    for (const QString &name : names) {
-        const bool isNew = !folded.contains(FileNames::folded(name));
-        folded.insert(FileNames::folded(name));
-        // Backslashes have a code of their own.
-        if (!isNew || (!name.contains(u'\\') && !FileNames::problem(name).isEmpty()))
+    // Backslashes have a code of their own.
+    const auto check = [&unusable](const QString &name, const QString &path) {
+        if (!path.contains(u'\\') && !FileNames::problem(path).isEmpty())
             unusable.append(name);
-    }
+    };
+    for (const QString &name : files)
+        check(name, name);
+    for (const QString &name : folders)
+        check(name, name.chopped(1));
+    const QList<FileNames::Clash> clashes = FileNames::clashes(files + folders);
+    for (const FileNames::Clash &clash : clashes)
+        unusable.append(clash.second);
     return unusable;
 }
 
@@ -314,6 +318,7 @@ void Verifier::checkArchive(const CentralDirectory &directory)
 {
     const QString place = Site::kClientArchive;
     QStringList names;
+    QStringList folders;
     QStringList unflagged;
     QStringList unreadable;
     for (const CentralDirectory::Entry &entry : directory.entries) {
@@ -323,13 +328,13 @@ void Verifier::checkArchive(const CentralDirectory &directory)
         if (entry.isEncrypted() || (entry.method != CentralDirectory::kStored &&
                                     entry.method != CentralDirectory::kDeflated))
             unreadable.append(nameIn(entry));
-        if (!entry.isFolder())
-            names.append(nameIn(entry));
+        (entry.isFolder() ? folders : names).append(nameIn(entry));
     }
     m_findings.addExamples(u"M07"_s, place, u"nom sans le drapeau UTF-8"_s, unflagged);
     m_findings.addExamples(u"M14"_s, place, u"fichier illisible pour Windows"_s, unreadable);
     m_findings.addExamples(u"M04"_s, place, u"nom avec « \\ »"_s, withBackslash(names));
-    m_findings.addExamples(u"M15"_s, place, u"nom refusé par Windows"_s, unusableNames(names));
+    m_findings.addExamples(u"M15"_s, place, u"nom refusé par Windows"_s,
+                           unusableNames(names, folders));
 
     const auto marker = std::find_if(names.begin(), names.end(), ClientFolder::isMarker);
     if (marker == names.end())

@@ -114,6 +114,8 @@ private slots:
     void largeArchivesAreRead();
     void damagedArchivesAreNotRead_data();
     void damagedArchivesAreNotRead();
+    void namesThatClash_data();
+    void namesThatClash();
     void namesThatWindowsTakes_data();
     void namesThatWindowsTakes();
 
@@ -136,7 +138,8 @@ private:
 
 void TestPublishClient::init()
 {
-    static const QList<QByteArray> kWithoutWorkshop{"namesThatWindowsTakes", "largeArchivesAreRead",
+    static const QList<QByteArray> kWithoutWorkshop{"namesThatWindowsTakes", "namesThatClash",
+                                                    "largeArchivesAreRead",
                                                     "damagedArchivesAreNotRead"};
     if (kWithoutWorkshop.contains(QTest::currentTestFunction()))
         return;
@@ -363,6 +366,11 @@ void TestPublishClient::refuses_data()
         << good + QStringList{u"e\u0301.txt"_s, u"\u00e9.txt"_s} << u"le même nom pour Windows"_s;
     QTest::newRow("a file and a folder that differ by case")
         << good + QStringList{u"Data"_s, u"data/a"_s} << u"fichier et dossier du même nom"_s;
+    QTest::newRow("a file and a folder far above another file")
+        << good + QStringList{u"Data"_s, u"data/a/b/c"_s}
+        << u"« Data » et « data/a/b/c » : fichier et dossier du même nom"_s;
+    QTest::newRow("a file and a folder within a folder")
+        << good + QStringList{u"a/B"_s, u"A/b/c/d"_s} << u"fichier et dossier du même nom"_s;
     QTest::newRow("a device of Windows")
         << good + QStringList{u"data/Aux.txt"_s} << u"nom réservé par Windows"_s;
     QTest::newRow("a backslash") << good + QStringList{u"data\\a"_s} << u"caractère interdit"_s;
@@ -557,6 +565,36 @@ void TestPublishClient::damagedArchivesAreNotRead()
     QFETCH(const QByteArray, archive);
     const auto fetch = [&archive](qint64 offset, qint64 size) { return archive.mid(offset, size); };
     QVERIFY(!CentralDirectory::read(archive.size(), fetch));
+}
+
+void TestPublishClient::namesThatClash_data()
+{
+    QTest::addColumn<QStringList>("names");
+    QTest::addColumn<QStringList>("clashes");
+    const auto row = [](const char *name, const QStringList &names, const QStringList &clashes) {
+        QTest::newRow(name) << names << clashes;
+    };
+    row("names that have nothing in common", {u"a/b"_s, u"a/c"_s, u"ab"_s}, {});
+    row("a folder in two cases", {u"Data/a"_s, u"data/b"_s}, {});
+    row("a folder that the archive names too", {u"data/"_s, u"data/b"_s, u"Data/"_s}, {});
+    row("the same name twice", {u"a"_s, u"b"_s, u"a"_s}, {u"a = a"_s});
+    row("three names that differ by case", {u"a"_s, u"A"_s, u"Á"_s, u"á"_s},
+        {u"a = A"_s, u"Á = á"_s});
+    row("a file that is a folder elsewhere", {u"a/b/c/d"_s, u"A/B"_s}, {u"A/B > a/b/c/d"_s});
+    row("one clash for each file", {u"a"_s, u"a/b"_s, u"a/b/c"_s},
+        {u"a > a/b"_s, u"a/b > a/b/c"_s});
+    row("a file and an empty folder", {u"a"_s, u"A/"_s}, {u"a > A/"_s});
+}
+
+void TestPublishClient::namesThatClash()
+{
+    QFETCH(const QStringList, names);
+    QFETCH(const QStringList, clashes);
+    QStringList found;
+    const QList<FileNames::Clash> all = FileNames::clashes(names);
+    for (const FileNames::Clash &clash : all)
+        found.append(clash.first + (clash.isFolder ? u" > "_s : u" = "_s) + clash.second);
+    QCOMPARE(found, clashes);
 }
 
 void TestPublishClient::namesThatWindowsTakes_data()

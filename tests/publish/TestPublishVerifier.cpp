@@ -277,6 +277,15 @@ void TestPublishVerifier::everyMistakeHasItsCode_data()
         site.archive() = archiveAnd({"DATA/vide", "content"});
     });
 
+    row("a file and a folder of one name in the archive", {u"M11"_s, u"M15"_s}, [](Site &site) {
+        site.archive() = archiveAnd({"DATA", "content"});
+    });
+    row("a file and an empty folder of one name in the archive", {u"M15"_s}, [](Site &site) {
+        site.archive() = archiveAnd({"DATA/vide/", ""});
+    });
+    row("a file and a folder of one name in the manifest", {u"M10"_s, u"M11"_s, u"M15"_s},
+        [](Site &site) { site.changeManifest("data/texte.json", "DOFUS.EXE/a/b"); });
+
     row("no news", {u"M20"_s}, [](Site &site) { site.remove("api/news.php"); });
     row("an error of the server", {u"M20"_s},
         [](Site &site) { site["api/status.php"] = HttpAnswer::status(500); });
