@@ -187,9 +187,16 @@ qint64 ClientFolder::totalSize() const
     return total;
 }
 
-bool ClientFolder::isMarker(const QString &name)
+QStringList ClientFolder::markers(const QStringList &names)
 {
-    return liesWhereTheLauncherLooks(name, kMarker);
+    QStringList markers;
+    for (const QString &name : names) {
+        // The game folder itself is where the launcher looks for the program first.
+        const bool isPlayed = (name == kMarker) == names.contains(kProgram);
+        if (liesWhereTheLauncherLooks(name, kMarker))
+            markers.insert(isPlayed ? 0 : markers.size(), name);
+    }
+    return markers;
 }
 
 bool ClientFolder::isProgram(const QString &name)

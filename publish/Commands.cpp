@@ -230,16 +230,17 @@ Outcome takeBack(const CommandLine &line)
     return Outcome::Good;
 }
 
-/// The workshop tells what is not given: address and versions.
+/// The workshop tells what is not given: address and versions. Its keys are those of its own site.
 Verifier verifierFor(const CommandLine &line)
 {
-    if (line.operands.isEmpty()) {
-        const Workshop workshop(line.workshop);
-        return {workshop.baseUrl(), workshop.versions()};
+    if (!line.operands.isEmpty() && !Workshop::exists(line.workshop)) {
+        return {
+            Workshop::checkedBaseUrl(line.operands.first()), {LauncherSettings::ownVersion()}, {}};
     }
-    const QString url = Workshop::checkedBaseUrl(line.operands.first());
-    return {url, Workshop::exists(line.workshop) ? Workshop(line.workshop).versions()
-                                                 : QStringList{LauncherSettings::ownVersion()}};
+    const Workshop workshop(line.workshop);
+    const QString url = line.operands.isEmpty() ? workshop.baseUrl()
+                                                : Workshop::checkedBaseUrl(line.operands.first());
+    return {url, workshop.versions(), url == workshop.baseUrl() ? workshop.keys() : QStringList()};
 }
 
 void sayAsJson(const Verifier &verifier)

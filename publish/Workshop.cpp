@@ -128,6 +128,17 @@ std::unique_ptr<QLockFile> Workshop::lock() const
     throw Problem{Outcome::Disk, u"Écriture impossible dans %1."_s.arg(m_folder)};
 }
 
+const QStringList &Workshop::versions() const
+{
+    static const QRegularExpression kVersion(u"^[0-9]{1,9}(\\.[0-9]{1,9})*$"_s);
+    if (m_versions.isEmpty() || m_versions.filter(kVersion) != m_versions) {
+        throw Problem{Outcome::Refused,
+                      u"Dans %1, « versions » doit nommer les launchers que des joueurs ont, par "
+                      u"exemple [\"1.0.0\"] ; rien n'a été changé."_s.arg(path(kSettings))};
+    }
+    return m_versions;
+}
+
 QString Workshop::generationPath(const QString &number) const
 {
     return path(kGenerations) + u'/' + number;
@@ -196,7 +207,7 @@ bool Workshop::putOnline()
 
 void Workshop::putInService(const QString &version)
 {
-    if (version.isEmpty() || m_versions.contains(version))
+    if (version.isEmpty() || versions().contains(version))
         return;
     m_versions.append(version);
     QJsonObject settings = JsonFile::read(path(kSettings)).object();

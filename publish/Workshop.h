@@ -33,7 +33,8 @@ public:
     std::unique_ptr<QLockFile> lock() const;
 
     const QString &baseUrl() const { return m_baseUrl; }
-    const QStringList &versions() const { return m_versions; }
+    /// Throws a Problem where somebody has left none: nothing would be checked for anybody.
+    const QStringList &versions() const;
     /// Public keys as minisign writes them: the second line of their files.
     const QStringList &keys() const { return m_keys; }
     QString path(const QString &name) const { return m_folder + u'/' + name; }

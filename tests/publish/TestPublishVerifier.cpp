@@ -6,6 +6,7 @@
 #include "tests/support/HttpServer.h"
 #include "tests/support/SearchPath.h"
 #include "tests/support/TestEnvironment.h"
+#include "tests/updater/SampleUpdate.h"
 
 #include <QDir>
 #include <QJsonArray>
@@ -45,6 +46,7 @@ public:
 };
 
 using Change = std::function<void(Site &)>;
+using UpdateChange = std::function<void(SampleUpdate &)>;
 
 CentralDirectory directoryOf(const QByteArray &archive)
 {
@@ -108,6 +110,12 @@ private slots:
     void theWorkshopKnowsAddressAndVersions();
     void aSiteThatDoesNotAnswer();
     void onlyWarningsHaveACodeOfTheirOwn();
+    void aClientWithTwoMarkersIsInOrder_data();
+    void aClientWithTwoMarkersIsInOrder();
+    void theWholeLookReadsTheLauncher_data();
+    void theWholeLookReadsTheLauncher();
+    void aWorkshopWithoutVersionsIsRefused_data();
+    void aWorkshopWithoutVersionsIsRefused();
     void theWholeLookNeedsAnUnpacker();
     void theWholeLookNeedsRoom();
     void anOwnFullDiskIsNoFaultOfTheSite();
@@ -230,6 +238,8 @@ void TestPublishVerifier::everyMistakeHasItsCode_data()
     row("\"Files\"", {u"M03"_s}, [](Site &site) { site.changeManifest("\"files\"", "\"Files\""); });
     row("\"Name\"", {u"M03"_s, u"M11"_s},
         [](Site &site) { site.changeManifest("\"name\"", "\"Name\""); });
+    row("no file at all in the manifest", {u"M03"_s, u"M11"_s},
+        [](Site &site) { site.manifest() = R"({"files": []})"; });
     row("a manifest that is a list", {u"M03"_s}, [](Site &site) { site.manifest() = "[]"; });
     row("backslashes in the manifest", {u"M04"_s},
         [](Site &site) { site.changeManifest("data/", "data\\\\"); });
@@ -238,6 +248,8 @@ void TestPublishVerifier::everyMistakeHasItsCode_data()
     });
     row("a name in another case", {u"M05"_s},
         [](Site &site) { site.changeManifest("Dofus.exe", "dofus.exe"); });
+    row("a name in another normal form", {u"M17"_s},
+        [](Site &site) { site.changeManifest("\u00ce", "I\u0302"); });
     row("names without the launcher's folder", {u"M06"_s}, [](Site &site) {
         site.archive() = archiveWith([](const QByteArray &name) { return "Client 2.51/" + name; });
     });
@@ -245,6 +257,16 @@ void TestPublishVerifier::everyMistakeHasItsCode_data()
         [](Site &site) { site.changeManifest("\"name\": \"", "\"name\": \"Client 2.51/"); });
     row("names without the UTF-8 flag", {u"M07"_s},
         [](Site &site) { setInDirectory(site.archive(), 8, 0, 0); });
+    row("a file between the two markers", {u"M08"_s, u"M11"_s}, [](Site &site) {
+        const Archives::Entry other{"Client 2.51/DofusInvoker.swf", "marker"};
+        site.archive() = Archives::zip(sampleEntries() + QList{{"data/reste", "content"}, other});
+    });
+    row("the marker of the client that is played behind another one", {u"M08"_s, u"M11"_s},
+        [](Site &site) {
+            QList<Archives::Entry> entries = sampleEntries();
+            entries.insert(entries.size() - 1, {"Client 2.51/DofusInvoker.swf", "marker"});
+            site.archive() = Archives::zip(entries);
+        });
     row("the marker at the beginning", {u"M08"_s}, [](Site &site) {
         QList<Archives::Entry> entries = sampleEntries();
         entries.move(entries.size() - 1, 0);
@@ -344,6 +366,21 @@ void TestPublishVerifier::everyMistakeHasItsCode_data()
         [](Site &site) { site.offerLauncher("", "0.1"); });
     row("a launcher as it should be", {},
         [this](Site &site) { site.offerLauncher(m_server.url(u"/launcher/a.zip"_s).toEncoded()); });
+    row("an update that is required in words", {u"M43"_s}, [](Site &site) {
+        site.body("api/launcher_version.json") = R"({"version": "", "required": "true"})";
+    });
+    row("notes that are no text", {u"M44"_s}, [](Site &site) {
+        site.body("api/launcher_version.json") = R"({"version": "", "changelog": ["a", "b"]})";
+    });
+    row("an older launcher that is gone", {u"M20"_s}, [this](Site &site) {
+        site.remove("launcher/a.zip");
+        site.offerLauncher(m_server.url(u"/launcher/a.zip"_s).toEncoded(), "0.1");
+    });
+    row("a launcher of no bytes", {u"M42"_s}, [this](Site &site) {
+        site.body("launcher/a.zip").clear();
+        site.offerLauncher(m_server.url(u"/launcher/a.zip"_s).toEncoded());
+    });
+    row("a client of no bytes", {u"M12"_s}, [](Site &site) { site.archive().clear(); });
     row("half a launcher", {u"M42"_s}, [this](Site &site) {
         site.body("launcher/a.zip").chop(30);
         site.offerLauncher(m_server.url(u"/launcher/a.zip"_s).toEncoded());
@@ -448,6 +485,124 @@ void TestPublishVerifier::onlyWarningsHaveACodeOfTheirOwn()
     site["api/news.php"].headers.clear();
     serve(site);
     QCOMPARE(verify().code, 4);
+}
+
+void TestPublishVerifier::aClientWithTwoMarkersIsInOrder_data()
+{
+    QTest::addColumn<QStringList>("names");
+    QTest::addColumn<QStringList>("last");
+    const QString inside = u"Client 2.51/"_s;
+    const QString marker = u"DofusInvoker.swf"_s;
+    QTest::newRow("the client outside is played")
+        << QStringList{marker, u"Dofus.exe"_s, inside + marker, inside + u"Dofus.exe"_s}
+        << QStringList{marker, inside + marker};
+    QTest::newRow("the client inside is played")
+        << QStringList{marker, inside + marker, inside + u"Dofus.exe"_s}
+        << QStringList{inside + marker, marker};
+}
+
+/// An unpacking that is cut off between the two leaves the client whole that is played.
+void TestPublishVerifier::aClientWithTwoMarkersIsInOrder()
+{
+    QFETCH(const QStringList, names);
+    QFETCH(const QStringList, last);
+    const Publisher publisher;
+    for (const QString &name : names)
+        Files::write(publisher.beside(u"client/"_s + name), name.toUtf8());
+    QCOMPARE(publisher.run({u"init"_s, u"http://veyra.test"_s}).code, 0);
+    QCOMPARE(publisher.run({u"client"_s, publisher.beside(u"client"_s)}).code, 0);
+    QCOMPARE(publisher.run({u"mettre-en-ligne"_s}).code, 0);
+    Site site = m_good;
+    site.archive() = Files::read(publisher.path(u"site/client/DofusClient.zip"_s));
+    site.manifest() = Files::read(publisher.path(u"site/updates/version.json"_s));
+    serve(site);
+    const Publisher::Result result = verify();
+    QVERIFY2(result.code == 0, qPrintable(result.output));
+
+    QStringList archived;
+    const CentralDirectory directory = directoryOf(site.archive());
+    for (const CentralDirectory::Entry &entry : directory.entries)
+        archived.append(QString::fromUtf8(entry.name));
+    QCOMPARE(archived.last(last.size()), last);
+}
+
+void TestPublishVerifier::theWholeLookReadsTheLauncher_data()
+{
+    QTest::addColumn<UpdateChange>("change");
+    QTest::addColumn<QStringList>("expected");
+    const auto row = [](const char *name, const QStringList &expected, const UpdateChange &change) {
+        QTest::newRow(name) << change << expected;
+    };
+    row("a launcher as it should be", {}, [](SampleUpdate &) {});
+    row("a damaged file", {u"M42"_s}, [](SampleUpdate &update) {
+        update.changeList = [](QByteArray &list) {
+            list.replace(Files::sha256("a plugin").toLatin1(), Files::sha256("no").toLatin1());
+        };
+    });
+    row("a list that was changed after it was signed", {u"M42"_s}, [](SampleUpdate &update) {
+        update.changeSignedList = [](QByteArray &list) { list.replace("99.0.0", "99.0.1"); };
+    });
+    row("another version than the site tells", {u"M42"_s},
+        [](SampleUpdate &update) { update.version = "99.0.1"; });
+    row("no program", {u"M42"_s},
+        [](SampleUpdate &update) { update.files.remove("VeyraLauncher.exe"); });
+    row("a program for another site", {u"M45"_s},
+        [](SampleUpdate &update) { update.files["VeyraLauncher.exe"] = "program"; });
+}
+
+void TestPublishVerifier::theWholeLookReadsTheLauncher()
+{
+    QFETCH(const UpdateChange, change);
+    QFETCH(const QStringList, expected);
+    const KeyPair keys;
+    const Publisher publisher;
+    const QString address = m_server.url(u"/"_s).toString();
+    Files::write(publisher.beside(u"cle.pub"_s), keys.publicKeyFile());
+    QCOMPARE(publisher.run({u"init"_s, address, u"--cle"_s, publisher.beside(u"cle.pub"_s)}).code,
+             0);
+
+    SampleUpdate update;
+    update.version = "99.0.0";
+    update.files["VeyraLauncher.exe"] =
+        QByteArray(reinterpret_cast<const char *>(address.utf16()), address.size() * 2);
+    change(update);
+    Site site = m_good;
+    site.body("launcher/a.zip") = update.archive(keys);
+    site.offerLauncher(m_server.url(u"/launcher/a.zip"_s).toEncoded());
+    serve(site);
+    const Publisher::Result result = publisher.run({u"verifier"_s, u"--complet"_s, u"--json"_s});
+    QVERIFY2(codes(result) == expected, qPrintable(result.output + result.errors));
+    // Nobody's keys are known for another site.
+    if (expected == QStringList{u"M45"_s})
+        QCOMPARE(codes(verify({u"--complet"_s, u"--json"_s})), QStringList());
+}
+
+void TestPublishVerifier::aWorkshopWithoutVersionsIsRefused_data()
+{
+    QTest::addColumn<QByteArray>("versions");
+    QTest::newRow("none") << QByteArray("[]");
+    QTest::newRow("a number") << QByteArray("[1]");
+    QTest::newRow("no list") << QByteArray(R"("1.0.0")");
+    QTest::newRow("a version that is none") << QByteArray(R"(["1.0.0", "v2"])");
+}
+
+/// Nothing would be looked at with their eyes.
+void TestPublishVerifier::aWorkshopWithoutVersionsIsRefused()
+{
+    QFETCH(const QByteArray, versions);
+    serve(m_good);
+    const Publisher publisher;
+    QCOMPARE(publisher.run({u"init"_s, m_server.url(u"/"_s).toString()}).code, 0);
+    const QString settings = publisher.path(u"publication.json"_s);
+    QJsonObject object = QJsonDocument::fromJson(Files::read(settings)).object();
+    object.insert(u"versions"_s,
+                  QJsonDocument::fromJson(R"({"v": )" + versions + '}').object().value(u"v"_s));
+    Files::write(settings, QJsonDocument(object).toJson());
+    const Publisher::Result result = publisher.run({u"verifier"_s});
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"« versions »"_s), qPrintable(result.errors));
+    // The state waits for nobody.
+    QCOMPARE(publisher.run({u"etat"_s, u"en-ligne"_s, u"3"_s}).code, 0);
 }
 
 void TestPublishVerifier::theWholeLookNeedsAnUnpacker()
