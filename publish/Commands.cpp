@@ -119,6 +119,8 @@ Outcome publishLauncher(const CommandLine &line)
     const Workshop workshop(line.workshop);
     const std::unique_ptr<QLockFile> lock = workshop.lock();
     const QByteArray notes = Disk::read(line.values(kNotes).last());
+    if (!QUtf8StringView(notes).isValidUtf8())
+        throw refused(u"%1 n'est pas en UTF-8"_s.arg(line.values(kNotes).last()));
     const LauncherPublication launcher{line.operands.first(), QString::fromUtf8(notes).trimmed(),
                                        line.has(kRequired)};
     sayPrepared(launcher.make(workshop));
@@ -203,10 +205,10 @@ Outcome probeServer(const CommandLine &line)
         throw Problem{Outcome::Usage, u"« %1 » n'est pas de la forme HÔTE:PORT."_s.arg(place)};
 
     const QString path = Workshop(line.workshop).statusPath();
-    ServerStatus status = ServerStatus::load(path);
     const bool isOnline = acceptsConnections(host, static_cast<quint16>(port));
-    status = isOnline ? ServerStatus{true, status.players} : ServerStatus();
-    status.save(path);
+    // Read afterwards: looking takes seconds, in which somebody may have told another number.
+    const ServerStatus known = ServerStatus::load(path);
+    (isOnline ? ServerStatus{true, known.players} : ServerStatus()).save(path);
     say(isOnline ? u"En ligne."_s : u"Hors ligne."_s);
     return Outcome::Good;
 }

@@ -271,6 +271,11 @@ void TestPublishLauncher::wantsNotes()
     const Publisher::Result result = publish(goodUpdate().archive(m_keys));
     QCOMPARE(result.code, 2);
     QVERIFY2(result.errors.contains(u"les notes dépassent"_s), qPrintable(result.errors));
+    // Players would see question marks.
+    Files::write(m_publisher->beside(u"notes.txt"_s), "Corrig\xe9");
+    const Publisher::Result latin1 = publish(goodUpdate().archive(m_keys));
+    QCOMPARE(latin1.code, 2);
+    QVERIFY2(latin1.errors.contains(u"UTF-8"_s), qPrintable(latin1.errors));
 }
 
 VEYRA_CORE_TEST_MAIN(TestPublishLauncher)

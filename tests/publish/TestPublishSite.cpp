@@ -20,6 +20,7 @@
 #include <sys/stat.h>
 
 #include <memory>
+#include <vector>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -50,8 +51,11 @@ private slots:
     void newsComeFirst();
     void placeholdersInNewsReachPlayers();
     void newsAreRemovedByNumber();
+    void newsThatNobodyCanReadAreNotLost_data();
+    void newsThatNobodyCanReadAreNotLost();
     void theStateIsServedAtOnce();
     void aServerIsLookedFor();
+    void whatIsToldDuringAProbeStays();
     void puttingOnlineSwitchesTheSite();
     void takingBackGoesOnFromThere();
     void oldGenerationsAreRemoved();
@@ -257,6 +261,27 @@ void TestPublishSite::newsAreRemovedByNumber()
     QVERIFY2(left.contains(u"Un"_s) && !left.contains(u"Deux"_s), qPrintable(left));
 }
 
+void TestPublishSite::newsThatNobodyCanReadAreNotLost_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::newRow("cut off") << QByteArray(R"([{"title": "a"})");
+    QTest::newRow("no list") << QByteArray(R"({"title": "a"})");
+}
+
+void TestPublishSite::newsThatNobodyCanReadAreNotLost()
+{
+    QFETCH(const QByteArray, content);
+    const QString file = m_publisher->path(u"brouillon/api/news.php"_s);
+    Files::write(file, content);
+    for (const QStringList &arguments : {QStringList{u"nouvelles"_s, u"ajouter"_s, u"b"_s, u"c"_s},
+                                         QStringList{u"nouvelles"_s, u"lister"_s}}) {
+        const Publisher::Result result = m_publisher->run(arguments);
+        QCOMPARE(result.code, 2);
+        QVERIFY2(result.errors.contains(u"api/news.php"_s), qPrintable(result.errors));
+    }
+    QCOMPARE(Files::read(file), content);
+}
+
 void TestPublishSite::theStateIsServedAtOnce()
 {
     QCOMPARE(m_publisher->run({u"etat"_s, u"en-ligne"_s, u"128"_s}).code, 0);
@@ -285,6 +310,46 @@ void TestPublishSite::aServerIsLookedFor()
              (QJsonObject{{u"online"_s, false}, {u"players"_s, 0}}));
     for (const QString &wrong : {u"127.0.0.1"_s, u":80"_s, u"host:0"_s, u"host:70000"_s})
         QCOMPARE(m_publisher->run({u"etat"_s, u"sonder"_s, wrong}).code, 1);
+}
+
+/// While the tool waits for a server that has no time for it.
+void TestPublishSite::whatIsToldDuringAProbeStays()
+{
+    const auto connections = [](quint16 port, const QByteArray &state) {
+        // "sl local_address rem_address st", the last of them 01 for open and 02 for asked.
+        const QByteArray wanted =
+            QByteArray(":") + QByteArray::number(port, 16).toUpper().rightJustified(4, '0');
+        qsizetype count = 0;
+        const QList<QByteArray> lines = Files::read(u"/proc/net/tcp"_s).split('\n');
+        for (const QByteArray &line : lines) {
+            const QList<QByteArray> fields = line.simplified().split(' ');
+            count += fields.value(2).endsWith(wanted) && fields.value(3) == state ? 1 : 0;
+        }
+        return count;
+    };
+    QTcpServer game;
+    game.setListenBacklogSize(1);
+    QVERIFY(game.listen(QHostAddress::LocalHost));
+    const quint16 port = game.serverPort();
+    game.pauseAccepting();
+    std::vector<std::unique_ptr<QTcpSocket>> players;
+    while (connections(port, "02") == 0) {
+        players.push_back(std::make_unique<QTcpSocket>());
+        players.back()->connectToHost(QHostAddress::LocalHost, port);
+        QTest::qWait(20);
+    }
+    const qsizetype waiting = connections(port, "02");
+
+    QProcess probe;
+    probe.setWorkingDirectory(m_publisher->path(QString()));
+    probe.start(Publisher::program(), {u"etat"_s, u"sonder"_s, u"127.0.0.1:%1"_s.arg(port)});
+    QTRY_VERIFY(connections(port, "02") > waiting);
+    QCOMPARE(m_publisher->run({u"etat"_s, u"en-ligne"_s, u"9"_s}).code, 0);
+    game.resumeAccepting();
+    QTRY_COMPARE_WITH_TIMEOUT(probe.state(), QProcess::NotRunning, 30000);
+    QCOMPARE(probe.readAllStandardOutput(), "En ligne.\n");
+    QCOMPARE(json(served(u"api/status.php"_s)).object(),
+             (QJsonObject{{u"online"_s, true}, {u"players"_s, 9}}));
 }
 
 void TestPublishSite::puttingOnlineSwitchesTheSite()
