@@ -3,6 +3,7 @@
 #include "config/GameFolder.h"
 #include "publish/Disk.h"
 #include "publish/FileNames.h"
+#include "publish/French.h"
 #include "publish/Interruption.h"
 #include "publish/Outcome.h"
 
@@ -128,7 +129,7 @@ QString listed(QStringList problems)
     const qsizetype more = problems.size() - kMostShown;
     if (more > 0) {
         problems.resize(kMostShown);
-        problems.append(u"… et %1 autres"_s.arg(more));
+        problems.append(u"… et "_s + French::counted(more, u"autre"_s, u"autres"_s));
     }
     return u"Client refusé, rien n'a été changé :\n- "_s + problems.join("\n- "_L1);
 }

@@ -4,6 +4,7 @@
 #include "publish/ClientPublication.h"
 #include "publish/CommandLine.h"
 #include "publish/Disk.h"
+#include "publish/French.h"
 #include "publish/Generation.h"
 #include "publish/LauncherPublication.h"
 #include "publish/LauncherSettings.h"
@@ -102,9 +103,11 @@ Outcome publishClient(const CommandLine &line)
         complain(u"Attention : "_s + warning);
 
     const ClientPublication publication = ClientPublication::make(workshop, client);
-    say(u"%1 fichiers, %2 nouveaux ou changés, %3 retirés."_s.arg(publication.files)
-            .arg(publication.changedFiles)
-            .arg(publication.removedFiles));
+    using French::counted;
+    say(u"%1, %2, %3."_s.arg(
+        counted(publication.files, u"fichier"_s, u"fichiers"_s),
+        counted(publication.changedFiles, u"nouveau ou changé"_s, u"nouveaux ou changés"_s),
+        counted(publication.removedFiles, u"retiré"_s, u"retirés"_s)));
     if (publication.number.isEmpty())
         say(u"Le client est le même que dans la dernière publication : rien à préparer."_s);
     else

@@ -4,6 +4,7 @@
 #include "publish/ClientFolder.h"
 #include "publish/Disk.h"
 #include "publish/FileNames.h"
+#include "publish/French.h"
 #include "publish/LauncherArchive.h"
 #include "publish/LauncherEyes.h"
 #include "publish/LauncherSettings.h"
@@ -115,7 +116,8 @@ void Verifier::checkAnswer(const QString &place, const SiteAnswer &answer)
     if (answer.isLost)
         m_findings.add(u"M21"_s, place, u"redirection que le launcher ne suit pas jusqu'au bout"_s);
     else if (answer.redirects > 0)
-        m_findings.add(u"M22"_s, place, u"%1 redirection(s)"_s.arg(answer.redirects));
+        m_findings.add(u"M22"_s, place,
+                       French::counted(answer.redirects, u"redirection"_s, u"redirections"_s));
     if (answer.isLost)
         return;
     if (answer.status != 200 && answer.status != 206)
@@ -428,14 +430,12 @@ void Verifier::lookAsLaunchers()
     for (const QString &version : std::as_const(m_versions)) {
         LauncherSettings::become(version, m_baseUrl);
         const LauncherEyes::Sight sight = LauncherEyes::look();
-        m_sights.append(
-            u"Launcher %1 : serveur %2, %3 joueur(s), %4 actualité(s), %5"_s.arg(version)
-                .arg(sight.online ? u"en ligne"_s : u"hors ligne"_s)
-                .arg(sight.players)
-                .arg(sight.news.size())
-                .arg(sight.newVersion.isEmpty()
-                         ? u"pas de mise à jour"_s
-                         : u"mise à jour vers %1 proposée"_s.arg(sight.newVersion)));
+        m_sights.append(u"Launcher %1 : serveur %2, %3, %4, %5"_s.arg(
+            version, sight.online ? u"en ligne"_s : u"hors ligne"_s,
+            French::counted(sight.players, u"joueur"_s, u"joueurs"_s),
+            French::counted(sight.news.size(), u"actualité"_s, u"actualités"_s),
+            sight.newVersion.isEmpty() ? u"pas de mise à jour"_s
+                                       : u"mise à jour vers %1 proposée"_s.arg(sight.newVersion)));
     }
 }
 

@@ -4,6 +4,7 @@
 #include "publish/LauncherSettings.h"
 
 #include <QCoreApplication>
+#include <QLoggingCategory>
 
 #include <sodium.h>
 
@@ -11,6 +12,8 @@ int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationVersion(LauncherSettings::ownVersion());
+    // The launcher's texts with printf-style marks make Qt complain with each report of a download.
+    QLoggingCategory::setFilterRules(QStringLiteral("default.warning=false"));
     if (sodium_init() < 0)
         return static_cast<int>(Outcome::Disk);
     Interruption::watch();

@@ -263,7 +263,7 @@ void TestPublishClient::aSecondRunReadsWhatChangedAndNothingElse()
     Files::write(folder() + u"/data/nouveau"_s, "new");
     const Publisher::Result result = publish();
     QCOMPARE(result.code, 0);
-    QVERIFY2(result.output.contains(u"5 fichiers, 2 nouveaux ou changés, 1 retirés"_s),
+    QVERIFY2(result.output.contains(u"5 fichiers, 2 nouveaux ou changés, 1 retiré."_s),
              qPrintable(result.output));
     QCOMPARE(inode(m_publisher->path(u"publications/0003"_s + map)), before);
     QVERIFY(before != 0);
@@ -428,7 +428,11 @@ void TestPublishClient::tellsManyProblemsShortly()
         Files::write(folder() + u"/a%1:"_s.arg(i), "content");
     const Publisher::Result result = publish();
     QCOMPARE(result.code, 2);
-    QVERIFY2(result.errors.contains(u"… et 11 autres"_s), qPrintable(result.errors));
+    QVERIFY2(result.errors.contains(u"… et 11 autres\n"_s), qPrintable(result.errors));
+    for (int i = 20; i < 30; ++i)
+        QVERIFY(QFile::remove(folder() + u"/a%1:"_s.arg(i)));
+    const Publisher::Result fewer = publish();
+    QVERIFY2(fewer.errors.contains(u"… et 1 autre\n"_s), qPrintable(fewer.errors));
     QCOMPARE(publish({u"--exclure"_s, u"[a"_s}).code, 2);
     QCOMPARE(m_publisher->run({u"client"_s, u"absent"_s}).code, 2);
 }

@@ -202,7 +202,7 @@ void TestPublishVerifier::aSiteOfThisToolIsWithoutFault()
     serve(m_good);
     const Publisher::Result result = verify();
     QVERIFY2(result.code == 0, qPrintable(result.output + result.errors));
-    QVERIFY2(result.output.contains(u"serveur en ligne, 12 joueur(s), 1 actualité(s), pas de mise "
+    QVERIFY2(result.output.contains(u"serveur en ligne, 12 joueurs, 1 actualité, pas de mise "
                                     u"à jour"_s),
              qPrintable(result.output));
     QVERIFY(result.output.contains(u"Aucune erreur."_s));
@@ -220,6 +220,8 @@ void TestPublishVerifier::theLauncherInstallsItWhole()
     const Publisher::Result result = verify({u"--complet"_s});
     QVERIFY2(result.code == 0, qPrintable(result.output + result.errors));
     QVERIFY2(result.errors.contains(u"Client : 100 %"_s), qPrintable(result.errors));
+    // What the launcher's own texts make Qt complain of is nothing to operators.
+    QVERIFY2(!result.errors.contains(u"QString"_s), qPrintable(result.errors));
 }
 
 void TestPublishVerifier::everyMistakeHasItsCode_data()
@@ -402,7 +404,11 @@ void TestPublishVerifier::everyMistakeHasItsCode()
     serve(site);
     const Publisher::Result result = verify({u"--json"_s});
     QVERIFY2(codes(result) == expected, qPrintable(result.output + result.errors));
-    QVERIFY(expected.isEmpty() ? result.code == 0 : result.code == 3 || result.code == 4);
+    static const QStringList kWarnings{u"M11"_s, u"M22"_s, u"M28"_s, u"M30"_s, u"M31"_s, u"M44"_s};
+    const bool isHarmless = std::all_of(expected.begin(), expected.end(), [](const QString &code) {
+        return kWarnings.contains(code);
+    });
+    QCOMPARE(result.code, expected.isEmpty() ? 0 : isHarmless ? 4 : 3);
 }
 
 void TestPublishVerifier::aClientThatDiffersIsFoundByInstallingIt()
@@ -460,12 +466,11 @@ void TestPublishVerifier::theWorkshopKnowsAddressAndVersions()
     serve(site);
     const Publisher::Result result = publisher.run({u"verifier"_s});
     QVERIFY2(result.code == 0, qPrintable(result.output));
-    QVERIFY2(
-        result.output.contains(u"Launcher 0.9 : serveur en ligne, 12 joueur(s), 1 "
-                               u"actualité(s), mise à jour vers 1.0 proposée\nLauncher 1.1 : "
-                               u"serveur en ligne, 12 joueur(s), 1 actualité(s), pas de mise à "
-                               u"jour"_s),
-        qPrintable(result.output));
+    QVERIFY2(result.output.contains(u"Launcher 0.9 : serveur en ligne, 12 joueurs, 1 "
+                                    u"actualité, mise à jour vers 1.0 proposée\nLauncher 1.1 : "
+                                    u"serveur en ligne, 12 joueurs, 1 actualité, pas de mise à "
+                                    u"jour"_s),
+             qPrintable(result.output));
 }
 
 void TestPublishVerifier::aSiteThatDoesNotAnswer()
