@@ -335,7 +335,7 @@ Mettre en ligne :
 Vérifier ce que les joueurs reçoivent :
   verifier [ADRESSE]      lit le site comme le launcher et dit, pour chaque erreur, ce que
                           les joueurs en voient et comment la corriger
-      --complet           télécharge, décompresse et vérifie aussi le client
+      --complet           télécharge, décompresse et vérifie aussi client et launcher
       --json              répond en JSON
 
 État du serveur de jeu, tout de suite en ligne :
