@@ -114,6 +114,7 @@ private slots:
     void aClientWithTwoMarkersIsInOrder();
     void theWholeLookReadsTheLauncher_data();
     void theWholeLookReadsTheLauncher();
+    void theWholeLookReadsWhatRangesDoNotShow();
     void aWorkshopWithoutVersionsIsRefused_data();
     void aWorkshopWithoutVersionsIsRefused();
     void theWholeLookNeedsAnUnpacker();
@@ -580,6 +581,19 @@ void TestPublishVerifier::theWholeLookReadsTheLauncher()
     // Nobody's keys are known for another site.
     if (expected == QStringList{u"M45"_s})
         QCOMPARE(codes(verify({u"--complet"_s, u"--json"_s})), QStringList());
+}
+
+void TestPublishVerifier::theWholeLookReadsWhatRangesDoNotShow()
+{
+    Site site = m_good;
+    site.offerLauncher(m_server.url(u"/launcher/a.zip"_s).toEncoded());
+    site["launcher/a.zip"].ranges = false;
+    serve(site);
+    QCOMPARE(codes(verify({u"--complet"_s, u"--json"_s})), QStringList{u"M31"_s});
+    site.body("launcher/a.zip").chop(30);
+    serve(site);
+    QCOMPARE(codes(verify({u"--json"_s})), QStringList{u"M31"_s});
+    QCOMPARE(codes(verify({u"--complet"_s, u"--json"_s})), (QStringList{u"M31"_s, u"M42"_s}));
 }
 
 void TestPublishVerifier::aWorkshopWithoutVersionsIsRefused_data()
