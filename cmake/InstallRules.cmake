@@ -9,6 +9,14 @@ endif()
 
 include(GNUInstallDirs)
 install(TARGETS VeyraLauncher)
+if(TARGET veyra-publier)
+    # For the operator's machine alone: players' installations and packages go without. systemd reads
+    # below /usr/local what is installed there, whatever the system's library folder is called.
+    install(TARGETS veyra-publier COMPONENT publisher EXCLUDE_FROM_ALL)
+    install(FILES packaging/linux/veyra-etat.service packaging/linux/veyra-etat.timer
+        DESTINATION lib/systemd/system
+        COMPONENT publisher EXCLUDE_FROM_ALL)
+endif()
 install(FILES LICENSE CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES packaging/linux/veyra-launcher.desktop
     DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)

@@ -183,9 +183,14 @@ void flagNames(const QString &path)
 void ClientArchive::write(const QString &path, const QList<Entry> &entries, const QString &earlier,
                           Progress &progress)
 {
+    QStringList names;
+    for (const Entry &entry : entries)
+        names.append(entry.name);
+    const QStringList markers = ClientFolder::markers(names);
     QList<Entry> ordered = entries;
-    std::stable_partition(ordered.begin(), ordered.end(),
-                          [](const Entry &entry) { return !ClientFolder::isMarker(entry.name); });
+    std::stable_sort(ordered.begin(), ordered.end(), [&](const Entry &left, const Entry &right) {
+        return markers.indexOf(left.name) < markers.indexOf(right.name);
+    });
 
     // Outlives the new one, whose sources read from it.
     const Archive source = openArchive(earlier, ZIP_RDONLY);

@@ -6,7 +6,7 @@
 class Progress;
 
 /// The zip archive that players install the client from: names flagged as UTF-8, fixed times, Store
-/// or Deflate, and the file that marks an installed client last, so that an unpacking that is cut
+/// or Deflate, and what marks an installed client last, so that an unpacking that is cut
 /// off does not count. The same files always make the same bytes.
 namespace ClientArchive {
 

@@ -1,13 +1,13 @@
 #include "publish/ClientFolder.h"
 
 #include "config/GameFolder.h"
+#include "publish/Disk.h"
 #include "publish/FileNames.h"
+#include "publish/French.h"
 #include "publish/Interruption.h"
 #include "publish/Outcome.h"
 
 #include <QDir>
-#include <QDirIterator>
-#include <QHash>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -64,11 +64,8 @@ private:
     bool matches(qsizetype index, const QString &name) const
     {
         const QRegularExpression &expression = m_expressions.at(index);
-        if (m_patterns.at(index).contains(u'/'))
-            return expression.match(name).hasMatch();
-        const QStringList parts = name.split(u'/');
-        return std::any_of(parts.begin(), parts.end(),
-                           [&](const QString &part) { return expression.match(part).hasMatch(); });
+        const bool isPath = m_patterns.at(index).contains(u'/');
+        return expression.match(isPath ? name : name.section(u'/', -1)).hasMatch();
     }
 
     QStringList m_patterns;
@@ -79,21 +76,15 @@ private:
 /// Two files, or a file and a folder, that are one on a player's machine.
 QStringList clashes(const QList<ClientFile> &files)
 {
+    QStringList names;
+    for (const ClientFile &file : files)
+        names.append(file.name);
     QStringList problems;
-    QHash<QString, QString> names;
-    for (const ClientFile &file : files) {
-        QString &first = names[FileNames::folded(file.name)];
-        if (first.isEmpty())
-            first = file.name;
-        else
-            problems.append(u"« %1 » et « %2 » : le même nom pour Windows"_s.arg(first, file.name));
-    }
-    for (const ClientFile &file : files) {
-        const QString folder = FileNames::folded(file.name).section(u'/', 0, -2);
-        if (!folder.isEmpty() && names.contains(folder)) {
-            problems.append(u"« %1 » et « %2 » : fichier et dossier du même nom pour Windows"_s.arg(
-                names.value(folder), file.name));
-        }
+    const QList<FileNames::Clash> all = FileNames::clashes(names);
+    for (const FileNames::Clash &clash : all) {
+        const QString what = clash.isFolder ? u"fichier et dossier du même nom pour Windows"_s
+                                            : u"le même nom pour Windows"_s;
+        problems.append(u"« %1 » et « %2 » : %3"_s.arg(clash.first, clash.second, what));
     }
     return problems;
 }
@@ -138,7 +129,7 @@ QString listed(QStringList problems)
     const qsizetype more = problems.size() - kMostShown;
     if (more > 0) {
         problems.resize(kMostShown);
-        problems.append(u"… et %1 autres"_s.arg(more));
+        problems.append(u"… et "_s + French::counted(more, u"autre"_s, u"autres"_s));
     }
     return u"Client refusé, rien n'a été changé :\n- "_s + problems.join("\n- "_L1);
 }
@@ -154,27 +145,18 @@ ClientFolder ClientFolder::scan(const QString &folder, const QStringList &exclus
     ClientFolder client;
     Exclusions excluded(exclusions);
     QStringList problems;
-    QDirIterator entries(root.absolutePath(),
-                         QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System,
-                         QDirIterator::Subdirectories);
-    while (entries.hasNext()) {
+    Disk::walk(root.absolutePath(), [&](const Disk::Entry &entry) {
         Interruption::check();
-        const QString path = entries.next();
-        const QFileInfo info = entries.fileInfo();
-        const QString name = root.relativeFilePath(path).normalized(QString::NormalizationForm_C);
-        const bool isFolder = info.isDir() && !info.isSymLink();
-        if (isFolder || excluded.match(name))
-            continue;
-        if (info.isSymLink() || !info.isFile()) {
+        const QString name =
+            root.relativeFilePath(entry.path).normalized(QString::NormalizationForm_C);
+        if (excluded.match(name))
+            return false;
+        if (entry.isFile)
+            client.add(name, entry.path);
+        else if (!entry.isFolder)
             problems.append(u"« %1 » : lien ou fichier spécial"_s.arg(name));
-            continue;
-        }
-        client.files.append({name, path, FileStamp::of(path)});
-        if (info.size() > kLargestForPowerShell) {
-            client.warnings.append(u"« %1 » dépasse 2 Go : PowerShell ne sait pas toujours le "
-                                   u"décompresser."_s.arg(name));
-        }
-    }
+        return true;
+    });
     const QStringList unused = excluded.unused();
     for (const QString &pattern : unused)
         client.warnings.append(u"--exclure %1 n'a rien exclu."_s.arg(pattern));
@@ -189,6 +171,15 @@ ClientFolder ClientFolder::scan(const QString &folder, const QStringList &exclus
     return client;
 }
 
+void ClientFolder::add(const QString &name, const QString &path)
+{
+    files.append({name, path, FileStamp::of(path)});
+    if (files.last().stamp.size > kLargestForPowerShell) {
+        warnings.append(
+            u"« %1 » dépasse 2 Go : PowerShell ne sait pas toujours le décompresser."_s.arg(name));
+    }
+}
+
 qint64 ClientFolder::totalSize() const
 {
     qint64 total = 0;
@@ -197,9 +188,16 @@ qint64 ClientFolder::totalSize() const
     return total;
 }
 
-bool ClientFolder::isMarker(const QString &name)
+QStringList ClientFolder::markers(const QStringList &names)
 {
-    return liesWhereTheLauncherLooks(name, kMarker);
+    QStringList markers;
+    for (const QString &name : names) {
+        // The game folder itself is where the launcher looks for the program first.
+        const bool isPlayed = (name == kMarker) == names.contains(kProgram);
+        if (liesWhereTheLauncherLooks(name, kMarker))
+            markers.insert(isPlayed ? 0 : markers.size(), name);
+    }
+    return markers;
 }
 
 bool ClientFolder::isProgram(const QString &name)

@@ -20,13 +20,18 @@ struct ClientFolder
     QList<ClientFile> files; ///< sorted by the bytes of their names
     QStringList warnings;
 
-    /// Leaves out what one of `exclusions` matches: a pattern with a "/" the whole name, others the
-    /// name of a file or of one of its folders.
+    /// Leaves out the files and whole folders that one of `exclusions` matches: a pattern with a
+    /// "/" by their whole name, others by the last part of it.
     static ClientFolder scan(const QString &folder, const QStringList &exclusions);
 
     qint64 totalSize() const;
-    /// Whether it is the file by which the launcher tells that a client is installed.
-    static bool isMarker(const QString &name);
+    /// The files among `names` by which the launcher tells that a client is installed, in the order
+    /// in which they end an archive: that of the client which "JOUER" starts is the first of them,
+    /// so that an unpacking that is cut off in between leaves it whole.
+    static QStringList markers(const QStringList &names);
     /// Whether it is what "JOUER" starts.
     static bool isProgram(const QString &name);
+
+private:
+    void add(const QString &name, const QString &path);
 };

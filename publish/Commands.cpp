@@ -5,6 +5,7 @@
 #include "publish/CommandLine.h"
 #include "publish/Console.h"
 #include "publish/Disk.h"
+#include "publish/French.h"
 #include "publish/Generation.h"
 #include "publish/LauncherPublication.h"
 #include "publish/LauncherSettings.h"
@@ -24,6 +25,7 @@
 #include <QTextStream>
 
 #include <memory>
+#include <optional>
 
 using namespace Qt::Literals::StringLiterals;
 using Console::complain;
@@ -76,6 +78,12 @@ Outcome makeWorkshop(const CommandLine &line)
     for (const QString &file : line.values(kKey))
         keys.append(publicKey(file));
     const Workshop workshop = Workshop::create(line.workshop, line.operands.first(), keys);
+    const QStringList closed = Disk::closedFolders(workshop.path(QString()));
+    for (const QString &folder : closed) {
+        complain(
+            u"Attention : le serveur web ne peut pas entrer dans %1 et répondrait 403. « chmod "
+            u"o+x '%1' » l'y laisse passer ; ou choisissez un atelier dans /srv."_s.arg(folder));
+    }
     say(u"L'atelier est prêt. Pour nginx :\n"_s);
     say(Site::nginxBlock(workshop));
     return Outcome::Good;
@@ -90,9 +98,11 @@ Outcome publishClient(const CommandLine &line)
         complain(u"Attention : "_s + warning);
 
     const ClientPublication publication = ClientPublication::make(workshop, client);
-    say(u"%1 fichiers, %2 nouveaux ou changés, %3 retirés."_s.arg(publication.files)
-            .arg(publication.changedFiles)
-            .arg(publication.removedFiles));
+    using French::counted;
+    say(u"%1, %2, %3."_s.arg(
+        counted(publication.files, u"fichier"_s, u"fichiers"_s),
+        counted(publication.changedFiles, u"nouveau ou changé"_s, u"nouveaux ou changés"_s),
+        counted(publication.removedFiles, u"retiré"_s, u"retirés"_s)));
     if (publication.number.isEmpty())
         say(u"Le client est le même que dans la dernière publication : rien à préparer."_s);
     else
@@ -107,6 +117,8 @@ Outcome publishLauncher(const CommandLine &line)
     const Workshop workshop(line.workshop);
     const std::unique_ptr<QLockFile> lock = workshop.lock();
     const QByteArray notes = Disk::read(line.values(kNotes).last());
+    if (!QUtf8StringView(notes).isValidUtf8())
+        throw refused(u"%1 n'est pas en UTF-8"_s.arg(line.values(kNotes).last()));
     const LauncherPublication launcher{line.operands.first(), QString::fromUtf8(notes).trimmed(),
                                        line.has(kRequired)};
     sayPrepared(launcher.make(workshop));
@@ -191,17 +203,17 @@ Outcome probeServer(const CommandLine &line)
         throw Problem{Outcome::Usage, u"« %1 » n'est pas de la forme HÔTE:PORT."_s.arg(place)};
 
     const QString path = Workshop::statusPathIn(line.workshop);
-    ServerStatus status = ServerStatus::load(path);
     const bool isOnline = acceptsConnections(host, static_cast<quint16>(port));
-    status = isOnline ? ServerStatus{true, status.players} : ServerStatus();
-    status.save(path);
+    // Read afterwards: looking takes seconds, in which somebody may have told another number.
+    const ServerStatus known = ServerStatus::load(path);
+    (isOnline ? ServerStatus{true, known.players} : ServerStatus()).save(path);
     say(isOnline ? u"En ligne."_s : u"Hors ligne."_s);
     return Outcome::Good;
 }
 
 Outcome putOnline(const CommandLine &line)
 {
-    const Workshop workshop(line.workshop);
+    Workshop workshop(line.workshop);
     const std::unique_ptr<QLockFile> lock = workshop.lock();
     if (workshop.putOnline())
         say(u"Publication %1 en ligne."_s.arg(workshop.served()));
@@ -218,16 +230,17 @@ Outcome takeBack(const CommandLine &line)
     return Outcome::Good;
 }
 
-/// The workshop tells what is not given: address and versions.
+/// The workshop tells what is not given: address and versions. Its keys are those of its own site.
 Verifier verifierFor(const CommandLine &line)
 {
-    if (line.operands.isEmpty()) {
-        const Workshop workshop(line.workshop);
-        return {workshop.baseUrl(), workshop.versions()};
+    if (!line.operands.isEmpty() && !Workshop::exists(line.workshop)) {
+        return {
+            Workshop::checkedBaseUrl(line.operands.first()), {LauncherSettings::ownVersion()}, {}};
     }
-    const QString url = Workshop::checkedBaseUrl(line.operands.first());
-    return {url, Workshop::exists(line.workshop) ? Workshop(line.workshop).versions()
-                                                 : QStringList{LauncherSettings::ownVersion()}};
+    const Workshop workshop(line.workshop);
+    const QString url = line.operands.isEmpty() ? workshop.baseUrl()
+                                                : Workshop::checkedBaseUrl(line.operands.first());
+    return {url, workshop.versions(), url == workshop.baseUrl() ? workshop.keys() : QStringList()};
 }
 
 void sayAsJson(const Verifier &verifier)
@@ -240,7 +253,15 @@ void sayAsJson(const Verifier &verifier)
 Outcome verify(const CommandLine &line)
 {
     Verifier verifier = verifierFor(line);
-    verifier.run(line.has(kWhole));
+    std::optional<Problem> obstacle;
+    try {
+        verifier.run(line.has(kWhole));
+    } catch (const Problem &problem) {
+        // What was found before this machine got in the way is told all the same.
+        if (problem.outcome != Outcome::Disk || verifier.findings().isEmpty())
+            throw;
+        obstacle = problem;
+    }
     const Findings &findings = verifier.findings();
     if (line.has(kJson)) {
         sayAsJson(verifier);
@@ -248,6 +269,8 @@ Outcome verify(const CommandLine &line)
         say(verifier.sights().join(u'\n'));
         say(findings.isEmpty() ? u"Aucune erreur."_s : findings.text());
     }
+    if (obstacle)
+        throw Problem(*obstacle);
     if (findings.hasErrors())
         return Outcome::Errors;
     return findings.isEmpty() ? Outcome::Good : Outcome::Warnings;
@@ -312,7 +335,7 @@ Mettre en ligne :
 Vérifier ce que les joueurs reçoivent :
   verifier [ADRESSE]      lit le site comme le launcher et dit, pour chaque erreur, ce que
                           les joueurs en voient et comment la corriger
-      --complet           télécharge, décompresse et vérifie aussi le client
+      --complet           télécharge, décompresse et vérifie aussi client et launcher
       --json              répond en JSON
   essayer                 sert le site sur cette machine seule, comme le ferait nginx,
                           jusqu'à Ctrl+C ; l'adresse est affichée

@@ -6,6 +6,8 @@
 
 #include <QFile>
 #include <QSaveFile>
+#include <QStorageInfo>
+#include <QTemporaryFile>
 
 #include <sodium.h>
 
@@ -15,6 +17,7 @@
 
 #ifdef Q_OS_UNIX
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -22,7 +25,8 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-constexpr qint64 kChunk = qint64{1024} * 1024;
+constexpr qint64 kMegabyte = qint64{1024} * 1024;
+constexpr qint64 kChunk = kMegabyte;
 
 std::filesystem::path native(const QString &path)
 {
@@ -40,6 +44,31 @@ void check(const std::error_code &error, const QString &what, const QString &pat
         throw failed(what, path, QString::fromStdString(error.message()));
 }
 
+/// Not by way of UTF-16, which the standard library refuses for names in another encoding.
+QString decoded(const std::filesystem::path &path)
+{
+    return QFile::decodeName(QByteArray::fromStdString(path.string()));
+}
+
+QList<Disk::Entry> entriesOf(const QString &folder)
+{
+    const auto what = u"Lecture impossible"_s;
+    QList<Disk::Entry> entries;
+    std::error_code error;
+    std::filesystem::directory_iterator at(native(folder), error);
+    check(error, what, folder);
+    while (at != std::filesystem::directory_iterator()) {
+        const QString path = decoded(at->path());
+        const std::filesystem::file_status status = at->symlink_status(error);
+        check(error, what, path);
+        entries.append({path, std::filesystem::is_directory(status),
+                        std::filesystem::is_regular_file(status)});
+        at.increment(error);
+        check(error, what, folder);
+    }
+    return entries;
+}
+
 void writeAll(QFileDevice &file, const char *bytes, qint64 size)
 {
     if (file.write(bytes, size) != size)
@@ -47,6 +76,29 @@ void writeAll(QFileDevice &file, const char *bytes, qint64 size)
 }
 
 } // namespace
+
+void Disk::walk(const QString &folder, const std::function<bool(const Entry &)> &visit)
+{
+    const QList<Entry> entries = entriesOf(folder);
+    for (const Entry &entry : entries) {
+        if (visit(entry) && entry.isFolder)
+            walk(entry.path, visit);
+    }
+}
+
+QStringList Disk::closedFolders(const QString &folder)
+{
+    QStringList closed;
+    std::error_code error;
+    std::filesystem::path at = std::filesystem::canonical(native(folder), error);
+    for (; at != at.parent_path(); at = at.parent_path()) {
+        const std::filesystem::perms rights = std::filesystem::status(at, error).permissions();
+        if (!error &&
+            (rights & std::filesystem::perms::others_exec) == std::filesystem::perms::none)
+            closed.prepend(decoded(at));
+    }
+    return closed;
+}
 
 QByteArray Disk::read(const QString &path)
 {
@@ -122,9 +174,16 @@ void Disk::rename(const QString &from, const QString &to)
 
 void Disk::removeTree(const QString &path)
 {
-    PublishFaultPoints::next();
     std::error_code error;
-    std::filesystem::remove_all(native(path), error);
+    const std::filesystem::file_status status =
+        std::filesystem::symlink_status(native(path), error);
+    if (std::filesystem::is_directory(status)) {
+        const QList<Entry> entries = entriesOf(path);
+        for (const Entry &entry : entries)
+            removeTree(entry.path);
+    }
+    PublishFaultPoints::next();
+    std::filesystem::remove(native(path), error);
     check(error, u"Suppression impossible"_s, path);
 }
 
@@ -162,6 +221,32 @@ QByteArray Disk::copy(const QString &from, const QString &to,
 }
 
 #ifdef Q_OS_UNIX
+
+void Disk::checkRoom(const QString &folder, qint64 bytes)
+{
+    // Told first, since a trial of that size would take from others what is left.
+    const qint64 free = QStorageInfo(folder).bytesAvailable();
+    if (free < bytes) {
+        throw Problem{Outcome::Disk, u"Il faut %1 Mo dans %2, où il n'y en a que %3 de libres."_s
+                                         .arg(bytes / kMegabyte + 1)
+                                         .arg(folder)
+                                         .arg(free / kMegabyte)};
+    }
+    QTemporaryFile trial(folder + u"/place-XXXXXX"_s);
+    if (!trial.open())
+        throw failed(u"Écriture impossible"_s, folder, trial.errorString());
+    // The bytes alone count that no limit of the system's keeps from being there.
+    const int error = bytes > 0 ? ::posix_fallocate(trial.handle(), 0, bytes) : 0;
+    if (error != 0)
+        throw failed(u"Écriture impossible"_s, folder, qt_error_string(error));
+}
+
+void Disk::letOthersRead()
+{
+    // What the shell allows the group stays allowed.
+    const mode_t before = ::umask(S_IWGRP | S_IWOTH);
+    ::umask((before & S_IWGRP) | S_IWOTH);
+}
 
 void Disk::flush(const QString &folder)
 {

@@ -3,12 +3,29 @@
 #include <QByteArray>
 #include <QJsonDocument>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 
-/// All changes that the tool makes on the disk. Each throws a Problem (Outcome::Disk) when the
-/// system refuses it.
+/// All changes that the tool makes on the disk, and looks at it that may not overlook anything.
+/// Each throws a Problem (Outcome::Disk) when the system refuses it.
 namespace Disk {
+
+struct Entry
+{
+    QString path;
+    bool isFolder = false; ///< links are neither
+    bool isFile = false;
+};
+/// Shows `visit` everything below a folder, in no order. It tells whether a folder is to be
+/// entered.
+void walk(const QString &folder, const std::function<bool(const Entry &)> &visit);
+
+/// From here on others may read what is written, the web server say, and enter new folders,
+/// whatever the operator's shell wants of new files.
+void letOthersRead();
+/// The folders on the way to this one, and itself, that others cannot enter.
+QStringList closedFolders(const QString &folder);
 
 QByteArray read(const QString &path);
 /// With its parents; one that exists already is fine.
@@ -28,6 +45,8 @@ void removeTree(const QString &path);
 /// Copies a file and returns the SHA-256 of what was copied, in lower-case hexadecimal. `copied` is
 /// told how many bytes each piece had.
 QByteArray copy(const QString &from, const QString &to, const std::function<void(qint64)> &copied);
+/// Throws a Problem where `bytes` more cannot be written in the folder. Nothing stays of the trial.
+void checkRoom(const QString &folder, qint64 bytes);
 /// Returns once everything below `folder` outlasts a power cut.
 void flush(const QString &folder);
 

@@ -1,5 +1,6 @@
 #include "publish/FileNames.h"
 
+#include <QHash>
 #include <QRegularExpression>
 #include <QStringList>
 
@@ -59,6 +60,32 @@ QString FileNames::problem(const QString &name)
     if (kLaunchers.contains(folded(name)))
         return u"nom réservé au launcher"_s;
     return {};
+}
+
+QList<FileNames::Clash> FileNames::clashes(const QStringList &names)
+{
+    QList<Clash> clashes;
+    QHash<QString, QString> files;
+    for (const QString &name : names) {
+        if (name.endsWith(u'/'))
+            continue;
+        QString &first = files[folded(name)];
+        if (first.isNull())
+            first = name;
+        else
+            clashes.append({first, name, false});
+    }
+    for (const QString &name : names) {
+        const QString path = folded(name);
+        for (qsizetype end = path.lastIndexOf(u'/'); end > 0;
+             end = path.lastIndexOf(u'/', end - 1)) {
+            if (const auto file = files.constFind(path.first(end)); file != files.constEnd()) {
+                clashes.append({*file, name, true});
+                break;
+            }
+        }
+    }
+    return clashes;
 }
 
 QString FileNames::folded(const QString &name)

@@ -48,6 +48,10 @@ const QList<Mistake> &catalogue()
          u"renommer ces fichiers"_s},
         {u"M16"_s, kError, u"une installation qui échoue, ou des fichiers différents"_s,
          u"publier l'archive et le manifeste du même client"_s},
+        {u"M17"_s, kError,
+         u"la vérification ne trouve pas ces fichiers : leurs accents sont d'autres caractères"_s,
+         u"écrire les noms du manifeste et de l'archive sous la même forme (NFC) ; « veyra-publier "
+         u"client » le fait"_s},
         {u"M20"_s, kError, u"la fonction qui lit cette adresse ne marche pas"_s,
          u"publier ce fichier, ou corriger le serveur web"_s},
         {u"M21"_s, kError,
@@ -80,6 +84,12 @@ const QList<Mistake> &catalogue()
          u"écrire dans « download_url » l'adresse complète de l'archive"_s},
         {u"M42"_s, kError, u"la mise à jour est téléchargée, puis refusée"_s,
          u"publier l'archive signée et entière que fait « scripts/windows package »"_s},
+        {u"M43"_s, kError, u"une mise à jour obligatoire peut être refusée"_s,
+         u"écrire « required » sans guillemets : true ou false"_s},
+        {u"M44"_s, kWarning, u"la mise à jour est proposée sans dire ce qui change"_s,
+         u"écrire dans « changelog » un seul texte"_s},
+        {u"M45"_s, kError, u"le launcher mis à jour ne lit plus ce site"_s,
+         u"construire le launcher avec l'adresse de ce site (VEYRA_SERVER_URL)"_s},
     };
     return kMistakes;
 }
@@ -124,6 +134,13 @@ bool Findings::hasErrors() const
 {
     return std::any_of(m_findings.begin(), m_findings.end(),
                        [](const Finding &finding) { return finding.mistake->isError; });
+}
+
+bool Findings::hasErrorAt(const QString &place) const
+{
+    return std::any_of(m_findings.begin(), m_findings.end(), [&place](const Finding &finding) {
+        return finding.mistake->isError && finding.place == place;
+    });
 }
 
 QString Findings::text() const

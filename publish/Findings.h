@@ -33,6 +33,7 @@ public:
                      const QStringList &examples);
 
     bool hasErrors() const;
+    bool hasErrorAt(const QString &place) const;
     bool isEmpty() const { return m_findings.isEmpty(); }
     QString text() const;
     QJsonArray json() const;

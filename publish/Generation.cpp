@@ -7,7 +7,6 @@
 #include "publish/Workshop.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 
@@ -50,18 +49,17 @@ Generation::~Generation()
 
 void Generation::linkFrom(const QString &base, const QStringList &without) const
 {
-    QDirIterator entries(base, QDir::Files | QDir::Hidden | QDir::System,
-                         QDirIterator::Subdirectories);
-    while (entries.hasNext()) {
+    const QDir folder(base);
+    Disk::walk(base, [&](const Disk::Entry &entry) {
         Interruption::check();
-        const QString path = entries.next();
-        const QString name = QDir(base).relativeFilePath(path);
+        const QString name = folder.relativeFilePath(entry.path);
         const bool isLeftOut =
             std::any_of(without.begin(), without.end(),
-                        [&](const QString &start) { return name.startsWith(start); });
-        if (!isLeftOut && !entries.fileInfo().isSymLink())
-            Disk::link(path, fileFor(name));
-    }
+                        [&name](const QString &start) { return name.startsWith(start); });
+        if (entry.isFile && !isLeftOut)
+            Disk::link(entry.path, fileFor(name));
+        return !isLeftOut;
+    });
 }
 
 QString Generation::fileFor(const QString &name) const

@@ -23,6 +23,10 @@ void Interruption::watch()
 {
     std::signal(SIGINT, request);
     std::signal(SIGTERM, request);
+#ifdef SIGHUP
+    if (std::signal(SIGHUP, request) == SIG_IGN)
+        std::signal(SIGHUP, SIG_IGN); // nohup wants the work to go on
+#endif
 }
 
 bool Interruption::wasRequested()

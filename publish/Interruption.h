@@ -1,7 +1,7 @@
 #pragma once
 
-/// Ctrl+C, and the request to end: they stop the work between two steps, so that what is half made
-/// can be removed.
+/// Ctrl+C, the request to end, and the end of the terminal: they stop the work between two steps,
+/// so that what is half made can be removed.
 namespace Interruption {
 
 /// From here on they no longer end the process by themselves.

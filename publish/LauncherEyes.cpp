@@ -1,6 +1,7 @@
 #include "publish/LauncherEyes.h"
 
 #include "config/Config.h"
+#include "install/ArchiveUnpacker.h"
 #include "install/ClientDownloader.h"
 #include "net/NewsFetcher.h"
 #include "net/ServerChecker.h"
@@ -9,6 +10,7 @@
 #include "update/SelfUpdater.h"
 #include "update/Updater.h"
 
+#include <QStandardPaths>
 #include <QThreadPool>
 
 #include <chrono>
@@ -56,9 +58,29 @@ QString unpack()
     return failure;
 }
 
+/// A verification posts its progress to its Updater, which may go only once this one has gone.
+class PoolInUse
+{
+public:
+    PoolInUse() = default;
+    ~PoolInUse()
+    {
+        if (!m_isDone)
+            Updater::abandonVerifications();
+        QThreadPool::globalInstance()->waitForDone();
+    }
+    Q_DISABLE_COPY_MOVE(PoolInUse)
+
+    void done() { m_isDone = true; }
+
+private:
+    bool m_isDone = false;
+};
+
 QString verify()
 {
     Updater updater(nullptr);
+    PoolInUse pool;
     Waiting waiting;
     QString last;
     QString failure = kNoAnswer;
@@ -70,8 +92,8 @@ QString verify()
             waiting.done();
         });
     updater.checkForUpdates();
-    waiting.run(kClientInstalled);
-    QThreadPool::globalInstance()->waitForDone();
+    if (waiting.run(kClientInstalled))
+        pool.done();
     return failure;
 }
 
@@ -108,6 +130,15 @@ LauncherEyes::Sight LauncherEyes::look()
     news.run(kSmallAnswer);
     version.run(kSmallAnswer);
     return sight;
+}
+
+QString LauncherEyes::unpackerProblem()
+{
+    const QString program = unpackCommand(QString(), QString()).program;
+    if (!QStandardPaths::findExecutable(program).isEmpty())
+        return {};
+    return u"--complet décompresse le client avec %1, qui manque ici : « apt install %1 »."_s.arg(
+        program);
 }
 
 QString LauncherEyes::install(const QString &folder)

@@ -17,6 +17,9 @@ struct Sight
 /// State, news and its own newer version.
 Sight look();
 
+/// Why nothing can be unpacked here, as a sentence; empty where it can. The launcher would wait.
+QString unpackerProblem();
+
 /// Installs the client in the folder and verifies it. Empty when that ends as it should; else what
 /// the launcher says.
 QString install(const QString &folder);

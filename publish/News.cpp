@@ -1,6 +1,7 @@
 #include "publish/News.h"
 
-#include "publish/Disk.h"
+#include "publish/JsonFile.h"
+#include "publish/Outcome.h"
 
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -22,7 +23,12 @@ QString withoutPlaceholders(QString text)
 News News::load(const QString &path)
 {
     News news;
-    news.m_items = QJsonDocument::fromJson(Disk::read(path)).array();
+    const QJsonDocument document = JsonFile::read(path);
+    if (!document.isArray()) {
+        throw Problem{Outcome::Refused,
+                      u"%1 n'est pas un tableau d'actualités ; rien n'a été changé."_s.arg(path)};
+    }
+    news.m_items = document.array();
     return news;
 }
 

@@ -8,6 +8,7 @@
 class News
 {
 public:
+    /// Throws a Problem for what is no list: it would be lost.
     static News load(const QString &path);
 
     /// Title and text are HTML; an empty date leaves it out.

@@ -1,7 +1,7 @@
 #include "publish/Site.h"
 
-#include "publish/Disk.h"
 #include "publish/Generation.h"
+#include "publish/JsonFile.h"
 #include "publish/Workshop.h"
 
 #include <QJsonArray>
@@ -96,9 +96,14 @@ void Site::linkStatus(const Generation &generation)
 
 QString Site::publishedVersion(const Workshop &workshop)
 {
-    const QByteArray record =
-        Disk::read(workshop.generationPath(workshop.draft()) + u'/' + kLauncherVersion);
-    return QJsonDocument::fromJson(record).object().value("version"_L1).toString();
+    const QJsonDocument record =
+        JsonFile::read(workshop.generationPath(workshop.draft()) + u'/' + kLauncherVersion);
+    return record["version"_L1].toString();
+}
+
+QString Site::launcherArchive(const QString &version)
+{
+    return u"launcher/VeyraLauncher-%1-windows-x64.zip"_s.arg(version);
 }
 
 QString Site::nginxBlock(const Workshop &workshop)

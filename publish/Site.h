@@ -25,6 +25,7 @@ void linkStatus(const Generation &generation);
 
 /// Of the launcher that the workshop's draft offers; empty where it offers none.
 QString publishedVersion(const Workshop &workshop);
+QString launcherArchive(const QString &version);
 
 /// For nginx: a server that serves the workshop's site.
 QString nginxBlock(const Workshop &workshop);

@@ -1,7 +1,9 @@
 #include "publish/SiteReader.h"
 
+#include "publish/Outcome.h"
 #include "publish/Waiting.h"
 
+#include <QFile>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 
@@ -15,6 +17,7 @@ namespace {
 
 constexpr auto kAnswerWithin = 15s; ///< and each further piece
 constexpr auto kLongestAnswer = 300s;
+constexpr std::chrono::seconds kLongestDownload = 1h;
 /// The launcher follows 50 of them. More than a few are a mistake.
 constexpr int kMostRedirects = 5;
 
@@ -40,12 +43,26 @@ SiteReader::~SiteReader() = default;
 
 SiteAnswer SiteReader::get(const QUrl &url) const
 {
-    return ask(QNetworkRequest(url), true);
+    return ask(QNetworkRequest(url), Body::Kept);
+}
+
+SiteAnswer SiteReader::save(const QUrl &url, const QString &path) const
+{
+    QFile file(path);
+    SiteAnswer answer;
+    const bool isOpen = file.open(QIODevice::WriteOnly);
+    if (isOpen)
+        answer = ask(QNetworkRequest(url), Body::Saved, &file);
+    if (!isOpen || !file.flush() || file.error() != QFile::NoError) {
+        throw Problem{Outcome::Disk,
+                      u"Écriture impossible : %1 (%2)."_s.arg(path, file.errorString())};
+    }
+    return answer;
 }
 
 SiteAnswer SiteReader::head(const QUrl &url) const
 {
-    return ask(QNetworkRequest(url), false);
+    return ask(QNetworkRequest(url), Body::NotAwaited);
 }
 
 SiteAnswer SiteReader::part(const QUrl &url, qint64 offset, qint64 size) const
@@ -54,12 +71,12 @@ SiteAnswer SiteReader::part(const QUrl &url, qint64 offset, qint64 size) const
     request.setRawHeader("Range", "bytes=" + QByteArray::number(offset) + '-' +
                                       QByteArray::number(offset + size - 1));
     request.setRawHeader("Accept-Encoding", "identity");
-    const SiteAnswer head = ask(request, false);
+    const SiteAnswer head = ask(request, Body::NotAwaited);
     // A server without ranges would send the whole file.
-    return head.status == 206 ? ask(request, true) : head;
+    return head.status == 206 ? ask(request, Body::Kept) : head;
 }
 
-SiteAnswer SiteReader::ask(QNetworkRequest request, bool wantsBody) const
+SiteAnswer SiteReader::ask(QNetworkRequest request, Body body, QFile *file) const
 {
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          int{QNetworkRequest::NoLessSafeRedirectPolicy});
@@ -73,12 +90,16 @@ SiteAnswer SiteReader::ask(QNetworkRequest request, bool wantsBody) const
                      [&answer] { ++answer.redirects; });
     QObject::connect(reply.get(), &QNetworkReply::finished, reply.get(),
                      [&waiting] { waiting.done(); });
-    if (!wantsBody) {
+    if (body == Body::NotAwaited) {
         // A redirect has a head of its own; the answer's comes with its body.
         QObject::connect(reply.get(), &QNetworkReply::readyRead, reply.get(),
                          [&waiting] { waiting.done(); });
     }
-    const bool isInTime = waiting.run(kLongestAnswer);
+    if (body == Body::Saved) {
+        QObject::connect(reply.get(), &QNetworkReply::readyRead, reply.get(),
+                         [&reply, file] { file->write(reply->readAll()); });
+    }
+    const bool isInTime = waiting.run(body == Body::Saved ? kLongestDownload : kLongestAnswer);
 
     answer.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     const QNetworkReply::NetworkError error = reply->error();
@@ -92,7 +113,7 @@ SiteAnswer SiteReader::ask(QNetworkRequest request, bool wantsBody) const
     answer.length = wholeLength(reply.get());
     answer.encoding = reply->rawHeader("Content-Encoding");
     answer.cacheControl = reply->rawHeader("Cache-Control");
-    if (wantsBody)
+    if (body == Body::Kept)
         answer.body = reply->readAll();
     reply->disconnect();
     return answer;

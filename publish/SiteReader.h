@@ -7,6 +7,7 @@
 
 #include <memory>
 
+class QFile;
 class QNetworkAccessManager;
 
 /// An answer as it came over the network, with what the launcher's workers do not look at.
@@ -33,13 +34,17 @@ public:
     Q_DISABLE_COPY_MOVE(SiteReader)
 
     SiteAnswer get(const QUrl &url) const;
+    /// Writes the body into a file that there is not yet. Throws a Problem where it cannot.
+    SiteAnswer save(const QUrl &url, const QString &path) const;
     /// The answer's head; the body is not waited for.
     SiteAnswer head(const QUrl &url) const;
     /// A part of the file, by a range; the status is 206 where the server knows them.
     SiteAnswer part(const QUrl &url, qint64 offset, qint64 size) const;
 
 private:
-    SiteAnswer ask(QNetworkRequest request, bool wantsBody) const;
+    enum class Body { Kept, Saved, NotAwaited };
+
+    SiteAnswer ask(QNetworkRequest request, Body body, QFile *file = nullptr) const;
 
     std::unique_ptr<QNetworkAccessManager> m_manager;
 };

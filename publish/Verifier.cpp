@@ -2,13 +2,19 @@
 
 #include "config/GameFolder.h"
 #include "publish/ClientFolder.h"
+#include "publish/Disk.h"
 #include "publish/FileNames.h"
+#include "publish/French.h"
+#include "publish/LauncherArchive.h"
 #include "publish/LauncherEyes.h"
 #include "publish/LauncherSettings.h"
 #include "publish/Outcome.h"
 #include "publish/Site.h"
 #include "update/SelfUpdater.h"
+#include "updater/Failure.h"
 
+#include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -32,18 +38,22 @@ bool isAscii(const QByteArray &name)
     return std::all_of(name.begin(), name.end(), [](char c) { return (c & 0x80) == 0; });
 }
 
-/// Names that Windows cannot have, or cannot have both.
-QStringList unusableNames(const QStringList &names)
+/// Names that Windows cannot have, or cannot have both. Those of folders end with a "/".
+QStringList unusableNames(const QStringList &files, const QStringList &folders = {})
 {
     QStringList unusable;
-    QSet<QString> folded;
-    for (const QString &name : names) {
-        const bool isNew = !folded.contains(FileNames::folded(name));
-        folded.insert(FileNames::folded(name));
-        // Backslashes have a code of their own.
-        if (!isNew || (!name.contains(u'\\') && !FileNames::problem(name).isEmpty()))
+    // Backslashes have a code of their own.
+    const auto check = [&unusable](const QString &name, const QString &path) {
+        if (!path.contains(u'\\') && !FileNames::problem(path).isEmpty())
             unusable.append(name);
-    }
+    };
+    for (const QString &name : files)
+        check(name, name);
+    for (const QString &name : folders)
+        check(name, name.chopped(1));
+    const QList<FileNames::Clash> clashes = FileNames::clashes(files + folders);
+    for (const FileNames::Clash &clash : clashes)
+        unusable.append(clash.second);
     return unusable;
 }
 
@@ -59,14 +69,18 @@ bool lookedForIsPage(const QByteArray &body)
 
 } // namespace
 
-Verifier::Verifier(const QString &baseUrl, const QStringList &versions)
+Verifier::Verifier(const QString &baseUrl, const QStringList &versions, const QStringList &keys)
     : m_baseUrl(baseUrl)
     , m_versions(versions)
+    , m_keys(keys)
 {
 }
 
 void Verifier::run(bool whole)
 {
+    const QString problem = whole ? LauncherEyes::unpackerProblem() : QString();
+    if (!problem.isEmpty())
+        throw Problem{Outcome::Disk, problem};
     checkReachable();
     checkState();
     checkNews();
@@ -74,8 +88,11 @@ void Verifier::run(bool whole)
     checkClient();
     checkMissing();
     lookAsLaunchers();
-    if (whole)
-        installClient();
+    if (!whole)
+        return;
+    if (!m_launcher.version.isEmpty())
+        readLauncher();
+    installClient();
 }
 
 QUrl Verifier::url(const QString &place) const
@@ -99,7 +116,8 @@ void Verifier::checkAnswer(const QString &place, const SiteAnswer &answer)
     if (answer.isLost)
         m_findings.add(u"M21"_s, place, u"redirection que le launcher ne suit pas jusqu'au bout"_s);
     else if (answer.redirects > 0)
-        m_findings.add(u"M22"_s, place, u"%1 redirection(s)"_s.arg(answer.redirects));
+        m_findings.add(u"M22"_s, place,
+                       French::counted(answer.redirects, u"redirection"_s, u"redirections"_s));
     if (answer.isLost)
         return;
     if (answer.status != 200 && answer.status != 206)
@@ -186,6 +204,12 @@ void Verifier::checkLauncher()
                        u"« version » est %1"_s.arg(version.toVariant().toString()));
         return;
     }
+    if (record.contains("required"_L1) && !record.value("required"_L1).isBool()) {
+        m_findings.add(u"M43"_s, Site::kLauncherVersion,
+                       u"« required » doit valoir true ou false, sans guillemets"_s);
+    }
+    if (record.contains("changelog"_L1) && !record.value("changelog"_L1).isString())
+        m_findings.add(u"M44"_s, Site::kLauncherVersion, u"« changelog » doit être un texte"_s);
     // It will be in service too.
     const QStringList inService = m_versions;
     if (!version.toString().isEmpty() && !m_versions.contains(version.toString()))
@@ -194,21 +218,29 @@ void Verifier::checkLauncher()
         std::any_of(inService.begin(), inService.end(), [&version](const QString &current) {
             return SelfUpdater::isNewerVersion(version.toString(), current);
         });
-    if (!isOffered)
+    const QString address = record.value("download_url"_L1).toString();
+    // Players with a launcher that nobody counts any more may be offered it all the same.
+    if (version.toString().isEmpty() || (!isOffered && address.isEmpty()))
         return;
 
-    const QUrl archive(record.value("download_url"_L1).toString());
+    const QUrl archive(address);
     if (!archive.isValid() || archive.host().isEmpty()) {
         m_findings.add(u"M41"_s, Site::kLauncherVersion,
                        u"« download_url » est « %1 »"_s.arg(archive.toString()));
         return;
     }
+    m_launcher = {version.toString(), archive};
     const QString place = archive.toString();
     const std::optional<CentralDirectory> directory = readDirectory(place, archive, u"M42"_s);
-    if (!directory)
-        return;
+    if (directory)
+        checkLauncherFiles(*directory);
+}
+
+void Verifier::checkLauncherFiles(const CentralDirectory &directory)
+{
+    const QString place = m_launcher.archive.toString();
     for (const QByteArray &wanted : {"liste.txt"_ba, "liste.txt.minisig"_ba}) {
-        const auto &entries = directory->entries;
+        const auto &entries = directory.entries;
         if (std::none_of(entries.begin(), entries.end(),
                          [&wanted](const auto &entry) { return entry.name == wanted; }))
             m_findings.add(u"M42"_s, place,
@@ -228,6 +260,10 @@ std::optional<CentralDirectory> Verifier::readDirectory(const QString &place, co
                        u"Content-Encoding: %1"_s.arg(QString::fromLatin1(head.encoding)));
     else if (head.length < 0)
         m_findings.add(u"M28"_s, place, u"taille inconnue"_s);
+    if (head.length == 0) {
+        m_findings.add(damaged, place, u"l'archive est vide"_s);
+        return {};
+    }
 
     const SiteAnswer first = m_reader.part(url, 0, 4);
     if (first.status != 206 || first.length < 0) {
@@ -261,6 +297,8 @@ void Verifier::checkClient()
         m_findings.add(u"M03"_s, Site::kManifest, u"pas de tableau « files »"_s);
         return;
     }
+    if (files.toArray().isEmpty())
+        m_findings.add(u"M03"_s, Site::kManifest, u"« files » est vide"_s);
     checkSums(files.toArray());
     if (!directory)
         return;
@@ -309,28 +347,31 @@ void Verifier::checkArchive(const CentralDirectory &directory)
 {
     const QString place = Site::kClientArchive;
     QStringList names;
+    QStringList folders;
     QStringList unflagged;
     QStringList unreadable;
     for (const CentralDirectory::Entry &entry : directory.entries) {
+        m_clientSize += entry.packedSize + entry.size;
         if (!entry.saysUtf8() && !isAscii(entry.name))
             unflagged.append(nameIn(entry));
         if (entry.isEncrypted() || (entry.method != CentralDirectory::kStored &&
                                     entry.method != CentralDirectory::kDeflated))
             unreadable.append(nameIn(entry));
-        if (!entry.isFolder())
-            names.append(nameIn(entry));
+        (entry.isFolder() ? folders : names).append(nameIn(entry));
     }
     m_findings.addExamples(u"M07"_s, place, u"nom sans le drapeau UTF-8"_s, unflagged);
     m_findings.addExamples(u"M14"_s, place, u"fichier illisible pour Windows"_s, unreadable);
     m_findings.addExamples(u"M04"_s, place, u"nom avec « \\ »"_s, withBackslash(names));
-    m_findings.addExamples(u"M15"_s, place, u"nom refusé par Windows"_s, unusableNames(names));
+    m_findings.addExamples(u"M15"_s, place, u"nom refusé par Windows"_s,
+                           unusableNames(names, folders));
 
-    const auto marker = std::find_if(names.begin(), names.end(), ClientFolder::isMarker);
-    if (marker == names.end())
+    const QStringList markers = ClientFolder::markers(names);
+    if (markers.isEmpty())
         m_findings.add(u"M09"_s, place,
                        u"DofusInvoker.swf n'est pas là où le launcher le cherche"_s);
-    else if (marker != names.end() - 1)
-        m_findings.add(u"M08"_s, place, u"« %1 » n'est pas le dernier fichier"_s.arg(*marker));
+    else if (names.last(markers.size()) != markers)
+        m_findings.add(u"M08"_s, place,
+                       u"l'archive ne se termine pas par « %1 »"_s.arg(markers.join(u" », « "_s)));
     if (std::none_of(names.begin(), names.end(), ClientFolder::isProgram))
         m_findings.add(u"M13"_s, place, u"pas de Dofus.exe là où le launcher le cherche"_s);
 }
@@ -344,15 +385,18 @@ void Verifier::compare(const QStringList &listed, const QStringList &archived)
         folded.insert(FileNames::folded(name), name);
 
     QStringList otherCase;
+    QStringList otherForm;
     QStringList otherFolder;
     QStringList missing;
     for (const QString &name : listed) {
         if (unlisted.remove(name) || name.isEmpty() || name.contains(u'\\'))
             continue;
         const QString moved = name.startsWith(prefix) ? name.sliced(prefix.size()) : prefix + name;
-        const QString sameButCase = folded.value(FileNames::folded(name));
-        if (unlisted.remove(sameButCase))
-            otherCase.append(name);
+        const QString similar = folded.value(FileNames::folded(name));
+        const bool isSameInNormalForm = similar.normalized(QString::NormalizationForm_C) ==
+                                        name.normalized(QString::NormalizationForm_C);
+        if (unlisted.remove(similar))
+            (isSameInNormalForm ? otherForm : otherCase).append(name);
         else if (unlisted.remove(moved))
             otherFolder.append(name);
         else
@@ -360,6 +404,8 @@ void Verifier::compare(const QStringList &listed, const QStringList &archived)
     }
     m_findings.addExamples(u"M05"_s, Site::kManifest,
                            u"dans l'archive, le nom diffère par la casse"_s, otherCase);
+    m_findings.addExamples(u"M17"_s, Site::kManifest,
+                           u"dans l'archive, les accents sont composés autrement"_s, otherForm);
     m_findings.addExamples(u"M06"_s, Site::kManifest, u"dans l'archive, le dossier est un autre"_s,
                            otherFolder);
     m_findings.addExamples(u"M10"_s, Site::kManifest, u"absent de l'archive"_s, missing);
@@ -384,14 +430,70 @@ void Verifier::lookAsLaunchers()
     for (const QString &version : std::as_const(m_versions)) {
         LauncherSettings::become(version, m_baseUrl);
         const LauncherEyes::Sight sight = LauncherEyes::look();
-        m_sights.append(
-            u"Launcher %1 : serveur %2, %3 joueur(s), %4 actualité(s), %5"_s.arg(version)
-                .arg(sight.online ? u"en ligne"_s : u"hors ligne"_s)
-                .arg(sight.players)
-                .arg(sight.news.size())
-                .arg(sight.newVersion.isEmpty()
-                         ? u"pas de mise à jour"_s
-                         : u"mise à jour vers %1 proposée"_s.arg(sight.newVersion)));
+        m_sights.append(u"Launcher %1 : serveur %2, %3, %4, %5"_s.arg(
+            version, sight.online ? u"en ligne"_s : u"hors ligne"_s,
+            French::counted(sight.players, u"joueur"_s, u"joueurs"_s),
+            French::counted(sight.news.size(), u"actualité"_s, u"actualités"_s),
+            sight.newVersion.isEmpty() ? u"pas de mise à jour"_s
+                                       : u"mise à jour vers %1 proposée"_s.arg(sight.newVersion)));
+    }
+}
+
+/// As players' updater programs do it, where their keys are known; else as far as one can without.
+void Verifier::readLauncher()
+{
+    const QString place = m_launcher.archive.toString();
+    if (m_findings.hasErrorAt(place))
+        return; // what is wrong with it is known
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(u"launcher.zip"_s);
+    const SiteAnswer answer = m_reader.save(m_launcher.archive, path);
+    if (!answer.isGood()) {
+        m_findings.add(u"M42"_s, place, u"le téléchargement échoue (%1)"_s.arg(answer.problem));
+        return;
+    }
+    if (m_keys.isEmpty()) {
+        QFile file(path);
+        const auto fetch = [&file](qint64 offset, qint64 size) {
+            return file.seek(offset) ? file.read(size) : QByteArray();
+        };
+        std::optional<CentralDirectory> directory;
+        if (file.open(QIODevice::ReadOnly))
+            directory = CentralDirectory::read(file.size(), fetch);
+        if (directory)
+            checkLauncherFiles(*directory);
+        else
+            m_findings.add(u"M42"_s, place, u"l'archive n'a pas de fin"_s);
+        return;
+    }
+    try {
+        // Newer than which ones has been looked at.
+        const LauncherArchive archive =
+            LauncherArchive::read(path, LauncherArchive::terms(m_keys, {}), m_baseUrl);
+        if (archive.version != m_launcher.version)
+            m_findings.add(u"M42"_s, place, u"elle contient la version %1"_s.arg(archive.version));
+        if (!archive.hasProgram)
+            m_findings.add(u"M42"_s, place, u"elle ne contient pas le launcher"_s);
+        else if (!archive.asksThere)
+            m_findings.add(u"M45"_s, place, u"il n'est pas construit pour %1"_s.arg(m_baseUrl));
+    } catch (const Failure &failure) {
+        m_findings.add(u"M42"_s, place, QString::fromStdString(failure.text));
+    }
+}
+
+/// An own disk that is full is no fault of the site.
+void Verifier::checkRoom(const QString &folder) const
+{
+    qint64 written = 0;
+    Disk::walk(folder, [&written](const Disk::Entry &entry) {
+        written += entry.isFile ? QFileInfo(entry.path).size() : 0;
+        return true;
+    });
+    try {
+        Disk::checkRoom(folder, std::max(qint64{0}, m_clientSize - written));
+    } catch (const Problem &problem) {
+        throw Problem{problem.outcome,
+                      problem.text + u" La variable TMPDIR peut nommer un autre dossier."_s};
     }
 }
 
@@ -401,7 +503,10 @@ void Verifier::installClient()
     const QTemporaryDir folder;
     if (!folder.isValid())
         throw Problem{Outcome::Disk, folder.errorString()};
+    checkRoom(folder.path());
     const QString failure = LauncherEyes::install(folder.path());
-    if (!failure.isEmpty())
-        m_findings.add(u"M16"_s, Site::kClientArchive, u"le launcher dit : %1"_s.arg(failure));
+    if (failure.isEmpty())
+        return;
+    checkRoom(folder.path());
+    m_findings.add(u"M16"_s, Site::kClientArchive, u"le launcher dit : %1"_s.arg(failure));
 }

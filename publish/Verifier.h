@@ -14,11 +14,13 @@
 class Verifier
 {
 public:
-    /// `versions` are the launchers that players have.
-    Verifier(const QString &baseUrl, const QStringList &versions);
+    /// `versions` are the launchers that players have, `keys` those that sign their updates, where
+    /// they are known.
+    Verifier(const QString &baseUrl, const QStringList &versions, const QStringList &keys);
 
-    /// Throws a Problem (Outcome::Unreachable) where nobody answers. With `whole` the client is
-    /// downloaded, unpacked and verified.
+    /// Throws a Problem where nobody answers (Outcome::Unreachable), and where this machine is what
+    /// is in the way (Outcome::Disk): what was found until then stays. With `whole` the client is
+    /// downloaded, unpacked and verified, and the offered launcher read.
     void run(bool whole);
 
     const Findings &findings() const { return m_findings; }
@@ -37,16 +39,26 @@ private:
     void checkNews();
     void checkClient();
     void checkLauncher();
+    void checkLauncherFiles(const CentralDirectory &directory);
     void checkMissing();
     void checkSums(const QJsonArray &files);
     void checkArchive(const CentralDirectory &directory);
     void compare(const QStringList &listed, const QStringList &archived);
     void lookAsLaunchers();
+    void readLauncher();
     void installClient();
+    void checkRoom(const QString &folder) const;
 
     QString m_baseUrl;
     QStringList m_versions;
+    QStringList m_keys;
     SiteReader m_reader;
     Findings m_findings;
     QStringList m_sights;
+    struct
+    {
+        QString version; ///< empty where there is none to look at
+        QUrl archive;
+    } m_launcher;
+    qint64 m_clientSize = 0; ///< packed and unpacked, as its archive has it
 };

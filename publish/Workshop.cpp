@@ -3,7 +3,9 @@
 #include "config/ProcessLock.h"
 #include "publish/Disk.h"
 #include "publish/Generation.h"
+#include "publish/JsonFile.h"
 #include "publish/Outcome.h"
+#include "publish/ServedLaunchers.h"
 #include "publish/Site.h"
 #include "publish/Status.h"
 
@@ -23,6 +25,7 @@ namespace {
 constexpr auto kSettings = "publication.json"_L1;
 constexpr auto kGenerations = "publications"_L1;
 constexpr auto kPreviousSuffix = ".avant"_L1;
+constexpr auto kDoomed = ".a-supprimer-"_L1;
 constexpr auto kDraft = "brouillon"_L1;
 constexpr auto kSite = "site"_L1;
 constexpr auto kStatus = "etat/status.json"_L1;
@@ -58,7 +61,7 @@ Workshop::Workshop(const QString &folder)
         throw Problem{Outcome::Refused, u"%1 n'est pas un atelier : « veyra-publier init ADRESSE » "
                                         u"en fait un."_s.arg(m_folder)};
     }
-    const QJsonObject settings = QJsonDocument::fromJson(Disk::read(path(kSettings))).object();
+    const QJsonObject settings = JsonFile::read(path(kSettings)).object();
     m_baseUrl = checkedBaseUrl(settings.value("url"_L1).toString());
     m_versions = texts(settings.value("versions"_L1));
     m_keys = texts(settings.value("cles"_L1));
@@ -123,8 +126,10 @@ QString Workshop::checkedBaseUrl(QString url)
 std::unique_ptr<QLockFile> Workshop::lock() const
 {
     auto lock = std::make_unique<QLockFile>(path(kLock));
-    if (ProcessLock::take(*lock))
+    if (ProcessLock::take(*lock)) {
+        removeDoomed();
         return lock;
+    }
     if (lock->error() == QLockFile::LockFailedError) {
         throw Problem{Outcome::Refused,
                       u"Une autre commande travaille dans cet atelier ; rien n'a été changé."_s};
@@ -137,10 +142,21 @@ void Workshop::setDestination(const QString &destination)
 {
     if (destination == m_destination)
         return;
-    QJsonObject settings = QJsonDocument::fromJson(Disk::read(path(kSettings))).object();
+    QJsonObject settings = JsonFile::read(path(kSettings)).object();
     settings.insert("destination"_L1, destination);
     Disk::write(path(kSettings), QJsonDocument(settings));
     m_destination = destination;
+}
+
+const QStringList &Workshop::versions() const
+{
+    static const QRegularExpression kVersion(u"^[0-9]{1,9}(\\.[0-9]{1,9})*$"_s);
+    if (m_versions.isEmpty() || m_versions.filter(kVersion) != m_versions) {
+        throw Problem{Outcome::Refused,
+                      u"Dans %1, « versions » doit nommer les launchers que des joueurs ont, par "
+                      u"exemple [\"1.0.0\"] ; rien n'a été changé."_s.arg(path(kSettings))};
+    }
+    return m_versions;
 }
 
 QString Workshop::generationPath(const QString &number) const
@@ -190,16 +206,33 @@ void Workshop::setDraft(const QString &number) const
     Disk::pointTo(path(kDraft), kGenerations + u'/' + number);
 }
 
-bool Workshop::putOnline() const
+bool Workshop::putOnline()
 {
     const QString next = draft();
     const QString now = served();
-    if (next == now)
+    if (next == now) {
+        removeOld(); // of a run that was killed before it could
         return false;
-    Disk::write(generationPath(next) + kPreviousSuffix, now.toUtf8());
+    }
+    // Before anybody can have it: a run that ends in between leaves it in service too early.
+    ServedLaunchers::rememberDraft(*this);
+    putInService(Site::publishedVersion(*this));
+    // The rest of a way back leaves the order as it was.
+    if (!earlierThan(now).contains(next))
+        Disk::write(generationPath(next) + kPreviousSuffix, now.toUtf8());
     Disk::pointTo(path(kSite), kGenerations + u'/' + next);
     removeOld();
     return true;
+}
+
+void Workshop::putInService(const QString &version)
+{
+    if (version.isEmpty() || versions().contains(version))
+        return;
+    m_versions.append(version);
+    QJsonObject settings = JsonFile::read(path(kSettings)).object();
+    settings.insert("versions"_L1, QJsonArray::fromStringList(m_versions));
+    Disk::write(path(kSettings), QJsonDocument(settings));
 }
 
 QString Workshop::takeBack() const
@@ -210,6 +243,8 @@ QString Workshop::takeBack() const
             Outcome::Refused,
             u"Aucune publication n'a été en ligne avant celle-ci ; rien n'a été changé."_s};
     }
+    // In this order: a run that ends in between has changed nothing for players, and the next one
+    // goes on, whether it is this command or putOnline().
     setDraft(target);
     Disk::pointTo(path(kSite), kGenerations + u'/' + target);
     return target;
@@ -222,6 +257,14 @@ QString Workshop::previous(const QString &number) const
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
 }
 
+QStringList Workshop::earlierThan(const QString &number) const
+{
+    QStringList earlier;
+    for (QString at = previous(number); !at.isEmpty() && !earlier.contains(at); at = previous(at))
+        earlier.append(at);
+    return earlier;
+}
+
 QStringList Workshop::numbers() const
 {
     static const QRegularExpression kNumber(u"^[0-9]{4,}$"_s);
@@ -230,17 +273,23 @@ QStringList Workshop::numbers() const
 
 void Workshop::removeOld() const
 {
-    QStringList kept{draft()};
-    QString number = served();
-    for (int i = 0; i <= kKeptForReturn; ++i) {
-        kept.append(number);
-        number = previous(number);
-    }
+    const QStringList kept =
+        QStringList{draft(), served()} + earlierThan(served()).mid(0, kKeptForReturn);
     const QStringList existing = numbers();
     for (const QString &old : existing) {
         if (kept.contains(old))
             continue;
-        Disk::removeTree(generationPath(old));
         Disk::removeTree(generationPath(old) + kPreviousSuffix);
+        // Half a generation must not have a number: it could be served again.
+        Disk::rename(generationPath(old), generationPath(kDoomed + old));
     }
+    removeDoomed();
+}
+
+void Workshop::removeDoomed() const
+{
+    const QStringList names =
+        QDir(path(kGenerations)).entryList({kDoomed + u'*'}, QDir::Dirs | QDir::Hidden);
+    for (const QString &name : names)
+        Disk::removeTree(generationPath(name));
 }

@@ -14,7 +14,7 @@ class QLockFile;
 /// - brouillon: link to the generation that the next command starts from
 /// - site: link to the generation that the web server serves
 /// - etat/status.json: the server's state, apart from the generations, since it changes by itself
-/// - empreintes.json: see Fingerprints
+/// - empreintes.json, lanceurs.json: see Fingerprints and ServedLaunchers
 class Workshop
 {
 public:
@@ -31,11 +31,13 @@ public:
     /// As the launcher wants it: with a "/" at its end. Throws a Problem for what is no site's.
     static QString checkedBaseUrl(QString url);
 
-    /// One command at a time changes generations: throws a Problem while another one does.
+    /// One command at a time changes generations: throws a Problem while another one does. What a
+    /// run left half removed is removed first.
     std::unique_ptr<QLockFile> lock() const;
 
     const QString &baseUrl() const { return m_baseUrl; }
-    const QStringList &versions() const { return m_versions; }
+    /// Throws a Problem where somebody has left none: nothing would be checked for anybody.
+    const QStringList &versions() const;
     /// Public keys as minisign writes them: the second line of their files.
     const QStringList &keys() const { return m_keys; }
     /// Where the site is sent; empty where that was never told.
@@ -54,9 +56,9 @@ public:
     QString nextNumber() const;
     void setDraft(const QString &number) const;
 
-    /// Has the draft served, and removes generations that nobody returns to. False when it is
-    /// served already.
-    bool putOnline() const;
+    /// Has the draft served, whose launcher is in service from then on, and removes generations
+    /// that nobody returns to. False when it is served already.
+    bool putOnline();
     /// Has the generation served that was before this one, and goes on from there. Returns its
     /// number.
     QString takeBack() const;
@@ -64,9 +66,14 @@ public:
 private:
     Workshop(const QString &folder, const QString &baseUrl, const QStringList &versions,
              const QStringList &keys);
+    void putInService(const QString &version);
     QString previous(const QString &number) const;
+    /// Those that were served before `number`, the latest first.
+    QStringList earlierThan(const QString &number) const;
     QStringList numbers() const;
     void removeOld() const;
+    /// Generations that a run was killed over when it removed them, too.
+    void removeDoomed() const;
 
     QString m_folder;
     QString m_baseUrl;

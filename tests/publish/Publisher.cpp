@@ -4,9 +4,24 @@
 
 #include <QDir>
 #include <QEventLoop>
+#include <QFile>
 #include <QProcess>
 
+#include <grp.h>
+#include <unistd.h>
+
 using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+void becomeNobody()
+{
+    constexpr uid_t kNobody = 65534;
+    if (::setgroups(0, nullptr) != 0 || ::setgid(kNobody) != 0 || ::setuid(kNobody) != 0)
+        ::_exit(98);
+}
+
+} // namespace
 
 Publisher::Publisher()
 {
@@ -18,6 +33,21 @@ QString Publisher::program()
     return QStringLiteral(VEYRA_PUBLISHER);
 }
 
+bool Publisher::runAsStranger()
+{
+    if (::geteuid() != 0)
+        return true;
+    constexpr auto kLookInside =
+        QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther;
+    // The test's own folder and, around it, the test program's.
+    for (const QString &path : {m_folder.path(), QFileInfo(QDir::tempPath()).path()})
+        QFile::setPermissions(path, QFile::permissions(path) | kLookInside);
+    m_isStranger = true;
+    QFile::setPermissions(path(QString()), kLookInside | QFile::WriteOther | QFile::ReadOwner |
+                                               QFile::WriteOwner | QFile::ExeOwner);
+    return run({u"--version"_s}).code == 0;
+}
+
 Publisher::Result Publisher::run(const QStringList &arguments) const
 {
     return runProgram(program(), arguments);
@@ -27,6 +57,8 @@ Publisher::Result Publisher::runProgram(const QString &program, const QStringLis
 {
     QProcess process;
     process.setWorkingDirectory(path(QString()));
+    if (m_isStranger)
+        process.setChildProcessModifier(becomeNobody);
     QEventLoop loop;
     QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
     QObject::connect(&process, &QProcess::errorOccurred, &loop, &QEventLoop::quit);

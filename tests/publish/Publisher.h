@@ -23,6 +23,10 @@ public:
 
     static QString program();
 
+    /// From here on the tool has no more rights than anybody: root's would hide what it does where
+    /// it has none. Called before there is anything. False where others cannot come this far.
+    bool runAsStranger();
+
     QString path(const QString &name) const
     {
         return m_folder.filePath(QStringLiteral("atelier/") + name);
@@ -46,6 +50,7 @@ private:
     Result runProgram(const QString &program, const QStringList &arguments) const;
 
     QTemporaryDir m_folder;
+    bool m_isStranger = false;
 };
 
 namespace Clients {

@@ -105,13 +105,17 @@ private slots:
     void refusesLinksAndSpecialFiles();
     void warnsOfFilesAbove2GB();
     void tellsManyProblemsShortly();
-    void anUnreadableFileIsTheDisksFault();
+    void whatCannotBeReadIsTheDisksFault_data();
+    void whatCannotBeReadIsTheDisksFault();
+    void whatIsExcludedNeedNotBeReadable();
     void aFileThatChangesWhileItIsReadIsRefused();
     void interruptionLeavesNothing();
     void aTerminalShowsABar();
     void largeArchivesAreRead();
     void damagedArchivesAreNotRead_data();
     void damagedArchivesAreNotRead();
+    void namesThatClash_data();
+    void namesThatClash();
     void namesThatWindowsTakes_data();
     void namesThatWindowsTakes();
 
@@ -126,18 +130,28 @@ private:
         return Files::read(m_publisher->path(QLatin1StringView(kArchive)));
     }
     QStringList archivedNames() const;
+    /// In a new workshop.
+    bool becomeStranger();
 
     std::unique_ptr<Publisher> m_publisher;
 };
 
 void TestPublishClient::init()
 {
-    static const QList<QByteArray> kWithoutWorkshop{"namesThatWindowsTakes", "largeArchivesAreRead",
+    static const QList<QByteArray> kWithoutWorkshop{"namesThatWindowsTakes", "namesThatClash",
+                                                    "largeArchivesAreRead",
                                                     "damagedArchivesAreNotRead"};
     if (kWithoutWorkshop.contains(QTest::currentTestFunction()))
         return;
     m_publisher = std::make_unique<Publisher>();
     QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test/"_s}).code, 0);
+}
+
+bool TestPublishClient::becomeStranger()
+{
+    m_publisher = std::make_unique<Publisher>();
+    return m_publisher->runAsStranger() &&
+           m_publisher->run({u"init"_s, u"http://veyra.test/"_s}).code == 0;
 }
 
 QStringList TestPublishClient::archivedNames() const
@@ -249,7 +263,7 @@ void TestPublishClient::aSecondRunReadsWhatChangedAndNothingElse()
     Files::write(folder() + u"/data/nouveau"_s, "new");
     const Publisher::Result result = publish();
     QCOMPARE(result.code, 0);
-    QVERIFY2(result.output.contains(u"5 fichiers, 2 nouveaux ou changés, 1 retirés"_s),
+    QVERIFY2(result.output.contains(u"5 fichiers, 2 nouveaux ou changés, 1 retiré."_s),
              qPrintable(result.output));
     QCOMPARE(inode(m_publisher->path(u"publications/0003"_s + map)), before);
     QVERIFY(before != 0);
@@ -302,12 +316,16 @@ void TestPublishClient::exclusionsLeaveOut_data()
     QTest::newRow("a file by a pattern") << u"v?d*"_s;
     QTest::newRow("a path") << u"data/vide"_s;
     QTest::newRow("a path by a pattern") << u"*/vide"_s;
+    QTest::newRow("a folder by its path") << u"data/creux"_s;
 }
 
 void TestPublishClient::exclusionsLeaveOut()
 {
     QFETCH(const QString, pattern);
-    Clients::write(folder(), Clients::sample());
+    ClientFiles files = Clients::sample();
+    if (pattern == u"data/creux"_s)
+        files.insert(u"data/creux/vide"_s, files.take(u"data/vide"_s));
+    Clients::write(folder(), files);
     QCOMPARE(publish({u"--exclure"_s, pattern}).code, 0);
     QCOMPARE(archivedNames(), (QStringList{u"Dofus.exe"_s, u"data/texte.json"_s,
                                            u"data/Île aux Cèdres.map"_s, u"DofusInvoker.swf"_s}));
@@ -348,6 +366,11 @@ void TestPublishClient::refuses_data()
         << good + QStringList{u"e\u0301.txt"_s, u"\u00e9.txt"_s} << u"le même nom pour Windows"_s;
     QTest::newRow("a file and a folder that differ by case")
         << good + QStringList{u"Data"_s, u"data/a"_s} << u"fichier et dossier du même nom"_s;
+    QTest::newRow("a file and a folder far above another file")
+        << good + QStringList{u"Data"_s, u"data/a/b/c"_s}
+        << u"« Data » et « data/a/b/c » : fichier et dossier du même nom"_s;
+    QTest::newRow("a file and a folder within a folder")
+        << good + QStringList{u"a/B"_s, u"A/b/c/d"_s} << u"fichier et dossier du même nom"_s;
     QTest::newRow("a device of Windows")
         << good + QStringList{u"data/Aux.txt"_s} << u"nom réservé par Windows"_s;
     QTest::newRow("a backslash") << good + QStringList{u"data\\a"_s} << u"caractère interdit"_s;
@@ -405,19 +428,58 @@ void TestPublishClient::tellsManyProblemsShortly()
         Files::write(folder() + u"/a%1:"_s.arg(i), "content");
     const Publisher::Result result = publish();
     QCOMPARE(result.code, 2);
-    QVERIFY2(result.errors.contains(u"… et 11 autres"_s), qPrintable(result.errors));
+    QVERIFY2(result.errors.contains(u"… et 11 autres\n"_s), qPrintable(result.errors));
+    for (int i = 20; i < 30; ++i)
+        QVERIFY(QFile::remove(folder() + u"/a%1:"_s.arg(i)));
+    const Publisher::Result fewer = publish();
+    QVERIFY2(fewer.errors.contains(u"… et 1 autre\n"_s), qPrintable(fewer.errors));
     QCOMPARE(publish({u"--exclure"_s, u"[a"_s}).code, 2);
     QCOMPARE(m_publisher->run({u"client"_s, u"absent"_s}).code, 2);
 }
 
-void TestPublishClient::anUnreadableFileIsTheDisksFault()
+void TestPublishClient::whatCannotBeReadIsTheDisksFault_data()
 {
-    if (::geteuid() == 0)
-        QSKIP("root reads everything");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QFile::Permissions>("rights");
+    const QFile::Permissions none;
+    QTest::newRow("a file") << u"/Dofus.exe"_s << none;
+    QTest::newRow("a folder of it") << u"/data/cartes"_s << none;
+    QTest::newRow("a folder that shows nothing but names")
+        << u"/data/cartes"_s << QFile::Permissions(QFile::ReadOwner | QFile::ReadOther);
+    QTest::newRow("the folder itself") << QString() << none;
+}
+
+void TestPublishClient::whatCannotBeReadIsTheDisksFault()
+{
+    QFETCH(const QString, name);
+    QFETCH(const QFile::Permissions, rights);
+    if (!becomeStranger())
+        QSKIP("A stranger cannot reach the folder: one around it keeps others out");
     Clients::write(folder(), Clients::sample());
-    QVERIFY(QFile::setPermissions(folder() + u"/Dofus.exe"_s, {}));
-    QCOMPARE(publish().code, 6);
+    Files::write(folder() + u"/data/cartes/1"_s, "map");
+    const QFile::Permissions before = QFile::permissions(folder() + name);
+    QVERIFY(QFile::setPermissions(folder() + name, rights));
+    const Publisher::Result result = publish();
+    QVERIFY(QFile::setPermissions(folder() + name, before));
+    QCOMPARE(result.code, 6);
+    QVERIFY2(result.errors.contains(folder() + name), qPrintable(result.errors));
     QVERIFY(!QFile::exists(m_publisher->path(u"publications/.en-cours"_s)));
+    QVERIFY(!QFile::exists(m_publisher->path(u"publications/0002"_s)));
+    QCOMPARE(publish().code, 0);
+}
+
+void TestPublishClient::whatIsExcludedNeedNotBeReadable()
+{
+    if (!becomeStranger())
+        QSKIP("A stranger cannot reach the folder: one around it keeps others out");
+    Clients::write(folder(), Clients::sample());
+    Files::write(folder() + u"/data/lost+found/1"_s, "found");
+    QVERIFY(QFile::setPermissions(folder() + u"/data/lost+found"_s, {}));
+    const Publisher::Result result = publish({u"--exclure"_s, u"data/lost+found"_s});
+    QVERIFY(QFile::setPermissions(folder() + u"/data/lost+found"_s,
+                                  QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    QVERIFY2(result.code == 0, qPrintable(result.errors));
+    QVERIFY(!archivedNames().contains(u"data/lost+found/1"_s));
 }
 
 void TestPublishClient::aFileThatChangesWhileItIsReadIsRefused()
@@ -507,6 +569,36 @@ void TestPublishClient::damagedArchivesAreNotRead()
     QFETCH(const QByteArray, archive);
     const auto fetch = [&archive](qint64 offset, qint64 size) { return archive.mid(offset, size); };
     QVERIFY(!CentralDirectory::read(archive.size(), fetch));
+}
+
+void TestPublishClient::namesThatClash_data()
+{
+    QTest::addColumn<QStringList>("names");
+    QTest::addColumn<QStringList>("clashes");
+    const auto row = [](const char *name, const QStringList &names, const QStringList &clashes) {
+        QTest::newRow(name) << names << clashes;
+    };
+    row("names that have nothing in common", {u"a/b"_s, u"a/c"_s, u"ab"_s}, {});
+    row("a folder in two cases", {u"Data/a"_s, u"data/b"_s}, {});
+    row("a folder that the archive names too", {u"data/"_s, u"data/b"_s, u"Data/"_s}, {});
+    row("the same name twice", {u"a"_s, u"b"_s, u"a"_s}, {u"a = a"_s});
+    row("three names that differ by case", {u"a"_s, u"A"_s, u"Á"_s, u"á"_s},
+        {u"a = A"_s, u"Á = á"_s});
+    row("a file that is a folder elsewhere", {u"a/b/c/d"_s, u"A/B"_s}, {u"A/B > a/b/c/d"_s});
+    row("one clash for each file", {u"a"_s, u"a/b"_s, u"a/b/c"_s},
+        {u"a > a/b"_s, u"a/b > a/b/c"_s});
+    row("a file and an empty folder", {u"a"_s, u"A/"_s}, {u"a > A/"_s});
+}
+
+void TestPublishClient::namesThatClash()
+{
+    QFETCH(const QStringList, names);
+    QFETCH(const QStringList, clashes);
+    QStringList found;
+    const QList<FileNames::Clash> all = FileNames::clashes(names);
+    for (const FileNames::Clash &clash : all)
+        found.append(clash.first + (clash.isFolder ? u" > "_s : u" = "_s) + clash.second);
+    QCOMPARE(found, clashes);
 }
 
 void TestPublishClient::namesThatWindowsTakes_data()

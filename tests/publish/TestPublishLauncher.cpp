@@ -49,6 +49,9 @@ private slots:
     void offersASignedLauncher();
     void aRequiredOneIsMarked();
     void theNextOneMustBeNewer();
+    void whatWasOnlineStaysInService();
+    void aVersionHasOneContentForEver();
+    void aDraftThatNobodySawMayBeReplaced();
     void refuses_data();
     void refuses();
     void refusesWithoutAKey();
@@ -120,6 +123,67 @@ void TestPublishLauncher::theNextOneMustBeNewer()
     QCOMPARE(record().value(u"version"_s), u"98.0.2"_s);
     // For those who are just downloading it.
     QCOMPARE(Files::tree(m_publisher->path(u"brouillon/launcher"_s)).size(), 2);
+}
+
+void TestPublishLauncher::whatWasOnlineStaysInService()
+{
+    const auto versions = [this] {
+        const QByteArray settings = Files::read(m_publisher->path(u"publication.json"_s));
+        return QJsonDocument::fromJson(settings).object().value(u"versions"_s).toArray();
+    };
+    const QJsonArray before = versions();
+    const QByteArray archive = goodUpdate().archive(m_keys);
+    QCOMPARE(publish(archive).code, 0);
+    QCOMPARE(versions(), before);
+    const QJsonArray after{before.first(), u"98.0.1"_s};
+    for (const QString &command : {u"mettre-en-ligne"_s, u"annuler"_s}) {
+        QCOMPARE(m_publisher->run({command}).code, 0);
+        QCOMPARE(versions(), after);
+    }
+    QCOMPARE(publish(archive).code, 0);
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    QCOMPARE(versions(), after);
+}
+
+void TestPublishLauncher::aVersionHasOneContentForEver()
+{
+    SampleUpdate update = goodUpdate();
+    const QByteArray first = update.archive(m_keys);
+    QCOMPARE(publish(first).code, 0);
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
+    QCOMPARE(record().value(u"version"_s), QString());
+
+    update.files["LISEZMOI.txt"] = "Une erreur de moins.";
+    const Publisher::Result result = publish(update.archive(m_keys));
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"la version 98.0.1 a déjà été en ligne"_s),
+             qPrintable(result.errors));
+    update.version = "98.0.0";
+    const Publisher::Result older = publish(update.archive(m_keys));
+    QCOMPARE(older.code, 2);
+    QVERIFY2(older.errors.contains(u"n'est pas plus récente que la version 98.0.1"_s),
+             qPrintable(older.errors));
+
+    QCOMPARE(publish(first).code, 0);
+    QCOMPARE(record().value(u"version"_s), u"98.0.1"_s);
+    update.version = "98.0.2";
+    QCOMPARE(publish(update.archive(m_keys)).code, 0);
+}
+
+void TestPublishLauncher::aDraftThatNobodySawMayBeReplaced()
+{
+    QCOMPARE(m_publisher->run({u"nouvelles"_s, u"ajouter"_s, u"Titre"_s, u"Texte"_s}).code, 0);
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    SampleUpdate update = goodUpdate();
+    QCOMPARE(publish(update.archive(m_keys)).code, 0);
+    QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
+    update.files["LISEZMOI.txt"] = "Une erreur de moins.";
+    const QByteArray second = update.archive(m_keys);
+    QCOMPARE(publish(second).code, 0);
+    QCOMPARE(Files::read(
+                 m_publisher->path(u"brouillon/launcher/VeyraLauncher-98.0.1-windows-x64.zip"_s)),
+             second);
 }
 
 void TestPublishLauncher::refuses_data()
@@ -207,6 +271,11 @@ void TestPublishLauncher::wantsNotes()
     const Publisher::Result result = publish(goodUpdate().archive(m_keys));
     QCOMPARE(result.code, 2);
     QVERIFY2(result.errors.contains(u"les notes dépassent"_s), qPrintable(result.errors));
+    // Players would see question marks.
+    Files::write(m_publisher->beside(u"notes.txt"_s), "Corrig\xe9");
+    const Publisher::Result latin1 = publish(goodUpdate().archive(m_keys));
+    QCOMPARE(latin1.code, 2);
+    QVERIFY2(latin1.errors.contains(u"UTF-8"_s), qPrintable(latin1.errors));
 }
 
 VEYRA_CORE_TEST_MAIN(TestPublishLauncher)

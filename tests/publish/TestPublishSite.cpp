@@ -17,7 +17,10 @@
 #include <QTcpSocket>
 #include <QTest>
 
+#include <sys/stat.h>
+
 #include <memory>
+#include <vector>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -38,6 +41,9 @@ private slots:
     void init();
 
     void aNewSiteHasAllButAClient();
+    void whatIsServedIsForEverybody_data();
+    void whatIsServedIsForEverybody();
+    void aFolderThatKeepsOthersOutIsToldOf();
     void addressesOfASite_data();
     void addressesOfASite();
     void aWorkshopIsMadeOnce();
@@ -45,8 +51,11 @@ private slots:
     void newsComeFirst();
     void placeholdersInNewsReachPlayers();
     void newsAreRemovedByNumber();
+    void newsThatNobodyCanReadAreNotLost_data();
+    void newsThatNobodyCanReadAreNotLost();
     void theStateIsServedAtOnce();
     void aServerIsLookedFor();
+    void whatIsToldDuringAProbeStays();
     void puttingOnlineSwitchesTheSite();
     void takingBackGoesOnFromThere();
     void oldGenerationsAreRemoved();
@@ -91,6 +100,66 @@ void TestPublishSite::aNewSiteHasAllButAClient()
         json(Files::read(m_publisher->path(u"publication.json"_s))).object();
     QCOMPARE(settings.value(u"url"_s), u"http://veyra.test/"_s);
     QCOMPARE(settings.value(u"versions"_s), QJsonArray{u"" VEYRA_VERSION ""_s});
+}
+
+void TestPublishSite::whatIsServedIsForEverybody_data()
+{
+    QTest::addColumn<mode_t>("mask");
+    QTest::newRow("nothing for others") << mode_t(077);
+    QTest::newRow("something for the group") << mode_t(027);
+    QTest::newRow("as it mostly is") << mode_t(022);
+    QTest::newRow("everything for everybody") << mode_t(0);
+}
+
+/// The web server is another user.
+void TestPublishSite::whatIsServedIsForEverybody()
+{
+    QFETCH(const mode_t, mask);
+    const Publisher publisher;
+    Clients::write(publisher.beside(u"client"_s), Clients::sample());
+    const mode_t before = ::umask(mask);
+    const int codes = publisher.run({u"init"_s, u"http://veyra.test"_s}).code +
+                      publisher.run({u"client"_s, publisher.beside(u"client"_s)}).code +
+                      publisher.run({u"mettre-en-ligne"_s}).code +
+                      publisher.run({u"etat"_s, u"en-ligne"_s, u"3"_s}).code;
+    ::umask(before);
+    QCOMPARE(codes, 0);
+    for (const QString &folder : {u"publications"_s, u"etat"_s}) {
+        QVERIFY(QFile::permissions(publisher.path(folder)) & QFile::ExeOther);
+        const QStringList names = Files::tree(publisher.path(folder));
+        QVERIFY(!names.isEmpty());
+        for (const QString &name : names) {
+            const QFile::Permissions given =
+                QFile::permissions(publisher.path(folder + u'/' + name));
+            const auto wanted = name.endsWith(u'/') ? QFile::ReadOther | QFile::ExeOther
+                                                    : QFile::Permissions(QFile::ReadOther);
+            QVERIFY2((given & wanted) == wanted, qPrintable(name));
+            QVERIFY2(!(given & QFile::WriteOther), qPrintable(name));
+        }
+    }
+}
+
+void TestPublishSite::aFolderThatKeepsOthersOutIsToldOf()
+{
+    const Publisher publisher;
+    const QString home = publisher.beside(u"maison"_s);
+    constexpr auto kForOwner = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
+    QVERIFY(QDir().mkpath(home));
+    QVERIFY(QFile::setPermissions(home, kForOwner));
+    const auto init = [&](const QString &name) {
+        return publisher.run(
+            {u"--atelier"_s, home + u'/' + name, u"init"_s, u"http://veyra.test"_s});
+    };
+    const Publisher::Result closed = init(u"atelier"_s);
+    QCOMPARE(closed.code, 0);
+    QVERIFY2(closed.errors.contains(
+                 u"Attention : le serveur web ne peut pas entrer dans %1"_s.arg(home)),
+             qPrintable(closed.errors));
+    QVERIFY(closed.errors.contains(u"chmod o+x '%1'"_s.arg(home)));
+    QVERIFY(QFile::setPermissions(home, kForOwner | QFile::ExeOther));
+    const Publisher::Result open = init(u"autre"_s);
+    QCOMPARE(open.code, 0);
+    QVERIFY2(!open.errors.contains(home + u' '), qPrintable(open.errors));
 }
 
 void TestPublishSite::addressesOfASite_data()
@@ -192,6 +261,27 @@ void TestPublishSite::newsAreRemovedByNumber()
     QVERIFY2(left.contains(u"Un"_s) && !left.contains(u"Deux"_s), qPrintable(left));
 }
 
+void TestPublishSite::newsThatNobodyCanReadAreNotLost_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::newRow("cut off") << QByteArray(R"([{"title": "a"})");
+    QTest::newRow("no list") << QByteArray(R"({"title": "a"})");
+}
+
+void TestPublishSite::newsThatNobodyCanReadAreNotLost()
+{
+    QFETCH(const QByteArray, content);
+    const QString file = m_publisher->path(u"brouillon/api/news.php"_s);
+    Files::write(file, content);
+    for (const QStringList &arguments : {QStringList{u"nouvelles"_s, u"ajouter"_s, u"b"_s, u"c"_s},
+                                         QStringList{u"nouvelles"_s, u"lister"_s}}) {
+        const Publisher::Result result = m_publisher->run(arguments);
+        QCOMPARE(result.code, 2);
+        QVERIFY2(result.errors.contains(u"api/news.php"_s), qPrintable(result.errors));
+    }
+    QCOMPARE(Files::read(file), content);
+}
+
 void TestPublishSite::theStateIsServedAtOnce()
 {
     QCOMPARE(m_publisher->run({u"etat"_s, u"en-ligne"_s, u"128"_s}).code, 0);
@@ -220,6 +310,46 @@ void TestPublishSite::aServerIsLookedFor()
              (QJsonObject{{u"online"_s, false}, {u"players"_s, 0}}));
     for (const QString &wrong : {u"127.0.0.1"_s, u":80"_s, u"host:0"_s, u"host:70000"_s})
         QCOMPARE(m_publisher->run({u"etat"_s, u"sonder"_s, wrong}).code, 1);
+}
+
+/// While the tool waits for a server that has no time for it.
+void TestPublishSite::whatIsToldDuringAProbeStays()
+{
+    const auto connections = [](quint16 port, const QByteArray &state) {
+        // "sl local_address rem_address st", the last of them 01 for open and 02 for asked.
+        const QByteArray wanted =
+            QByteArray(":") + QByteArray::number(port, 16).toUpper().rightJustified(4, '0');
+        qsizetype count = 0;
+        const QList<QByteArray> lines = Files::read(u"/proc/net/tcp"_s).split('\n');
+        for (const QByteArray &line : lines) {
+            const QList<QByteArray> fields = line.simplified().split(' ');
+            count += fields.value(2).endsWith(wanted) && fields.value(3) == state ? 1 : 0;
+        }
+        return count;
+    };
+    QTcpServer game;
+    game.setListenBacklogSize(1);
+    QVERIFY(game.listen(QHostAddress::LocalHost));
+    const quint16 port = game.serverPort();
+    game.pauseAccepting();
+    std::vector<std::unique_ptr<QTcpSocket>> players;
+    while (connections(port, "02") == 0) {
+        players.push_back(std::make_unique<QTcpSocket>());
+        players.back()->connectToHost(QHostAddress::LocalHost, port);
+        QTest::qWait(20);
+    }
+    const qsizetype waiting = connections(port, "02");
+
+    QProcess probe;
+    probe.setWorkingDirectory(m_publisher->path(QString()));
+    probe.start(Publisher::program(), {u"etat"_s, u"sonder"_s, u"127.0.0.1:%1"_s.arg(port)});
+    QTRY_VERIFY(connections(port, "02") > waiting);
+    QCOMPARE(m_publisher->run({u"etat"_s, u"en-ligne"_s, u"9"_s}).code, 0);
+    game.resumeAccepting();
+    QTRY_COMPARE_WITH_TIMEOUT(probe.state(), QProcess::NotRunning, 30000);
+    QCOMPARE(probe.readAllStandardOutput(), "En ligne.\n");
+    QCOMPARE(json(served(u"api/status.php"_s)).object(),
+             (QJsonObject{{u"online"_s, true}, {u"players"_s, 9}}));
 }
 
 void TestPublishSite::puttingOnlineSwitchesTheSite()
