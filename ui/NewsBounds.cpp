@@ -13,36 +13,45 @@
 
 namespace {
 
-// Microseconds that the layout takes, measured on a machine of 2020 and rounded up. The panel lays
-// a document out two or three times, on older machines and busy ones more slowly; a single thing
-// cannot be laid out in steps.
-constexpr double kCostLimit = 80'000;
-constexpr double kCostLimitOfOne = 30'000;
-/// Plain text has no second pass. Its paragraphs are broken, so that no cost grows with a square.
-constexpr double kCostLimitOfText = 40'000;
+// Microseconds that the layout takes, once, measured on a server's processor of 2020 with 400 fonts
+// and rounded up. The event loop may be held for 250 ms, so two and a half remain for what was not
+// thought of and for slower machines.
+constexpr double kCostLimit = 100'000; // the panel goes to the end, or gets another size
+/// A single thing cannot be laid out in steps, and is laid out three times when it is shown: to be
+/// measured, in the panel's width, and beside the scroll bar that it calls for.
+constexpr double kCostLimitOfOne = 36'000;
+/// Plain text in a thing's place. Its paragraphs are broken, so that no cost grows with a square.
+constexpr double kCostLimitOfText = 36'000;
 constexpr int kParagraphLimit = 1000;
 
-constexpr double kCostOfBlock = 4;
-constexpr double kCostOfFragment = 2;
-constexpr double kCostOfLine = 3;
-constexpr double kCostOfCell = 15;
-constexpr double kCostOfCharacter = 0.2;
-constexpr double kCostOfForeignLetter = 5; // at worst each begins another direction or script
-constexpr double kCostOfSymbol = 25;       // looked for in one font after the other
-// These grow with the square: pieces of one paragraph (a change of direction makes one), letters of
-// one word, marks on one letter.
+constexpr double kCostOfBlock = 3.5;
+constexpr double kCostOfFragment = 1.7;
+constexpr double kCostOfLine = 2.5;
+constexpr double kCostOfCell = 5;         // beside its block's
+constexpr double kCostOfCharacter = 0.15; // Latin, Greek, Cyrillic, Hebrew, Arabic alike
+constexpr double kCostOfFarLetter = 2;    // of a script that most fonts do not have
+constexpr double kCostOfSymbol = 12;      // looked for in one font after the other
+constexpr double kCostOfPiece = 3;        // of another script or direction than what is before it
+// These grow with the square: pieces of one word, letters of one word, marks on one letter.
 constexpr double kCostOfPiecePair = 3e-3;
-constexpr double kCostOfWordPair = 5e-3;
+constexpr double kCostOfWordPair = 1.5e-3;
 constexpr double kCostOfMarkPair = 2e-3;
-/// A table lays its cells out for their least, their greatest and their true width, and twice where
-/// it is too wide.
-constexpr double kCostOfTable = 3;
-constexpr double kCostOfNesting = 5;
+/// A table lays its cells out for their least, their greatest and their true width, and lines are
+/// many in narrow columns.
+constexpr double kCostOfTable = 4;
+/// The widths that were found are kept, so a table in a table takes twice the time and not thrice.
+constexpr double kCostOfNesting = 2;
 constexpr int kNestingLimit = 6;
+/// More have their price in memory, and with a few more tags there would be many more.
+constexpr int kCellLimit = 20'000;
 
 /// A height that most lines keep to, in pixels. Higher ones cost more, so that the document's
 /// height stays far within the 33 million pixels that the layout can count.
 constexpr double kUsualLine = 30;
+/// Pixels that margins leave for usual lines. With more of them every letter may have its own line.
+constexpr double kUsualMargins = 300;
+constexpr double kHeavinessOfColumn = 5;
+constexpr double kPixelsOfIndent = 40;
 
 /// Each opens font files; unknown families are looked for among all.
 constexpr qsizetype kFontLimit = 24;
@@ -334,39 +343,75 @@ public:
 
     double sum() const { return m_sum; }
 
+    void beginFragment()
+    {
+        m_sum += kCostOfFragment;
+        addPiece();
+    }
+
     void add(QChar c, double heaviness)
     {
         m_sum += costOf(c) * heaviness;
-        // The square of a length grows by twice the length with each character.
-        m_word = endsWord(c) ? 0 : m_word + 1;
+        if (endsWord(c)) {
+            m_word = 0;
+            m_pieces = 0;
+        }
+        ++m_word;
         m_marks = c.isMark() || c.category() == QChar::Other_Format ? m_marks + 1 : 0;
-        m_pieces = c == u'\n' ? 0 : isForeign(c) ? m_pieces + 1 : m_pieces;
-        m_sum += 2 * m_word * kCostOfWordPair * heaviness + 2 * m_marks * kCostOfMarkPair +
-                 (isForeign(c) ? 2 * m_pieces * kCostOfPiecePair : 0);
+        if (beginsPiece(c)) {
+            m_sum += kCostOfPiece;
+            addPiece();
+        }
+        // The square of a length grows by twice the length with each character.
+        m_sum += 2 * m_word * kCostOfWordPair * heaviness + 2 * m_marks * kCostOfMarkPair;
+        m_last = c;
     }
 
 private:
+    void addPiece()
+    {
+        ++m_pieces;
+        m_sum += 2 * m_pieces * kCostOfPiecePair;
+    }
+
     /// Most spaces are not for breaking lines.
     bool endsWord(QChar c) const
     {
-        return c == QChar::LineSeparator || c == u'\n' ||
-               (m_hasBreaks && (c == u' ' || c == u'\t'));
+        if (c == QChar::LineSeparator || c == u'\n')
+            return true;
+        return m_hasBreaks && (c == u' ' || c == u'\t' || (isIdeograph(c) && isIdeograph(m_last)));
     }
 
-    /// Of another script, or what changes the direction.
-    static bool isForeign(QChar c)
+    static bool isIdeograph(QChar c) { return c >= QChar(0x4e00) && c < QChar(0xa000); }
+
+    /// What changes the direction is one by itself.
+    bool beginsPiece(QChar c)
     {
-        return (c >= QChar(0x300) && c < QChar(0x2000)) || c.category() == QChar::Other_Format;
+        if (c.category() == QChar::Other_Format)
+            return true;
+        // Between letters from right to left anything else may run the other way.
+        const bool isRightToLeft = c.direction() == QChar::DirR || c.direction() == QChar::DirAL;
+        const bool turns = isRightToLeft != m_isRightToLeft;
+        m_isRightToLeft = isRightToLeft;
+        const QChar::Script script = c.script();
+        if (script <= QChar::Script_Common || script == m_script)
+            return turns;
+        m_script = script;
+        return true;
     }
 
     static double costOf(QChar c)
     {
-        constexpr QChar kSymbols(0x20d0); // before them dashes, quotes, bullet, euro
+        constexpr QChar kFarLetters(0x700);
+        constexpr QChar kMarks(0x2000); // dashes, quotes, bullet, euro
+        constexpr QChar kSymbols(0x20d0);
         if (c == QChar::LineSeparator || c == u'\n')
             return kCostOfLine + kCostOfBlock;
-        if (isForeign(c))
-            return kCostOfForeignLetter;
-        return c < kSymbols ? kCostOfCharacter : kCostOfSymbol;
+        if (c.isLowSurrogate()) // its other half has been counted
+            return kCostOfCharacter;
+        if (c >= kSymbols || c.category() == QChar::Other_NotAssigned)
+            return kCostOfSymbol;
+        return c >= kFarLetters && c < kMarks ? kCostOfFarLetter : kCostOfCharacter;
     }
 
     bool m_hasBreaks;
@@ -374,7 +419,19 @@ private:
     double m_word = 0;
     double m_marks = 0;
     double m_pieces = 0;
+    QChar m_last;
+    QChar::Script m_script = QChar::Script_Latin;
+    bool m_isRightToLeft = false;
 };
+
+/// Pixels beside a block's lines.
+double marginsOf(const QTextBlock &block)
+{
+    const QTextBlockFormat format = block.blockFormat();
+    const QTextList *list = block.textList();
+    const int indent = format.indent() + (list ? list->format().indent() : 0);
+    return format.leftMargin() + format.rightMargin() + kPixelsOfIndent * indent;
+}
 
 /// How much more than usual the lines of this format cost.
 double heavinessOf(const QTextBlockFormat &block, const QTextCharFormat &format)
@@ -391,18 +448,18 @@ double heavinessOf(const QTextBlockFormat &block, const QTextCharFormat &format)
 
 double costOf(const QTextBlock &block)
 {
-    const QTextBlockFormat blockFormat = block.blockFormat();
-    TextCost text(!blockFormat.nonBreakableLines());
-    double fragments = 0;
+    const QTextBlockFormat format = block.blockFormat();
+    const double column = marginsOf(block) > kUsualMargins ? kHeavinessOfColumn : 1;
+    TextCost text(!format.nonBreakableLines());
     for (auto it = block.begin(); !it.atEnd(); ++it) {
         const QTextFragment fragment = it.fragment();
-        const double heaviness = heavinessOf(blockFormat, fragment.charFormat());
+        const double heaviness = column * heavinessOf(format, fragment.charFormat());
+        text.beginFragment();
         const QString characters = fragment.text();
         for (const QChar c : characters)
             text.add(c, heaviness);
-        ++fragments;
     }
-    return kCostOfBlock + text.sum() + fragments * (kCostOfFragment + fragments * kCostOfPiecePair);
+    return kCostOfBlock + text.sum();
 }
 
 double costOfCells(const QTextTable &table)
@@ -422,53 +479,44 @@ double costOf(QTextFrame *frame)
     return cost;
 }
 
-void cut(QTextDocument *document, int position)
-{
-    QTextCursor cursor(document);
-    cursor.setPosition(position);
-    cursor.movePosition(QTextCursor::End, QTextCursor::KeepAnchor);
-    cursor.removeSelectedText();
-}
-
 /// What is not even worth a walk through its cells.
-bool isBeyondReason(QTextFrame *frame, int depth = 0)
+bool isBeyondReason(QTextFrame *frame, int depth = 1)
 {
     const auto *table = qobject_cast<QTextTable *>(frame);
-    if (depth > kNestingLimit || (table && costOfCells(*table) > kCostLimitOfOne))
+    if (depth > kNestingLimit || (table && table->rows() * table->columns() > kCellLimit))
         return true;
     const auto children = frame->childFrames();
     return std::any_of(children.begin(), children.end(),
                        [depth](QTextFrame *child) { return isBeyondReason(child, depth + 1); });
 }
 
-} // namespace
-
-NewsBounds::Verdict NewsBounds::apply(QTextDocument *document)
+/// A paragraph of the document, or a table with all that is in it.
+struct Thing
 {
-    if (isBeyondReason(document->rootFrame()))
-        return Verdict::Unreasonable;
-    Bounding(document).apply();
-
-    double sum = 0;
-    bool followsBlock = false;
-    QTextFrame *root = document->rootFrame();
-    for (auto it = root->begin(); !it.atEnd(); ++it) {
-        QTextFrame *frame = it.currentFrame();
-        const double cost = frame ? costOf(frame) : costOf(it.currentBlock());
-        if (cost > kCostLimitOfOne)
-            return Verdict::Unreasonable;
-        sum += cost;
-        if (sum > kCostLimit) {
-            const int start = frame ? frame->firstPosition() : it.currentBlock().position();
-            cut(document, frame || followsBlock ? start - 1 : start);
-            return Verdict::Cut;
-        }
-        followsBlock = !frame;
+    explicit Thing(const QTextFrame::iterator &it)
+        : frame(it.currentFrame())
+        , start(frame ? frame->firstPosition() - 1 : it.currentBlock().position())
+        , end(frame ? frame->lastPosition() + 1 : start + it.currentBlock().length() - 1)
+    {
     }
-    return Verdict::Complete;
+
+    QTextFrame *frame;
+    int start;
+    int end;
+};
+
+QString textOf(const QTextDocument *document, const Thing &thing)
+{
+    QStringList paragraphs;
+    for (QTextBlock block = document->findBlock(thing.frame ? thing.start + 1 : thing.start);
+         block.isValid() && block.position() <= thing.end - (thing.frame ? 1 : 0);
+         block = block.next())
+        paragraphs.append(block.text());
+    return paragraphs.join(u'\n');
 }
 
-QString NewsBounds::fittingText(const QString &text)
+/// As much of a plain text as may be shown.
+QString fittingText(const QString &text)
 {
     TextCost cost;
     QString fitting;
@@ -486,4 +534,98 @@ QString NewsBounds::fittingText(const QString &text)
         fitting += c;
     }
     return fitting;
+}
+
+/// Puts a thing's text in its place, in paragraphs of their own.
+void makePlain(QTextDocument *document, const Thing &thing)
+{
+    const QString text = fittingText(textOf(document, thing));
+    QTextCursor cursor(document);
+    cursor.beginEditBlock();
+    cursor.setPosition(thing.start);
+    if (thing.frame) {
+        cursor.insertBlock({}, {});
+        cursor.insertText(text, {});
+        // The frame takes the paragraph in front of it away, which must not be the text's last.
+        cursor.insertBlock();
+        cursor.setPosition(cursor.position() + thing.end - thing.start, QTextCursor::KeepAnchor);
+        cursor.removeSelectedText();
+    } else {
+        cursor.setPosition(thing.end, QTextCursor::KeepAnchor);
+        cursor.removeSelectedText();
+        cursor.setBlockFormat({});
+        cursor.setBlockCharFormat({});
+        cursor.insertText(text, {});
+    }
+    cursor.endEditBlock();
+}
+
+/// From the last to the first, since each moves what follows.
+void makePlain(QTextDocument *document, const QList<Thing> &things)
+{
+    std::for_each(things.rbegin(), things.rend(),
+                  [document](const Thing &thing) { makePlain(document, thing); });
+}
+
+template <typename Predicate> QList<Thing> thingsThat(QTextDocument *document, Predicate predicate)
+{
+    QList<Thing> things;
+    QTextFrame *root = document->rootFrame();
+    for (auto it = root->begin(); !it.atEnd(); ++it) {
+        if (predicate(it))
+            things.append(Thing(it));
+    }
+    return things;
+}
+
+double costOf(const QTextFrame::iterator &it)
+{
+    QTextFrame *frame = it.currentFrame();
+    return frame ? costOf(frame) : costOf(it.currentBlock());
+}
+
+void cut(QTextDocument *document, int position)
+{
+    QTextCursor cursor(document);
+    cursor.setPosition(position);
+    cursor.movePosition(QTextCursor::End, QTextCursor::KeepAnchor);
+    cursor.removeSelectedText();
+}
+
+/// True if something had to be.
+bool cutToLimit(QTextDocument *document)
+{
+    double sum = 0;
+    bool followsBlock = false;
+    QTextFrame *root = document->rootFrame();
+    for (auto it = root->begin(); !it.atEnd(); ++it) {
+        sum += costOf(it);
+        const bool isFrame = it.currentFrame();
+        if (sum > kCostLimit) {
+            const int start =
+                isFrame ? it.currentFrame()->firstPosition() : it.currentBlock().position();
+            cut(document, isFrame || followsBlock ? start - 1 : start);
+            return true;
+        }
+        followsBlock = !isFrame;
+    }
+    return false;
+}
+
+} // namespace
+
+NewsBounds::Verdict NewsBounds::apply(QTextDocument *document)
+{
+    const QList<Thing> unreasonable = thingsThat(document, [](const QTextFrame::iterator &it) {
+        return it.currentFrame() && isBeyondReason(it.currentFrame());
+    });
+    makePlain(document, unreasonable);
+    Bounding(document).apply();
+    makePlain(document, thingsThat(document, [](const QTextFrame::iterator &it) {
+                  return costOf(it) > kCostLimitOfOne;
+              }));
+    const bool isCut = cutToLimit(document);
+    if (!unreasonable.isEmpty())
+        return Verdict::Unreasonable;
+    return isCut ? Verdict::Cut : Verdict::Complete;
 }

@@ -20,6 +20,7 @@
 #include <QToolTip>
 
 #include <optional>
+#include <utility>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -78,6 +79,8 @@ private slots:
     void ordinaryNewsLookAsTheyAre();
     void allOf1500ItemsAreShown();
     void newsBeyondReasonAreReadable();
+    void onlyWhatIsBeyondReasonBecomesPlain_data();
+    void onlyWhatIsBeyondReasonBecomesPlain();
     void whatComesTooLateIsLeftOut();
     void shortNewsAreThereAtOnce();
     void linksAreWhatTheyWere();
@@ -234,6 +237,26 @@ void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
     row("references", u"&eacute; &amp; &lt;b&gt; &#233; &#x41; &#8364;"_s);
     row("words about gradients and paths",
         u"<b>gradient(</b> et <i>C:\\jeux</i>\\Client\\ (x86), GRADIENT( ou \\&#92;"_s);
+    row("a style sheet with attributes, and many commas",
+        u"<style type='text/css' media=\"screen\">b { color: yellow }</style>"_s +
+            u"<b>Un</b>, deux, "_s.repeated(600));
+    row("a table of 900 cells",
+        u"<table border=1>"_s +
+            u"<tr><td>Lundi</td><td>20 h</td><td>Combat</td></tr>"_s.repeated(300) + u"</table>"_s);
+    row("a table of 400 cells with colours and spans",
+        u"<table width='100%'>"_s +
+            u"<tr bgcolor='#123456'><th colspan=2>Jour</th></tr><tr><td>Lundi</td><td><b>20 h</b></td></tr>"_s
+                .repeated(100) +
+            u"</table>"_s);
+    row("a long text in tables three deep",
+        u"<table border=1><tr><td>"_s.repeated(3) +
+            u"Dès ce soir, la saison commence. "_s.repeated(60) +
+            u"</td></tr></table>"_s.repeated(3));
+    row("a long paragraph in Cyrillic", u"Привет всем, "_s.repeated(200));
+    row("a long paragraph in Arabic", u"مرحبا بكم "_s.repeated(200));
+    row("500 words in colours", u"<span style='color: red'>Lundi</span> soir "_s.repeated(500));
+    QTest::newRow("1,500 items with an emoji")
+        << ordinaryItems(1500).replaceInStrings(u"saison"_s, u"\U0001f600"_s);
     QTest::newRow("250 items") << ordinaryItems(250);
     QTest::newRow("1,500 items") << ordinaryItems(1500);
 }
@@ -274,6 +297,43 @@ void TestHostileNews::newsBeyondReasonAreReadable()
     QVERIFY(view.toPlainText().startsWith(u"• Avant\n"));
     QVERIFY(view.toPlainText().contains(u"Après"));
     QVERIFY(!view.toPlainText().contains(u"<"));
+}
+
+void TestHostileNews::onlyWhatIsBeyondReasonBecomesPlain_data()
+{
+    QTest::addColumn<QString>("item");
+    QTest::newRow("tables eight deep")
+        << u"<i>Un</i><table><tr><td>"_s.repeated(8) + u"x"_s + u"</td></tr></table>"_s.repeated(8);
+    QTest::newRow("5,000 cells") << u"<i>Un</i><table>"_s +
+                                        u"<tr><td>x</td><td>y</td></tr>"_s.repeated(2500) +
+                                        u"</table>"_s;
+    QTest::newRow("a word of 20,000 letters") << u"<i>Un</i> x"_s + QString(20'000, u'x');
+    QTest::newRow("10,000 symbols") << u"<i>Un</i> x "_s + QString(10'000, QChar(0x4e2d));
+}
+
+void TestHostileNews::onlyWhatIsBeyondReasonBecomesPlain()
+{
+    QFETCH(const QString, item);
+    const auto around = [](const QString &middle) {
+        return QStringList{u"<b>Avant</b>"_s, middle,
+                           u"<h3 align=center><span style='color: #123456'>Après</span></h3>"_s};
+    };
+    NewsView view;
+    view.showNews(around(item));
+    QTRY_VERIFY(!view.document()->isEmpty());
+    QVERIFY(view.document()->rootFrame()->childFrames().isEmpty());
+    QVERIFY(view.toPlainText().contains(u"Un"));
+    QVERIFY(view.toPlainText().contains(u"x"));
+
+    NewsView plain;
+    plain.showNews(around(u"Peu"_s));
+    for (const auto &[shown, usual] :
+         {std::pair(view.document()->firstBlock(), plain.document()->firstBlock()),
+          std::pair(view.document()->lastBlock(), plain.document()->lastBlock())}) {
+        QCOMPARE(shown.text(), usual.text());
+        QCOMPARE(shown.blockFormat(), usual.blockFormat());
+        QCOMPARE(shown.begin().fragment().charFormat(), usual.begin().fragment().charFormat());
+    }
 }
 
 void TestHostileNews::linksAreWhatTheyWere()
