@@ -35,7 +35,7 @@ constexpr double kCostOfPiece = 3;        // of another script or direction than
 // These grow with the square: pieces of one word, letters of one word, marks on one letter.
 constexpr double kCostOfPiecePair = 3e-3;
 constexpr double kCostOfWordPair = 1.5e-3;
-constexpr double kCostOfMarkPair = 2e-3;
+constexpr double kCostOfMarkPair = 6e-3;
 /// A table lays its cells out for their least, their greatest and their true width, and lines are
 /// many in narrow columns.
 constexpr double kCostOfTable = 4;
