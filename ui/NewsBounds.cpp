@@ -505,13 +505,17 @@ struct Thing
     int end;
 };
 
+/// Empty cells would leave many empty lines.
 QString textOf(const QTextDocument *document, const Thing &thing)
 {
+    if (!thing.frame)
+        return document->findBlock(thing.start).text();
     QStringList paragraphs;
-    for (QTextBlock block = document->findBlock(thing.frame ? thing.start + 1 : thing.start);
-         block.isValid() && block.position() <= thing.end - (thing.frame ? 1 : 0);
-         block = block.next())
-        paragraphs.append(block.text());
+    for (QTextBlock block = document->findBlock(thing.start + 1);
+         block.isValid() && block.position() < thing.end; block = block.next()) {
+        if (block.length() > 1)
+            paragraphs.append(block.text());
+    }
     return paragraphs.join(u'\n');
 }
 
