@@ -29,9 +29,11 @@ constexpr double kCostOfFragment = 1.7;
 constexpr double kCostOfLine = 2.5;
 constexpr double kCostOfCell = 5;         // beside its block's
 constexpr double kCostOfCharacter = 0.15; // Latin, Greek, Cyrillic, Hebrew, Arabic alike
-constexpr double kCostOfFarLetter = 2;    // of a script that most fonts do not have
-constexpr double kCostOfSymbol = 12;      // looked for in one font after the other
-constexpr double kCostOfPiece = 3;        // of another script or direction than what is before it
+constexpr double kCostOfWord = 0.15;
+constexpr double kCostOfMark = 0.5;
+constexpr double kCostOfFarLetter = 2; // of a script that most fonts do not have
+constexpr double kCostOfSymbol = 12;   // looked for in one font after the other
+constexpr double kCostOfPiece = 3;     // of another script or direction than what is before it
 // These grow with the square: pieces of one word, letters of one word, marks on one letter.
 constexpr double kCostOfPiecePair = 3e-3;
 constexpr double kCostOfWordPair = 1.5e-3;
@@ -352,12 +354,13 @@ public:
     void add(QChar c, double heaviness)
     {
         m_sum += costOf(c) * heaviness;
-        if (endsWord(c)) {
+        if (beginsWord(c)) {
+            m_sum += kCostOfWord * heaviness;
             m_word = 0;
             m_pieces = 0;
         }
         ++m_word;
-        m_marks = c.isMark() || c.category() == QChar::Other_Format ? m_marks + 1 : 0;
+        m_marks = isMark(c) ? m_marks + 1 : 0;
         if (beginsPiece(c)) {
             m_sum += kCostOfPiece;
             addPiece();
@@ -374,13 +377,16 @@ private:
         m_sum += 2 * m_pieces * kCostOfPiecePair;
     }
 
-    /// Most spaces are not for breaking lines.
-    bool endsWord(QChar c) const
+    /// Most spaces are not for breaking lines, nor are those with a mark on them.
+    bool beginsWord(QChar c) const
     {
         if (c == QChar::LineSeparator || c == u'\n')
             return true;
-        return m_hasBreaks && (c == u' ' || c == u'\t' || (isIdeograph(c) && isIdeograph(m_last)));
+        const bool followsSpace = (m_last == u' ' || m_last == u'\t') && !isMark(c);
+        return m_hasBreaks && (followsSpace || (isIdeograph(c) && isIdeograph(m_last)));
     }
+
+    static bool isMark(QChar c) { return c.isMark() || c.category() == QChar::Other_Format; }
 
     static bool isIdeograph(QChar c) { return c >= QChar(0x4e00) && c < QChar(0xa000); }
 
@@ -411,6 +417,8 @@ private:
             return kCostOfCharacter;
         if (c >= kSymbols || c.category() == QChar::Other_NotAssigned)
             return kCostOfSymbol;
+        if (c.isMark())
+            return kCostOfMark;
         return c >= kFarLetters && c < kMarks ? kCostOfFarLetter : kCostOfCharacter;
     }
 

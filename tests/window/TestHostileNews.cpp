@@ -147,6 +147,20 @@ void TestHostileNews::newsDoNotHoldTheWindow_data()
     }());
     row("pieces of one word", times(u"<b>x</b><i>y</i>", 10'000));
     row("marks on one letter", u"a"_s + QString(50'000, QChar(0x301)));
+    row("marks on letters of many paragraphs",
+        u"<h1>"_s + times(u"\u0301", 1450) + u"</h1><h2>"_s + times(u"\u0301", 1450) + u"</h2>"_s,
+        4);
+    row("narrow columns between margins",
+        u"<p style='margin-left:1000px; margin-right:1000px'>"_s + times(u"x ", 500), 400);
+    row("a cell beside a wide one",
+        u"<table border=1 width='100%'><tr><td width=1500>x<td>"_s + times(u"la saison ", 1900));
+    row("a word in a cell beside a wide one",
+        u"<table border=1 width='100%'><tr><td width=1500>x<td>"_s + times(u"x", 2000));
+    row("letters without a font", times(u"\u0378", 50'000));
+    row("tables six deep", times(u"<table border=1 width='100%'><tr><td width=1500>x<td>", 5) +
+                               times(u"Lundi soir ", 400));
+    row("cells in tables four deep", times(u"<table width='100%'><tr><td>", 3) + u"<table>"_s +
+                                         times(u"<tr><td>Lundi<td>20 h<td>Paris", 150));
     row("letters of changing direction", times(u"a\u0628", 50'000));
     row("letters of no font", times(u"\ue000", 50'000));
     row("a cell of characters that no font has", u"<td>"_s + times(u"&#0;", 20'000));
@@ -252,7 +266,7 @@ void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
         u"<table border=1><tr><td>"_s.repeated(3) +
             u"Dès ce soir, la saison commence. "_s.repeated(60) +
             u"</td></tr></table>"_s.repeated(3));
-    row("a long paragraph in Cyrillic", u"Привет всем, "_s.repeated(200));
+    row("a long paragraph in Cyrillic", u"Привет всем, "_s.repeated(300));
     row("a long paragraph in Arabic", u"مرحبا بكم "_s.repeated(200));
     row("500 words in colours", u"<span style='color: red'>Lundi</span> soir "_s.repeated(500));
     QTest::newRow("1,500 items with an emoji")
