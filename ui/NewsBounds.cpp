@@ -17,12 +17,14 @@ namespace {
 // and rounded up. The event loop may be held for 250 ms, so two and a half remain for what was not
 // thought of and for slower machines.
 constexpr double kCostLimit = 100'000; // the panel goes to the end, or gets another size
-/// A single thing cannot be laid out in steps, and is laid out three times when it is shown: to be
-/// measured, in the panel's width, and beside the scroll bar that it calls for.
-constexpr double kCostLimitOfOne = 36'000;
+/// What the panel shows first is laid out three times: to be measured, in the panel's width, and
+/// beside the scroll bar that it calls for. So this is for all paragraphs and tables together that
+/// are heavy, several of which may be low enough to be shown first.
+constexpr double kCostLimitOfHeavy = 36'000;
+constexpr double kHeavyCost = 1000; // a usual item takes 30
 /// Plain text in a thing's place. Its paragraphs are broken, so that no cost grows with a square.
 constexpr double kCostLimitOfText = 36'000;
-constexpr int kParagraphLimit = 1000;
+constexpr int kParagraphLimit = 1000; // characters
 
 constexpr double kCostOfBlock = 3.5;
 constexpr double kCostOfFragment = 1.7;
@@ -50,6 +52,7 @@ constexpr int kCellLimit = 20'000;
 /// A height that most lines keep to, in pixels. Higher ones cost more, so that the document's
 /// height stays far within the 33 million pixels that the layout can count.
 constexpr double kUsualLine = 30;
+constexpr double kCostOfPixel = 0.01; // of margins above and below; 10 million of them at most
 /// Pixels that margins leave for usual lines. With more of them every letter may have its own line.
 constexpr double kUsualMargins = 300;
 constexpr double kHeavinessOfColumn = 5;
@@ -467,7 +470,8 @@ double costOf(const QTextBlock &block)
         for (const QChar c : characters)
             text.add(c, heaviness);
     }
-    return kCostOfBlock + text.sum();
+    const double margins = format.topMargin() + format.bottomMargin();
+    return kCostOfBlock + margins * kCostOfPixel + text.sum();
 }
 
 double costOfCells(const QTextTable &table)
@@ -527,23 +531,29 @@ QString textOf(const QTextDocument *document, const Thing &thing)
     return paragraphs.join(u'\n');
 }
 
-/// As much of a plain text as may be shown.
+/// As much of a plain text as may be shown, in paragraphs that are not heavy.
 QString fittingText(const QString &text)
 {
     TextCost cost;
     QString fitting;
-    int paragraph = 0;
+    double before = 0; // of the paragraph
+    int length = 0;
     for (const QChar c : text) {
-        paragraph = c == u'\n' ? 0 : paragraph + 1;
-        if (paragraph > kParagraphLimit && !c.isLowSurrogate()) {
+        const bool isLong = length >= kParagraphLimit || cost.sum() - before > kHeavyCost / 2;
+        const bool breaks = isLong && !c.isLowSurrogate();
+        if (breaks) {
             fitting += u'\n';
             cost.add(u'\n', 1);
-            paragraph = 1;
         }
         cost.add(c, 1);
         if (cost.sum() > kCostLimitOfText)
             break;
         fitting += c;
+        ++length;
+        if (c == u'\n' || breaks) {
+            before = cost.sum();
+            length = 0;
+        }
     }
     return fitting;
 }
@@ -633,8 +643,12 @@ NewsBounds::Verdict NewsBounds::apply(QTextDocument *document)
     });
     makePlain(document, unreasonable);
     Bounding(document).apply();
-    makePlain(document, thingsThat(document, [](const QTextFrame::iterator &it) {
-                  return costOf(it) > kCostLimitOfOne;
+    double heavy = 0;
+    makePlain(document, thingsThat(document, [&heavy](const QTextFrame::iterator &it) {
+                  const double cost = costOf(it);
+                  const bool fits = cost <= kHeavyCost || heavy + cost <= kCostLimitOfHeavy;
+                  heavy += fits && cost > kHeavyCost ? cost : 0;
+                  return !fits;
               }));
     const bool isCut = cutToLimit(document);
     if (!unreasonable.isEmpty())

@@ -150,6 +150,12 @@ void TestHostileNews::newsDoNotHoldTheWindow_data()
     row("marks on letters of many paragraphs",
         u"<h1>"_s + times(u"\u0301", 1450) + u"</h1><h2>"_s + times(u"\u0301", 1450) + u"</h2>"_s,
         4);
+    row("marks on spaces", u"<ul><li>"_s + times(u" \u0301", 28'000), 8);
+    row("margins of empty paragraphs",
+        u"<p style='margin-top:9000000px; margin-bottom:9000000px'>"_s +
+            QString(400'000, QChar::ParagraphSeparator));
+    row("low tables of many columns",
+        u"<table><tr>"_s + times(u"<td>", 294) + times(u"<tr><td>", 4) + u"</table>"_s, 3);
     row("narrow columns between margins",
         u"<p style='margin-left:1000px; margin-right:1000px'>"_s + times(u"x ", 500), 400);
     row("a cell beside a wide one",
