@@ -13,8 +13,8 @@ enum class Verdict {
 };
 
 /// Brings lengths beyond any screen down to large ones, takes pictures and tool tips away, makes
-/// plain text of a paragraph or table that asks for too much by itself, and leaves out what comes
-/// after the document's fair share. Anything usual stays as it is.
+/// plain text of a paragraph or table that asks for too much, by itself or with others, and leaves
+/// out what comes after the document's fair share. Anything usual stays as it is.
 Verdict apply(QTextDocument *document);
 
 } // namespace NewsBounds
