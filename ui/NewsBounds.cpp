@@ -479,6 +479,12 @@ double costOfCells(const QTextTable &table)
     return kCostOfCell * table.rows() * table.columns();
 }
 
+/// A cell is laid out once for each row that it spans.
+int timesOf(const QTextTable *table, int position)
+{
+    return table ? std::max(1, table->cellAt(position).rowSpan()) : 1;
+}
+
 /// Calls itself; so does the layout.
 double costOf(QTextFrame *frame)
 {
@@ -486,7 +492,10 @@ double costOf(QTextFrame *frame)
     double cost = table ? costOfCells(*table) : kCostOfCell;
     for (auto it = frame->begin(); !it.atEnd() && cost < kCostLimit; ++it) {
         QTextFrame *child = it.currentFrame();
-        cost += child ? kCostOfNesting * costOf(child) : kCostOfTable * costOf(it.currentBlock());
+        const int position = child ? child->firstPosition() : it.currentBlock().position();
+        const double each =
+            child ? kCostOfNesting * costOf(child) : kCostOfTable * costOf(it.currentBlock());
+        cost += timesOf(table, position) * each;
     }
     return cost;
 }

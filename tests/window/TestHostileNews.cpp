@@ -160,6 +160,9 @@ void TestHostileNews::newsDoNotHoldTheWindow_data()
         u"<style>p { margin-top:9000000px; margin-bottom:9000000px }</style>"_s +
             times(u"<p>x", 60'000));
     row("low tables of many columns", kLowTable, 3);
+    row("cells over many rows in each other",
+        times(u"<table><tr><td rowspan=12>", 4) + u"Serveur"_s.repeated(12) +
+            times(u"</td></tr>"_s + times(u"<tr><td></td></tr>", 11) + u"</table>"_s, 4));
     row("narrow columns between margins",
         u"<p style='margin-left:1000px; margin-right:1000px'>"_s + times(u"x ", 500), 400);
     row("a cell beside a wide one",
