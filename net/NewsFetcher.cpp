@@ -29,6 +29,11 @@ const auto kUndatedItem = u"<span style='color: "_s + Colors::kNewsTitle + u";'>
 /// Characters; far more than anybody reads.
 constexpr qsizetype kAmplifiedLimit = 10'000'000;
 
+// Several times of what the panel shows of the longest feed. A body of a few megabytes can hold
+// more than a million empty items, and formatting them would hold the event loop for seconds.
+constexpr qsizetype kFeedLimit = 4'000'000;
+constexpr qsizetype kShareOfItem = 40; // characters that the panel puts around each
+
 /// A feed of a few kilobytes with a thousand "%2" in a date and as many "%3" in the title would ask
 /// for gigabytes.
 QString bounded(const QString &argument, const QString &text)
@@ -80,11 +85,17 @@ void NewsFetcher::onFetchFinished(QNetworkReply *reply)
     }
 
     const QJsonArray items = QJsonDocument::fromJson(reply->readAll()).array();
+    qsizetype characters = 0;
     for (const QJsonValue item : items) {
         if (item.isString())
             news.append(item.toString());
         else if (item.isObject())
             news.append(formatItem(item.toObject()));
+        else
+            continue;
+        characters += news.last().size() + kShareOfItem;
+        if (characters > kFeedLimit)
+            break;
     }
 
     if (news.isEmpty())

@@ -5,13 +5,17 @@
 #include <QStyle>
 #include <QToolTip>
 
+#include <algorithm>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-// Characters: some thirty lines, and a word that still fits in the tool tip's width.
-constexpr qsizetype kToolTipLimit = 2000;
-constexpr qsizetype kLongWord = 60;
+// A tool tip is to tell the whole text. But it cannot scroll, and a window of its own keeps all of
+// it in memory as a picture: what is higher than several screens is cut, and ends in "…".
+constexpr qsizetype kToolTipLimit = 20'000; // characters; as much as the window puts into a label
+constexpr qsizetype kToolTipLines = 250;
+constexpr qsizetype kLongWord = 60; // characters; still fits in the tool tip's width
 
 /// With places in endless words where a line may end.
 QString breakable(const QString &text)
@@ -30,13 +34,28 @@ QString breakable(const QString &text)
     return broken;
 }
 
+/// All that is worth telling.
+QString toTell(const QString &text)
+{
+    qsizetype end = -1;
+    for (qsizetype lines = 0; lines < kToolTipLines; ++lines) {
+        end = text.indexOf(u'\n', end + 1);
+        if (end < 0)
+            break;
+    }
+    if (end < 0)
+        end = text.size();
+    end = std::min(end, kToolTipLimit);
+    return end < text.size() ? text.left(end) + u'…' : text;
+}
+
 /// Plain text is neither broken into lines nor safe from being taken for HTML. The colour is named
 /// because the tool tip of a widget takes over the style sheet of that widget.
 QString asToolTip(const QString &text)
 {
-    const QString shown = text.size() > kToolTipLimit ? text.left(kToolTipLimit) + u'…' : text;
     return u"<p style='white-space: pre-wrap; color: %1'>%2</p>"_s.arg(
-        QToolTip::palette().color(QPalette::ToolTipText).name(), breakable(shown).toHtmlEscaped());
+        QToolTip::palette().color(QPalette::ToolTipText).name(),
+        breakable(toTell(text)).toHtmlEscaped());
 }
 
 } // namespace

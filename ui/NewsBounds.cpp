@@ -13,36 +13,50 @@
 
 namespace {
 
-// Microseconds that the layout takes, measured on a machine of 2020 and rounded up. The panel lays
-// a document out two or three times, on older machines and busy ones more slowly; a single thing
-// cannot be laid out in steps.
-constexpr double kCostLimit = 80'000;
-constexpr double kCostLimitOfOne = 30'000;
-/// Plain text has no second pass. Its paragraphs are broken, so that no cost grows with a square.
-constexpr double kCostLimitOfText = 40'000;
-constexpr int kParagraphLimit = 1000;
+// Microseconds that the layout takes, once, measured on a server's processor of 2020 with 400 fonts
+// and rounded up. The event loop may be held for 250 ms, so two and a half remain for what was not
+// thought of and for slower machines.
+constexpr double kCostLimit = 100'000; // the panel goes to the end, or gets another size
+/// What the panel shows first is laid out three times: to be measured, in the panel's width, and
+/// beside the scroll bar that it calls for. So this is for all paragraphs and tables together that
+/// are heavy, several of which may be low enough to be shown first.
+constexpr double kCostLimitOfHeavy = 36'000;
+constexpr double kHeavyCost = 1000; // a usual item takes 30
+/// Plain text in a thing's place. Its paragraphs are broken, so that no cost grows with a square.
+constexpr double kCostLimitOfText = 36'000;
+constexpr int kParagraphLimit = 1000; // characters
 
-constexpr double kCostOfBlock = 4;
-constexpr double kCostOfFragment = 2;
-constexpr double kCostOfLine = 3;
-constexpr double kCostOfCell = 15;
-constexpr double kCostOfCharacter = 0.2;
-constexpr double kCostOfForeignLetter = 5; // at worst each begins another direction or script
-constexpr double kCostOfSymbol = 25;       // looked for in one font after the other
-// These grow with the square: pieces of one paragraph (a change of direction makes one), letters of
-// one word, marks on one letter.
+constexpr double kCostOfBlock = 3.5;
+constexpr double kCostOfFragment = 1.7;
+constexpr double kCostOfLine = 2.5;
+constexpr double kCostOfCell = 5;         // beside its block's
+constexpr double kCostOfCharacter = 0.15; // Latin, Greek, Cyrillic, Hebrew, Arabic alike
+constexpr double kCostOfWord = 0.15;
+constexpr double kCostOfMark = 0.5;
+constexpr double kCostOfFarLetter = 2; // of a script that most fonts do not have
+constexpr double kCostOfSymbol = 12;   // looked for in one font after the other
+constexpr double kCostOfPiece = 3;     // of another script or direction than what is before it
+// These grow with the square: pieces of one word, letters of one word, marks on one letter.
 constexpr double kCostOfPiecePair = 3e-3;
-constexpr double kCostOfWordPair = 5e-3;
-constexpr double kCostOfMarkPair = 2e-3;
-/// A table lays its cells out for their least, their greatest and their true width, and twice where
-/// it is too wide.
-constexpr double kCostOfTable = 3;
-constexpr double kCostOfNesting = 5;
+constexpr double kCostOfWordPair = 1.5e-3;
+constexpr double kCostOfMarkPair = 6e-3;
+/// A table lays its cells out for their least, their greatest and their true width, and lines are
+/// many in narrow columns.
+constexpr double kCostOfTable = 4;
+/// The widths that were found are kept, so a table in a table takes twice the time and not thrice.
+constexpr double kCostOfNesting = 2;
 constexpr int kNestingLimit = 6;
+/// More have their price in memory, and with a few more tags there would be many more.
+constexpr int kCellLimit = 20'000;
 
 /// A height that most lines keep to, in pixels. Higher ones cost more, so that the document's
 /// height stays far within the 33 million pixels that the layout can count.
 constexpr double kUsualLine = 30;
+constexpr double kCostOfPixel = 0.01; // of margins above and below; 10 million of them at most
+/// Pixels that margins leave for usual lines. With more of them every letter may have its own line.
+constexpr double kUsualMargins = 300;
+constexpr double kHeavinessOfColumn = 5;
+constexpr double kPixelsOfIndent = 40;
 
 /// Each opens font files; unknown families are looked for among all.
 constexpr qsizetype kFontLimit = 24;
@@ -334,39 +348,81 @@ public:
 
     double sum() const { return m_sum; }
 
+    void beginFragment()
+    {
+        m_sum += kCostOfFragment;
+        addPiece();
+    }
+
     void add(QChar c, double heaviness)
     {
         m_sum += costOf(c) * heaviness;
+        if (beginsWord(c)) {
+            m_sum += kCostOfWord * heaviness;
+            m_word = 0;
+            m_pieces = 0;
+        }
+        ++m_word;
+        m_marks = isMark(c) ? m_marks + 1 : 0;
+        if (beginsPiece(c)) {
+            m_sum += kCostOfPiece;
+            addPiece();
+        }
         // The square of a length grows by twice the length with each character.
-        m_word = endsWord(c) ? 0 : m_word + 1;
-        m_marks = c.isMark() || c.category() == QChar::Other_Format ? m_marks + 1 : 0;
-        m_pieces = c == u'\n' ? 0 : isForeign(c) ? m_pieces + 1 : m_pieces;
-        m_sum += 2 * m_word * kCostOfWordPair * heaviness + 2 * m_marks * kCostOfMarkPair +
-                 (isForeign(c) ? 2 * m_pieces * kCostOfPiecePair : 0);
+        m_sum += 2 * m_word * kCostOfWordPair * heaviness + 2 * m_marks * kCostOfMarkPair;
+        m_last = c;
     }
 
 private:
-    /// Most spaces are not for breaking lines.
-    bool endsWord(QChar c) const
+    void addPiece()
     {
-        return c == QChar::LineSeparator || c == u'\n' ||
-               (m_hasBreaks && (c == u' ' || c == u'\t'));
+        ++m_pieces;
+        m_sum += 2 * m_pieces * kCostOfPiecePair;
     }
 
-    /// Of another script, or what changes the direction.
-    static bool isForeign(QChar c)
+    /// Most spaces are not for breaking lines, nor are those with a mark on them.
+    bool beginsWord(QChar c) const
     {
-        return (c >= QChar(0x300) && c < QChar(0x2000)) || c.category() == QChar::Other_Format;
+        if (c == QChar::LineSeparator || c == u'\n')
+            return true;
+        const bool followsSpace = (m_last == u' ' || m_last == u'\t') && !isMark(c);
+        return m_hasBreaks && (followsSpace || (isIdeograph(c) && isIdeograph(m_last)));
+    }
+
+    static bool isMark(QChar c) { return c.isMark() || c.category() == QChar::Other_Format; }
+
+    static bool isIdeograph(QChar c) { return c >= QChar(0x4e00) && c < QChar(0xa000); }
+
+    /// What changes the direction is one by itself.
+    bool beginsPiece(QChar c)
+    {
+        if (c.category() == QChar::Other_Format)
+            return true;
+        // Between letters from right to left anything else may run the other way.
+        const bool isRightToLeft = c.direction() == QChar::DirR || c.direction() == QChar::DirAL;
+        const bool turns = isRightToLeft != m_isRightToLeft;
+        m_isRightToLeft = isRightToLeft;
+        const QChar::Script script = c.script();
+        if (script <= QChar::Script_Common || script == m_script)
+            return turns;
+        m_script = script;
+        return true;
     }
 
     static double costOf(QChar c)
     {
-        constexpr QChar kSymbols(0x20d0); // before them dashes, quotes, bullet, euro
+        constexpr QChar kFarLetters(0x700);
+        constexpr QChar kMarks(0x2000); // dashes, quotes, bullet, euro
+        constexpr QChar kSymbols(0x20d0);
         if (c == QChar::LineSeparator || c == u'\n')
             return kCostOfLine + kCostOfBlock;
-        if (isForeign(c))
-            return kCostOfForeignLetter;
-        return c < kSymbols ? kCostOfCharacter : kCostOfSymbol;
+        if (c.isLowSurrogate()) // its other half has been counted
+            return kCostOfCharacter;
+        if (c >= kSymbols || c.category() == QChar::Other_NotAssigned)
+            return kCostOfSymbol;
+        if (c.isMark())
+            return kCostOfMark;
+        return c >= kFarLetters && c < kMarks ? kCostOfFarLetter : kCostOfCharacter;
     }
 
     bool m_hasBreaks;
@@ -374,7 +430,19 @@ private:
     double m_word = 0;
     double m_marks = 0;
     double m_pieces = 0;
+    QChar m_last;
+    QChar::Script m_script = QChar::Script_Latin;
+    bool m_isRightToLeft = false;
 };
+
+/// Pixels beside a block's lines.
+double marginsOf(const QTextBlock &block)
+{
+    const QTextBlockFormat format = block.blockFormat();
+    const QTextList *list = block.textList();
+    const int indent = format.indent() + (list ? list->format().indent() : 0);
+    return format.leftMargin() + format.rightMargin() + kPixelsOfIndent * indent;
+}
 
 /// How much more than usual the lines of this format cost.
 double heavinessOf(const QTextBlockFormat &block, const QTextCharFormat &format)
@@ -391,23 +459,30 @@ double heavinessOf(const QTextBlockFormat &block, const QTextCharFormat &format)
 
 double costOf(const QTextBlock &block)
 {
-    const QTextBlockFormat blockFormat = block.blockFormat();
-    TextCost text(!blockFormat.nonBreakableLines());
-    double fragments = 0;
+    const QTextBlockFormat format = block.blockFormat();
+    const double column = marginsOf(block) > kUsualMargins ? kHeavinessOfColumn : 1;
+    TextCost text(!format.nonBreakableLines());
     for (auto it = block.begin(); !it.atEnd(); ++it) {
         const QTextFragment fragment = it.fragment();
-        const double heaviness = heavinessOf(blockFormat, fragment.charFormat());
+        const double heaviness = column * heavinessOf(format, fragment.charFormat());
+        text.beginFragment();
         const QString characters = fragment.text();
         for (const QChar c : characters)
             text.add(c, heaviness);
-        ++fragments;
     }
-    return kCostOfBlock + text.sum() + fragments * (kCostOfFragment + fragments * kCostOfPiecePair);
+    const double margins = format.topMargin() + format.bottomMargin();
+    return kCostOfBlock + margins * kCostOfPixel + text.sum();
 }
 
 double costOfCells(const QTextTable &table)
 {
     return kCostOfCell * table.rows() * table.columns();
+}
+
+/// A cell is laid out once for each row that it spans.
+int timesOf(const QTextTable *table, int position)
+{
+    return table ? std::max(1, table->cellAt(position).rowSpan()) : 1;
 }
 
 /// Calls itself; so does the layout.
@@ -417,9 +492,127 @@ double costOf(QTextFrame *frame)
     double cost = table ? costOfCells(*table) : kCostOfCell;
     for (auto it = frame->begin(); !it.atEnd() && cost < kCostLimit; ++it) {
         QTextFrame *child = it.currentFrame();
-        cost += child ? kCostOfNesting * costOf(child) : kCostOfTable * costOf(it.currentBlock());
+        const int position = child ? child->firstPosition() : it.currentBlock().position();
+        const double each =
+            child ? kCostOfNesting * costOf(child) : kCostOfTable * costOf(it.currentBlock());
+        cost += timesOf(table, position) * each;
     }
     return cost;
+}
+
+/// What is not even worth a walk through its cells.
+bool isBeyondReason(QTextFrame *frame, int depth = 1)
+{
+    const auto *table = qobject_cast<QTextTable *>(frame);
+    if (depth > kNestingLimit || (table && table->rows() * table->columns() > kCellLimit))
+        return true;
+    const auto children = frame->childFrames();
+    return std::any_of(children.begin(), children.end(),
+                       [depth](QTextFrame *child) { return isBeyondReason(child, depth + 1); });
+}
+
+/// A paragraph of the document, or a table with all that is in it.
+struct Thing
+{
+    explicit Thing(const QTextFrame::iterator &it)
+        : frame(it.currentFrame())
+        , start(frame ? frame->firstPosition() - 1 : it.currentBlock().position())
+        , end(frame ? frame->lastPosition() + 1 : start + it.currentBlock().length() - 1)
+    {
+    }
+
+    QTextFrame *frame;
+    int start;
+    int end;
+};
+
+/// Empty cells would leave many empty lines.
+QString textOf(const QTextDocument *document, const Thing &thing)
+{
+    if (!thing.frame)
+        return document->findBlock(thing.start).text();
+    QStringList paragraphs;
+    for (QTextBlock block = document->findBlock(thing.start + 1);
+         block.isValid() && block.position() < thing.end; block = block.next()) {
+        if (block.length() > 1)
+            paragraphs.append(block.text());
+    }
+    return paragraphs.join(u'\n');
+}
+
+/// As much of a plain text as may be shown, in paragraphs that are not heavy.
+QString fittingText(const QString &text)
+{
+    TextCost cost;
+    QString fitting;
+    double before = 0; // of the paragraph
+    int length = 0;
+    for (const QChar c : text) {
+        const bool isLong = length >= kParagraphLimit || cost.sum() - before > kHeavyCost / 2;
+        const bool breaks = isLong && !c.isLowSurrogate();
+        if (breaks) {
+            fitting += u'\n';
+            cost.add(u'\n', 1);
+        }
+        cost.add(c, 1);
+        if (cost.sum() > kCostLimitOfText)
+            break;
+        fitting += c;
+        ++length;
+        if (c == u'\n' || breaks) {
+            before = cost.sum();
+            length = 0;
+        }
+    }
+    return fitting;
+}
+
+/// Puts a thing's text in its place, in paragraphs of their own.
+void makePlain(QTextDocument *document, const Thing &thing)
+{
+    const QString text = fittingText(textOf(document, thing));
+    QTextCursor cursor(document);
+    cursor.beginEditBlock();
+    cursor.setPosition(thing.start);
+    if (thing.frame) {
+        cursor.insertBlock({}, {});
+        cursor.insertText(text, {});
+        // The frame takes the paragraph in front of it away, which must not be the text's last.
+        cursor.insertBlock();
+        cursor.setPosition(cursor.position() + thing.end - thing.start, QTextCursor::KeepAnchor);
+        cursor.removeSelectedText();
+    } else {
+        cursor.setPosition(thing.end, QTextCursor::KeepAnchor);
+        cursor.removeSelectedText();
+        cursor.setBlockFormat({});
+        cursor.setBlockCharFormat({});
+        cursor.insertText(text, {});
+    }
+    cursor.endEditBlock();
+}
+
+/// From the last to the first, since each moves what follows.
+void makePlain(QTextDocument *document, const QList<Thing> &things)
+{
+    std::for_each(things.rbegin(), things.rend(),
+                  [document](const Thing &thing) { makePlain(document, thing); });
+}
+
+template <typename Predicate> QList<Thing> thingsThat(QTextDocument *document, Predicate predicate)
+{
+    QList<Thing> things;
+    QTextFrame *root = document->rootFrame();
+    for (auto it = root->begin(); !it.atEnd(); ++it) {
+        if (predicate(it))
+            things.append(Thing(it));
+    }
+    return things;
+}
+
+double costOf(const QTextFrame::iterator &it)
+{
+    QTextFrame *frame = it.currentFrame();
+    return frame ? costOf(frame) : costOf(it.currentBlock());
 }
 
 void cut(QTextDocument *document, int position)
@@ -430,60 +623,44 @@ void cut(QTextDocument *document, int position)
     cursor.removeSelectedText();
 }
 
-/// What is not even worth a walk through its cells.
-bool isBeyondReason(QTextFrame *frame, int depth = 0)
+/// True if something had to be.
+bool cutToLimit(QTextDocument *document)
 {
-    const auto *table = qobject_cast<QTextTable *>(frame);
-    if (depth > kNestingLimit || (table && costOfCells(*table) > kCostLimitOfOne))
-        return true;
-    const auto children = frame->childFrames();
-    return std::any_of(children.begin(), children.end(),
-                       [depth](QTextFrame *child) { return isBeyondReason(child, depth + 1); });
+    double sum = 0;
+    bool followsBlock = false;
+    QTextFrame *root = document->rootFrame();
+    for (auto it = root->begin(); !it.atEnd(); ++it) {
+        sum += costOf(it);
+        const bool isFrame = it.currentFrame();
+        if (sum > kCostLimit) {
+            const int start =
+                isFrame ? it.currentFrame()->firstPosition() : it.currentBlock().position();
+            cut(document, isFrame || followsBlock ? start - 1 : start);
+            return true;
+        }
+        followsBlock = !isFrame;
+    }
+    return false;
 }
 
 } // namespace
 
 NewsBounds::Verdict NewsBounds::apply(QTextDocument *document)
 {
-    if (isBeyondReason(document->rootFrame()))
-        return Verdict::Unreasonable;
+    const QList<Thing> unreasonable = thingsThat(document, [](const QTextFrame::iterator &it) {
+        return it.currentFrame() && isBeyondReason(it.currentFrame());
+    });
+    makePlain(document, unreasonable);
     Bounding(document).apply();
-
-    double sum = 0;
-    bool followsBlock = false;
-    QTextFrame *root = document->rootFrame();
-    for (auto it = root->begin(); !it.atEnd(); ++it) {
-        QTextFrame *frame = it.currentFrame();
-        const double cost = frame ? costOf(frame) : costOf(it.currentBlock());
-        if (cost > kCostLimitOfOne)
-            return Verdict::Unreasonable;
-        sum += cost;
-        if (sum > kCostLimit) {
-            const int start = frame ? frame->firstPosition() : it.currentBlock().position();
-            cut(document, frame || followsBlock ? start - 1 : start);
-            return Verdict::Cut;
-        }
-        followsBlock = !frame;
-    }
-    return Verdict::Complete;
-}
-
-QString NewsBounds::fittingText(const QString &text)
-{
-    TextCost cost;
-    QString fitting;
-    int paragraph = 0;
-    for (const QChar c : text) {
-        paragraph = c == u'\n' ? 0 : paragraph + 1;
-        if (paragraph > kParagraphLimit && !c.isLowSurrogate()) {
-            fitting += u'\n';
-            cost.add(u'\n', 1);
-            paragraph = 1;
-        }
-        cost.add(c, 1);
-        if (cost.sum() > kCostLimitOfText)
-            break;
-        fitting += c;
-    }
-    return fitting;
+    double heavy = 0;
+    makePlain(document, thingsThat(document, [&heavy](const QTextFrame::iterator &it) {
+                  const double cost = costOf(it);
+                  const bool fits = cost <= kHeavyCost || heavy + cost <= kCostLimitOfHeavy;
+                  heavy += fits && cost > kHeavyCost ? cost : 0;
+                  return !fits;
+              }));
+    const bool isCut = cutToLimit(document);
+    if (!unreasonable.isEmpty())
+        return Verdict::Unreasonable;
+    return isCut ? Verdict::Cut : Verdict::Complete;
 }

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <QString>
-
 class QTextDocument;
 
 /// How much a document may ask of Qt's layout and painting, which hold the window while they work.
@@ -11,14 +9,12 @@ namespace NewsBounds {
 enum class Verdict {
     Complete,
     Cut,          // its end was left out
-    Unreasonable, // a single thing in it asks for too much: to be shown as plain text
+    Unreasonable, // it had tables that cannot be measured, and more of them would be worse
 };
 
-/// Brings lengths beyond any screen down to large ones, takes pictures and tool tips away, and
-/// leaves out what comes after the document's fair share. Anything usual stays as it is.
+/// Brings lengths beyond any screen down to large ones, takes pictures and tool tips away, makes
+/// plain text of a paragraph or table that asks for too much, by itself or with others, and leaves
+/// out what comes after the document's fair share. Anything usual stays as it is.
 Verdict apply(QTextDocument *document);
-
-/// As much of a plain text as may be shown.
-QString fittingText(const QString &text);
 
 } // namespace NewsBounds

@@ -228,6 +228,28 @@ void removeStandIns(QTextDocument *document)
     cursor.endEditBlock();
 }
 
+/// True if no parser could find another end of a tag with these attributes than the first ">".
+bool endsPlainly(QStringView attributes)
+{
+    QChar quote;
+    QChar last;
+    for (const QChar c : attributes) {
+        if (c == u'<' || c == u'&')
+            return false;
+        if (c == u'>')
+            return quote.isNull();
+        if (c == quote) {
+            quote = QChar();
+        } else if (c == u'"' || c == u'\'') {
+            if (!quote.isNull() || last != u'=')
+                return false;
+            quote = c;
+        }
+        last = c;
+    }
+    return false;
+}
+
 /// Counts the efforts of a text from its start on. Where it is in doubt it counts more.
 class Efforts
 {
@@ -280,12 +302,12 @@ private:
         const auto begins = [rest](QLatin1StringView text) {
             return rest.startsWith(text, Qt::CaseInsensitive);
         };
-        // Where a style sheet ends is beyond doubt only after the usual tags.
-        m_isInStyles = m_isInStyles && !m_isUsualStyle;
-        if (begins("style"_L1)) {
+        // Where a style sheet ends is beyond doubt only after a tag that ends beyond doubt.
+        m_isInStyles = m_isInStyles && !m_isPlainStyle;
+        constexpr auto kStyle = "style"_L1;
+        if (begins(kStyle)) {
             m_isInStyles = true;
-            m_isUsualStyle = begins("style>"_L1) || begins("style type='text/css'>"_L1) ||
-                             begins("style type=\"text/css\">"_L1);
+            m_isPlainStyle = endsPlainly(rest.sliced(kStyle.size()));
         }
         if (begins("td"_L1) || begins("th"_L1) || begins("tr"_L1) || begins("ta"_L1) ||
             begins("tb"_L1) || begins("tf"_L1) || begins("cap"_L1))
@@ -313,7 +335,7 @@ private:
     qsizetype m_spanNumber = 0;
     qsizetype m_rules = 0;
     bool m_isInStyles = false;
-    bool m_isUsualStyle = false;
+    bool m_isPlainStyle = false;
 };
 
 } // namespace
@@ -333,25 +355,17 @@ std::unique_ptr<QTextDocument> NewsHtml::read(const QStringList &news, const QFo
     const QString html = withStandIns(withSpansBounded(withLettersSpelledOut(joined(news))));
     auto document = emptyDocument(font);
     Efforts efforts(html);
-    auto verdict = NewsBounds::Verdict::Complete;
     std::chrono::nanoseconds longest = kLongStep;
     for (qsizetype effort = kFirstEffort; effort <= kEffortLimit && !isAbandoned; effort *= 2) {
         const auto start = threadTime();
         const qsizetype end = efforts.reach(effort);
         document->setHtml(html.first(end));
-        verdict = NewsBounds::apply(document.get());
+        const auto verdict = NewsBounds::apply(document.get());
         const auto step = threadTime() - start;
         if (verdict != NewsBounds::Verdict::Complete || end == html.size() || step > longest)
             break;
         longest = std::clamp(kLargestGrowth * step, kNoticeableStep, kLongStep);
     }
-    if (verdict != NewsBounds::Verdict::Unreasonable) {
-        removeStandIns(document.get());
-        return document;
-    }
-
-    const QString text = NewsBounds::fittingText(withoutStandIns(document->toPlainText()));
-    document = emptyDocument(font);
-    document->setPlainText(text);
+    removeStandIns(document.get());
     return document;
 }

@@ -1,5 +1,10 @@
 #include "tests/fuzz/HtmlGrammar.h"
 
+#include <algorithm>
+
+// No statement draws twice: the operands of + and a function's arguments are evaluated in the
+// compiler's own order, and the same seed must give the same text everywhere.
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -61,7 +66,8 @@ QStringList HtmlGrammar::feed()
         for (int i = 0; i < parts; ++i)
             item += part();
         // Few documents are long: they take their time, and length is one mistake among many.
-        const int copies = oneIn(100) ? 1 + below(2000) : 1 + below(4);
+        const int most = oneIn(100) ? 2000 : 4;
+        const int copies = 1 + below(most);
         items += QStringList(std::min<qsizetype>(copies, 400'000 / (item.size() + 1) + 1), item);
     }
     return items;
@@ -75,24 +81,36 @@ QString HtmlGrammar::part()
         part = text();
         break;
     case 1:
-        part = u"<style>"_s + oneOf(kTags) + u'{' + style() + u"}</style>"_s;
+        part = u"<style>"_s;
+        part += oneOf(kTags) + u'{';
+        part += style() + u"}</style>"_s;
         break;
     case 2:
-        part = tag() + text() + u"</"_s + oneOf(kTags) + u'>';
+        part = tag();
+        part += text();
+        part += u"</"_s + oneOf(kTags) + u'>';
         break;
     default:
-        part = tag() + (oneIn(2) ? text() : QString());
+        part = tag();
+        if (oneIn(2))
+            part += text();
     }
     if (oneIn(4))
         part += tag();
     const int most = oneIn(120) ? (oneIn(4) ? 3000 : 300) : 4;
-    return part.repeated(std::min<qsizetype>(1 + below(most), 200'000 / (part.size() + 1) + 1));
+    const int copies = 1 + below(most);
+    return part.repeated(std::min<qsizetype>(copies, 200'000 / (part.size() + 1) + 1));
 }
 
 QString HtmlGrammar::tag()
 {
-    const QString name = spelledOddly(oneOf(oneIn(2) ? kHeavyTags : kTags));
-    return (oneIn(30) ? u"< "_s : u"<"_s) + name + attributes() + (oneIn(40) ? u""_s : u">"_s);
+    const QStringList &names = oneIn(2) ? kHeavyTags : kTags;
+    const QString name = spelledOddly(oneOf(names));
+    QString tag = (oneIn(30) ? u"< "_s : u"<"_s) + name;
+    tag += attributes();
+    if (!oneIn(40))
+        tag += u'>';
+    return tag;
 }
 
 QString HtmlGrammar::attributes()
@@ -102,8 +120,11 @@ QString HtmlGrammar::attributes()
         const bool isStyle = oneIn(2);
         const QString name = isStyle ? u"style"_s : oneOf(kAttributes);
         const QString quote = oneIn(5) ? QString() : oneIn(2) ? u"'"_s : u"\""_s;
-        attributes += u' ' + spelledOddly(name) + u'=' + quote + (isStyle ? style() : value()) +
-                      (oneIn(20) ? u">"_s : QString()) + quote;
+        attributes += u' ' + spelledOddly(name) + u'=' + quote;
+        attributes += isStyle ? style() : value();
+        if (oneIn(20))
+            attributes += u'>';
+        attributes += quote;
     }
     return attributes;
 }
@@ -118,10 +139,11 @@ QString HtmlGrammar::style()
 
 QString HtmlGrammar::declaration()
 {
-    QString values = value();
+    QString declaration = oneOf(kProperties) + u':';
+    declaration += value();
     while (oneIn(3))
-        values += u' ' + value();
-    return oneOf(kProperties) + u':' + values;
+        declaration += u' ' + value();
+    return declaration;
 }
 
 QString HtmlGrammar::value()
@@ -130,7 +152,10 @@ QString HtmlGrammar::value()
         return oneOf(kWords);
     if (oneIn(20))
         return u'f' + QString::number(below(1000));
-    return spelledOddly(oneOf(kNumbers)) + (oneIn(4) ? QString() : oneOf(kUnits));
+    QString number = spelledOddly(oneOf(kNumbers));
+    if (!oneIn(4))
+        number += oneOf(kUnits);
+    return number;
 }
 
 QString HtmlGrammar::text()
@@ -168,7 +193,8 @@ QString HtmlGrammar::text()
     if (oneIn(3))
         text += oneOf(kTexts);
     const int most = oneIn(120) ? (oneIn(4) ? 50'000 : 2000) : 6;
-    return text.repeated(1 + below(most));
+    const int copies = 1 + below(most);
+    return text.repeated(copies);
 }
 
 /// A letter as a reference, which the parser resolves in names as well.

@@ -20,6 +20,7 @@
 #include <QToolTip>
 
 #include <optional>
+#include <utility>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -30,6 +31,10 @@ constexpr QSize kPanel(920, 260);
 const auto kOrdinaryItem =
     u"<b>[20/11]</b> <span style='color: #10b981;'>Saison d'hiver %1</span><br/>Dès ce soir, la "
     "saison commence avec des nouveautés pour tous les joueurs."_s;
+
+/// Nearly as much as may be heavy.
+const auto kLowTable =
+    u"<table><tr>"_s + u"<td>"_s.repeated(294) + u"<tr><td>"_s.repeated(4) + u"</table>"_s;
 
 void dress(QTextEdit *view)
 {
@@ -78,6 +83,9 @@ private slots:
     void ordinaryNewsLookAsTheyAre();
     void allOf1500ItemsAreShown();
     void newsBeyondReasonAreReadable();
+    void onlyWhatIsBeyondReasonBecomesPlain_data();
+    void onlyWhatIsBeyondReasonBecomesPlain();
+    void tablesThatAreHeavyTogetherBecomePlain();
     void whatComesTooLateIsLeftOut();
     void shortNewsAreThereAtOnce();
     void linksAreWhatTheyWere();
@@ -144,6 +152,28 @@ void TestHostileNews::newsDoNotHoldTheWindow_data()
     }());
     row("pieces of one word", times(u"<b>x</b><i>y</i>", 10'000));
     row("marks on one letter", u"a"_s + QString(50'000, QChar(0x301)));
+    row("marks on letters of many paragraphs",
+        u"<h1>"_s + times(u"\u0301", 1450) + u"</h1><h2>"_s + times(u"\u0301", 1450) + u"</h2>"_s,
+        4);
+    row("marks on spaces", u"<ul><li>"_s + times(u" \u0301", 28'000), 8);
+    row("margins of many paragraphs",
+        u"<style>p { margin-top:9000000px; margin-bottom:9000000px }</style>"_s +
+            times(u"<p>x", 60'000));
+    row("low tables of many columns", kLowTable, 3);
+    row("cells over many rows in each other",
+        times(u"<table><tr><td rowspan=12>", 4) + u"Serveur"_s.repeated(12) +
+            times(u"</td></tr>"_s + times(u"<tr><td></td></tr>", 11) + u"</table>"_s, 4));
+    row("narrow columns between margins",
+        u"<p style='margin-left:1000px; margin-right:1000px'>"_s + times(u"x ", 500), 400);
+    row("a cell beside a wide one",
+        u"<table border=1 width='100%'><tr><td width=1500>x<td>"_s + times(u"la saison ", 1900));
+    row("a word in a cell beside a wide one",
+        u"<table border=1 width='100%'><tr><td width=1500>x<td>"_s + times(u"x", 2000));
+    row("letters without a font", times(u"\u0378", 50'000));
+    row("tables six deep", times(u"<table border=1 width='100%'><tr><td width=1500>x<td>", 5) +
+                               times(u"Lundi soir ", 400));
+    row("cells in tables four deep", times(u"<table width='100%'><tr><td>", 3) + u"<table>"_s +
+                                         times(u"<tr><td>Lundi<td>20 h<td>Paris", 150));
     row("letters of changing direction", times(u"a\u0628", 50'000));
     row("letters of no font", times(u"\ue000", 50'000));
     row("a cell of characters that no font has", u"<td>"_s + times(u"&#0;", 20'000));
@@ -234,6 +264,26 @@ void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
     row("references", u"&eacute; &amp; &lt;b&gt; &#233; &#x41; &#8364;"_s);
     row("words about gradients and paths",
         u"<b>gradient(</b> et <i>C:\\jeux</i>\\Client\\ (x86), GRADIENT( ou \\&#92;"_s);
+    row("a style sheet with attributes, and many commas",
+        u"<style type='text/css' media=\"screen\">b { color: yellow }</style>"_s +
+            u"<b>Un</b>, deux, "_s.repeated(600));
+    row("a table of 900 cells",
+        u"<table border=1>"_s +
+            u"<tr><td>Lundi</td><td>20 h</td><td>Combat</td></tr>"_s.repeated(300) + u"</table>"_s);
+    row("a table of 400 cells with colours and spans",
+        u"<table width='100%'>"_s +
+            u"<tr bgcolor='#123456'><th colspan=2>Jour</th></tr><tr><td>Lundi</td><td><b>20 h</b></td></tr>"_s
+                .repeated(100) +
+            u"</table>"_s);
+    row("a long text in tables three deep",
+        u"<table border=1><tr><td>"_s.repeated(3) +
+            u"Dès ce soir, la saison commence. "_s.repeated(60) +
+            u"</td></tr></table>"_s.repeated(3));
+    row("a long paragraph in Cyrillic", u"Привет всем, "_s.repeated(300));
+    row("a long paragraph in Arabic", u"مرحبا بكم "_s.repeated(200));
+    row("500 words in colours", u"<span style='color: red'>Lundi</span> soir "_s.repeated(500));
+    QTest::newRow("1,500 items with an emoji")
+        << ordinaryItems(1500).replaceInStrings(u"saison"_s, u"\U0001f600"_s);
     QTest::newRow("250 items") << ordinaryItems(250);
     QTest::newRow("1,500 items") << ordinaryItems(1500);
 }
@@ -274,6 +324,53 @@ void TestHostileNews::newsBeyondReasonAreReadable()
     QVERIFY(view.toPlainText().startsWith(u"• Avant\n"));
     QVERIFY(view.toPlainText().contains(u"Après"));
     QVERIFY(!view.toPlainText().contains(u"<"));
+}
+
+void TestHostileNews::onlyWhatIsBeyondReasonBecomesPlain_data()
+{
+    QTest::addColumn<QString>("item");
+    QTest::newRow("tables eight deep")
+        << u"<i>Un</i><table><tr><td>"_s.repeated(8) + u"x"_s + u"</td></tr></table>"_s.repeated(8);
+    QTest::newRow("5,000 cells") << u"<i>Un</i><table>"_s +
+                                        u"<tr><td>x</td><td>y</td></tr>"_s.repeated(2500) +
+                                        u"</table>"_s;
+    QTest::newRow("a word of 20,000 letters") << u"<i>Un</i> x"_s + QString(20'000, u'x');
+    QTest::newRow("10,000 symbols") << u"<i>Un</i> x "_s + QString(10'000, QChar(0x4e2d));
+}
+
+void TestHostileNews::onlyWhatIsBeyondReasonBecomesPlain()
+{
+    QFETCH(const QString, item);
+    const auto around = [](const QString &middle) {
+        return QStringList{u"<b>Avant</b>"_s, middle,
+                           u"<h3 align=center><span style='color: #123456'>Après</span></h3>"_s};
+    };
+    NewsView view;
+    view.showNews(around(item));
+    QTRY_VERIFY(!view.document()->isEmpty());
+    QVERIFY(view.document()->rootFrame()->childFrames().isEmpty());
+    QVERIFY(view.toPlainText().contains(u"Un"));
+    QVERIFY(view.toPlainText().contains(u"x"));
+
+    NewsView plain;
+    plain.showNews(around(u"Peu"_s));
+    for (const auto &[shown, usual] :
+         {std::pair(view.document()->firstBlock(), plain.document()->firstBlock()),
+          std::pair(view.document()->lastBlock(), plain.document()->lastBlock())}) {
+        QCOMPARE(shown.text(), usual.text());
+        QCOMPARE(shown.blockFormat(), usual.blockFormat());
+        QCOMPARE(shown.begin().fragment().charFormat(), usual.begin().fragment().charFormat());
+    }
+}
+
+/// All of them could be low enough to be shown, and laid out, at once.
+void TestHostileNews::tablesThatAreHeavyTogetherBecomePlain()
+{
+    NewsView view;
+    view.showNews({u"Un"_s + kLowTable, u"Deux"_s + kLowTable, u"Trois"_s + kLowTable});
+    QTRY_VERIFY(!view.document()->isEmpty());
+    QCOMPARE(view.document()->rootFrame()->childFrames().size(), 1);
+    QVERIFY(view.toPlainText().contains(u"Trois"));
 }
 
 void TestHostileNews::linksAreWhatTheyWere()

@@ -32,6 +32,8 @@ private slots:
     void formatsTheItems_data();
     void formatsTheItems();
     void manyItemsKeepTheirOrder();
+    void moreItemsThanAnybodyReadsAreLeftOut_data();
+    void moreItemsThanAnybodyReadsAreLeftOut();
 
 private:
     QStringList fetch();
@@ -142,6 +144,35 @@ void TestNewsFetcher::manyItemsKeepTheirOrder()
     }
     m_server.answer(kPath, HttpAnswer::ok(body + ']').chunked());
     QCOMPARE(fetch(), expected);
+}
+
+void TestNewsFetcher::moreItemsThanAnybodyReadsAreLeftOut_data()
+{
+    QTest::addColumn<QByteArray>("item");
+    QTest::addColumn<int>("copies");
+    QTest::newRow("5 MB of empty objects") << QByteArray("{}") << 1'700'000;
+    QTest::newRow("5 MB of empty texts") << QByteArray("\"\"") << 1'700'000;
+    // Each becomes a thousand times longer.
+    QTest::newRow("placeholders in every date")
+        << R"({"date": ")" + QByteArray("%2").repeated(1000) + R"(", "title": ")" +
+               QByteArray(1000, 'x') + "\"}"
+        << 1000;
+}
+
+/// Formatting them all would hold the window for seconds, or take gigabytes.
+void TestNewsFetcher::moreItemsThanAnybodyReadsAreLeftOut()
+{
+    QFETCH(const QByteArray, item);
+    QFETCH(const int, copies);
+    const QByteArray body = '[' + (item + ',').repeated(copies) + "\"fin\"]";
+    m_server.answer(kPath, HttpAnswer::ok(body));
+    const QStringList news = fetch();
+    QVERIFY(!news.isEmpty());
+    QCOMPARE(news.count(news.first()), news.size()); // the beginning, then nothing
+    const qsizetype length = news.join(QString()).size();
+    QVERIFY2(length > 1'000'000 || news.size() > 50'000, qPrintable(QString::number(news.size())));
+    QVERIFY2(length < 10'000'000 && news.size() < 200'000,
+             qPrintable(QString::number(news.size())));
 }
 
 VEYRA_CORE_TEST_MAIN(TestNewsFetcher)
