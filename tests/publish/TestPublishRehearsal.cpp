@@ -165,8 +165,7 @@ void TestPublishRehearsal::aSiteOfThisToolIsWithoutFault()
     const Rehearsing rehearsing(m_publisher);
     const Publisher::Result result = verify(rehearsing, {u"--complet"_s});
     QVERIFY2(result.code == 0, qPrintable(result.output + result.errors));
-    QVERIFY2(result.output.contains(u"serveur en ligne, 12 joueurs"_s),
-             qPrintable(result.output));
+    QVERIFY2(result.output.contains(u"serveur en ligne, 12 joueurs"_s), qPrintable(result.output));
 }
 
 void TestPublishRehearsal::theDraftCanBeRehearsed()
@@ -207,8 +206,7 @@ void TestPublishRehearsal::faultsShowWhatPlayersSee()
     QCOMPARE(result.code, 3);
     for (const QString &code : codes)
         QVERIFY2(result.output.contains(u'\n' + code + u"  "_s), qPrintable(result.output));
-    QVERIFY2(result.output.contains(u"serveur hors ligne, 0 joueur"_s),
-             qPrintable(result.output));
+    QVERIFY2(result.output.contains(u"serveur hors ligne, 0 joueur"_s), qPrintable(result.output));
     const QString words = result.output.section(u"le launcher dit : "_s, 1);
     QVERIFY2(words.contains(QRegularExpression(installing)), qPrintable(words));
 }
