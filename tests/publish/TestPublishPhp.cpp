@@ -159,7 +159,7 @@ void TestPublishPhp::aSiteInPhpIsWithoutFault()
     Publisher::Result result;
     QTRY_VERIFY2_WITH_TIMEOUT((result = verify()).code == 0,
                               qPrintable(result.output + result.errors), kLongEnough);
-    QVERIFY2(result.output.contains(u"serveur en ligne, 31 joueur(s), 1 actualité(s)"_s),
+    QVERIFY2(result.output.contains(u"serveur en ligne, 31 joueurs, 1 actualité"_s),
              qPrintable(result.output));
 }
 
