@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 namespace {
 
@@ -48,6 +49,8 @@ constexpr double kCostOfNesting = 2;
 constexpr int kNestingLimit = 6;
 /// More have their price in memory, and with a few more tags there would be many more.
 constexpr int kCellLimit = 20'000;
+/// Qt removes cells one by one, and looks for each among all that are left.
+constexpr qint64 kRemovableCells = 40'000;
 
 /// A height that most lines keep to, in pixels. Higher ones cost more, so that the document's
 /// height stays far within the 33 million pixels that the layout can count.
@@ -526,18 +529,32 @@ struct Thing
     int end;
 };
 
-/// Empty cells would leave many empty lines.
-QString textOf(const QTextDocument *document, const Thing &thing)
+/// From `first` on, up to the position `end`. Empty cells would leave many empty lines.
+QString textOf(const QTextBlock &first, int end)
 {
-    if (!thing.frame)
-        return document->findBlock(thing.start).text();
     QStringList paragraphs;
-    for (QTextBlock block = document->findBlock(thing.start + 1);
-         block.isValid() && block.position() < thing.end; block = block.next()) {
+    for (QTextBlock block = first; block.isValid() && block.position() < end;
+         block = block.next()) {
         if (block.length() > 1)
             paragraphs.append(block.text());
     }
     return paragraphs.join(u'\n');
+}
+
+QString textOf(const QTextDocument *document, const Thing &thing)
+{
+    return thing.frame ? textOf(document->findBlock(thing.start + 1), thing.end)
+                       : document->findBlock(thing.start).text();
+}
+
+qint64 cellsOf(QTextFrame *frame)
+{
+    const auto *table = qobject_cast<QTextTable *>(frame);
+    qint64 cells = table ? qint64(table->rows()) * table->columns() : 0;
+    const auto children = frame->childFrames();
+    for (QTextFrame *child : children)
+        cells += cellsOf(child);
+    return cells;
 }
 
 /// As much of a plain text as may be shown, in paragraphs that are not heavy.
@@ -650,7 +667,13 @@ NewsBounds::Verdict NewsBounds::apply(QTextDocument *document)
     const QList<Thing> unreasonable = thingsThat(document, [](const QTextFrame::iterator &it) {
         return it.currentFrame() && isBeyondReason(it.currentFrame());
     });
-    makePlain(document, unreasonable);
+    const qint64 cells =
+        std::accumulate(unreasonable.begin(), unreasonable.end(), qint64(0),
+                        [](qint64 sum, const Thing &thing) { return sum + cellsOf(thing.frame); });
+    if (cells > kRemovableCells)
+        document->setPlainText(fittingText(textOf(document->begin(), document->characterCount())));
+    else
+        makePlain(document, unreasonable);
     Bounding(document).apply();
     double heavy = 0;
     makePlain(document, thingsThat(document, [&heavy](const QTextFrame::iterator &it) {

@@ -272,6 +272,9 @@ public:
         return m_position;
     }
 
+    /// Among what was counted.
+    bool hasStyles() const { return m_hasStyles; }
+
 private:
     qsizetype effortAt(qsizetype position)
     {
@@ -302,11 +305,14 @@ private:
         const auto begins = [rest](QLatin1StringView text) {
             return rest.startsWith(text, Qt::CaseInsensitive);
         };
-        // Where a style sheet ends is beyond doubt only after a tag that ends beyond doubt.
-        m_isInStyles = m_isInStyles && !m_isPlainStyle;
+        // Where a style sheet ends is beyond doubt only after a tag that ends beyond doubt, and a
+        // comment does not end it.
+        if (begins("/"_L1) && m_isPlainStyle)
+            m_isInStyles = false;
         constexpr auto kStyle = "style"_L1;
         if (begins(kStyle)) {
             m_isInStyles = true;
+            m_hasStyles = true;
             m_isPlainStyle = endsPlainly(rest.sliced(kStyle.size()));
         }
         if (begins("td"_L1) || begins("th"_L1) || begins("tr"_L1) || begins("ta"_L1) ||
@@ -336,6 +342,7 @@ private:
     qsizetype m_rules = 0;
     bool m_isInStyles = false;
     bool m_isPlainStyle = false;
+    bool m_hasStyles = false;
 };
 
 } // namespace
@@ -346,7 +353,9 @@ bool NewsHtml::isQuick(const QStringList &news)
     if (source.size() > kQuickLength)
         return false;
     const QString html = withSpansBounded(withLettersSpelledOut(source));
-    return Efforts(html).reach(kQuickEffort) == html.size();
+    Efforts efforts(html);
+    // What a style sheet costs is a matter of each rule and each tag that it may be about.
+    return efforts.reach(kQuickEffort) == html.size() && !efforts.hasStyles();
 }
 
 std::unique_ptr<QTextDocument> NewsHtml::read(const QStringList &news, const QFont &font,

@@ -3,8 +3,10 @@
 #include "tests/support/TestEnvironment.h"
 #include "tests/window/LauncherFixture.h"
 #include "tests/window/NewsHold.h"
+#include "ui/NewsHtml.h"
 #include "ui/NewsView.h"
 #include "ui/StyleSheets.h"
+#include "ui/ThreadTime.h"
 
 #include <QApplication>
 #include <QHelpEvent>
@@ -83,6 +85,7 @@ private slots:
     void ordinaryNewsLookAsTheyAre();
     void allOf1500ItemsAreShown();
     void newsBeyondReasonAreReadable();
+    void tablesOfManyCellsAreReadInTime();
     void onlyWhatIsBeyondReasonBecomesPlain_data();
     void onlyWhatIsBeyondReasonBecomesPlain();
     void tablesThatAreHeavyTogetherBecomePlain();
@@ -126,6 +129,8 @@ void TestHostileNews::newsDoNotHoldTheWindow_data()
         times(u"<style>p{margin-top:9000000px}</style><p>x</p>", 6));
     row("enormous margins behind a quoted angle bracket",
         times(u"<p title='>' style='margin-top:9000000px'>x</p>", 6));
+    row("rules behind a comment in a style sheet",
+        u"<style><!-- -->"_s + times(u"b{}", 600) + u"</style>"_s + times(u"<b>", 200));
     row("3,000 nested tables", times(u"<table><tr><td>", 3000));
     row("tables nested over many items", times(u"<table><tr><td>", 5), 200);
     row("60,000 nested tags", times(u"<b>", 60'000));
@@ -324,6 +329,24 @@ void TestHostileNews::newsBeyondReasonAreReadable()
     QVERIFY(view.toPlainText().startsWith(u"• Avant\n"));
     QVERIFY(view.toPlainText().contains(u"Après"));
     QVERIFY(!view.toPlainText().contains(u"<"));
+}
+
+/// It is the end of the program that waits for them.
+void TestHostileNews::tablesOfManyCellsAreReadInTime()
+{
+    const QString html =
+        u"Avant<table>"_s + u"<td>Un"_s.repeated(400) + u"<tr>"_s.repeated(400) + u"</table>"_s;
+    auto start = threadTime();
+    QTextDocument parsed;
+    parsed.setHtml(html);
+    const auto parsing = threadTime() - start;
+    start = threadTime();
+    const std::atomic_bool isAbandoned = false;
+    const auto read = NewsHtml::read({html}, QFont(), isAbandoned);
+    const auto reading = threadTime() - start;
+
+    QVERIFY(read->toPlainText().contains(u"Avant\nUn\nUn\nUn"_s));
+    QVERIFY2(reading < 5 * parsing, qPrintable(u"%1 times as long"_s.arg(reading / parsing)));
 }
 
 void TestHostileNews::onlyWhatIsBeyondReasonBecomesPlain_data()

@@ -309,8 +309,12 @@ void TestKeyboardAccess::theRingIsWhole()
 
     int ringed = 0;
     QStringList cut;
-    QTimer::singleShot(50, this, [&] {
+    QTimer looker;
+    connect(&looker, &QTimer::timeout, this, [&] {
         auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+        if (!dialog || !dialog->isAncestorOf(QApplication::focusWidget()))
+            return;
+        looker.stop();
         for (int i = 0; i < 4; ++i) {
             QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
             const auto *button = qobject_cast<QPushButton *>(QApplication::focusWidget());
@@ -325,6 +329,7 @@ void TestKeyboardAccess::theRingIsWhole()
         }
         dialog->reject();
     });
+    looker.start(10);
     m_launcher->button(opener)->click();
     QVERIFY(ringed >= 3);
     QCOMPARE(cut, QStringList());
