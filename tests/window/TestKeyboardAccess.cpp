@@ -16,11 +16,37 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QTextEdit>
+#include <QTimer>
 
 #include <functional>
 #include <memory>
+#include <utility>
 
 using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+/// Does something once a modal dialog has the keyboard focus.
+class OnceInDialog
+{
+public:
+    explicit OnceInDialog(std::function<void(QDialog *)> action)
+    {
+        QObject::connect(&m_timer, &QTimer::timeout, &m_timer, [this, action = std::move(action)] {
+            auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+            if (!dialog || !dialog->isAncestorOf(QApplication::focusWidget()))
+                return;
+            m_timer.stop();
+            action(dialog);
+        });
+        m_timer.start(10);
+    }
+
+private:
+    QTimer m_timer;
+};
+
+} // namespace
 
 /// What a person without a mouse needs.
 class TestKeyboardAccess : public QObject
@@ -195,8 +221,7 @@ void TestKeyboardAccess::aHeldEnterPressesOnce()
 void TestKeyboardAccess::theRingOutlivesADialog()
 {
     bool ringInDialog = false;
-    QTimer::singleShot(50, this, [&] {
-        QWidget *dialog = QApplication::activeModalWidget();
+    const OnceInDialog once([&](QDialog *dialog) {
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab); // from the field to "Parcourir"
         ringInDialog = ring() && ring()->isVisible();
         QTest::keyClick(dialog, Qt::Key_Escape);
@@ -309,12 +334,7 @@ void TestKeyboardAccess::theRingIsWhole()
 
     int ringed = 0;
     QStringList cut;
-    QTimer looker;
-    connect(&looker, &QTimer::timeout, this, [&] {
-        auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
-        if (!dialog || !dialog->isAncestorOf(QApplication::focusWidget()))
-            return;
-        looker.stop();
+    const OnceInDialog once([&](QDialog *dialog) {
         for (int i = 0; i < 4; ++i) {
             QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
             const auto *button = qobject_cast<QPushButton *>(QApplication::focusWidget());
@@ -329,7 +349,6 @@ void TestKeyboardAccess::theRingIsWhole()
         }
         dialog->reject();
     });
-    looker.start(10);
     m_launcher->button(opener)->click();
     QVERIFY(ringed >= 3);
     QCOMPARE(cut, QStringList());
@@ -358,8 +377,7 @@ void TestKeyboardAccess::accessibleNames()
 void TestKeyboardAccess::theSettingsFieldIsNamedByItsCaption()
 {
     QString name;
-    QTimer::singleShot(50, this, [&name] {
-        auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
+    const OnceInDialog once([&name](QDialog *dialog) {
         name = QAccessible::queryAccessibleInterface(dialog->findChild<QLineEdit *>())
                    ->text(QAccessible::Name);
         dialog->reject();
