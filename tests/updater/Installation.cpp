@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QTest>
 
+#include <algorithm>
 #include <chrono>
 
 using namespace Qt::Literals::StringLiterals;
@@ -270,5 +271,8 @@ QStringList Installation::startsOf(int count)
     QStringList versions;
     for (const QString &line : std::as_const(m_lastRecord))
         versions.append(line.section(u'|', 0, 0));
+    // A start that Wine says has failed may have taken place, and is tried again.
+    if (Platform::isWine())
+        versions.erase(std::unique(versions.begin(), versions.end()), versions.end());
     return versions;
 }
