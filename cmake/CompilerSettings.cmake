@@ -27,6 +27,11 @@ if(MINGW)
     target_link_options(veyra_settings INTERFACE -Wl,--no-insert-timestamp)
 endif()
 
+# What measures its own time has to know.
+if(VEYRA_SANITIZE OR VEYRA_COVERAGE)
+    target_compile_definitions(veyra_settings INTERFACE VEYRA_INSTRUMENTED)
+endif()
+
 if(VEYRA_SANITIZE)
     target_compile_options(veyra_settings INTERFACE
         -fsanitize=${VEYRA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

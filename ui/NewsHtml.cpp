@@ -32,11 +32,17 @@ constexpr qsizetype kEffortLimit = 128'000;
 /// Less than what twenty items of usual news ask for, and their characters.
 constexpr qsizetype kQuickEffort = 1'000;
 constexpr qsizetype kQuickLength = 16'384;
+// Sanitizers and the measuring of coverage make a step take several times as long.
+#ifdef VEYRA_INSTRUMENTED
+constexpr int kSlowness = 10;
+#else
+constexpr int kSlowness = 1;
+#endif
 // A usual step takes some ten milliseconds, on a slow machine some hundred, and twice as long as
 // the one before. Another one was made to take longer and longer, and nothing can interrupt the
 // next.
-constexpr std::chrono::nanoseconds kLongStep = 300ms;
-constexpr std::chrono::nanoseconds kNoticeableStep = 50ms;
+constexpr std::chrono::nanoseconds kLongStep = 300ms * kSlowness;
+constexpr std::chrono::nanoseconds kNoticeableStep = 150ms * kSlowness;
 constexpr int kLargestGrowth = 3;
 constexpr qsizetype kEffortOfCell = 16;
 constexpr int kSpanLimit = 99;
