@@ -7,6 +7,7 @@
 #include "publish/Disk.h"
 #include "publish/French.h"
 #include "publish/Generation.h"
+#include "publish/LauncherArchive.h"
 #include "publish/LauncherPublication.h"
 #include "publish/LauncherSettings.h"
 #include "publish/News.h"
@@ -37,6 +38,7 @@ const auto kExclude = u"--exclure"_s;
 const auto kDate = u"--date"_s;
 const auto kNoDate = u"--sans-date"_s;
 const auto kKey = u"--cle"_s;
+const auto kTarget = u"--cible"_s;
 const auto kNotes = u"--notes"_s;
 const auto kRequired = u"--obligatoire"_s;
 const auto kWhole = u"--complet"_s;
@@ -77,7 +79,13 @@ Outcome makeWorkshop(const CommandLine &line)
     QStringList keys;
     for (const QString &file : line.values(kKey))
         keys.append(publicKey(file));
-    const Workshop workshop = Workshop::create(line.workshop, line.operands.first(), keys);
+    const QString target =
+        line.has(kTarget) ? line.values(kTarget).last() : LauncherArchive::targets().first();
+    if (!LauncherArchive::targets().contains(target)) {
+        throw Problem{Outcome::Usage, u"« %1 » n'est pas une cible : %2."_s.arg(
+                                          target, LauncherArchive::targets().join(u" ou "_s))};
+    }
+    const Workshop workshop = Workshop::create(line.workshop, line.operands.first(), keys, target);
     const QStringList closed = Disk::closedFolders(workshop.path(QString()));
     for (const QString &folder : closed) {
         complain(
@@ -234,13 +242,16 @@ Outcome takeBack(const CommandLine &line)
 Verifier verifierFor(const CommandLine &line)
 {
     if (!line.operands.isEmpty() && !Workshop::exists(line.workshop)) {
-        return {
-            Workshop::checkedBaseUrl(line.operands.first()), {LauncherSettings::ownVersion()}, {}};
+        return {Workshop::checkedBaseUrl(line.operands.first()),
+                {LauncherSettings::ownVersion()},
+                {},
+                LauncherArchive::targets().first()};
     }
     const Workshop workshop(line.workshop);
     const QString url = line.operands.isEmpty() ? workshop.baseUrl()
                                                 : Workshop::checkedBaseUrl(line.operands.first());
-    return {url, workshop.versions(), url == workshop.baseUrl() ? workshop.keys() : QStringList()};
+    return {url, workshop.versions(), url == workshop.baseUrl() ? workshop.keys() : QStringList(),
+            workshop.target()};
 }
 
 void sayAsJson(const Verifier &verifier)
@@ -281,7 +292,7 @@ Outcome verify(const CommandLine &line)
 const QList<CommandForm> &commandForms()
 {
     static const QList<CommandForm> kForms{
-        {u"init"_s, 1, 0, {kKey}, {}, makeWorkshop},
+        {u"init"_s, 1, 0, {kKey, kTarget}, {}, makeWorkshop},
         {u"client"_s, 1, 0, {kExclude}, {}, publishClient},
         {u"lanceur"_s, 1, 0, {kNotes}, {kRequired}, publishLauncher},
         {u"nouvelles ajouter"_s, 2, 0, {kDate}, {kNoDate}, addNews},
@@ -310,6 +321,7 @@ Préparer :
                           du site ADRESSE, par exemple https://play.example.org/, et
                           affiche le bloc de configuration pour nginx
       --cle FICHIER       clé publique qui signe les launchers ; peut se répéter
+      --cible CIBLE       système des joueurs : windows-x64, à défaut, ou linux-x64
   client DOSSIER          prépare le client du jeu qui se trouve dans DOSSIER
       --exclure MOTIF     sans les fichiers et dossiers de ce nom (* et ? permis), ou,
                           avec un « / », sans ce chemin ; peut se répéter

@@ -101,9 +101,9 @@ QString Site::publishedVersion(const Workshop &workshop)
     return record["version"_L1].toString();
 }
 
-QString Site::launcherArchive(const QString &version)
+QString Site::launcherArchive(const QString &version, const QString &target)
 {
-    return u"launcher/VeyraLauncher-%1-windows-x64.zip"_s.arg(version);
+    return u"launcher/VeyraLauncher-%1-%2.zip"_s.arg(version, target);
 }
 
 QString Site::nginxBlock(const Workshop &workshop)

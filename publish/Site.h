@@ -25,7 +25,8 @@ void linkStatus(const Generation &generation);
 
 /// Of the launcher that the workshop's draft offers; empty where it offers none.
 QString publishedVersion(const Workshop &workshop);
-QString launcherArchive(const QString &version);
+/// `target` as in LauncherArchive::targets().
+QString launcherArchive(const QString &version, const QString &target);
 
 /// For nginx: a server that serves the workshop's site.
 QString nginxBlock(const Workshop &workshop);
