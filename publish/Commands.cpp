@@ -20,6 +20,7 @@
 
 #include <QCoreApplication>
 #include <QDate>
+#include <QDir>
 #include <QJsonObject>
 #include <QLockFile>
 #include <QRegularExpression>
@@ -48,6 +49,13 @@ void sayPrepared(const QString &number)
 {
     say(u"Publication %1 préparée ; « veyra-publier mettre-en-ligne » la met en ligne."_s.arg(
         number));
+}
+
+/// Where there is nothing that a web server could follow.
+void sayWhatToServe(const Workshop &workshop)
+{
+    say(u"Le site est le contenu de %1 : c'est lui que le serveur web doit servir."_s.arg(
+        QDir::toNativeSeparators(workshop.sitePath())));
 }
 
 Problem refused(const QString &text)
@@ -92,8 +100,13 @@ Outcome makeWorkshop(const CommandLine &line)
             u"Attention : le serveur web ne peut pas entrer dans %1 et répondrait 403. « chmod "
             u"o+x '%1' » l'y laisse passer ; ou choisissez un atelier dans /srv."_s.arg(folder));
     }
-    say(u"L'atelier est prêt. Pour nginx :\n"_s);
-    say(Site::nginxBlock(workshop));
+    if (Disk::kMakesLinks) {
+        say(u"L'atelier est prêt. Pour nginx :\n"_s);
+        say(Site::nginxBlock(workshop));
+    } else {
+        say(u"L'atelier est prêt."_s);
+        sayWhatToServe(workshop);
+    }
     return Outcome::Good;
 }
 
@@ -185,17 +198,24 @@ Outcome removeNews(const CommandLine &line)
     return Outcome::Good;
 }
 
+void save(const ServerStatus &status, const CommandLine &line)
+{
+    status.save(Workshop::statusPathIn(line.workshop));
+    if (Workshop::exists(line.workshop))
+        Workshop(line.workshop).spreadStatus();
+}
+
 Outcome setOnline(const CommandLine &line)
 {
     constexpr int kMostPlayers = 1'000'000;
     const int players = positiveNumber(line.operands.first(), kMostPlayers);
-    ServerStatus{true, players}.save(Workshop::statusPathIn(line.workshop));
+    save(ServerStatus{true, players}, line);
     return Outcome::Good;
 }
 
 Outcome setOffline(const CommandLine &line)
 {
-    ServerStatus().save(Workshop::statusPathIn(line.workshop));
+    save(ServerStatus(), line);
     return Outcome::Good;
 }
 
@@ -214,7 +234,7 @@ Outcome probeServer(const CommandLine &line)
     const bool isOnline = acceptsConnections(host, static_cast<quint16>(port));
     // Read afterwards: looking takes seconds, in which somebody may have told another number.
     const ServerStatus known = ServerStatus::load(path);
-    (isOnline ? ServerStatus{true, known.players} : ServerStatus()).save(path);
+    save(isOnline ? ServerStatus{true, known.players} : ServerStatus(), line);
     say(isOnline ? u"En ligne."_s : u"Hors ligne."_s);
     return Outcome::Good;
 }
@@ -227,6 +247,8 @@ Outcome putOnline(const CommandLine &line)
         say(u"Publication %1 en ligne."_s.arg(workshop.served()));
     else
         say(u"La publication %1 est déjà en ligne."_s.arg(workshop.served()));
+    if (!Disk::kMakesLinks)
+        sayWhatToServe(workshop);
     return Outcome::Good;
 }
 
@@ -235,6 +257,8 @@ Outcome takeBack(const CommandLine &line)
     const Workshop workshop(line.workshop);
     const std::unique_ptr<QLockFile> lock = workshop.lock();
     say(u"La publication %1 est de nouveau en ligne."_s.arg(workshop.takeBack()));
+    if (!Disk::kMakesLinks)
+        sayWhatToServe(workshop);
     return Outcome::Good;
 }
 

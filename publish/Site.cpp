@@ -1,5 +1,6 @@
 #include "publish/Site.h"
 
+#include "publish/Disk.h"
 #include "publish/Generation.h"
 #include "publish/JsonFile.h"
 #include "publish/Workshop.h"
@@ -90,8 +91,10 @@ void Site::writeEmpty(const Generation &generation)
 
 void Site::linkStatus(const Generation &generation)
 {
-    // From publications/NNNN/api/.
-    generation.pointTo(kStatus, u"../../../etat/status.json"_s);
+    if (Disk::kMakesLinks)
+        generation.pointTo(kStatus, u"../../../etat/status.json"_s); // from publications/NNNN/api/
+    else
+        generation.write(kStatus, Disk::read(generation.workshop().statusPath()));
 }
 
 QString Site::publishedVersion(const Workshop &workshop)

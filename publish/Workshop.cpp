@@ -181,7 +181,7 @@ QString Workshop::generationPath(const QString &number) const
 
 QString Workshop::sitePath() const
 {
-    return path(kSite);
+    return Disk::kMakesLinks ? path(kSite) : generationPath(served());
 }
 
 QString Workshop::statusPath() const
@@ -219,6 +219,23 @@ QString Workshop::nextNumber() const
 void Workshop::setDraft(const QString &number) const
 {
     Disk::pointTo(path(kDraft), kGenerations + u'/' + number);
+    // Its copy may be older.
+    spreadStatus();
+}
+
+void Workshop::spreadStatus() const
+{
+    if (Disk::kMakesLinks)
+        return;
+    QByteArray status;
+    do {
+        status = Disk::read(statusPath());
+        const QStringList shown{draft(), served()};
+        for (const QString &number : shown) {
+            if (!number.isEmpty())
+                Disk::write(generationPath(number) + u'/' + Site::kStatus, status);
+        }
+    } while (Disk::read(statusPath()) != status);
 }
 
 bool Workshop::putOnline()

@@ -8,11 +8,12 @@
 class QLockFile;
 
 /// The operator's folder, from which a site is published. In it:
-/// - publication.json: the site's address, the launcher versions that players have and their system,
+/// - publication.json: the site's address, the launcher versions that players have and their
+/// system,
 ///   the public keys of their updates, where it is sent
 /// - publications/NNNN/: complete sites ("generations"); files that are the same share their bytes
 /// - brouillon: link to the generation that the next command starts from
-/// - site: link to the generation that the web server serves
+/// - site: link to the generation that the web server serves (see Disk::kMakesLinks)
 /// - etat/status.json: the server's state, apart from the generations, since it changes by itself
 /// - empreintes.json, lanceurs.json: see Fingerprints and ServedLaunchers
 class Workshop
@@ -48,6 +49,7 @@ public:
     void setDestination(const QString &destination);
     QString path(const QString &name) const { return m_folder + u'/' + name; }
     QString generationPath(const QString &number) const;
+    /// What a web server is to serve; where there are no links, until another generation is served.
     QString sitePath() const;
     QString statusPath() const;
     QString fingerprintsPath() const;
@@ -58,6 +60,9 @@ public:
     /// Of the generation that is to come.
     QString nextNumber() const;
     void setDraft(const QString &number) const;
+    /// To be called whenever the state has changed. Where generations have copies of it, the draft
+    /// and the served one have that state afterwards, whoever else does this at the same time.
+    void spreadStatus() const;
 
     /// Has the draft served, whose launcher is in service from then on, and removes generations
     /// that nobody returns to. False when it is served already.
