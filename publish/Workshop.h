@@ -8,9 +8,8 @@
 class QLockFile;
 
 /// The operator's folder, from which a site is published. In it:
-/// - publication.json: the site's address, the launcher versions that players have and their
-/// system,
-///   the public keys of their updates, where it is sent
+/// - publication.json: the site's address, the launcher versions that players have, the system they
+///   run on, the public keys of their updates, where it is sent
 /// - publications/NNNN/: complete sites ("generations"); files that are the same share their bytes
 /// - brouillon: link to the generation that the next command starts from
 /// - site: link to the generation that the web server serves (see Disk::kMakesLinks)
