@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Serves the sample server folder on loopback, by Python's own web server.
+"""Serves the sample site on loopback, by Python's own web server.
 
 The first line on the standard output is the port, written once connections are accepted. Everything
 else goes to the access log: one line when a request comes in, one when its answer is out.

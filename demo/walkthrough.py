@@ -20,6 +20,7 @@ import subprocess
 import sys
 import textwrap
 import time
+import urllib.parse
 import zipfile
 
 LAUNCHER_TITLE = "^Veyra Launcher$"
@@ -51,7 +52,6 @@ GAME_LIFETIME = 120  # a game that nobody closes ends by itself
 VERSION_CHECK = "/api/launcher_version.json"
 STATUS = "/api/status.php"
 NEWS = "/api/news.php"
-LAUNCHER_ARCHIVE = "/launcher/VeyraLauncher_update.zip"
 ARCHIVE = "/client/DofusClient.zip"
 MANIFEST = "/updates/version.json"
 
@@ -299,8 +299,8 @@ def sha256_of(path):
     return hashlib.sha256(path.read_bytes()).hexdigest() if path.is_file() else ""
 
 
-def check_files(client, server_folder):
-    files = json.loads((server_folder / MANIFEST.lstrip("/")).read_text())["files"]
+def check_files(client, site):
+    files = json.loads((site / MANIFEST.lstrip("/")).read_text())["files"]
     different = [file["name"] for file in files if sha256_of(client / file["name"]) != file["hash"]]
     if not files or different:
         raise Failure(f"of {len(files)} files, these differ from the manifest: {different}")
@@ -324,9 +324,9 @@ def see_third_of_download(launcher, what, target, published):
                       DOWNLOAD_TIMEOUT)
 
 
-def see_installation(launcher, client, server_folder):
+def see_installation(launcher, client, site):
     see_third_of_download(launcher, "the client", client / "DofusClient.zip",
-                          server_folder / ARCHIVE.lstrip("/"))
+                          site / ARCHIVE.lstrip("/"))
     if not launcher.play_button_is_grey():
         raise Failure("the play button is not greyed out during the download")
     launcher.take_picture("2-downloading")
@@ -367,14 +367,24 @@ def play(launcher, client):
                                                               record["Programme"]), END_TIMEOUT)
 
 
-def see_update_accepted(launcher, server_folder):
+def announcement(site):
+    return json.loads((site / VERSION_CHECK.lstrip("/")).read_text())
+
+
+def launcher_archive(site):
+    """The file behind the address that is announced."""
+    address = urllib.parse.urlsplit(announcement(site)["download_url"])
+    return site / address.path.lstrip("/")
+
+
+def see_update_accepted(launcher, site):
     prompt = launcher.wait_for_window("a newer launcher is offered", PROMPT_TITLE)
     launcher.take_picture("2-update-offered")
     tool("xdotool", "windowfocus", "--sync", str(prompt), "key", "alt+y", check=True)
     say('answered "Yes" by the keyboard')
     see_third_of_download(launcher, "the new launcher",
                           launcher.machine.temporary / "VeyraLauncher_update.zip",
-                          server_folder / LAUNCHER_ARCHIVE.lstrip("/"))
+                          launcher_archive(site))
     launcher.take_picture("3-update-downloading")
     launcher.wait_for_end()
 
@@ -402,11 +412,11 @@ def see_update_installed(launcher):
         raise Failure("the updater program ended with another exit code than 0")
 
 
-def check_update(launcher, server_folder, old_list):
+def check_update(launcher, site, old_list):
     """The files are those of the published archive, whose list names them all."""
     folder = launcher.program.parent
-    published = json.loads((server_folder / VERSION_CHECK.lstrip("/")).read_text())["version"]
-    with zipfile.ZipFile(server_folder / LAUNCHER_ARCHIVE.lstrip("/")) as archive:
+    published = announcement(site)["version"]
+    with zipfile.ZipFile(launcher_archive(site)) as archive:
         names = archive.namelist()
         different = [name for name in names
                      if not (folder / name).is_file()
@@ -426,12 +436,12 @@ def check_update(launcher, server_folder, old_list):
     say(f"all {len(names)} files are those of version {published}, both programs among them")
 
 
-def see_update(launcher, server_folder):
+def see_update(launcher, site):
     """An update is offered: accept it, see it installed, and the new launcher content with itself."""
     old_list = (launcher.program.parent / "liste.txt").read_text()
-    see_update_accepted(launcher, server_folder)
+    see_update_accepted(launcher, site)
     see_update_installed(launcher)
-    check_update(launcher, server_folder, old_list)
+    check_update(launcher, site, old_list)
     launcher.wait_for("the new launcher is told which version is published",
                       lambda: launcher.was_answered(VERSION_CHECK, times=2), REQUEST_TIMEOUT)
     # An offer would keep it from going on to the client, and the button grey.
@@ -451,13 +461,13 @@ def see_everything(launcher, arguments):
 
     see_version_check(launcher)
     if arguments.update:
-        see_update(launcher, arguments.server_folder)
+        see_update(launcher, arguments.site)
         return
     if freshly_installed:
-        see_installation(launcher, client, arguments.server_folder)
+        see_installation(launcher, client, arguments.site)
     see_ready(launcher)
     if freshly_installed:
-        check_files(client, arguments.server_folder)
+        check_files(client, arguments.site)
     play(launcher, client)
     # xdotool finds nothing while another window, the game's, is going away.
     close_window(launcher.wait_for_window("the launcher's window can be closed", LAUNCHER_TITLE))
@@ -469,7 +479,7 @@ def see_everything(launcher, arguments):
 
 def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    for name in ("launcher", "launcher-log", "server-folder", "access-log", "screenshots"):
+    for name in ("launcher", "launcher-log", "site", "access-log", "screenshots"):
         parser.add_argument(f"--{name}", type=pathlib.Path, required=True)
     parser.add_argument("--update", action="store_true", help="a newer launcher is on offer")
     parser.add_argument("--wine", action="store_true", help="the launcher is a program for Windows")

@@ -41,7 +41,7 @@ Problem failed(const QString &path, const char *reason)
 Archive openArchive(const QString &path, int flags)
 {
     int error = 0;
-    return Archive(zip_open(QFile::encodeName(path).constData(), flags, &error));
+    return Archive(zip_open(path.toUtf8().constData(), flags, &error));
 }
 
 /// What is packed already, pictures and music, only costs time.
@@ -86,8 +86,7 @@ bool addUnchanged(zip_t *archive, zip_t *earlier, const ClientArchive::Entry &en
 
 void addFromDisk(zip_t *archive, const ClientArchive::Entry &entry, const QByteArray &name)
 {
-    zip_source_t *const source =
-        zip_source_file(archive, QFile::encodeName(entry.path).constData(), 0, -1);
+    zip_source_t *const source = zip_source_file(archive, entry.path.toUtf8().constData(), 0, -1);
     const zip_int64_t index =
         source ? zip_file_add(archive, name.constData(), source, ZIP_FL_ENC_UTF_8) : -1;
     if (index < 0) {

@@ -7,6 +7,7 @@
 #include "publish/Disk.h"
 #include "publish/French.h"
 #include "publish/Generation.h"
+#include "publish/LauncherArchive.h"
 #include "publish/LauncherPublication.h"
 #include "publish/LauncherSettings.h"
 #include "publish/News.h"
@@ -19,6 +20,7 @@
 
 #include <QCoreApplication>
 #include <QDate>
+#include <QDir>
 #include <QJsonObject>
 #include <QLockFile>
 #include <QRegularExpression>
@@ -37,6 +39,7 @@ const auto kExclude = u"--exclure"_s;
 const auto kDate = u"--date"_s;
 const auto kNoDate = u"--sans-date"_s;
 const auto kKey = u"--cle"_s;
+const auto kTarget = u"--cible"_s;
 const auto kNotes = u"--notes"_s;
 const auto kRequired = u"--obligatoire"_s;
 const auto kWhole = u"--complet"_s;
@@ -46,6 +49,13 @@ void sayPrepared(const QString &number)
 {
     say(u"Publication %1 préparée ; « veyra-publier mettre-en-ligne » la met en ligne."_s.arg(
         number));
+}
+
+/// Where there is nothing that a web server could follow.
+void sayWhatToServe(const Workshop &workshop)
+{
+    say(u"Le site est le contenu de %1 : c'est lui que le serveur web doit servir."_s.arg(
+        QDir::toNativeSeparators(workshop.sitePath())));
 }
 
 Problem refused(const QString &text)
@@ -77,15 +87,26 @@ Outcome makeWorkshop(const CommandLine &line)
     QStringList keys;
     for (const QString &file : line.values(kKey))
         keys.append(publicKey(file));
-    const Workshop workshop = Workshop::create(line.workshop, line.operands.first(), keys);
+    const QString target =
+        line.has(kTarget) ? line.values(kTarget).last() : LauncherArchive::targets().first();
+    if (!LauncherArchive::targets().contains(target)) {
+        throw Problem{Outcome::Usage, u"« %1 » n'est pas une cible : %2."_s.arg(
+                                          target, LauncherArchive::targets().join(u" ou "_s))};
+    }
+    const Workshop workshop = Workshop::create(line.workshop, line.operands.first(), keys, target);
     const QStringList closed = Disk::closedFolders(workshop.path(QString()));
     for (const QString &folder : closed) {
         complain(
             u"Attention : le serveur web ne peut pas entrer dans %1 et répondrait 403. « chmod "
             u"o+x '%1' » l'y laisse passer ; ou choisissez un atelier dans /srv."_s.arg(folder));
     }
-    say(u"L'atelier est prêt. Pour nginx :\n"_s);
-    say(Site::nginxBlock(workshop));
+    if (Disk::kMakesLinks) {
+        say(u"L'atelier est prêt. Pour nginx :\n"_s);
+        say(Site::nginxBlock(workshop));
+    } else {
+        say(u"L'atelier est prêt."_s);
+        sayWhatToServe(workshop);
+    }
     return Outcome::Good;
 }
 
@@ -177,17 +198,24 @@ Outcome removeNews(const CommandLine &line)
     return Outcome::Good;
 }
 
+void save(const ServerStatus &status, const CommandLine &line)
+{
+    status.save(Workshop::statusPathIn(line.workshop));
+    if (Workshop::exists(line.workshop))
+        Workshop(line.workshop).spreadStatus();
+}
+
 Outcome setOnline(const CommandLine &line)
 {
     constexpr int kMostPlayers = 1'000'000;
     const int players = positiveNumber(line.operands.first(), kMostPlayers);
-    ServerStatus{true, players}.save(Workshop::statusPathIn(line.workshop));
+    save(ServerStatus{true, players}, line);
     return Outcome::Good;
 }
 
 Outcome setOffline(const CommandLine &line)
 {
-    ServerStatus().save(Workshop::statusPathIn(line.workshop));
+    save(ServerStatus(), line);
     return Outcome::Good;
 }
 
@@ -206,7 +234,7 @@ Outcome probeServer(const CommandLine &line)
     const bool isOnline = acceptsConnections(host, static_cast<quint16>(port));
     // Read afterwards: looking takes seconds, in which somebody may have told another number.
     const ServerStatus known = ServerStatus::load(path);
-    (isOnline ? ServerStatus{true, known.players} : ServerStatus()).save(path);
+    save(isOnline ? ServerStatus{true, known.players} : ServerStatus(), line);
     say(isOnline ? u"En ligne."_s : u"Hors ligne."_s);
     return Outcome::Good;
 }
@@ -219,6 +247,8 @@ Outcome putOnline(const CommandLine &line)
         say(u"Publication %1 en ligne."_s.arg(workshop.served()));
     else
         say(u"La publication %1 est déjà en ligne."_s.arg(workshop.served()));
+    if (!Disk::kMakesLinks)
+        sayWhatToServe(workshop);
     return Outcome::Good;
 }
 
@@ -227,6 +257,8 @@ Outcome takeBack(const CommandLine &line)
     const Workshop workshop(line.workshop);
     const std::unique_ptr<QLockFile> lock = workshop.lock();
     say(u"La publication %1 est de nouveau en ligne."_s.arg(workshop.takeBack()));
+    if (!Disk::kMakesLinks)
+        sayWhatToServe(workshop);
     return Outcome::Good;
 }
 
@@ -234,13 +266,16 @@ Outcome takeBack(const CommandLine &line)
 Verifier verifierFor(const CommandLine &line)
 {
     if (!line.operands.isEmpty() && !Workshop::exists(line.workshop)) {
-        return {
-            Workshop::checkedBaseUrl(line.operands.first()), {LauncherSettings::ownVersion()}, {}};
+        return {Workshop::checkedBaseUrl(line.operands.first()),
+                {LauncherSettings::ownVersion()},
+                {},
+                LauncherArchive::targets().first()};
     }
     const Workshop workshop(line.workshop);
     const QString url = line.operands.isEmpty() ? workshop.baseUrl()
                                                 : Workshop::checkedBaseUrl(line.operands.first());
-    return {url, workshop.versions(), url == workshop.baseUrl() ? workshop.keys() : QStringList()};
+    return {url, workshop.versions(), url == workshop.baseUrl() ? workshop.keys() : QStringList(),
+            workshop.target()};
 }
 
 void sayAsJson(const Verifier &verifier)
@@ -281,7 +316,7 @@ Outcome verify(const CommandLine &line)
 const QList<CommandForm> &commandForms()
 {
     static const QList<CommandForm> kForms{
-        {u"init"_s, 1, 0, {kKey}, {}, makeWorkshop},
+        {u"init"_s, 1, 0, {kKey, kTarget}, {}, makeWorkshop},
         {u"client"_s, 1, 0, {kExclude}, {}, publishClient},
         {u"lanceur"_s, 1, 0, {kNotes}, {kRequired}, publishLauncher},
         {u"nouvelles ajouter"_s, 2, 0, {kDate}, {kNoDate}, addNews},
@@ -310,6 +345,7 @@ Préparer :
                           du site ADRESSE, par exemple https://play.example.org/, et
                           affiche le bloc de configuration pour nginx
       --cle FICHIER       clé publique qui signe les launchers ; peut se répéter
+      --cible CIBLE       système des joueurs : windows-x64, à défaut, ou linux-x64
   client DOSSIER          prépare le client du jeu qui se trouve dans DOSSIER
       --exclure MOTIF     sans les fichiers et dossiers de ce nom (* et ? permis), ou,
                           avec un « / », sans ce chemin ; peut se répéter

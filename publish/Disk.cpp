@@ -19,6 +19,12 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#else
+#include <QDeadlineTimer>
+#include <QFileInfo>
+
+#include <chrono>
+#include <thread>
 #endif
 
 using namespace Qt::Literals::StringLiterals;
@@ -27,6 +33,10 @@ namespace {
 
 constexpr qint64 kMegabyte = qint64{1024} * 1024;
 constexpr qint64 kChunk = kMegabyte;
+#ifndef Q_OS_UNIX
+constexpr std::chrono::seconds kRenameWithin{2};
+constexpr std::chrono::milliseconds kRenameEvery{50};
+#endif
 
 std::filesystem::path native(const QString &path)
 {
@@ -44,11 +54,67 @@ void check(const std::error_code &error, const QString &what, const QString &pat
         throw failed(what, path, QString::fromStdString(error.message()));
 }
 
+#ifdef Q_OS_UNIX
+
 /// Not by way of UTF-16, which the standard library refuses for names in another encoding.
 QString decoded(const std::filesystem::path &path)
 {
     return QFile::decodeName(QByteArray::fromStdString(path.string()));
 }
+
+/// What is only taken for a folder by the standard library.
+bool isLinkToFolder(const QString &)
+{
+    return false;
+}
+
+std::error_code renamed(const QString &from, const QString &to)
+{
+    std::error_code error;
+    std::filesystem::rename(native(from), native(to), error);
+    return error;
+}
+
+/// Returns what keeps the bytes from being there.
+QString allocate(QFile &file, qint64 bytes)
+{
+    // Those alone count that no limit of the system's keeps from being there.
+    const int error = bytes > 0 ? ::posix_fallocate(file.handle(), 0, bytes) : 0;
+    return error == 0 ? QString() : qt_error_string(error);
+}
+
+#else
+
+QString decoded(const std::filesystem::path &path)
+{
+    return QString::fromStdU16String(path.generic_u16string());
+}
+
+bool isLinkToFolder(const QString &path)
+{
+    const QFileInfo info(path);
+    return info.isSymLink() || info.isJunction();
+}
+
+/// A virus scanner may hold what was just written for a moment.
+std::error_code renamed(const QString &from, const QString &to)
+{
+    QDeadlineTimer patience(kRenameWithin);
+    for (;;) {
+        std::error_code error;
+        std::filesystem::rename(native(from), native(to), error);
+        if (!error || patience.hasExpired())
+            return error;
+        std::this_thread::sleep_for(kRenameEvery);
+    }
+}
+
+QString allocate(QFile &file, qint64 bytes)
+{
+    return file.resize(bytes) ? QString() : file.errorString();
+}
+
+#endif
 
 QList<Disk::Entry> entriesOf(const QString &folder)
 {
@@ -61,7 +127,7 @@ QList<Disk::Entry> entriesOf(const QString &folder)
         const QString path = decoded(at->path());
         const std::filesystem::file_status status = at->symlink_status(error);
         check(error, what, path);
-        entries.append({path, std::filesystem::is_directory(status),
+        entries.append({path, std::filesystem::is_directory(status) && !isLinkToFolder(path),
                         std::filesystem::is_regular_file(status)});
         at.increment(error);
         check(error, what, folder);
@@ -84,20 +150,6 @@ void Disk::walk(const QString &folder, const std::function<bool(const Entry &)> 
         if (visit(entry) && entry.isFolder)
             walk(entry.path, visit);
     }
-}
-
-QStringList Disk::closedFolders(const QString &folder)
-{
-    QStringList closed;
-    std::error_code error;
-    std::filesystem::path at = std::filesystem::canonical(native(folder), error);
-    for (; at != at.parent_path(); at = at.parent_path()) {
-        const std::filesystem::perms rights = std::filesystem::status(at, error).permissions();
-        if (!error &&
-            (rights & std::filesystem::perms::others_exec) == std::filesystem::perms::none)
-            closed.prepend(decoded(at));
-    }
-    return closed;
 }
 
 QByteArray Disk::read(const QString &path)
@@ -146,30 +198,10 @@ void Disk::link(const QString &existing, const QString &path)
     check(error, u"Copie impossible"_s, path);
 }
 
-void Disk::pointTo(const QString &path, const QString &target)
-{
-    const QString temporary = path + u".nouveau"_s;
-    std::error_code error;
-    std::filesystem::remove(native(temporary), error);
-    PublishFaultPoints::next();
-    std::filesystem::create_directory_symlink(native(target), native(temporary), error);
-    check(error, u"Lien impossible à créer"_s, temporary);
-    rename(temporary, path);
-}
-
-QString Disk::targetName(const QString &path)
-{
-    std::error_code error;
-    const std::filesystem::path target = std::filesystem::read_symlink(native(path), error);
-    return error ? QString() : QString::fromStdU16String(target.filename().u16string());
-}
-
 void Disk::rename(const QString &from, const QString &to)
 {
     PublishFaultPoints::next();
-    std::error_code error;
-    std::filesystem::rename(native(from), native(to), error);
-    check(error, u"Renommage impossible"_s, to);
+    check(renamed(from, to), u"Renommage impossible"_s, to);
 }
 
 void Disk::removeTree(const QString &path)
@@ -177,7 +209,7 @@ void Disk::removeTree(const QString &path)
     std::error_code error;
     const std::filesystem::file_status status =
         std::filesystem::symlink_status(native(path), error);
-    if (std::filesystem::is_directory(status)) {
+    if (std::filesystem::is_directory(status) && !isLinkToFolder(path)) {
         const QList<Entry> entries = entriesOf(path);
         for (const Entry &entry : entries)
             removeTree(entry.path);
@@ -220,8 +252,6 @@ QByteArray Disk::copy(const QString &from, const QString &to,
     return sum.toHex();
 }
 
-#ifdef Q_OS_UNIX
-
 void Disk::checkRoom(const QString &folder, qint64 bytes)
 {
     // Told first, since a trial of that size would take from others what is left.
@@ -235,10 +265,42 @@ void Disk::checkRoom(const QString &folder, qint64 bytes)
     QTemporaryFile trial(folder + u"/place-XXXXXX"_s);
     if (!trial.open())
         throw failed(u"Écriture impossible"_s, folder, trial.errorString());
-    // The bytes alone count that no limit of the system's keeps from being there.
-    const int error = bytes > 0 ? ::posix_fallocate(trial.handle(), 0, bytes) : 0;
-    if (error != 0)
-        throw failed(u"Écriture impossible"_s, folder, qt_error_string(error));
+    if (const QString reason = allocate(trial, bytes); !reason.isEmpty())
+        throw failed(u"Écriture impossible"_s, folder, reason);
+}
+
+#ifdef Q_OS_UNIX
+
+QStringList Disk::closedFolders(const QString &folder)
+{
+    QStringList closed;
+    std::error_code error;
+    std::filesystem::path at = std::filesystem::canonical(native(folder), error);
+    for (; at != at.parent_path(); at = at.parent_path()) {
+        const std::filesystem::perms rights = std::filesystem::status(at, error).permissions();
+        if (!error &&
+            (rights & std::filesystem::perms::others_exec) == std::filesystem::perms::none)
+            closed.prepend(decoded(at));
+    }
+    return closed;
+}
+
+void Disk::pointTo(const QString &path, const QString &target)
+{
+    const QString temporary = path + u".nouveau"_s;
+    std::error_code error;
+    std::filesystem::remove(native(temporary), error);
+    PublishFaultPoints::next();
+    std::filesystem::create_directory_symlink(native(target), native(temporary), error);
+    check(error, u"Lien impossible à créer"_s, temporary);
+    rename(temporary, path);
+}
+
+QString Disk::targetName(const QString &path)
+{
+    std::error_code error;
+    const std::filesystem::path target = std::filesystem::read_symlink(native(path), error);
+    return error ? QString() : QString::fromStdU16String(target.filename().u16string());
 }
 
 void Disk::letOthersRead()

@@ -35,10 +35,17 @@ void write(const QString &path, const QByteArray &content);
 void write(const QString &path, const QJsonDocument &document);
 /// A second name for the same bytes; a copy where the volume knows no such thing.
 void link(const QString &existing, const QString &path);
-/// Puts a symbolic link to `target` at `path`, in one step also where there is one already.
+/// Has `path` lead to `target`, in one step also where it leads elsewhere already.
 void pointTo(const QString &path, const QString &target);
-/// The last part of what a symbolic link leads to; empty where there is none.
+/// The last part of what was told to pointTo(); empty where nothing was.
 QString targetName(const QString &path);
+/// Whether pointTo() makes symbolic links, which web servers follow. On Windows that takes rights
+/// which hardly anybody has: there it makes files that hold nothing but the target.
+#ifdef Q_OS_WIN
+inline constexpr bool kMakesLinks = false;
+#else
+inline constexpr bool kMakesLinks = true;
+#endif
 void rename(const QString &from, const QString &to);
 /// Links in it are removed, not followed.
 void removeTree(const QString &path);

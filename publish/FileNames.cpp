@@ -79,8 +79,8 @@ QList<FileNames::Clash> FileNames::clashes(const QStringList &names)
         const QString path = folded(name);
         for (qsizetype end = path.lastIndexOf(u'/'); end > 0;
              end = path.lastIndexOf(u'/', end - 1)) {
-            if (const auto file = files.constFind(path.first(end)); file != files.constEnd()) {
-                clashes.append({*file, name, true});
+            if (const QString file = files.value(path.first(end)); !file.isNull()) {
+                clashes.append({file, name, true});
                 break;
             }
         }

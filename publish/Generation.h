@@ -18,6 +18,7 @@ public:
     ~Generation();
     Q_DISABLE_COPY_MOVE(Generation)
 
+    const Workshop &workshop() const { return m_workshop; }
     /// Where the file will lie; its folder is made.
     QString fileFor(const QString &name) const;
     void write(const QString &name, const QByteArray &content) const;

@@ -8,7 +8,8 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-constexpr auto kTarget = "windows-x64";
+const auto kWindows = u"windows-x64"_s;
+const auto kLinux = u"linux-x64"_s;
 
 /// Looks for bytes in what comes piece by piece.
 class Search
@@ -53,7 +54,8 @@ LauncherArchive LauncherArchive::read(const QString &path, const UpdateTerms &te
     const UpdateArchive archive(path.toStdString(), terms);
     LauncherArchive launcher;
     launcher.version = QString::fromStdString(archive.list().version);
-    launcher.hasProgram = archive.list().find(kProgram) != nullptr;
+    const std::string name = program(QString::fromStdString(terms.target)).toStdString();
+    launcher.hasProgram = archive.list().find(name) != nullptr;
 
     Progress progress(u"Launcher"_s, static_cast<qint64>(archive.list().totalBytes()));
     Search address(compiledIn(baseUrl));
@@ -61,7 +63,7 @@ LauncherArchive LauncherArchive::read(const QString &path, const UpdateTerms &te
         archive.extract(file, [&](const char *bytes, size_t count) {
             Interruption::check();
             progress.advance(static_cast<qint64>(count));
-            if (file.name == kProgram)
+            if (file.name == name)
                 address.add(bytes, count);
         });
     }
@@ -69,15 +71,26 @@ LauncherArchive LauncherArchive::read(const QString &path, const UpdateTerms &te
     return launcher;
 }
 
-UpdateTerms LauncherArchive::terms(const QStringList &keys, const QStringList &versions)
+UpdateTerms LauncherArchive::terms(const QString &target, const QStringList &keys,
+                                   const QStringList &versions)
 {
     UpdateTerms terms;
     for (const QString &key : keys)
         terms.keys.push_back(UpdateKey::parse(key.toStdString()));
-    terms.target = kTarget;
+    terms.target = target.toStdString();
     for (const QString &version : versions) {
         if (Version::isValid(version.toStdString()))
             terms.versions.push_back(version.toStdString());
     }
     return terms;
+}
+
+QStringList LauncherArchive::targets()
+{
+    return {kWindows, kLinux};
+}
+
+QString LauncherArchive::program(const QString &target)
+{
+    return target == kWindows ? u"VeyraLauncher.exe"_s : u"VeyraLauncher"_s;
 }

@@ -17,7 +17,12 @@ struct LauncherArchive
     static LauncherArchive read(const QString &path, const UpdateTerms &terms,
                                 const QString &baseUrl);
     /// For players with these keys and versions; what is no version is left out.
-    static UpdateTerms terms(const QStringList &keys, const QStringList &versions);
+    static UpdateTerms terms(const QString &target, const QStringList &keys,
+                             const QStringList &versions);
 
-    static constexpr auto kProgram = "VeyraLauncher.exe";
+    /// The systems that launchers are made for, as the lists of their files name them. The first is
+    /// that of most players.
+    static QStringList targets();
+    /// What the launcher's program is called there.
+    static QString program(const QString &target);
 };

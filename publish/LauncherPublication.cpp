@@ -55,10 +55,10 @@ void checkAgainst(const ServedSums &served, const QString &version, const QStrin
 /// What is damaged shows here, not at players'.
 QString checkedVersion(const QString &path, const Workshop &workshop, const ServedSums &served)
 {
-    const auto program = QLatin1StringView(LauncherArchive::kProgram);
+    const QString program = LauncherArchive::program(workshop.target());
     try {
-        const UpdateTerms terms =
-            LauncherArchive::terms(workshop.keys(), versionsToBeat(workshop, served));
+        const UpdateTerms terms = LauncherArchive::terms(workshop.target(), workshop.keys(),
+                                                         versionsToBeat(workshop, served));
         const LauncherArchive archive = LauncherArchive::read(path, terms, workshop.baseUrl());
         if (!archive.hasProgram)
             throw refused(u"l'archive ne contient pas %1"_s.arg(program));
@@ -87,7 +87,7 @@ QString LauncherPublication::make(const Workshop &workshop) const
     const QString version = checkedVersion(unchecked, workshop, served);
     checkAgainst(served, version, QString::fromLatin1(sum));
 
-    const QString name = Site::launcherArchive(version);
+    const QString name = Site::launcherArchive(version, workshop.target());
     Disk::rename(unchecked, generation.fileFor(name));
     generation.write(Site::kLauncherVersion,
                      QJsonDocument(QJsonObject{{"version"_L1, version},

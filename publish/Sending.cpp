@@ -3,11 +3,13 @@
 #include "publish/CommandLine.h"
 #include "publish/Console.h"
 #include "publish/Destination.h"
+#include "publish/Disk.h"
 #include "publish/Progress.h"
 #include "publish/Site.h"
 #include "publish/SiteListing.h"
 #include "publish/Workshop.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QLocale>
 #include <QLockFile>
@@ -347,6 +349,13 @@ bool isOnlineAfterAll(const QString &address, const QString &name)
 Outcome Sending::run(const CommandLine &line)
 {
     Workshop workshop(line.workshop);
+    if (!Disk::kMakesLinks) {
+        throw Problem{
+            Outcome::Refused,
+            u"« envoyer » a besoin de liens, qu'il n'y a pas sous Windows : copiez le "
+            u"contenu de %1 sur le serveur web, ou faites travailler l'outil sous Linux ; "
+            u"rien n'a été changé."_s.arg(QDir::toNativeSeparators(workshop.sitePath()))};
+    }
     const std::unique_ptr<QLockFile> lock = workshop.lock();
     const QString address = destinationOf(line, workshop);
     workshop.setDestination(address);

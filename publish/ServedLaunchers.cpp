@@ -37,8 +37,9 @@ void ServedLaunchers::rememberDraft(const Workshop &workshop)
     QMap<QString, QString> served = sums(workshop);
     if (version.isEmpty() || served.contains(version))
         return;
-    served.insert(version, Updater::calculateFileHash(workshop.generationPath(workshop.draft()) +
-                                                      u'/' + Site::launcherArchive(version)));
+    served.insert(version,
+                  Updater::calculateFileHash(workshop.generationPath(workshop.draft()) + u'/' +
+                                             Site::launcherArchive(version, workshop.target())));
     QJsonObject launchers;
     for (auto launcher = served.begin(); launcher != served.end(); ++launcher)
         launchers.insert(launcher.key(), launcher.value());

@@ -1,5 +1,6 @@
 #include "publish/Site.h"
 
+#include "publish/Disk.h"
 #include "publish/Generation.h"
 #include "publish/JsonFile.h"
 #include "publish/Workshop.h"
@@ -90,8 +91,10 @@ void Site::writeEmpty(const Generation &generation)
 
 void Site::linkStatus(const Generation &generation)
 {
-    // From publications/NNNN/api/.
-    generation.pointTo(kStatus, u"../../../etat/status.json"_s);
+    if (Disk::kMakesLinks)
+        generation.pointTo(kStatus, u"../../../etat/status.json"_s); // from publications/NNNN/api/
+    else
+        generation.write(kStatus, Disk::read(generation.workshop().statusPath()));
 }
 
 QString Site::publishedVersion(const Workshop &workshop)
@@ -101,9 +104,9 @@ QString Site::publishedVersion(const Workshop &workshop)
     return record["version"_L1].toString();
 }
 
-QString Site::launcherArchive(const QString &version)
+QString Site::launcherArchive(const QString &version, const QString &target)
 {
-    return u"launcher/VeyraLauncher-%1-windows-x64.zip"_s.arg(version);
+    return u"launcher/VeyraLauncher-%1-%2.zip"_s.arg(version, target);
 }
 
 QString Site::nginxBlock(const Workshop &workshop)

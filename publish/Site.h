@@ -20,12 +20,14 @@ inline constexpr QLatin1StringView kFiles{"updates/files/"};
 inline constexpr QLatin1StringView kIndexPage{"index.html"};
 
 void writeEmpty(const Generation &generation);
-/// The state is the same for all generations: it lies beside them.
+/// The state is the same for all generations: it lies beside them. Where there are no links they
+/// have copies of it, see Workshop::spreadStatus().
 void linkStatus(const Generation &generation);
 
 /// Of the launcher that the workshop's draft offers; empty where it offers none.
 QString publishedVersion(const Workshop &workshop);
-QString launcherArchive(const QString &version);
+/// `target` as in LauncherArchive::targets().
+QString launcherArchive(const QString &version, const QString &target);
 
 /// For nginx: a server that serves the workshop's site.
 QString nginxBlock(const Workshop &workshop);

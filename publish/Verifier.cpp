@@ -69,10 +69,12 @@ bool lookedForIsPage(const QByteArray &body)
 
 } // namespace
 
-Verifier::Verifier(const QString &baseUrl, const QStringList &versions, const QStringList &keys)
+Verifier::Verifier(const QString &baseUrl, const QStringList &versions, const QStringList &keys,
+                   const QString &target)
     : m_baseUrl(baseUrl)
     , m_versions(versions)
     , m_keys(keys)
+    , m_target(target)
 {
 }
 
@@ -469,7 +471,7 @@ void Verifier::readLauncher()
     try {
         // Newer than which ones has been looked at.
         const LauncherArchive archive =
-            LauncherArchive::read(path, LauncherArchive::terms(m_keys, {}), m_baseUrl);
+            LauncherArchive::read(path, LauncherArchive::terms(m_target, m_keys, {}), m_baseUrl);
         if (archive.version != m_launcher.version)
             m_findings.add(u"M42"_s, place, u"elle contient la version %1"_s.arg(archive.version));
         if (!archive.hasProgram)

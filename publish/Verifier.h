@@ -14,9 +14,10 @@
 class Verifier
 {
 public:
-    /// `versions` are the launchers that players have, `keys` those that sign their updates, where
-    /// they are known.
-    Verifier(const QString &baseUrl, const QStringList &versions, const QStringList &keys);
+    /// `versions` are the launchers that players have, `target` is their system, `keys` those that
+    /// sign their updates, where they are known.
+    Verifier(const QString &baseUrl, const QStringList &versions, const QStringList &keys,
+             const QString &target);
 
     /// Throws a Problem where nobody answers (Outcome::Unreachable), and where this machine is what
     /// is in the way (Outcome::Disk): what was found until then stays. With `whole` the client is
@@ -52,6 +53,7 @@ private:
     QString m_baseUrl;
     QStringList m_versions;
     QStringList m_keys;
+    QString m_target;
     SiteReader m_reader;
     Findings m_findings;
     QStringList m_sights;

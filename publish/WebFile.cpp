@@ -56,7 +56,7 @@ WebFile WebFile::find(const QString &root, const QString &statusPath, const WebR
     const bool isData =
         place.startsWith("/api/") || place == '/' + QByteArray(Site::kManifest.latin1());
     const bool isLauncher = place.startsWith("/launcher/");
-    QFileInfo info(root + QFile::decodeName(path));
+    QFileInfo info(root + QString::fromUtf8(path));
     if (info.isDir() && (isData || isLauncher)) {
         file.status = request.namesFolder ? kForbidden : file.status;
         return file;
@@ -74,7 +74,7 @@ WebFile WebFile::find(const QString &root, const QString &statusPath, const WebR
 
     file.status = kOk;
     file.path = real;
-    file.type = isData ? "application/json"_ba : typeOf(QFile::encodeName(info.filePath()));
+    file.type = isData ? "application/json"_ba : typeOf(info.filePath().toUtf8());
     file.cacheControl = isLauncher ? "public, max-age=31536000, immutable" : kNoCache;
     return file;
 }

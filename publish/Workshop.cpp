@@ -4,6 +4,7 @@
 #include "publish/Disk.h"
 #include "publish/Generation.h"
 #include "publish/JsonFile.h"
+#include "publish/LauncherArchive.h"
 #include "publish/Outcome.h"
 #include "publish/ServedLaunchers.h"
 #include "publish/Site.h"
@@ -46,11 +47,12 @@ QStringList texts(const QJsonValue &value)
 } // namespace
 
 Workshop::Workshop(const QString &folder, const QString &baseUrl, const QStringList &versions,
-                   const QStringList &keys)
+                   const QStringList &keys, const QString &target)
     : m_folder(QDir(folder).absolutePath())
     , m_baseUrl(baseUrl)
     , m_versions(versions)
     , m_keys(keys)
+    , m_target(target)
 {
 }
 
@@ -65,13 +67,15 @@ Workshop::Workshop(const QString &folder)
     m_baseUrl = checkedBaseUrl(settings.value("url"_L1).toString());
     m_versions = texts(settings.value("versions"_L1));
     m_keys = texts(settings.value("cles"_L1));
+    m_target = settings.value("cible"_L1).toString(LauncherArchive::targets().first());
     m_destination = settings.value("destination"_L1).toString();
 }
 
-Workshop Workshop::create(const QString &folder, const QString &baseUrl, const QStringList &keys)
+Workshop Workshop::create(const QString &folder, const QString &baseUrl, const QStringList &keys,
+                          const QString &target)
 {
     Workshop workshop(folder, checkedBaseUrl(baseUrl), {QCoreApplication::applicationVersion()},
-                      keys);
+                      keys, target);
     if (exists(folder)) {
         throw Problem{Outcome::Refused, u"%1 est déjà un atelier."_s.arg(workshop.m_folder)};
     }
@@ -89,7 +93,8 @@ Workshop Workshop::create(const QString &folder, const QString &baseUrl, const Q
         workshop.path(kSettings),
         QJsonDocument(QJsonObject{{"url"_L1, workshop.m_baseUrl},
                                   {"versions"_L1, QJsonArray::fromStringList(workshop.m_versions)},
-                                  {"cles"_L1, QJsonArray::fromStringList(workshop.m_keys)}}));
+                                  {"cles"_L1, QJsonArray::fromStringList(workshop.m_keys)},
+                                  {"cible"_L1, workshop.m_target}}));
     return workshop;
 }
 
@@ -159,6 +164,16 @@ const QStringList &Workshop::versions() const
     return m_versions;
 }
 
+const QString &Workshop::target() const
+{
+    if (!LauncherArchive::targets().contains(m_target)) {
+        throw Problem{Outcome::Refused,
+                      u"Dans %1, « cible » doit être %2 ; rien n'a été changé."_s.arg(
+                          path(kSettings), LauncherArchive::targets().join(u" ou "_s))};
+    }
+    return m_target;
+}
+
 QString Workshop::generationPath(const QString &number) const
 {
     return path(kGenerations) + u'/' + number;
@@ -166,7 +181,7 @@ QString Workshop::generationPath(const QString &number) const
 
 QString Workshop::sitePath() const
 {
-    return path(kSite);
+    return Disk::kMakesLinks ? path(kSite) : generationPath(served());
 }
 
 QString Workshop::statusPath() const
@@ -204,6 +219,23 @@ QString Workshop::nextNumber() const
 void Workshop::setDraft(const QString &number) const
 {
     Disk::pointTo(path(kDraft), kGenerations + u'/' + number);
+    // Its copy may be older.
+    spreadStatus();
+}
+
+void Workshop::spreadStatus() const
+{
+    if (Disk::kMakesLinks)
+        return;
+    QByteArray status;
+    do {
+        status = Disk::read(statusPath());
+        const QStringList shown{draft(), served()};
+        for (const QString &number : shown) {
+            if (!number.isEmpty())
+                Disk::write(generationPath(number) + u'/' + Site::kStatus, status);
+        }
+    } while (Disk::read(statusPath()) != status);
 }
 
 bool Workshop::putOnline()

@@ -8,11 +8,11 @@
 class QLockFile;
 
 /// The operator's folder, from which a site is published. In it:
-/// - publication.json: the site's address, the launcher versions that players have, the public keys
-///   of their updates, where it is sent
+/// - publication.json: the site's address, the launcher versions that players have, the system they
+///   run on, the public keys of their updates, where it is sent
 /// - publications/NNNN/: complete sites ("generations"); files that are the same share their bytes
 /// - brouillon: link to the generation that the next command starts from
-/// - site: link to the generation that the web server serves
+/// - site: link to the generation that the web server serves (see Disk::kMakesLinks)
 /// - etat/status.json: the server's state, apart from the generations, since it changes by itself
 /// - empreintes.json, lanceurs.json: see Fingerprints and ServedLaunchers
 class Workshop
@@ -21,8 +21,9 @@ public:
     /// Throws a Problem where `folder` is no workshop.
     explicit Workshop(const QString &folder);
     /// Makes one, with a first generation that has no client yet. `keys` are those that launchers
-    /// are signed with.
-    static Workshop create(const QString &folder, const QString &baseUrl, const QStringList &keys);
+    /// are signed with, `target` is one of LauncherArchive::targets().
+    static Workshop create(const QString &folder, const QString &baseUrl, const QStringList &keys,
+                           const QString &target);
 
     static bool exists(const QString &folder);
     /// The state in a workshop, or in a folder that a site was sent to. Throws a Problem where
@@ -40,11 +41,14 @@ public:
     const QStringList &versions() const;
     /// Public keys as minisign writes them: the second line of their files.
     const QStringList &keys() const { return m_keys; }
+    /// The system of the players' launchers; throws a Problem where somebody has written no such.
+    const QString &target() const;
     /// Where the site is sent; empty where that was never told.
     const QString &destination() const { return m_destination; }
     void setDestination(const QString &destination);
     QString path(const QString &name) const { return m_folder + u'/' + name; }
     QString generationPath(const QString &number) const;
+    /// What a web server is to serve; where there are no links, until another generation is served.
     QString sitePath() const;
     QString statusPath() const;
     QString fingerprintsPath() const;
@@ -55,6 +59,9 @@ public:
     /// Of the generation that is to come.
     QString nextNumber() const;
     void setDraft(const QString &number) const;
+    /// To be called whenever the state has changed. Where generations have copies of it, the draft
+    /// and the served one have that state afterwards, whoever else does this at the same time.
+    void spreadStatus() const;
 
     /// Has the draft served, whose launcher is in service from then on, and removes generations
     /// that nobody returns to. False when it is served already.
@@ -65,7 +72,7 @@ public:
 
 private:
     Workshop(const QString &folder, const QString &baseUrl, const QStringList &versions,
-             const QStringList &keys);
+             const QStringList &keys, const QString &target);
     void putInService(const QString &version);
     QString previous(const QString &number) const;
     /// Those that were served before `number`, the latest first.
@@ -79,5 +86,6 @@ private:
     QString m_baseUrl;
     QStringList m_versions;
     QStringList m_keys;
+    QString m_target;
     QString m_destination;
 };

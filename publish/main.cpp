@@ -8,8 +8,36 @@
 
 #include <sodium.h>
 
+#ifdef Q_OS_WIN
+#include <windows.h>
+
+namespace {
+
+/// While it lives, the console reads what it is sent as UTF-8. It outlives the program.
+class Utf8Console
+{
+public:
+    Utf8Console()
+        : m_before(::GetConsoleOutputCP())
+    {
+        ::SetConsoleOutputCP(CP_UTF8);
+    }
+    ~Utf8Console() { ::SetConsoleOutputCP(m_before); }
+    Q_DISABLE_COPY_MOVE(Utf8Console)
+
+private:
+    UINT m_before;
+};
+
+} // namespace
+
+#endif
+
 int main(int argc, char **argv)
 {
+#ifdef Q_OS_WIN
+    const Utf8Console console;
+#endif
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationVersion(LauncherSettings::ownVersion());
     // The launcher's texts with printf-style marks make Qt complain with each report of a download.

@@ -1,16 +1,21 @@
 #include "tests/publish/Publisher.h"
 
 #include "tests/support/Files.h"
+#include "tests/support/Platform.h"
 
 #include <QDir>
 #include <QEventLoop>
 #include <QFile>
 #include <QProcess>
 
+#ifdef Q_OS_UNIX
 #include <grp.h>
 #include <unistd.h>
+#endif
 
 using namespace Qt::Literals::StringLiterals;
+
+#ifdef Q_OS_UNIX
 
 namespace {
 
@@ -22,16 +27,6 @@ void becomeNobody()
 }
 
 } // namespace
-
-Publisher::Publisher()
-{
-    QDir().mkpath(path(QString()));
-}
-
-QString Publisher::program()
-{
-    return QStringLiteral(VEYRA_PUBLISHER);
-}
 
 bool Publisher::runAsStranger()
 {
@@ -46,27 +41,6 @@ bool Publisher::runAsStranger()
     QFile::setPermissions(path(QString()), kLookInside | QFile::WriteOther | QFile::ReadOwner |
                                                QFile::WriteOwner | QFile::ExeOwner);
     return run({u"--version"_s}).code == 0;
-}
-
-Publisher::Result Publisher::run(const QStringList &arguments) const
-{
-    return runProgram(program(), arguments);
-}
-
-Publisher::Result Publisher::runProgram(const QString &program, const QStringList &arguments) const
-{
-    QProcess process;
-    process.setWorkingDirectory(path(QString()));
-    if (m_isStranger)
-        process.setChildProcessModifier(becomeNobody);
-    QEventLoop loop;
-    QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
-    QObject::connect(&process, &QProcess::errorOccurred, &loop, &QEventLoop::quit);
-    process.start(program, arguments);
-    loop.exec();
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-            QString::fromUtf8(process.readAllStandardOutput()),
-            QString::fromUtf8(process.readAllStandardError())};
 }
 
 Publisher::Result Publisher::runUntil(int step, const QStringList &arguments) const
@@ -93,13 +67,55 @@ bool Publisher::isStopped(const QProcess &process)
     return state.contains("\nState:\tT");
 }
 
+#endif
+
+Publisher::Publisher()
+{
+    QDir().mkpath(path(QString()));
+}
+
+QString Publisher::program()
+{
+    return QStringLiteral(VEYRA_PUBLISHER);
+}
+
+Publisher::Result Publisher::run(const QStringList &arguments) const
+{
+    return runProgram(program(), arguments);
+}
+
+Publisher::Result Publisher::runProgram(const QString &program, const QStringList &arguments) const
+{
+    QProcess process;
+    process.setWorkingDirectory(path(QString()));
+#ifdef Q_OS_UNIX
+    if (m_isStranger)
+        process.setChildProcessModifier(becomeNobody);
+#endif
+    QEventLoop loop;
+    QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+    QObject::connect(&process, &QProcess::errorOccurred, &loop, &QEventLoop::quit);
+    process.start(program, arguments);
+    loop.exec();
+    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+            QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+QString Publisher::sitePath() const
+{
+    const QString site = path(u"site"_s);
+    return Platform::kIsWindows ? path(QString::fromUtf8(Files::read(site))) : site;
+}
+
 QMap<QString, QByteArray> Publisher::site() const
 {
     QMap<QString, QByteArray> content;
-    const QStringList names = Files::tree(path(u"site"_s));
+    const QString folder = sitePath();
+    const QStringList names = Files::tree(folder);
     for (const QString &name : names) {
         if (!name.endsWith(u'/'))
-            content.insert(name, Files::read(path(u"site/"_s + name)));
+            content.insert(name, Files::read(folder + u'/' + name));
     }
     return content;
 }

@@ -23,10 +23,6 @@ public:
 
     static QString program();
 
-    /// From here on the tool has no more rights than anybody: root's would hide what it does where
-    /// it has none. Called before there is anything. False where others cannot come this far.
-    bool runAsStranger();
-
     QString path(const QString &name) const
     {
         return m_folder.filePath(QStringLiteral("atelier/") + name);
@@ -36,15 +32,22 @@ public:
 
     /// Event loops go on meanwhile: a server of the test can answer.
     Result run(const QStringList &arguments) const;
+    /// What the web server would serve.
+    QString sitePath() const;
+    /// All of it, by name.
+    QMap<QString, QByteArray> site() const;
+
+    // --- On Unix alone: other rights, and ends at any step
+
+    /// From here on the tool has no more rights than anybody: root's would hide what it does where
+    /// it has none. Called before there is anything. False where others cannot come this far.
+    bool runAsStranger();
     /// The tool that ends by itself, as if killed, before its `step`th change on the disk.
     Result runUntil(int step, const QStringList &arguments) const;
     static constexpr int kKilled = 99;
     /// Starts the tool, which waits for SIGCONT before its `step`th change on the disk.
     void startUntil(QProcess &process, int step, const QStringList &arguments) const;
     static bool isStopped(const QProcess &process);
-
-    /// Everything that the web server would serve, by name.
-    QMap<QString, QByteArray> site() const;
 
 private:
     Result runProgram(const QString &program, const QStringList &arguments) const;

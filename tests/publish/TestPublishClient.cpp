@@ -3,6 +3,7 @@
 #include "tests/publish/Publisher.h"
 #include "tests/support/Archives.h"
 #include "tests/support/Files.h"
+#include "tests/support/FullDisk.h"
 #include "tests/support/TestEnvironment.h"
 
 #include <QDateTime>
@@ -108,6 +109,10 @@ private slots:
     void whatCannotBeReadIsTheDisksFault_data();
     void whatCannotBeReadIsTheDisksFault();
     void whatIsExcludedNeedNotBeReadable();
+    void aFullDiskLeavesTheDraft_data();
+    void aFullDiskLeavesTheDraft();
+    void anEarlierArchiveThatIsOfNoUseIsNotUsed_data();
+    void anEarlierArchiveThatIsOfNoUseIsNotUsed();
     void aFileThatChangesWhileItIsReadIsRefused();
     void interruptionLeavesNothing();
     void aTerminalShowsABar();
@@ -480,6 +485,61 @@ void TestPublishClient::whatIsExcludedNeedNotBeReadable()
                                   QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
     QVERIFY2(result.code == 0, qPrintable(result.errors));
     QVERIFY(!archivedNames().contains(u"data/lost+found/1"_s));
+}
+
+void TestPublishClient::aFullDiskLeavesTheDraft_data()
+{
+    QTest::addColumn<qint64>("bytesLeft");
+    QTest::addColumn<QString>("reason");
+    QTest::newRow("while files are copied") << qint64{100'000} << u"Écriture impossible"_s;
+    // The largest file fits.
+    QTest::newRow("while the archive is written")
+        << qint64{200'500} << u"Archive impossible à écrire"_s;
+}
+
+void TestPublishClient::aFullDiskLeavesTheDraft()
+{
+    QFETCH(const qint64, bytesLeft);
+    QFETCH(const QString, reason);
+    Clients::write(folder(), Clients::sample());
+    Publisher::Result result;
+    {
+        const FullDisk disk(bytesLeft);
+        result = publish();
+    }
+    QCOMPARE(result.code, 6);
+    QVERIFY2(result.errors.contains(reason), qPrintable(result.errors));
+    QVERIFY(!QFile::exists(m_publisher->path(u"publications/.en-cours"_s)));
+    QVERIFY(!QFile::exists(m_publisher->path(u"publications/0002"_s)));
+    QCOMPARE(publish().code, 0);
+}
+
+void TestPublishClient::anEarlierArchiveThatIsOfNoUseIsNotUsed_data()
+{
+    QTest::addColumn<QByteArray>("archive");
+    QTest::newRow("it is gone") << QByteArray();
+    QTest::newRow("it is no archive") << QByteArray("page");
+    QTest::newRow("it is another one") << Archives::zip({{"a", "b"}});
+    QTest::newRow("its files have other sizes")
+        << Archives::zip({{"Dofus.exe", "b"}, {"data/vide", "b"}});
+}
+
+void TestPublishClient::anEarlierArchiveThatIsOfNoUseIsNotUsed()
+{
+    QFETCH(const QByteArray, archive);
+    Clients::write(folder(), Clients::sample());
+    QCOMPARE(publish().code, 0);
+    const QString earlier = m_publisher->path(QLatin1StringView(kArchive));
+    QVERIFY(QFile::remove(earlier));
+    if (!archive.isEmpty())
+        Files::write(earlier, archive);
+    Files::write(folder() + u"/data/texte.json"_s, "changed");
+    QCOMPARE(publish().code, 0);
+
+    const Publisher other;
+    QCOMPARE(other.run({u"init"_s, u"http://veyra.test/"_s}).code, 0);
+    QCOMPARE(other.run({u"client"_s, folder()}).code, 0);
+    QVERIFY(this->archive() == Files::read(other.path(QLatin1StringView(kArchive))));
 }
 
 void TestPublishClient::aFileThatChangesWhileItIsReadIsRefused()

@@ -54,6 +54,8 @@ private slots:
     void aDraftThatNobodySawMayBeReplaced();
     void refuses_data();
     void refuses();
+    void launchersForLinux();
+    void systemsThatThereAreNone();
     void refusesWithoutAKey();
     void refusesOtherKeys();
     void wantsNotes();
@@ -234,6 +236,60 @@ void TestPublishLauncher::refuses()
     QVERIFY2(result.errors.contains(reason), qPrintable(result.errors));
     QVERIFY(!QFile::exists(m_publisher->path(u"publications/0002"_s)));
     QVERIFY(!QFile::exists(m_publisher->path(u"publications/.en-cours"_s)));
+}
+
+/// A site is for one system: its launchers read one announcement.
+void TestPublishLauncher::launchersForLinux()
+{
+    m_publisher = std::make_unique<Publisher>();
+    Files::write(m_publisher->beside(u"cle.pub"_s), m_keys.publicKeyFile());
+    Files::write(m_publisher->beside(u"notes.txt"_s), "• Corrections\n");
+    QCOMPARE(m_publisher
+                 ->run({u"init"_s, QString::fromUtf16(kBaseUrl), u"--cle"_s,
+                        m_publisher->beside(u"cle.pub"_s), u"--cible"_s, u"linux-x64"_s})
+                 .code,
+             0);
+    const Publisher::Result windows = publish(goodUpdate().archive(m_keys));
+    QCOMPARE(windows.code, 2);
+    QVERIFY2(windows.errors.contains(u"un autre système"_s), qPrintable(windows.errors));
+
+    SampleUpdate update = goodUpdate();
+    update.target = "linux-x64";
+    const Publisher::Result misnamed = publish(update.archive(m_keys));
+    QCOMPARE(misnamed.code, 2);
+    QVERIFY2(misnamed.errors.contains(u"ne contient pas VeyraLauncher "_s),
+             qPrintable(misnamed.errors));
+    update.files["VeyraLauncher"] = update.files.take("VeyraLauncher.exe");
+    const QByteArray archive = update.archive(m_keys);
+    const Publisher::Result result = publish(archive);
+    QVERIFY2(result.code == 0, qPrintable(result.errors));
+    const QString name = u"launcher/VeyraLauncher-98.0.1-linux-x64.zip"_s;
+    QCOMPARE(record().value(u"download_url"_s).toString(), QString::fromUtf16(kBaseUrl) + name);
+    QCOMPARE(Files::read(m_publisher->path(u"brouillon/"_s + name)), archive);
+    // Which reads the archive under its name.
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    QVERIFY(Files::read(m_publisher->path(u"lanceurs.json"_s))
+                .contains(Files::sha256(archive).toLatin1()));
+}
+
+void TestPublishLauncher::systemsThatThereAreNone()
+{
+    const Publisher other;
+    const Publisher::Result result =
+        other.run({u"init"_s, QString::fromUtf16(kBaseUrl), u"--cible"_s, u"beos-x64"_s});
+    QCOMPARE(result.code, 1);
+    QVERIFY2(result.errors.contains(u"windows-x64 ou linux-x64"_s), qPrintable(result.errors));
+
+    const QString settings = m_publisher->path(u"publication.json"_s);
+    const QByteArray content = Files::read(settings);
+    QVERIFY(content.contains("windows-x64"));
+    Files::write(settings, QByteArray(content).replace("windows-x64", "beos-x64"));
+    const Publisher::Result wrong = publish(goodUpdate().archive(m_keys));
+    QCOMPARE(wrong.code, 2);
+    QVERIFY2(wrong.errors.contains(u"« cible » doit être"_s), qPrintable(wrong.errors));
+    // As before there was a choice.
+    Files::write(settings, QByteArray(content).replace("\"cible\"", "\"autre\""));
+    QCOMPARE(publish(goodUpdate().archive(m_keys)).code, 0);
 }
 
 void TestPublishLauncher::refusesWithoutAKey()

@@ -32,8 +32,11 @@ private slots:
     void killedAtAnyStep();
     void aBrokenSendingOfAnotherSiteIsNotMixedIn();
     void aDamagedFileThereIsSentAnew();
+    void aDamagedFileOfABrokenSendingIsSentAnew();
+    void aDamagedListIsMadeAnew();
     void whatChangedSinceItWasPreparedIsNotSent();
     void aNewerStateThereStays();
+    void aSiteGoesWithoutAStateIfNeedBe();
     void theStateIsToldThere();
     void badDestinations_data();
     void badDestinations();
@@ -183,6 +186,34 @@ void TestPublishSending::aDamagedFileThereIsSentAnew()
              before.value(u"updates/files/Dofus.exe"_s));
 }
 
+void TestPublishSending::aDamagedFileOfABrokenSendingIsSentAnew()
+{
+    const QString arrived = m_folder + u"/publications/.en-cours/updates/files/data/texte.json"_s;
+    const QByteArray content = Clients::sample().value(u"data/texte.json"_s);
+    int step = 1;
+    while (Files::read(arrived) != content)
+        QCOMPARE(m_publisher->runUntil(step++, {u"envoyer"_s, m_folder}).code, Publisher::kKilled);
+    Files::write(arrived, QByteArray(content.size(), 'y'));
+    const Publisher::Result result = send();
+    QVERIFY2(result.code == 0, qPrintable(result.errors));
+    QCOMPARE(served(), m_publisher->site());
+}
+
+/// What was listed before it is the sums of what is sent.
+void TestPublishSending::aDamagedListIsMadeAnew()
+{
+    QCOMPARE(send().code, 0);
+    const QString list = m_publisher->path(u"publications/0002.liste"_s);
+    const QByteArray good = Files::read(list);
+    QVERIFY(good.contains("  index.html\n"));
+    Files::write(list, good.left(good.size() / 2) + '\n');
+    const Publisher::Result result =
+        m_publisher->run({u"envoyer"_s, m_publisher->beside(u"ailleurs"_s)});
+    QVERIFY2(result.code == 0, qPrintable(result.errors));
+    QCOMPARE(SentSite::served(m_publisher->beside(u"ailleurs"_s)), m_publisher->site());
+    QCOMPARE(Files::read(list), good);
+}
+
 void TestPublishSending::whatChangedSinceItWasPreparedIsNotSent()
 {
     QCOMPARE(send().code, 0);
@@ -223,6 +254,18 @@ void TestPublishSending::aNewerStateThereStays()
     QVERIFY(Files::read(there).contains("8"));
     QCOMPARE(QFileInfo(there).lastModified().toSecsSinceEpoch(),
              now.addSecs(10).toSecsSinceEpoch());
+}
+
+void TestPublishSending::aSiteGoesWithoutAStateIfNeedBe()
+{
+    QVERIFY(QFile::remove(m_publisher->path(u"etat/status.json"_s)));
+    QCOMPARE(send().code, 0);
+    QVERIFY(!QFile::exists(m_folder + u"/etat/status.json"_s));
+    QVERIFY(served().contains(u"index.html"_s));
+    QCOMPARE(m_publisher->run({u"etat"_s, u"en-ligne"_s, u"7"_s}).code, 0);
+    QCOMPARE(send().code, 0);
+    QCOMPARE(served(), m_publisher->site());
+    QVERIFY(served().value(u"api/status.php"_s).contains("7"));
 }
 
 void TestPublishSending::theStateIsToldThere()

@@ -38,6 +38,7 @@ private slots:
     void aServerThatKnowsNoLinksGetsCopies();
     void aServerThatCannotSwitchKeepsTheOldSite();
     void aServerThatTakesNothingKeepsTheOldSite();
+    void aNameThatCannotBeWrittenIsRefused();
     void whoeverIsNotLetIn_data();
     void whoeverIsNotLetIn();
     void withoutTheProgram();
@@ -226,6 +227,21 @@ void TestPublishSftp::aServerThatTakesNothingKeepsTheOldSite()
     const Publisher::Result result = send();
     QCOMPARE(result.code, 7);
     QVERIFY2(result.errors.contains(u"L'ancien site reste servi"_s), qPrintable(result.errors));
+    QCOMPARE(SentSite::served(m_folder), before);
+}
+
+/// No client has it, since Windows would not take it; what else lies on a site may.
+void TestPublishSftp::aNameThatCannotBeWrittenIsRefused()
+{
+    serve();
+    QCOMPARE(send().code, 0);
+    const SentSite::Files before = SentSite::served(m_folder);
+    prepareNews();
+    Files::write(m_publisher->path(u"site/notes/a\"b.txt"_s), "note");
+    const Publisher::Result result = send();
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"a\"b.txt » ne peut pas être envoyé par sftp"_s),
+             qPrintable(result.errors));
     QCOMPARE(SentSite::served(m_folder), before);
 }
 

@@ -56,6 +56,8 @@ private slots:
     void theStateIsServedAtOnce();
     void aServerIsLookedFor();
     void whatIsToldDuringAProbeStays();
+    void aStateThatIsGoneIsMadeAnew();
+    void whatIsInTheWayIsTheDisksFault();
     void puttingOnlineSwitchesTheSite();
     void takingBackGoesOnFromThere();
     void oldGenerationsAreRemoved();
@@ -304,6 +306,12 @@ void TestPublishSite::aServerIsLookedFor()
     QCOMPARE(m_publisher->run({u"etat"_s, u"sonder"_s, place}).code, 0);
     QCOMPARE(json(served(u"api/status.php"_s)).object().value(u"players"_s), 5);
 
+    if (QTcpServer ipv6; ipv6.listen(QHostAddress::LocalHostIPv6)) {
+        const Publisher::Result result =
+            m_publisher->run({u"etat"_s, u"sonder"_s, u"[::1]:%1"_s.arg(ipv6.serverPort())});
+        QCOMPARE(result.output, u"En ligne.\n"_s);
+    }
+
     game.close();
     QCOMPARE(m_publisher->run({u"etat"_s, u"sonder"_s, place}).code, 0);
     QCOMPARE(json(served(u"api/status.php"_s)).object(),
@@ -350,6 +358,28 @@ void TestPublishSite::whatIsToldDuringAProbeStays()
     QCOMPARE(probe.readAllStandardOutput(), "En ligne.\n");
     QCOMPARE(json(served(u"api/status.php"_s)).object(),
              (QJsonObject{{u"online"_s, true}, {u"players"_s, 9}}));
+}
+
+void TestPublishSite::aStateThatIsGoneIsMadeAnew()
+{
+    QTcpServer game;
+    QVERIFY(game.listen(QHostAddress::LocalHost));
+    QVERIFY(QFile::remove(m_publisher->path(u"etat/status.json"_s)));
+    const QString place = u"127.0.0.1:%1"_s.arg(game.serverPort());
+    QCOMPARE(m_publisher->run({u"etat"_s, u"sonder"_s, place}).code, 0);
+    QCOMPARE(json(served(u"api/status.php"_s)).object(),
+             (QJsonObject{{u"online"_s, true}, {u"players"_s, 0}}));
+}
+
+void TestPublishSite::whatIsInTheWayIsTheDisksFault()
+{
+    const QString state = m_publisher->path(u"etat/status.json"_s);
+    QVERIFY(QFile::remove(state));
+    QVERIFY(QDir().mkpath(state + u"/plein"_s));
+    const Publisher::Result result = m_publisher->run({u"etat"_s, u"hors-ligne"_s});
+    QCOMPARE(result.code, 6);
+    QVERIFY2(result.errors.contains(u"Écriture impossible : "_s + state),
+             qPrintable(result.errors));
 }
 
 void TestPublishSite::puttingOnlineSwitchesTheSite()
@@ -473,17 +503,15 @@ void TestPublishSite::nginxServesItAsTheLauncherWants()
     if (Nginx::program().isEmpty())
         QSKIP("no nginx here");
     const Publisher publisher;
-    const quint16 port = Nginx::freePort();
-    const QString address = u"http://127.0.0.1:%1/"_s.arg(port);
-    const QString block = Nginx::blockIn(publisher.run({u"init"_s, address}).output);
+    const QString block =
+        Nginx::blockIn(publisher.run({u"init"_s, u"http://127.0.0.1:8080/"_s}).output);
     Clients::write(publisher.beside(u"client"_s), Clients::sample());
     QCOMPARE(publisher.run({u"client"_s, publisher.beside(u"client"_s)}).code, 0);
     QCOMPARE(publisher.run({u"mettre-en-ligne"_s}).code, 0);
     Files::write(publisher.path(u"site/launcher/a.zip"_s), "archive");
 
     const Nginx nginx(block);
-    QTRY_VERIFY2_WITH_TIMEOUT(!nginx.isRunning() || nginx.answers(port), nginx.errors().constData(),
-                              30000);
+    const QString address = u"http://127.0.0.1:%1/"_s.arg(nginx.port());
     QVERIFY2(nginx.isRunning(), nginx.errors().constData());
 
     struct Expected

@@ -108,6 +108,7 @@ private slots:
     void aClientThatDiffersIsFoundByInstallingIt();
     void aMistakeIsToldInWords();
     void theWorkshopKnowsAddressAndVersions();
+    void anySiteIsLookedOverWithoutAWorkshop();
     void aSiteThatDoesNotAnswer();
     void onlyWarningsHaveACodeOfTheirOwn();
     void aClientWithTwoMarkersIsInOrder_data();
@@ -474,6 +475,20 @@ void TestPublishVerifier::theWorkshopKnowsAddressAndVersions()
              qPrintable(result.output));
 }
 
+void TestPublishVerifier::anySiteIsLookedOverWithoutAWorkshop()
+{
+    serve(m_good);
+    const Publisher nobodys;
+    const QString address = m_server.url(u"/"_s).toString();
+    const Publisher::Result result = nobodys.run({u"verifier"_s, address});
+    QVERIFY2(result.code == 0, qPrintable(result.output + result.errors));
+    const QString version = nobodys.run({u"--version"_s}).output.section(u' ', 1).trimmed();
+    QVERIFY2(result.output.startsWith(u"Launcher %1 : serveur en ligne"_s.arg(version)),
+             qPrintable(result.output));
+    QCOMPARE(nobodys.run({u"verifier"_s}).code, 2);
+    QCOMPARE(nobodys.run({u"verifier"_s, u"veyra.test"_s}).code, 2);
+}
+
 void TestPublishVerifier::aSiteThatDoesNotAnswer()
 {
     HttpServer gone;
@@ -536,10 +551,21 @@ void TestPublishVerifier::theWholeLookReadsTheLauncher_data()
 {
     QTest::addColumn<UpdateChange>("change");
     QTest::addColumn<QStringList>("expected");
-    const auto row = [](const char *name, const QStringList &expected, const UpdateChange &change) {
-        QTest::newRow(name) << change << expected;
+    QTest::addColumn<QString>("target");
+    const auto row = [](const char *name, const QStringList &expected, const UpdateChange &change,
+                        const QString &target = u"windows-x64"_s) {
+        QTest::newRow(name) << change << expected << target;
+    };
+    const auto forLinux = [](SampleUpdate &update) {
+        update.target = "linux-x64";
+        update.files["VeyraLauncher"] = update.files.take("VeyraLauncher.exe");
     };
     row("a launcher as it should be", {}, [](SampleUpdate &) {});
+    row("a launcher for Linux", {}, forLinux, u"linux-x64"_s);
+    row("a launcher for Linux where players have Windows", {u"M42"_s}, forLinux);
+    row(
+        "a launcher for Windows where players have Linux", {u"M42"_s}, [](SampleUpdate &) {},
+        u"linux-x64"_s);
     row("a damaged file", {u"M42"_s}, [](SampleUpdate &update) {
         update.changeList = [](QByteArray &list) {
             list.replace(Files::sha256("a plugin").toLatin1(), Files::sha256("no").toLatin1());
@@ -560,11 +586,15 @@ void TestPublishVerifier::theWholeLookReadsTheLauncher()
 {
     QFETCH(const UpdateChange, change);
     QFETCH(const QStringList, expected);
+    QFETCH(const QString, target);
     const KeyPair keys;
     const Publisher publisher;
     const QString address = m_server.url(u"/"_s).toString();
     Files::write(publisher.beside(u"cle.pub"_s), keys.publicKeyFile());
-    QCOMPARE(publisher.run({u"init"_s, address, u"--cle"_s, publisher.beside(u"cle.pub"_s)}).code,
+    QCOMPARE(publisher
+                 .run({u"init"_s, address, u"--cle"_s, publisher.beside(u"cle.pub"_s), u"--cible"_s,
+                       target})
+                 .code,
              0);
 
     SampleUpdate update;
