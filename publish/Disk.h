@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QJsonDocument>
 #include <QString>
 #include <QStringList>
@@ -42,9 +43,12 @@ QString targetName(const QString &path);
 void rename(const QString &from, const QString &to);
 /// Links in it are removed, not followed.
 void removeTree(const QString &path);
+/// The most that copy() shows at once, so the whole of a smaller file.
+inline constexpr qint64 kPiece = qint64{512} * 1024;
 /// Copies a file and returns the SHA-256 of what was copied, in lower-case hexadecimal. `copied` is
-/// told how many bytes each piece had.
-QByteArray copy(const QString &from, const QString &to, const std::function<void(qint64)> &copied);
+/// shown each piece.
+QByteArray copy(const QString &from, const QString &to,
+                const std::function<void(QByteArrayView)> &copied);
 /// Throws a Problem where `bytes` more cannot be written in the folder. Nothing stays of the trial.
 void checkRoom(const QString &folder, qint64 bytes);
 /// Returns once everything below `folder` outlasts a power cut.
