@@ -11,6 +11,6 @@ find_path(SODIUM_INCLUDE_DIR sodium.h REQUIRED ${places})
 find_library(SODIUM_LIBRARY sodium REQUIRED ${places})
 find_path(LIBZIP_INCLUDE_DIR zip.h REQUIRED ${places})
 find_library(LIBZIP_LIBRARY zip REQUIRED ${places})
-find_path(ZLIB_INCLUDE_DIR zlib.h REQUIRED ${places})
+# Its header lies where the compiler looks by itself: MinGW's package has it on Windows.
 find_library(ZLIB_LIBRARY z REQUIRED ${places})
 unset(places)
