@@ -3,7 +3,7 @@
 #include "publish/FaultPoints.h"
 #include "publish/Interruption.h"
 #include "publish/Outcome.h"
-#include "publish/Sha256.h"
+#include "publish/Sha256Sum.h"
 
 #include <QFile>
 #include <QSaveFile>
@@ -196,7 +196,7 @@ QByteArray Disk::copy(const QString &from, const QString &to,
     if (!target.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         throw failed(u"Écriture impossible"_s, to, target.errorString());
 
-    Sha256 sum;
+    Sha256Sum sum;
     QByteArray buffer(std::clamp(source.size(), qint64{1}, kPiece), Qt::Uninitialized);
     for (;;) {
         Interruption::check();

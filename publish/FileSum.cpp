@@ -2,7 +2,7 @@
 
 #include "publish/Interruption.h"
 #include "publish/Outcome.h"
-#include "publish/Sha256.h"
+#include "publish/Sha256Sum.h"
 
 #include <QFile>
 
@@ -13,7 +13,7 @@ QByteArray fileSum(const QString &path)
     constexpr qint64 kChunk = qint64{1024} * 1024;
     QFile file(path);
     const bool isOpen = file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-    Sha256 sum;
+    Sha256Sum sum;
     QByteArray chunk(kChunk, Qt::Uninitialized);
     qint64 count = isOpen ? 1 : -1;
     while (count > 0) {

@@ -6,13 +6,14 @@
 #include <memory>
 
 /// The SHA-256 of bytes that come in pieces. OpenSSL makes it where it is there, since it uses the
-/// processor's own instructions; else libsodium, which takes several times as long.
-class Sha256
+/// processor's own instructions; else libsodium, which takes several times as long. The updater
+/// has a class of its own, without either choice: `Sha256`.
+class Sha256Sum
 {
 public:
-    Sha256();
-    ~Sha256();
-    Q_DISABLE_COPY_MOVE(Sha256)
+    Sha256Sum();
+    ~Sha256Sum();
+    Q_DISABLE_COPY_MOVE(Sha256Sum)
 
     void add(QByteArrayView piece);
     /// In lower-case hexadecimal. Nothing can be added afterwards.
