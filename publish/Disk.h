@@ -51,7 +51,9 @@ QByteArray copy(const QString &from, const QString &to,
                 const std::function<void(QByteArrayView)> &copied);
 /// Throws a Problem where `bytes` more cannot be written in the folder. Nothing stays of the trial.
 void checkRoom(const QString &folder, qint64 bytes);
-/// Returns once everything below `folder` outlasts a power cut.
+/// Returns once everything below `folder` outlasts a power cut. It is asked once for a whole
+/// generation, before that gets its number: until then nothing leads there, so that its files need
+/// not be flushed one by one.
 void flush(const QString &folder);
 
 } // namespace Disk
