@@ -105,6 +105,7 @@ std::optional<CentralDirectory> CentralDirectory::read(qint64 fileSize, const Fe
         entry.name = bytes.mid(at + kRecordSize, nameSize);
         entry.flags = number<quint16>(bytes, at + 8);
         entry.method = number<quint16>(bytes, at + 10);
+        entry.crc = number<quint32>(bytes, at + 16);
         entry.externalAttributes = number<quint32>(bytes, at + 38);
         entry.packedSize = number<quint32>(bytes, at + 20);
         entry.size = number<quint32>(bytes, at + 24);

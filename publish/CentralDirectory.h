@@ -15,6 +15,7 @@ struct CentralDirectory
         QByteArray name;
         quint16 flags = 0;
         quint16 method = 0;
+        quint32 crc = 0;
         quint32 externalAttributes = 0;
         qint64 packedSize = 0;
         qint64 size = 0;

@@ -1,210 +1,324 @@
 #include "publish/ClientArchive.h"
 
-#include "publish/CentralDirectory.h"
 #include "publish/ClientFolder.h"
-#include "publish/FaultPoints.h"
 #include "publish/Interruption.h"
-#include "publish/Outcome.h"
-#include "publish/Progress.h"
+#include "publish/ZipRecords.h"
 
-#include <QFile>
-#include <QtEndian>
-
-#include <zip.h>
+#include <zlib.h>
 
 #include <algorithm>
-#include <memory>
+#include <functional>
+#include <new>
+#include <optional>
+#include <utility>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-constexpr zip_uint16_t kTime = 0;               // midnight
-constexpr zip_uint16_t kDate = (0 << 9) | 0x21; // 1 January 1980, the first that zip knows
 // Of deflate: the higher levels take several times as long for a few per cent of a game's data.
-constexpr zip_uint32_t kFastest = 1;
-constexpr qint64 kSample = qint64{64} * 1024;
+constexpr int kFastest = 1;
+constexpr qsizetype kSample = 4096;
 constexpr int kWorthwhile = 95; // per cent of what it was
+/// Entries that are ready before those in front of them.
+constexpr qint64 kMostReady = qint64{8} * 1024 * 1024;
+constexpr qint64 kMostAtOnce = qint64{16} * 1024 * 1024;
 
-struct Closer
+/// Thrown at those who wait for somebody who has failed: what that one has thrown counts.
+struct GivenUp
 {
-    void operator()(zip_t *archive) const { zip_discard(archive); }
 };
-using Archive = std::unique_ptr<zip_t, Closer>;
 
-Problem failed(const QString &path, const char *reason)
+/// Deflate without a head, as in a zip. One for each thread: it takes a quarter of a megabyte,
+/// whose beginning costs more than a small file.
+class Packer
 {
-    return {Outcome::Disk,
-            u"Archive impossible à écrire : %1 (%2)."_s.arg(path, QString::fromLocal8Bit(reason))};
-}
-
-Archive openArchive(const QString &path, int flags)
-{
-    int error = 0;
-    return Archive(zip_open(path.toUtf8().constData(), flags, &error));
-}
-
-/// What is packed already, pictures and music, only costs time.
-bool isWorthPacking(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    const QByteArray sample = file.read(kSample);
-    return qCompress(sample, kFastest).size() * 100 < sample.size() * kWorthwhile;
-}
-
-zip_uint32_t levelOf(int method)
-{
-    return method == ZIP_CM_DEFLATE ? kFastest : 0;
-}
-
-bool addUnchanged(zip_t *archive, zip_t *earlier, const ClientArchive::Entry &entry,
-                  const QByteArray &name)
-{
-    if (!earlier || !entry.isUnchanged)
-        return false;
-    const zip_int64_t index = zip_name_locate(earlier, name.constData(), ZIP_FL_ENC_UTF_8);
-    zip_stat_t status{};
-    if (index < 0 || zip_stat_index(earlier, zip_uint64_t(index), 0, &status) != 0 ||
-        qint64(status.size) != entry.size)
-        return false;
-    zip_source_t *const source =
-        zip_source_zip(archive, earlier, zip_uint64_t(index), ZIP_FL_COMPRESSED, 0, -1);
-    if (!source)
-        return false;
-    const zip_int64_t added = zip_file_add(archive, name.constData(), source, ZIP_FL_ENC_UTF_8);
-    if (added < 0) {
-        zip_source_free(source);
-        return false;
-    }
-    // Without it the library would pack what is stored.
-    zip_set_file_compression(archive, zip_uint64_t(added), status.comp_method,
-                             levelOf(status.comp_method));
-    return true;
-}
-
-void addFromDisk(zip_t *archive, const ClientArchive::Entry &entry, const QByteArray &name)
-{
-    zip_source_t *const source = zip_source_file(archive, entry.path.toUtf8().constData(), 0, -1);
-    const zip_int64_t index =
-        source ? zip_file_add(archive, name.constData(), source, ZIP_FL_ENC_UTF_8) : -1;
-    if (index < 0) {
-        zip_source_free(source);
-        throw failed(entry.path, zip_strerror(archive));
-    }
-    const int method = isWorthPacking(entry.path) ? ZIP_CM_DEFLATE : ZIP_CM_STORE;
-    zip_set_file_compression(archive, zip_uint64_t(index), method, levelOf(method));
-}
-
-/// The last entry: its date, and that it may be run where it is a program. Windows asks for
-/// neither.
-void setAttributes(zip_t *archive, const QString &name)
-{
-    constexpr zip_uint32_t kFile = 0100644;
-    constexpr zip_uint32_t kProgram = 0100755;
-    const bool isProgram = name.endsWith(".exe"_L1, Qt::CaseInsensitive);
-    const auto index = zip_uint64_t(zip_get_num_entries(archive, 0) - 1);
-    zip_file_set_dostime(archive, index, kTime, kDate, 0);
-    zip_file_set_external_attributes(archive, index, 0, ZIP_OPSYS_UNIX,
-                                     (isProgram ? kProgram : kFile) << 16);
-}
-
-struct Watcher
-{
-    Progress *progress;
-    qint64 total;
-    qint64 reported = 0;
-
-    void report(double part)
+public:
+    Packer()
     {
-        PublishFaultPoints::next();
-        const auto done = static_cast<qint64>(part * static_cast<double>(total));
-        progress->advance(done - reported);
-        reported = done;
+        constexpr int kWithoutHead = -MAX_WBITS;
+        constexpr int kMemory = 8;
+        if (deflateInit2(&m_stream, kFastest, Z_DEFLATED, kWithoutHead, kMemory,
+                         Z_DEFAULT_STRATEGY) != Z_OK)
+            throw std::bad_alloc();
     }
+    ~Packer() { deflateEnd(&m_stream); }
+    Q_DISABLE_COPY_MOVE(Packer)
+
+    static Packer &own()
+    {
+        thread_local Packer packer;
+        return packer;
+    }
+
+    void begin() { deflateReset(&m_stream); }
+
+    /// Hands on what is packed so far; all of it after the last piece.
+    void add(QByteArrayView piece, bool isLast,
+             const std::function<void(const QByteArray &)> &packed)
+    {
+        // The library only reads there.
+        m_stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(piece.data()));
+        m_stream.avail_in = uInt(piece.size());
+        int result = Z_OK;
+        do {
+            QByteArray out(kBuffer, Qt::Uninitialized);
+            m_stream.next_out = reinterpret_cast<Bytef *>(out.data());
+            m_stream.avail_out = uInt(out.size());
+            result = deflate(&m_stream, isLast ? Z_FINISH : Z_NO_FLUSH);
+            out.truncate(out.size() - qsizetype(m_stream.avail_out));
+            if (!out.isEmpty())
+                packed(out);
+        } while (m_stream.avail_out == 0 && result != Z_STREAM_END);
+    }
+
+    QByteArray pack(QByteArrayView content)
+    {
+        QByteArray all;
+        begin();
+        add(content, true, [&all](const QByteArray &bytes) { all.append(bytes); });
+        return all;
+    }
+
+private:
+    static constexpr qsizetype kBuffer = qsizetype{64} * 1024;
+
+    z_stream m_stream = {};
 };
 
-void writeToDisk(Archive archive, const QString &path, Watcher &watcher)
+/// What is packed already, pictures and music, only costs time. The middle tells: many formats have
+/// tables at their beginning.
+bool isWorthPacking(QByteArrayView start)
 {
-    constexpr double kEvery = 0.001;
-    zip_register_progress_callback_with_state(
-        archive.get(), kEvery,
-        [](zip_t *, double part, void *state) { static_cast<Watcher *>(state)->report(part); },
-        nullptr, &watcher);
-    zip_register_cancel_callback_with_state(
-        archive.get(), [](zip_t *, void *) { return Interruption::wasRequested() ? 1 : 0; },
-        nullptr, nullptr);
-    if (zip_close(archive.get()) == 0) {
-        [[maybe_unused]] zip_t *const closed = archive.release();
-        return;
-    }
-    Interruption::check();
-    throw failed(path, zip_strerror(archive.get()));
+    const qsizetype size = std::min(start.size(), kSample);
+    const QByteArrayView sample = start.sliced((start.size() - size) / 2, size);
+    return Packer::own().pack(sample).size() * 100 < sample.size() * kWorthwhile;
 }
 
-void setFlag(QFile &file, qint64 offset)
+quint16 methodFor(QByteArrayView start)
 {
-    QByteArray flags(2, '\0');
-    const bool isRead = file.seek(offset) && file.read(flags.data(), flags.size()) == flags.size();
-    const quint16 changed = qFromLittleEndian<quint16>(flags.constData()) | CentralDirectory::kUtf8;
-    qToLittleEndian(changed, flags.data());
-    if (!isRead || !file.seek(offset) || file.write(flags) != flags.size())
-        throw failed(file.fileName(), file.errorString().toLocal8Bit().constData());
+    return isWorthPacking(start) ? CentralDirectory::kDeflated : CentralDirectory::kStored;
 }
 
-/// The library leaves the flag out of names in ASCII. Nobody has to know that who looks whether an
-/// archive is in order.
-void flagNames(const QString &path)
+quint32 checksum(quint32 before, QByteArrayView bytes)
 {
-    constexpr qint64 kFlagsInHead = 6;
-    constexpr qint64 kFlagsInRecord = 8;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadWrite))
-        throw failed(path, file.errorString().toLocal8Bit().constData());
-    const auto fetch = [&file](qint64 offset, qint64 size) {
-        return file.seek(offset) ? file.read(size) : QByteArray();
-    };
-    const std::optional<CentralDirectory> directory = CentralDirectory::read(file.size(), fetch);
-    if (!directory)
-        throw failed(path, "archive incohérente");
-    PublishFaultPoints::next();
-    for (const CentralDirectory::Entry &entry : directory->entries) {
-        setFlag(file, entry.headerOffset + kFlagsInHead);
-        setFlag(file, entry.recordOffset + kFlagsInRecord);
-    }
-    if (!file.flush())
-        throw failed(path, file.errorString().toLocal8Bit().constData());
+    return quint32(
+        crc32_z(before, reinterpret_cast<const Bytef *>(bytes.data()), size_t(bytes.size())));
+}
+
+/// That it may be run where it is a program. Windows does not ask.
+quint32 attributesOf(const QString &name)
+{
+    constexpr quint32 kFile = 0100644;
+    constexpr quint32 kProgram = 0100755;
+    return (name.endsWith(".exe"_L1, Qt::CaseInsensitive) ? kProgram : kFile) << 16;
 }
 
 } // namespace
 
-void ClientArchive::write(const QString &path, const QList<Entry> &entries, const QString &earlier,
-                          Progress &progress)
+QStringList ClientArchive::inOrder(const QStringList &names)
 {
-    QStringList names;
-    for (const Entry &entry : entries)
-        names.append(entry.name);
     const QStringList markers = ClientFolder::markers(names);
-    QList<Entry> ordered = entries;
-    std::stable_sort(ordered.begin(), ordered.end(), [&](const Entry &left, const Entry &right) {
-        return markers.indexOf(left.name) < markers.indexOf(right.name);
-    });
+    QStringList ordered = names;
+    std::stable_sort(ordered.begin(), ordered.end(),
+                     [&markers](const QString &left, const QString &right) {
+                         return markers.indexOf(left) < markers.indexOf(right);
+                     });
+    return ordered;
+}
 
-    // Outlives the new one, whose sources read from it.
-    const Archive source = openArchive(earlier, ZIP_RDONLY);
-    Archive archive = openArchive(path, ZIP_CREATE | ZIP_TRUNCATE);
-    if (!archive)
-        throw failed(path, "création refusée");
-    Watcher watcher{&progress, 0};
-    for (const Entry &entry : std::as_const(ordered)) {
-        Interruption::check();
-        const QByteArray name = entry.name.toUtf8();
-        if (!addUnchanged(archive.get(), source.get(), entry, name))
-            addFromDisk(archive.get(), entry, name);
-        setAttributes(archive.get(), entry.name);
-        watcher.total += entry.size;
+ClientArchive::ClientArchive(const QString &path, const QStringList &names, const QString &earlier)
+    : m_file(path, QIODevice::WriteOnly)
+    , m_earlier(earlier, QIODevice::ReadOnly)
+{
+    for (const QString &name : names) {
+        Entry entry;
+        entry.name = name.toUtf8();
+        entry.externalAttributes = attributesOf(name);
+        m_entries.push_back(entry);
     }
-    writeToDisk(std::move(archive), path, watcher);
-    flagNames(path);
+    if (!m_earlier.isOpen())
+        return;
+    const auto fetch = [this](qint64 offset, qint64 size) { return m_earlier.read(offset, size); };
+    const std::optional<CentralDirectory> directory =
+        CentralDirectory::read(m_earlier.size(), fetch);
+    if (!directory)
+        return;
+    for (const Entry &entry : directory->entries)
+        m_earlierEntries.insert(entry.name, entry);
+}
+
+ClientArchive::~ClientArchive() = default;
+
+const CentralDirectory::Entry *ClientArchive::earlierEntry(qsizetype index) const
+{
+    const auto found = m_earlierEntries.constFind(m_entries[size_t(index)].name);
+    return found == m_earlierEntries.constEnd() ? nullptr : &*found;
+}
+
+/// With what stands before its content.
+qint64 ClientArchive::sizeOf(const Entry &entry)
+{
+    return ZipRecords::header(entry).size() + entry.packedSize;
+}
+
+bool ClientArchive::isInEarlier(qsizetype index, qint64 size) const
+{
+    const Entry *const earlier = earlierEntry(index);
+    return earlier && earlier->size == size;
+}
+
+bool ClientArchive::followsInEarlier(qsizetype index) const
+{
+    const Entry *const before = earlierEntry(index - 1);
+    const Entry *const earlier = earlierEntry(index);
+    return before && earlier && before->headerOffset + sizeOf(*before) == earlier->headerOffset;
+}
+
+bool ClientArchive::takeFromEarlier(qsizetype first, qsizetype count)
+{
+    const qint64 from = earlierEntry(first)->headerOffset;
+    qint64 size = 0;
+    for (qsizetype i = first; i < first + count; ++i) {
+        Entry taken = *earlierEntry(i);
+        const QByteArray header = ZipRecords::header(taken);
+        if (m_earlier.read(taken.headerOffset, header.size()) != header)
+            return false;
+        taken.externalAttributes = entry(i).externalAttributes;
+        entry(i) = taken;
+        size += header.size() + taken.packedSize;
+    }
+
+    const qint64 place = waitForTurn(first);
+    goOnWith(first + count, place + size);
+    for (qsizetype i = first; i < first + count; ++i)
+        entry(i).headerOffset += place - from;
+    for (qint64 done = 0; done < size; done += kMostAtOnce) {
+        Interruption::check();
+        m_file.copy(m_earlier, from + done, std::min(kMostAtOnce, size - done), place + done);
+    }
+    return true;
+}
+
+void ClientArchive::add(qsizetype index, QByteArrayView content)
+{
+    Entry &added = entry(index);
+    added.method = methodFor(content);
+    added.crc = checksum(0, content);
+    added.size = content.size();
+    const bool isPacked = added.method == CentralDirectory::kDeflated;
+    const QByteArray packed = isPacked ? Packer::own().pack(content) : QByteArray();
+    const QByteArrayView bytes = isPacked ? QByteArrayView(packed) : content;
+    added.packedSize = bytes.size();
+    QByteArray whole = ZipRecords::header(added);
+    whole.append(bytes);
+    {
+        std::unique_lock lock(m_mutex);
+        m_turn.wait(lock,
+                    [&] { return m_isGivenUp || index == m_next || m_readyBytes < kMostReady; });
+        throwIfGivenUp();
+        m_readyBytes += whole.size();
+        m_ready.emplace(index, whole);
+    }
+    placeWhatIsReady();
+}
+
+/// Returns where the entry begins, once those before it have their places.
+qint64 ClientArchive::waitForTurn(qsizetype index)
+{
+    std::unique_lock lock(m_mutex);
+    m_turn.wait(lock, [&] { return m_isGivenUp || index == m_next; });
+    throwIfGivenUp();
+    return m_end;
+}
+
+/// All before `index` have their places, up to `end`.
+void ClientArchive::goOnWith(qsizetype index, qint64 end)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_next = index;
+        m_end = end;
+    }
+    placeWhatIsReady();
+}
+
+void ClientArchive::placeWhatIsReady()
+{
+    QList<std::pair<qint64, QByteArray>> placed;
+    {
+        const std::lock_guard lock(m_mutex);
+        for (auto first = m_ready.begin(); first != m_ready.end() && first->first == m_next;
+             first = m_ready.erase(first)) {
+            entry(m_next++).headerOffset = m_end;
+            placed.append({m_end, first->second});
+            m_end += first->second.size();
+            m_readyBytes -= first->second.size();
+        }
+    }
+    m_turn.notify_all();
+    for (const auto &[place, bytes] : std::as_const(placed))
+        m_file.write(place, bytes);
+}
+
+void ClientArchive::giveUp()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_isGivenUp = true;
+    }
+    m_turn.notify_all();
+}
+
+void ClientArchive::throwIfGivenUp() const
+{
+    if (m_isGivenUp)
+        throw GivenUp();
+}
+
+void ClientArchive::finish()
+{
+    m_file.write(m_end, ZipRecords::directory(m_entries, m_end));
+}
+
+ClientArchive::LargeEntry::LargeEntry(ClientArchive &archive, qsizetype index, qint64 size,
+                                      QByteArrayView start)
+    : m_archive(archive)
+    , m_index(index)
+{
+    entry().method = methodFor(start);
+    entry().size = size;
+    entry().packedSize = size;
+    entry().headerOffset = archive.waitForTurn(index);
+    m_at = entry().headerOffset + ZipRecords::header(entry()).size();
+    if (isPacked())
+        Packer::own().begin();
+    else
+        archive.goOnWith(index + 1, m_at + size);
+}
+
+void ClientArchive::LargeEntry::add(QByteArrayView piece)
+{
+    entry().crc = checksum(entry().crc, piece);
+    if (isPacked())
+        Packer::own().add(piece, false, [this](const QByteArray &bytes) { write(bytes); });
+    else
+        write(piece);
+}
+
+void ClientArchive::LargeEntry::write(QByteArrayView bytes)
+{
+    m_archive.m_file.write(m_at, bytes);
+    m_at += bytes.size();
+}
+
+void ClientArchive::LargeEntry::finish()
+{
+    if (isPacked()) {
+        const qint64 header = ZipRecords::header(entry()).size();
+        Packer::own().add({}, true, [this](const QByteArray &bytes) { write(bytes); });
+        entry().packedSize = m_at - entry().headerOffset - header;
+        m_archive.goOnWith(m_index + 1, m_at);
+    }
+    m_archive.m_file.write(entry().headerOffset, ZipRecords::header(entry()));
 }

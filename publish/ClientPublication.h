@@ -12,6 +12,8 @@ struct ClientPublication
     qint64 changedFiles = 0; ///< new ones and those with another content
     qint64 removedFiles = 0;
 
+    bool isDifferent() const { return changedFiles > 0 || removedFiles > 0; }
+
     /// Makes a generation with this client from the workshop's draft.
     static ClientPublication make(const Workshop &workshop, const ClientFolder &client);
 };

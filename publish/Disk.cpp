@@ -3,15 +3,14 @@
 #include "publish/FaultPoints.h"
 #include "publish/Interruption.h"
 #include "publish/Outcome.h"
+#include "publish/Sha256Sum.h"
 
 #include <QFile>
 #include <QSaveFile>
 #include <QStorageInfo>
 #include <QTemporaryFile>
 
-#include <sodium.h>
-
-#include <array>
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 
@@ -32,7 +31,6 @@ using namespace Qt::Literals::StringLiterals;
 namespace {
 
 constexpr qint64 kMegabyte = qint64{1024} * 1024;
-constexpr qint64 kChunk = kMegabyte;
 #ifndef Q_OS_UNIX
 constexpr std::chrono::seconds kRenameWithin{2};
 constexpr std::chrono::milliseconds kRenameEvery{50};
@@ -220,7 +218,7 @@ void Disk::removeTree(const QString &path)
 }
 
 QByteArray Disk::copy(const QString &from, const QString &to,
-                      const std::function<void(qint64)> &copied)
+                      const std::function<void(QByteArrayView)> &copied)
 {
     QFile source(from);
     if (!source.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
@@ -230,26 +228,21 @@ QByteArray Disk::copy(const QString &from, const QString &to,
     if (!target.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         throw failed(u"Écriture impossible"_s, to, target.errorString());
 
-    crypto_hash_sha256_state state;
-    crypto_hash_sha256_init(&state);
-    QByteArray chunk(kChunk, Qt::Uninitialized);
+    Sha256Sum sum;
+    QByteArray buffer(std::clamp(source.size(), qint64{1}, kPiece), Qt::Uninitialized);
     for (;;) {
         Interruption::check();
-        const qint64 count = source.read(chunk.data(), chunk.size());
+        const qint64 count = source.read(buffer.data(), buffer.size());
         if (count < 0)
             throw failed(u"Lecture impossible"_s, from, source.errorString());
         if (count == 0)
-            break;
-        crypto_hash_sha256_update(&state, reinterpret_cast<unsigned char *>(chunk.data()),
-                                  static_cast<unsigned long long>(count));
+            return sum.result();
+        const QByteArrayView piece = QByteArrayView(buffer).first(count);
+        sum.add(piece);
         PublishFaultPoints::next();
-        writeAll(target, chunk.constData(), count);
-        copied(count);
+        writeAll(target, piece.data(), piece.size());
+        copied(piece);
     }
-
-    QByteArray sum(crypto_hash_sha256_BYTES, Qt::Uninitialized);
-    crypto_hash_sha256_final(&state, reinterpret_cast<unsigned char *>(sum.data()));
-    return sum.toHex();
 }
 
 void Disk::checkRoom(const QString &folder, qint64 bytes)

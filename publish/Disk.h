@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QJsonDocument>
 #include <QString>
 #include <QStringList>
@@ -49,12 +50,17 @@ inline constexpr bool kMakesLinks = true;
 void rename(const QString &from, const QString &to);
 /// Links in it are removed, not followed.
 void removeTree(const QString &path);
+/// The most that copy() shows at once, so the whole of a smaller file.
+inline constexpr qint64 kPiece = qint64{512} * 1024;
 /// Copies a file and returns the SHA-256 of what was copied, in lower-case hexadecimal. `copied` is
-/// told how many bytes each piece had.
-QByteArray copy(const QString &from, const QString &to, const std::function<void(qint64)> &copied);
+/// shown each piece.
+QByteArray copy(const QString &from, const QString &to,
+                const std::function<void(QByteArrayView)> &copied);
 /// Throws a Problem where `bytes` more cannot be written in the folder. Nothing stays of the trial.
 void checkRoom(const QString &folder, qint64 bytes);
-/// Returns once everything below `folder` outlasts a power cut.
+/// Returns once everything below `folder` outlasts a power cut. It is asked once for a whole
+/// generation, before that gets its number: until then nothing leads there, so that its files need
+/// not be flushed one by one.
 void flush(const QString &folder);
 
 } // namespace Disk

@@ -2,10 +2,9 @@
 
 #include "publish/Interruption.h"
 #include "publish/Outcome.h"
+#include "publish/Sha256Sum.h"
 
 #include <QFile>
-
-#include <sodium.h>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -14,23 +13,18 @@ QByteArray fileSum(const QString &path)
     constexpr qint64 kChunk = qint64{1024} * 1024;
     QFile file(path);
     const bool isOpen = file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-    crypto_hash_sha256_state state;
-    crypto_hash_sha256_init(&state);
+    Sha256Sum sum;
     QByteArray chunk(kChunk, Qt::Uninitialized);
     qint64 count = isOpen ? 1 : -1;
     while (count > 0) {
         Interruption::check();
         count = file.read(chunk.data(), chunk.size());
-        if (count > 0) {
-            crypto_hash_sha256_update(&state, reinterpret_cast<unsigned char *>(chunk.data()),
-                                      static_cast<unsigned long long>(count));
-        }
+        if (count > 0)
+            sum.add(QByteArrayView(chunk).first(count));
     }
     if (count < 0) {
         throw Problem{Outcome::Disk,
                       u"Lecture impossible : %1 (%2)."_s.arg(path, file.errorString())};
     }
-    QByteArray sum(crypto_hash_sha256_BYTES, Qt::Uninitialized);
-    crypto_hash_sha256_final(&state, reinterpret_cast<unsigned char *>(sum.data()));
-    return sum.toHex();
+    return sum.result();
 }

@@ -7,7 +7,10 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QTimeZone>
+
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -17,12 +20,36 @@ constexpr qint64 kLeftAlone = 2000; // milliseconds
 
 } // namespace
 
+#ifdef Q_OS_UNIX
+
+namespace {
+
+qint64 milliseconds(const timespec &time)
+{
+    return qint64{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000;
+}
+
+} // namespace
+
+/// Not by way of QFileInfo, whose times are local ones: each asks anew which zone that is.
+FileStamp FileStamp::of(const QString &path)
+{
+    struct stat status = {};
+    if (::stat(QFile::encodeName(path).constData(), &status) != 0)
+        return {};
+    return {status.st_size, milliseconds(status.st_mtim), milliseconds(status.st_ctim)};
+}
+
+#else
+
 FileStamp FileStamp::of(const QString &path)
 {
     const QFileInfo info(path);
     return {info.size(), info.lastModified().toMSecsSinceEpoch(),
             info.metadataChangeTime().toMSecsSinceEpoch()};
 }
+
+#endif
 
 /// A file that cannot be read costs time and nothing else.
 Fingerprints::Fingerprints(const QString &path)

@@ -69,7 +69,8 @@ void FolderDestination::link(const QString &existing, const QString &name)
 void FolderDestination::send(const QString &source, const QString &name, const QByteArray &sum,
                              bool, const std::function<void(qint64)> &sent)
 {
-    if (Disk::copy(source, path(name), sent) != sum) {
+    const auto copied = [&sent](QByteArrayView piece) { sent(piece.size()); };
+    if (Disk::copy(source, path(name), copied) != sum) {
         throw Problem{Outcome::Disk, u"« %1 » n'est plus tel qu'il a été préparé."_s.arg(source)};
     }
 }

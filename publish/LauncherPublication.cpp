@@ -82,7 +82,7 @@ QString LauncherPublication::make(const Workshop &workshop) const
     Generation generation(workshop, {Site::kLauncherVersion});
     const QString unchecked = generation.fileFor(kUnchecked);
     // What is checked is the copy, whatever happens to the original.
-    const QByteArray sum = Disk::copy(archive, unchecked, [](qint64) {});
+    const QByteArray sum = Disk::copy(archive, unchecked, [](QByteArrayView) {});
     const ServedSums served = ServedLaunchers::sums(workshop);
     const QString version = checkedVersion(unchecked, workshop, served);
     checkAgainst(served, version, QString::fromLatin1(sum));

@@ -373,16 +373,20 @@ Outcome Sending::run(const CommandLine &line)
         Console::say(u"La publication %1 est déjà en ligne là-bas."_s.arg(run.name()));
         return Outcome::Good;
     }
+    bool isConnected = true;
     try {
         run.putOnline();
     } catch (const Problem &problem) {
         if (!isOnlineAfterAll(address, run.name()))
             throw brokenOff(problem);
+        isConnected = false;
     }
     Console::say(
         u"%1 fichiers, %2 envoyés. Publication %3 en ligne là-bas."_s.arg(listing.sums().size())
             .arg(run.sentFiles())
             .arg(run.name()));
+    if (!isConnected)
+        return Outcome::Good; // the next sending removes what is old
     try {
         run.removeOld();
     } catch (const Problem &problem) {

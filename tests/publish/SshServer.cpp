@@ -8,6 +8,7 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 
+#include <csignal>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -26,6 +27,27 @@ QString sshd()
 QString sftp()
 {
     return QStandardPaths::findExecutable(u"sftp"_s, {u"/usr/bin"_s});
+}
+
+QList<qint64> childrenOf(qint64 process)
+{
+    QList<qint64> children;
+    const QList<QByteArray> numbers =
+        Files::read(u"/proc/%1/task/%1/children"_s.arg(process)).split(' ');
+    for (const QByteArray &number : numbers) {
+        if (const qint64 child = number.toLongLong(); child > 0)
+            children.append(child);
+    }
+    return children;
+}
+
+/// With all that it has started.
+void killTree(qint64 process)
+{
+    const QList<qint64> children = childrenOf(process);
+    ::kill(static_cast<pid_t>(process), SIGKILL);
+    for (const qint64 child : children)
+        killTree(child);
 }
 
 QByteArray userName()
@@ -103,6 +125,19 @@ void SshServer::setClientOptions(const QByteArray &options)
     Files::write(program, "#!/bin/sh\nexec " + sftp().toUtf8() + " -F '" +
                               path(u"ssh_config"_s).toUtf8() + "' " + options + " \"$@\"\n");
     QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+void SshServer::cutConnections() const
+{
+    const QList<qint64> connections = childrenOf(m_process.processId());
+    for (const qint64 connection : connections)
+        killTree(connection);
+}
+
+void SshServer::stop()
+{
+    killTree(m_process.processId());
+    m_process.waitForFinished();
 }
 
 void SshServer::forgetHostKey()

@@ -27,6 +27,10 @@ public:
 
     /// From here on sftp has these options too.
     void setClientOptions(const QByteArray &options);
+    /// Ends all connections at once. New ones are taken.
+    void cutConnections() const;
+    /// The same, and nobody listens any longer.
+    void stop();
     /// From here on nobody knows the server's key.
     void forgetHostKey();
     /// From here on the server lets nobody in.

@@ -1,5 +1,8 @@
 #include "publish/CentralDirectory.h"
 #include "publish/FileNames.h"
+#include "publish/Outcome.h"
+#include "publish/SharedFile.h"
+#include "publish/ZipRecords.h"
 #include "tests/publish/Publisher.h"
 #include "tests/support/Archives.h"
 #include "tests/support/Files.h"
@@ -13,6 +16,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QTemporaryDir>
 #include <QtEndian>
 #include <QTest>
 
@@ -23,6 +27,7 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
+#include <vector>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -96,6 +101,11 @@ private slots:
     void aSubfolderOfTheLaunchersKeepsItsName();
     void aSecondRunReadsWhatChangedAndNothingElse();
     void theSameFilesMakeTheSameArchive();
+    void largeAndManyFilesComeThroughWhole();
+    void whatIsUnchangedIsTakenFromTheEarlierArchive();
+    void anArchiveThatWasMadeInAnotherWayIsMadeAnew_data();
+    void anArchiveThatWasMadeInAnotherWayIsMadeAnew();
+    void whatWasTouchedAloneIsLinked();
     void whatIsTheSamePreparesNothing();
     void aFileThatWasJustWrittenIsReadAgain();
     void exclusionsLeaveOut_data();
@@ -117,6 +127,9 @@ private slots:
     void interruptionLeavesNothing();
     void aTerminalShowsABar();
     void largeArchivesAreRead();
+    void largeArchivesAreWritten();
+    void theLastPieceOfACopyIsMissing();
+    void aVolumeThatCopiesNothingByItself();
     void damagedArchivesAreNotRead_data();
     void damagedArchivesAreNotRead();
     void namesThatClash_data();
@@ -135,6 +148,10 @@ private:
         return Files::read(m_publisher->path(QLatin1StringView(kArchive)));
     }
     QStringList archivedNames() const;
+    /// Whether `unzip` makes these files of the archive.
+    bool unzippedIs(const ClientFiles &files) const;
+    /// Of the same client, published at once in another workshop.
+    QByteArray archiveOfAFirstRun() const;
     /// In a new workshop.
     bool becomeStranger();
 
@@ -143,9 +160,13 @@ private:
 
 void TestPublishClient::init()
 {
-    static const QList<QByteArray> kWithoutWorkshop{"namesThatWindowsTakes", "namesThatClash",
+    static const QList<QByteArray> kWithoutWorkshop{"namesThatWindowsTakes",
+                                                    "namesThatClash",
                                                     "largeArchivesAreRead",
-                                                    "damagedArchivesAreNotRead"};
+                                                    "damagedArchivesAreNotRead",
+                                                    "largeArchivesAreWritten",
+                                                    "theLastPieceOfACopyIsMissing",
+                                                    "aVolumeThatCopiesNothingByItself"};
     if (kWithoutWorkshop.contains(QTest::currentTestFunction()))
         return;
     m_publisher = std::make_unique<Publisher>();
@@ -166,6 +187,26 @@ QStringList TestPublishClient::archivedNames() const
     for (const CentralDirectory::Entry &entry : directory.entries)
         names.append(QString::fromUtf8(entry.name));
     return names;
+}
+
+bool TestPublishClient::unzippedIs(const ClientFiles &files) const
+{
+    const QString target = m_publisher->beside(u"joueur"_s);
+    if (QProcess::execute(u"unzip"_s,
+                          {u"-q"_s, u"-o"_s, m_publisher->path(QLatin1StringView(kArchive)),
+                           u"-d"_s, target}) != 0)
+        return false;
+    return std::all_of(files.keyBegin(), files.keyEnd(), [&](const QString &name) {
+        return Files::read(target + u'/' + name) == files.value(name);
+    });
+}
+
+QByteArray TestPublishClient::archiveOfAFirstRun() const
+{
+    const Publisher other;
+    other.run({u"init"_s, u"http://veyra.test/"_s});
+    other.run({u"client"_s, folder()});
+    return Files::read(other.path(QLatin1StringView(kArchive)));
 }
 
 void TestPublishClient::theManifestHasEveryFile()
@@ -213,14 +254,7 @@ void TestPublishClient::unzipMakesTheSameFiles()
     const ClientFiles files = Clients::sample();
     Clients::write(folder(), files);
     QCOMPARE(publish().code, 0);
-    const QString target = m_publisher->beside(u"joueur"_s);
-    QProcess unzip;
-    unzip.start(u"unzip"_s,
-                {u"-q"_s, m_publisher->path(QLatin1StringView(kArchive)), u"-d"_s, target});
-    QVERIFY(unzip.waitForFinished());
-    QCOMPARE(unzip.exitCode(), 0);
-    for (auto file = files.begin(); file != files.end(); ++file)
-        QCOMPARE(Files::read(target + u'/' + file.key()), file.value());
+    QVERIFY(unzippedIs(files));
 }
 
 void TestPublishClient::namesAreWrittenInOneForm()
@@ -284,13 +318,125 @@ void TestPublishClient::theSameFilesMakeTheSameArchive()
     QCOMPARE(publish().code, 0);
     Files::write(folder() + u"/data/texte.json"_s, QByteArray(5000, 'y'));
     QCOMPARE(publish().code, 0);
-    const QByteArray changed = archive();
+    QVERIFY(archive() == archiveOfAFirstRun());
+}
 
-    // The same client at once, in another workshop.
-    const Publisher other;
-    QCOMPARE(other.run({u"init"_s, u"http://veyra.test/"_s}).code, 0);
-    QCOMPARE(other.run({u"client"_s, folder()}).code, 0);
-    QVERIFY(Files::read(other.path(QLatin1StringView(kArchive))) == changed);
+/// Those of several pieces, stored and packed, one that is a whole piece, and so many small ones
+/// that all processors have some.
+void TestPublishClient::largeAndManyFilesComeThroughWhole()
+{
+    ClientFiles files = Clients::sample();
+    files.insert(u"data/a packed.txt"_s, QByteArray(3'000'000, 'x') + Files::noise(100'000));
+    files.insert(u"data/b stored.d2p"_s, Files::noise(2'000'000));
+    files.insert(u"data/c packed.txt"_s, QByteArray(2'000'000, 'y'));
+    files.insert(u"data/d piece.d2p"_s, Files::noise(512 * 1024));
+    files.insert(u"data/e piece and a byte.d2p"_s, Files::noise(512 * 1024 + 1));
+    for (int i = 0; i < 200; ++i) {
+        const QString name = u"data/%1/%2"_s.arg(i % 7).arg(i);
+        files.insert(name, Files::noise(i * 20) + QByteArray(i * 10, 'z'));
+    }
+    Clients::write(folder(), files);
+    QCOMPARE(publish().code, 0);
+    QVERIFY(unzippedIs(files));
+    for (auto file = files.begin(); file != files.end(); ++file) {
+        QVERIFY2(Files::read(m_publisher->path(u"brouillon/updates/files/"_s + file.key())) ==
+                     file.value(),
+                 qPrintable(file.key()));
+    }
+    const QByteArray first = archive();
+    const CentralDirectory directory = directoryOf(first);
+    qint64 end = 0;
+    for (const CentralDirectory::Entry &entry : directory.entries) {
+        QCOMPARE(entry.headerOffset, end); // nothing between them
+        end += 30 + entry.name.size() + entry.packedSize;
+        if (entry.size > 512 * 1024) {
+            QCOMPARE(entry.method, entry.name.contains("packed") ? CentralDirectory::kDeflated
+                                                                 : CentralDirectory::kStored);
+        }
+    }
+
+    // In the middle one is changed, one is new and one is gone.
+    files.insert(u"data/3/3"_s, "changed");
+    files.insert(u"data/4/new"_s, Files::noise(700'000));
+    Clients::write(folder(), files);
+    QVERIFY(QFile::remove(folder() + u"/data/5/5"_s));
+    files.remove(u"data/5/5"_s);
+    const auto names = files.keys();
+    for (const QString &name : names)
+        age(folder() + u'/' + name);
+    QCOMPARE(publish().code, 0);
+    QVERIFY(archive() == archiveOfAFirstRun());
+    files.insert(u"data/3/3"_s, "changed again");
+    Files::write(folder() + u"/data/3/3"_s, "changed again");
+    QCOMPARE(publish().code, 0);
+    QVERIFY(unzippedIs(files));
+    QVERIFY(archive() == archiveOfAFirstRun());
+}
+
+void TestPublishClient::whatIsUnchangedIsTakenFromTheEarlierArchive()
+{
+    const ClientFiles files = Clients::sample();
+    Clients::write(folder(), files);
+    for (auto file = files.begin(); file != files.end(); ++file)
+        age(folder() + u'/' + file.key());
+    QCOMPARE(publish().code, 0);
+    // Who packed the file again would not make this.
+    QByteArray marked = archive();
+    const qsizetype content = marked.indexOf(files.value(u"data/Île aux Cèdres.map"_s).first(100));
+    QVERIFY(content > 0);
+    marked[content] = char(marked.at(content) + 1);
+    Files::write(m_publisher->path(QLatin1StringView(kArchive)), marked);
+
+    Files::write(folder() + u"/data/nouveau"_s, "new");
+    QCOMPARE(publish().code, 0);
+    const QByteArray taken = marked.mid(content, 200'000);
+    QVERIFY(archive().contains(taken));
+}
+
+void TestPublishClient::anArchiveThatWasMadeInAnotherWayIsMadeAnew_data()
+{
+    QTest::addColumn<QString>("way");
+    QTest::newRow("with a head that says something else") << u"head"_s;
+    QTest::newRow("no archive at all") << u"text"_s;
+    QTest::newRow("none is there") << QString();
+}
+
+void TestPublishClient::anArchiveThatWasMadeInAnotherWayIsMadeAnew()
+{
+    QFETCH(const QString, way);
+    const ClientFiles files = Clients::sample();
+    Clients::write(folder(), files);
+    for (auto file = files.begin(); file != files.end(); ++file)
+        age(folder() + u'/' + file.key());
+    QCOMPARE(publish().code, 0);
+    const QString path = m_publisher->path(QLatin1StringView(kArchive));
+    QByteArray other = archive();
+    if (way == u"head"_s)
+        other[other.indexOf("PK\x03\x04", 100) + 11] = 1; // another time
+    else
+        other = "no archive";
+    QVERIFY(QFile::remove(path));
+    if (!way.isEmpty())
+        Files::write(path, other);
+
+    Files::write(folder() + u"/data/nouveau"_s, "new");
+    QCOMPARE(publish().code, 0);
+    QVERIFY(archive() == archiveOfAFirstRun());
+}
+
+void TestPublishClient::whatWasTouchedAloneIsLinked()
+{
+    const ClientFiles files = Clients::sample();
+    Clients::write(folder(), files);
+    QCOMPARE(publish().code, 0);
+    const QString map = u"/updates/files/data/Île aux Cèdres.map"_s;
+    const ino_t before = inode(m_publisher->path(u"publications/0002"_s + map));
+    QVERIFY(before != 0);
+    age(folder() + u"/data/Île aux Cèdres.map"_s);
+    Files::write(folder() + u"/data/texte.json"_s, "changed");
+    QCOMPARE(publish().code, 0);
+    QCOMPARE(inode(m_publisher->path(u"publications/0003"_s + map)), before);
+    QVERIFY(archive() == archiveOfAFirstRun());
 }
 
 void TestPublishClient::whatIsTheSamePreparesNothing()
@@ -609,6 +755,65 @@ void TestPublishClient::largeArchivesAreRead()
 
     directory.replace("PK\x06\x06", "PK\x06\x05");
     QVERIFY(!read());
+}
+
+/// What cannot be tried with real files: they would take minutes.
+void TestPublishClient::largeArchivesAreWritten()
+{
+    CentralDirectory::Entry large;
+    large.name = "large";
+    large.method = CentralDirectory::kDeflated;
+    large.crc = 0x12345678;
+    large.size = kFiveGB;
+    large.packedSize = kFiveGB - 1;
+    const QByteArray header = ZipRecords::header(large);
+    QCOMPARE(header.size(), 30 + 5 + 20);
+    QCOMPARE(header.mid(18, 8), QByteArray(8, '\xff'));
+    QCOMPARE(header.right(20),
+             number(quint16(1)) + number(quint16(16)) + number(kFiveGB) + number(kFiveGB - 1));
+
+    std::vector<CentralDirectory::Entry> entries(70'000);
+    for (size_t i = 0; i < entries.size(); ++i)
+        entries[i].name = QByteArray::number(qulonglong(i));
+    entries[1] = large;
+    entries[2].headerOffset = 2 * kFiveGB;
+    const QByteArray directory = ZipRecords::directory(entries, kFiveGB);
+    const auto fetch = [&directory](qint64 offset, qint64 size) {
+        const qint64 before = std::min(size, std::max(qint64{0}, kFiveGB - offset));
+        return QByteArray(before, '\0') +
+               directory.mid(std::max(qint64{0}, offset - kFiveGB), size - before);
+    };
+    const auto read = CentralDirectory::read(kFiveGB + directory.size(), fetch);
+    QVERIFY(read.has_value());
+    QCOMPARE(read->entries.size(), 70'000);
+    QCOMPARE(read->entries.last().name, "69999");
+    QCOMPARE(read->entries.at(1).size, large.size);
+    QCOMPARE(read->entries.at(1).packedSize, large.packedSize);
+    QCOMPARE(read->entries.at(1).crc, large.crc);
+    QCOMPARE(read->entries.at(2).headerOffset, 2 * kFiveGB);
+}
+
+void TestPublishClient::theLastPieceOfACopyIsMissing()
+{
+    const QTemporaryDir place;
+    Files::write(place.filePath(u"short"_s), "content");
+    SharedFile source(place.filePath(u"short"_s), QIODevice::ReadOnly);
+    SharedFile target(place.filePath(u"target"_s), QIODevice::WriteOnly);
+    QVERIFY_THROWS_EXCEPTION(Problem, target.copy(source, 3, 100, 0));
+    target.copy(source, 3, 4, 2);
+    QCOMPARE(Files::read(place.filePath(u"target"_s)).mid(2), "tent");
+    QVERIFY_THROWS_EXCEPTION(Problem, SharedFile(place.filePath(u"a/b"_s), QIODevice::WriteOnly));
+}
+
+/// The kernel copies nothing out of what it makes up itself.
+void TestPublishClient::aVolumeThatCopiesNothingByItself()
+{
+    const QTemporaryDir place;
+    SharedFile source(u"/proc/version"_s, QIODevice::ReadOnly);
+    SharedFile target(place.filePath(u"target"_s), QIODevice::WriteOnly);
+    target.copy(source, 0, 20, 5);
+    QCOMPARE(Files::read(place.filePath(u"target"_s)).mid(5),
+             Files::read(u"/proc/version"_s).first(20));
 }
 
 void TestPublishClient::damagedArchivesAreNotRead_data()

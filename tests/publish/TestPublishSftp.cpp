@@ -39,6 +39,8 @@ private slots:
     void aServerThatCannotSwitchKeepsTheOldSite();
     void aServerThatTakesNothingKeepsTheOldSite();
     void aNameThatCannotBeWrittenIsRefused();
+    void theConnectionIsLostAtTheSwitch_data();
+    void theConnectionIsLostAtTheSwitch();
     void whoeverIsNotLetIn_data();
     void whoeverIsNotLetIn();
     void withoutTheProgram();
@@ -63,6 +65,11 @@ private:
         QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
     }
 
+    /// Which of its steps puts the new site in the place of the old one. The destination is as
+    /// before afterwards.
+    int switchingStep();
+
+    int m_switchingStep = 0; ///< once it is known: it is the same for each site
     std::unique_ptr<SshServer> m_server;
     std::unique_ptr<Publisher> m_publisher;
     QString m_folder;
@@ -243,6 +250,91 @@ void TestPublishSftp::aNameThatCannotBeWrittenIsRefused()
     QVERIFY2(result.errors.contains(u"a\"b.txt » ne peut pas être envoyé par sftp"_s),
              qPrintable(result.errors));
     QCOMPARE(SentSite::served(m_folder), before);
+}
+
+int TestPublishSftp::switchingStep()
+{
+    if (m_switchingStep > 0)
+        return m_switchingStep;
+    const QString untouched = m_folder + u".avant"_s;
+    if (QProcess::execute(u"cp"_s, {u"-a"_s, m_folder, untouched}) != 0)
+        return -1;
+    // Who is killed later than that has made the link, or has put it in its place.
+    int before = 0;
+    int after = 64;
+    while (before + 1 < after) {
+        const int step = (before + after) / 2;
+        m_publisher->runUntil(step, {u"envoyer"_s, address()});
+        const bool isLinkMade = QFileInfo(m_folder + u"/site.nouveau"_s).isSymLink() ||
+                                SentSite::served(m_folder) == m_publisher->site();
+        (isLinkMade ? after : before) = step;
+        QDir(m_folder).removeRecursively();
+        if (QProcess::execute(u"cp"_s, {u"-a"_s, untouched, m_folder}) != 0)
+            return -1;
+    }
+    m_switchingStep = after;
+    return after;
+}
+
+void TestPublishSftp::theConnectionIsLostAtTheSwitch_data()
+{
+    QTest::addColumn<bool>("isSwitched");
+    QTest::addColumn<bool>("isServerGone");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("words");
+    QTest::newRow("before it, and the server is there again")
+        << false << false << 7 << u"L'ancien site reste servi"_s;
+    QTest::newRow("before it, and the server is gone")
+        << false << true << 7 << u"au moment de la bascule"_s;
+    QTest::newRow("after it, and the server is there again")
+        << true << false << 0 << u"en ligne là-bas"_s;
+    QTest::newRow("after it, and the server is gone")
+        << true << true << 7 << u"au moment de la bascule"_s;
+}
+
+void TestPublishSftp::theConnectionIsLostAtTheSwitch()
+{
+    QFETCH(const bool, isSwitched);
+    QFETCH(const bool, isServerGone);
+    QFETCH(const int, code);
+    QFETCH(const QString, words);
+    serve();
+    QCOMPARE(send().code, 0);
+    const SentSite::Files before = SentSite::served(m_folder);
+    prepareNews();
+    const SentSite::Files after = m_publisher->site();
+    QVERIFY(before != after);
+    // Two steps make the list of its files, which no further run has to make.
+    constexpr int kConnecting = 3;
+    QCOMPARE(m_publisher->runUntil(kConnecting, {u"envoyer"_s, address()}).code,
+             Publisher::kKilled);
+
+    QProcess process;
+    m_publisher->startUntil(process, switchingStep(), {u"envoyer"_s, address()});
+    QTRY_VERIFY_WITH_TIMEOUT(Publisher::isStopped(process), kLongEnough);
+    QCOMPARE(SentSite::served(m_folder), before);
+    QVERIFY(QFileInfo(m_folder + u"/site.nouveau"_s).isSymLink());
+    if (isSwitched) { // as the server would have done, whose answer never arrives
+        QVERIFY(QFile::remove(m_folder + u"/site"_s));
+        QVERIFY(QFile::rename(m_folder + u"/site.nouveau"_s, m_folder + u"/site"_s));
+    }
+    if (isServerGone)
+        m_server->stop();
+    else
+        m_server->cutConnections();
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGCONT), 0);
+    QVERIFY(process.waitForFinished(kLongEnough));
+    const QString said = QString::fromUtf8(process.readAllStandardError()) +
+                         QString::fromUtf8(process.readAllStandardOutput());
+    QVERIFY2(said.contains(words), qPrintable(said));
+    QCOMPARE(process.exitCode(), code);
+    QCOMPARE(SentSite::served(m_folder), isSwitched ? after : before);
+
+    if (isServerGone)
+        serve();
+    const Publisher::Result again = send();
+    QVERIFY2(again.code == 0, qPrintable(again.errors));
+    QCOMPARE(SentSite::served(m_folder), after);
 }
 
 void TestPublishSftp::whoeverIsNotLetIn_data()
