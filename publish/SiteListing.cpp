@@ -85,10 +85,17 @@ SiteListing SiteListing::of(const Workshop &workshop, const QString &generation)
 {
     const QString path = listingPath(workshop, generation);
     SiteListing listing = load(path);
-    if (!listing.m_sums.isEmpty())
-        return listing;
+    if (listing.m_sums.isEmpty()) {
+        listing = made(workshop, generation);
+        Disk::write(path, listing.text());
+    }
+    return listing;
+}
 
+SiteListing SiteListing::made(const Workshop &workshop, const QString &generation)
+{
     const KnownSums known(workshop, generation);
+    SiteListing listing;
     const QDir folder(workshop.generationPath(generation));
     QDirIterator entries(folder.path(), QDir::Files | QDir::Hidden | QDir::System,
                          QDirIterator::Subdirectories);
@@ -101,7 +108,10 @@ SiteListing SiteListing::of(const Workshop &workshop, const QString &generation)
         QByteArray sum = known.find(name);
         listing.m_sums.insert(name, sum.isEmpty() ? fileSum(file) : sum);
     }
-    Disk::write(path, listing.text());
+    if (!listing.m_sums.contains(Site::kNews)) {
+        throw Problem{Outcome::Refused, u"Dans %1, il manque %2 : ce n'est pas un site entier ; "
+                                        u"rien n'a été changé."_s.arg(folder.path(), Site::kNews)};
+    }
     return listing;
 }
 

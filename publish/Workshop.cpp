@@ -169,6 +169,11 @@ QString Workshop::sitePath() const
     return path(kSite);
 }
 
+QString Workshop::draftPath() const
+{
+    return path(kDraft);
+}
+
 QString Workshop::statusPath() const
 {
     return path(kStatus);
@@ -181,17 +186,22 @@ QString Workshop::fingerprintsPath() const
 
 QString Workshop::draft() const
 {
-    QString number = Disk::targetName(path(kDraft));
-    if (number.isEmpty() || !QFile::exists(generationPath(number))) {
-        throw Problem{Outcome::Refused, u"Le lien %1 ne mène à aucune publication ; rien n'a été "
-                                        u"changé."_s.arg(path(kDraft))};
-    }
-    return number;
+    return linkedGeneration(draftPath());
 }
 
 QString Workshop::served() const
 {
-    return Disk::targetName(path(kSite));
+    return linkedGeneration(sitePath());
+}
+
+QString Workshop::linkedGeneration(const QString &linkPath) const
+{
+    QString number = Disk::targetName(linkPath);
+    if (!numbers().contains(number)) {
+        throw Problem{Outcome::Refused, u"Le lien %1 ne mène à aucune publication ; rien n'a été "
+                                        u"changé."_s.arg(linkPath)};
+    }
+    return number;
 }
 
 QString Workshop::nextNumber() const
@@ -203,13 +213,14 @@ QString Workshop::nextNumber() const
 
 void Workshop::setDraft(const QString &number) const
 {
-    Disk::pointTo(path(kDraft), kGenerations + u'/' + number);
+    Disk::pointTo(draftPath(), kGenerations + u'/' + number);
 }
 
 bool Workshop::putOnline()
 {
     const QString next = draft();
-    const QString now = served();
+    // Not served(): in a new workshop nothing is yet, and a broken link is mended by this.
+    const QString now = Disk::targetName(sitePath());
     if (next == now) {
         removeOld(); // of a run that was killed before it could
         return false;
@@ -220,7 +231,7 @@ bool Workshop::putOnline()
     // The rest of a way back leaves the order as it was.
     if (!earlierThan(now).contains(next))
         Disk::write(generationPath(next) + kPreviousSuffix, now.toUtf8());
-    Disk::pointTo(path(kSite), kGenerations + u'/' + next);
+    Disk::pointTo(sitePath(), kGenerations + u'/' + next);
     removeOld();
     return true;
 }
@@ -246,7 +257,7 @@ QString Workshop::takeBack() const
     // In this order: a run that ends in between has changed nothing for players, and the next one
     // goes on, whether it is this command or putOnline().
     setDraft(target);
-    Disk::pointTo(path(kSite), kGenerations + u'/' + target);
+    Disk::pointTo(sitePath(), kGenerations + u'/' + target);
     return target;
 }
 

@@ -46,10 +46,11 @@ public:
     QString path(const QString &name) const { return m_folder + u'/' + name; }
     QString generationPath(const QString &number) const;
     QString sitePath() const;
+    QString draftPath() const;
     QString statusPath() const;
     QString fingerprintsPath() const;
 
-    /// Throws a Problem where somebody has removed it.
+    /// Both throw a Problem where the link leads to no generation.
     QString draft() const;
     QString served() const;
     /// Of the generation that is to come.
@@ -66,6 +67,7 @@ public:
 private:
     Workshop(const QString &folder, const QString &baseUrl, const QStringList &versions,
              const QStringList &keys);
+    QString linkedGeneration(const QString &linkPath) const;
     void putInService(const QString &version);
     QString previous(const QString &number) const;
     /// Those that were served before `number`, the latest first.

@@ -33,6 +33,8 @@ private slots:
     void aBrokenSendingOfAnotherSiteIsNotMixedIn();
     void aDamagedFileThereIsSentAnew();
     void whatChangedSinceItWasPreparedIsNotSent();
+    void noSiteIsNotSent_data();
+    void noSiteIsNotSent();
     void aNewerStateThereStays();
     void theStateIsToldThere();
     void badDestinations_data();
@@ -197,6 +199,42 @@ void TestPublishSending::whatChangedSinceItWasPreparedIsNotSent()
                  result.errors.contains(u"L'ancien site reste servi"_s),
              qPrintable(result.errors));
     QCOMPARE(served(), before);
+}
+
+void TestPublishSending::noSiteIsNotSent_data()
+{
+    QTest::addColumn<QString>("how");
+    QTest::newRow("the link leads nowhere") << u"nowhere"_s;
+    QTest::newRow("the link leads to all sites") << u"all"_s;
+    QTest::newRow("no link") << u"none"_s;
+    QTest::newRow("a folder where the link was") << u"folder"_s;
+    QTest::newRow("a site without its news") << u"part"_s;
+}
+
+void TestPublishSending::noSiteIsNotSent()
+{
+    QFETCH(const QString, how);
+    const QString site = m_publisher->path(u"site"_s);
+    const QString target = QFile::symLinkTarget(site);
+    const QString news = target + u"/api/news.php"_s;
+    QVERIFY(QFile::remove(site));
+    if (how == "nowhere"_L1)
+        QVERIFY(QFile::link(u"publications/0099"_s, site));
+    else if (how == "all"_L1)
+        QVERIFY(QFile::link(u"publications/."_s, site));
+    else if (how == "folder"_L1)
+        Files::write(site + u"/api/news.php"_s, "[]");
+    else if (how == "part"_L1)
+        QVERIFY(QFile::rename(news, news + u".ailleurs"_s) && QFile::link(target, site));
+    const Publisher::Result result = send();
+    if (how == "folder"_L1)
+        QVERIFY(QDir(site).removeRecursively());
+    QFile::remove(site);
+    QFile::rename(news + u".ailleurs"_s, news);
+    QVERIFY(QFile::link(target, site));
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"rien n'a été changé"_s), qPrintable(result.errors));
+    QVERIFY(!QFile::exists(m_folder));
 }
 
 void TestPublishSending::aNewerStateThereStays()
