@@ -33,9 +33,16 @@ QString Destination::checkedAddress(const QString &address)
     return address;
 }
 
-std::unique_ptr<Destination> Destination::open(const QString &address)
+std::unique_ptr<Destination> Destination::open(const QString &address, const QString &scratch)
 {
     if (address.startsWith(kSftp))
-        return std::make_unique<SftpDestination>(QUrl(address));
+        return std::make_unique<SftpDestination>(QUrl(address), scratch);
     return std::make_unique<FolderDestination>(address);
+}
+
+/// To send it once more would not help.
+Problem Destination::changedSincePrepared(const QString &source)
+{
+    return {Outcome::BrokenOff, u"« %1 » n'est plus tel qu'il a été préparé : à préparer et à "
+                                u"mettre en ligne de nouveau."_s.arg(source)};
 }

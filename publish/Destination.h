@@ -1,5 +1,7 @@
 #pragma once
 
+#include "publish/Outcome.h"
+
 #include <QByteArray>
 #include <QDateTime>
 #include <QHash>
@@ -28,8 +30,9 @@ public:
     /// "sftp://user@host/folder", or a folder of this machine; throws a Problem (Outcome::Refused)
     /// for anything else.
     static QString checkedAddress(const QString &address);
-    /// The folder is there then, and can be reached.
-    static std::unique_ptr<Destination> open(const QString &address);
+    /// The folder is there then, and can be reached. What has to be looked at here is fetched into
+    /// `scratch`, a folder of this machine.
+    static std::unique_ptr<Destination> open(const QString &address, const QString &scratch);
 
     /// What lies in a folder; nothing where there is none.
     virtual Entries entries(const QString &folder) = 0;
@@ -38,17 +41,16 @@ public:
     virtual std::optional<QDateTime> modified(const QString &name) = 0;
     /// The last part of what a symbolic link to a folder leads to; empty where there is none.
     virtual QString targetName(const QString &link) = 0;
-    /// Whether the file's content has this sum, as far as that can be told.
+    /// Whether a file that was sent has this sum, as far as that can be told.
     virtual bool isWhole(const QString &name, const QByteArray &sum) = 0;
 
     /// One that exists already is fine.
     virtual void makeFolder(const QString &name) = 0;
-    /// A second name for the same bytes. Where that cannot be, nothing, or a copy.
+    /// A second name for the same bytes. Where that cannot be, nothing.
     virtual void link(const QString &existing, const QString &name) = 0;
-    /// The file is whole once this returns; `sent` is told how many bytes each piece had. With
-    /// `goesOn` its beginning is there already.
+    /// The file is whole once this returns; `sent` is told how many bytes each piece had.
     virtual void send(const QString &source, const QString &name, const QByteArray &sum,
-                      bool goesOn, const std::function<void(qint64)> &sent) = 0;
+                      const std::function<void(qint64)> &sent) = 0;
     /// Readers see the old content or the new one, never a part.
     virtual void write(const QString &name, const QByteArray &content) = 0;
     /// The same, for a file of this machine; its time is kept.
@@ -61,4 +63,7 @@ public:
     virtual void removeTree(const QString &name) = 0;
     /// What was sent outlasts a power cut then.
     virtual void flush(const QString &folder) = 0;
+
+protected:
+    static Problem changedSincePrepared(const QString &source);
 };

@@ -63,15 +63,14 @@ void FolderDestination::makeFolder(const QString &name)
 
 void FolderDestination::link(const QString &existing, const QString &name)
 {
-    Disk::link(path(existing), path(name));
+    Disk::tryLink(path(existing), path(name));
 }
 
 void FolderDestination::send(const QString &source, const QString &name, const QByteArray &sum,
-                             bool, const std::function<void(qint64)> &sent)
+                             const std::function<void(qint64)> &sent)
 {
-    if (Disk::copy(source, path(name), sent) != sum) {
-        throw Problem{Outcome::Disk, u"« %1 » n'est plus tel qu'il a été préparé."_s.arg(source)};
-    }
+    if (Disk::copy(source, path(name), sent) != sum)
+        throw changedSincePrepared(source);
 }
 
 void FolderDestination::write(const QString &name, const QByteArray &content)

@@ -15,7 +15,7 @@ public:
     bool isWhole(const QString &name, const QByteArray &sum) override;
     void makeFolder(const QString &name) override;
     void link(const QString &existing, const QString &name) override;
-    void send(const QString &source, const QString &name, const QByteArray &sum, bool goesOn,
+    void send(const QString &source, const QString &name, const QByteArray &sum,
               const std::function<void(qint64)> &sent) override;
     void write(const QString &name, const QByteArray &content) override;
     void replace(const QString &source, const QString &name) override;

@@ -3,11 +3,13 @@
 #include "publish/CommandLine.h"
 #include "publish/Console.h"
 #include "publish/Destination.h"
+#include "publish/DestinationLock.h"
 #include "publish/Progress.h"
 #include "publish/Site.h"
 #include "publish/SiteListing.h"
 #include "publish/Workshop.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QLocale>
 #include <QLockFile>
@@ -51,10 +53,26 @@ public:
     {
     }
 
+    /// From here on nobody else sends there.
+    void begin()
+    {
+        const Entries top = m_destination.entries(QString());
+        if (top.contains(u"publication.json"_s))
+            throw Problem{Outcome::Refused,
+                          u"La destination est un atelier ; rien n'a été changé."_s};
+        if (top.contains(kSite) && top.value(kSite).kind != Destination::Entry::Link) {
+            throw Problem{Outcome::Refused,
+                          u"« %1 » existe dans la destination et n'est pas un lien : ce n'est pas "
+                          u"« envoyer » qui l'a fait ; rien n'a été changé."_s.arg(kSite)};
+        }
+        m_lock.emplace(m_destination, m_workshop);
+        m_present = m_destination.entries(kGenerations);
+        m_served = m_destination.targetName(kSite);
+    }
+
     /// Whether the site was another one before.
     bool send()
     {
-        look();
         m_name = presentName();
         const bool isPresent = !m_name.isEmpty();
         if (!isPresent)
@@ -87,21 +105,6 @@ public:
     }
 
 private:
-    void look()
-    {
-        const Entries top = m_destination.entries(QString());
-        if (top.contains(u"publication.json"_s))
-            throw Problem{Outcome::Refused,
-                          u"La destination est un atelier ; rien n'a été changé."_s};
-        if (top.contains(kSite) && top.value(kSite).kind != Destination::Entry::Link) {
-            throw Problem{Outcome::Refused,
-                          u"« %1 » existe dans la destination et n'est pas un lien : ce n'est pas "
-                          u"« envoyer » qui l'a fait ; rien n'a été changé."_s.arg(kSite)};
-        }
-        m_present = m_destination.entries(kGenerations);
-        m_served = m_destination.targetName(kSite);
-    }
-
     /// Of the generations there, the oldest first.
     QStringList names() const
     {
@@ -119,16 +122,26 @@ private:
 
     static int number(const QString &name) { return name.section(u'-', 0, 0).toInt(); }
 
-    /// The same site may be there already.
-    QString presentName() const
+    /// The same site may be there already. One that lacks something is sent once more.
+    QString presentName()
     {
         QString present;
         const QStringList all = names();
         for (const QString &name : all) {
-            if (name.endsWith(u'-' + m_listing.id()))
+            if (name.endsWith(u'-' + m_listing.id()) && hasAllFiles(name))
                 present = name;
         }
         return present;
+    }
+
+    bool hasAllFiles(const QString &name)
+    {
+        m_sizes = sizesThere(generationPath(name));
+        const QMap<QString, QByteArray> &sums = m_listing.sums();
+        const bool hasAll = std::all_of(sums.keyBegin(), sums.keyEnd(),
+                                        [this](const QString &file) { return isComplete(file); });
+        m_sizes.clear();
+        return hasAll;
     }
 
     QString nextName() const
@@ -167,6 +180,7 @@ private:
         m_destination.pointTo(kInTheMaking + u'/' + Site::kStatus,
                               u"../../../"_s + kState); // as Site::linkStatus()
         m_destination.flush(kInTheMaking);
+        m_lock->check(); // what lies there would be anybody's else
         m_destination.rename(kInTheMaking, generationPath(m_name));
         m_destination.rename(kInTheMaking + kListing, generationPath(m_name + kListing));
         m_present.insert(m_name, {Destination::Entry::Folder, 0});
@@ -194,12 +208,12 @@ private:
             m_destination.removeTree(kInTheMaking);
             return;
         }
-        m_sizes = sizesThere();
+        m_sizes = sizesThere(kInTheMaking);
         const QStringList there = m_sizes.keys();
         for (const QString &name : there) {
             const QByteArray sum = m_listing.sums().value(name);
             const bool fits = !sum.isEmpty() && earlier.sums().value(name) == sum;
-            if (!fits || (isComplete(name) && !m_destination.isWhole(pathThere(name), sum))) {
+            if (!fits || !isComplete(name) || !m_destination.isWhole(pathThere(name), sum)) {
                 m_destination.removeFile(pathThere(name));
                 m_sizes.remove(name);
             }
@@ -222,7 +236,7 @@ private:
         }
         if (!isAnyLinked)
             return;
-        m_sizes = sizesThere();
+        m_sizes = sizesThere(kInTheMaking);
         for (auto file = sums.begin(); file != sums.end(); ++file) {
             // A link to what is damaged there: to write to it would be to write to the served site.
             if (served.sums().value(file.key()) == file.value() && m_sizes.contains(file.key()) &&
@@ -250,12 +264,11 @@ private:
                                                QLocale(QLocale::French).formattedDataSize(size)));
             }
             m_destination.send(m_source + file.key(), pathThere(file.key()), file.value(),
-                               m_sizes.value(file.key()) > 0,
                                [&progress](qint64 bytes) { progress.advance(bytes); });
             ++m_sentFiles;
         }
         if (m_sentFiles > 0)
-            m_sizes = sizesThere();
+            m_sizes = sizesThere(kInTheMaking);
         for (auto file = sums.keyBegin(); file != sums.keyEnd(); ++file) {
             if (!isComplete(*file)) {
                 throw Problem{Outcome::Disk,
@@ -266,13 +279,14 @@ private:
         }
     }
 
-    QHash<QString, qint64> sizesThere()
+    QHash<QString, qint64> sizesThere(const QString &generation)
     {
         QHash<QString, qint64> sizes;
         const QStringList folders = QStringList{QString()} + m_listing.folders();
         for (const QString &folder : folders) {
             const QString start = folder.isEmpty() ? QString() : folder + u'/';
-            const Entries entries = m_destination.entries(pathThere(folder));
+            const Entries entries =
+                m_destination.entries(folder.isEmpty() ? generation : generation + u'/' + folder);
             for (auto entry = entries.begin(); entry != entries.end(); ++entry) {
                 if (entry->kind == Destination::Entry::File)
                     sizes.insert(start + entry.key(), entry->size);
@@ -281,10 +295,7 @@ private:
         return sizes;
     }
 
-    static QString pathThere(const QString &name)
-    {
-        return name.isEmpty() ? kInTheMaking : kInTheMaking + u'/' + name;
-    }
+    static QString pathThere(const QString &name) { return kInTheMaking + u'/' + name; }
     qint64 sizeHere(const QString &name) const { return QFileInfo(m_source + name).size(); }
     bool isComplete(const QString &name) const
     {
@@ -295,6 +306,7 @@ private:
     const SiteListing &m_listing;
     QString m_source;
     Destination &m_destination;
+    std::optional<DestinationLock> m_lock;
     Entries m_present;
     QString m_served; ///< there; empty where nothing is
     QString m_name;   ///< of this site, there
@@ -318,6 +330,15 @@ QString destinationOf(const CommandLine &line, const Workshop &workshop)
     return address;
 }
 
+/// Of runs that were killed: it may be a whole archive.
+void removeScratch(const Workshop &workshop)
+{
+    QDir folder(workshop.path(QString()));
+    const QStringList names = folder.entryList({u".envoi-*"_s}, QDir::Dirs | QDir::Hidden);
+    for (const QString &name : names)
+        QDir(folder.filePath(name)).removeRecursively();
+}
+
 /// The operator wants to know first what players have now.
 Problem brokenOff(const Problem &problem)
 {
@@ -326,14 +347,17 @@ Problem brokenOff(const Problem &problem)
         return {problem.outcome, u"Interrompu. "_s + comfort};
     if (problem.outcome == Outcome::Refused)
         return problem;
+    if (problem.outcome == Outcome::BrokenOff) // of which repeating makes nothing better
+        return {problem.outcome, problem.text + u" L'ancien site reste servi."_s};
     return {Outcome::BrokenOff, problem.text + u' ' + comfort};
 }
 
 /// Whoever lost the connection just now does not know on which side of the switch.
-bool isOnlineAfterAll(const QString &address, const QString &name)
+bool isOnlineAfterAll(const QString &address, const Workshop &workshop, const QString &name)
 {
     try {
-        const std::unique_ptr<Destination> again = Destination::open(address);
+        const std::unique_ptr<Destination> again =
+            Destination::open(address, workshop.path(QString()));
         return again->targetName(kSite) == name;
     } catch (const Problem &) {
         throw Problem{Outcome::BrokenOff,
@@ -349,13 +373,16 @@ Outcome Sending::run(const CommandLine &line)
     Workshop workshop(line.workshop);
     const std::unique_ptr<QLockFile> lock = workshop.lock();
     const QString address = destinationOf(line, workshop);
-    workshop.setDestination(address);
+    removeScratch(workshop);
     const SiteListing listing = SiteListing::of(workshop, workshop.served());
-    const std::unique_ptr<Destination> destination = Destination::open(address);
+    const std::unique_ptr<Destination> destination =
+        Destination::open(address, workshop.path(QString()));
     Run run(workshop, listing, *destination);
 
     bool isOther = false;
     try {
+        run.begin();
+        workshop.setDestination(address);
         isOther = run.send();
     } catch (const Problem &problem) {
         throw brokenOff(problem);
@@ -367,7 +394,7 @@ Outcome Sending::run(const CommandLine &line)
     try {
         run.putOnline();
     } catch (const Problem &problem) {
-        if (!isOnlineAfterAll(address, run.name()))
+        if (!isOnlineAfterAll(address, workshop, run.name()))
             throw brokenOff(problem);
     }
     Console::say(

@@ -2,17 +2,24 @@
 
 #include "publish/Disk.h"
 #include "publish/FaultPoints.h"
+#include "publish/FileSum.h"
+#include "publish/Interruption.h"
 #include "publish/Outcome.h"
 
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
 
+#include <utility>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
 const auto kTemporary = u".nouveau"_s;
+/// The file that is on its way. It gets its name when it is whole and on the server's disk, so that
+/// a file's name vouches for it.
+const auto kPart = u".morceau"_s;
 
 QString hostOf(const QUrl &url)
 {
@@ -38,6 +45,22 @@ QByteArray unescaped(const QByteArray &text)
     return result;
 }
 
+bool isBeginning(const QString &part, const QString &whole)
+{
+    constexpr qint64 kChunk = qint64{1024} * 1024;
+    QFile a(part);
+    QFile b(whole);
+    if (!a.open(QIODevice::ReadOnly) || !b.open(QIODevice::ReadOnly))
+        return false;
+    while (!a.atEnd()) {
+        Interruption::check();
+        const QByteArray chunk = a.read(kChunk);
+        if (chunk.isEmpty() || chunk != b.read(chunk.size()))
+            return false;
+    }
+    return true;
+}
+
 QString remotePath(const QStringList &lines)
 {
     const QString start = u"Remote working directory: "_s;
@@ -50,8 +73,9 @@ QString remotePath(const QStringList &lines)
 
 } // namespace
 
-SftpDestination::SftpDestination(const QUrl &url)
-    : m_session(hostOf(url), url.port())
+SftpDestination::SftpDestination(const QUrl &url, const QString &scratch)
+    : m_temporary(scratch + u"/.envoi-XXXXXX"_s)
+    , m_session(hostOf(url), url.port())
 {
     // "sftp://host/~/site" lies in the home folder.
     QString folder = url.path();
@@ -116,7 +140,7 @@ QString SftpDestination::targetName(const QString &link)
     return path == m_folder ? QString() : path.section(u'/', -1);
 }
 
-/// Only the server could tell; the size has to do.
+/// It would not have its name else: see send().
 bool SftpDestination::isWhole(const QString &, const QByteArray &)
 {
     return true;
@@ -139,13 +163,40 @@ void SftpDestination::link(const QString &existing, const QString &name)
     change(u"-ln %1 %2"_s.arg(quoted(existing), quoted(name)));
 }
 
-void SftpDestination::send(const QString &source, const QString &name, const QByteArray &,
-                           bool goesOn, const std::function<void(qint64)> &sent)
+void SftpDestination::send(const QString &source, const QString &name, const QByteArray &sum,
+                           const std::function<void(qint64)> &sent)
 {
+    if (fileSum(source) != sum)
+        throw changedSincePrepared(source);
+    const qint64 size = QFileInfo(source).size();
+    const qint64 begun = begunOf(source);
     // Keeps time and rights (p), waits until it is on the server's disk (f), goes on at the end of
-    // what is there (a).
-    change(u"put %1 %2 %3"_s.arg(goesOn ? u"-apf"_s : u"-pf"_s, quoted(source), quoted(name)));
-    sent(QFileInfo(source).size());
+    // what is there (a), which it refuses where nothing is missing.
+    if (begun == 0 || begun < size)
+        change(
+            u"put %1 %2 %3"_s.arg(begun > 0 ? u"-apf"_s : u"-pf"_s, quoted(source), quoted(kPart)));
+    rename(kPart, name);
+    sent(size);
+}
+
+/// How much of the file is there already. That is read back as a whole: a power cut over there may
+/// have left anything in it, and nobody there can be asked for a sum. It costs what came through
+/// once more, but downwards, which is seldom the slower way.
+qint64 SftpDestination::begunOf(const QString &source)
+{
+    if (!std::exchange(m_mayHavePart, false))
+        return 0;
+    const qint64 size = entries(kPart).value(kPart).size;
+    if (size == 0 || size > QFileInfo(source).size())
+        return 0;
+    try {
+        Disk::checkRoom(m_temporary.path(), size);
+    } catch (const Problem &) {
+        return 0; // sent anew
+    }
+    const bool isGood = fetch(kPart) && isBeginning(fetched(), source);
+    QFile::remove(fetched());
+    return isGood ? size : 0;
 }
 
 void SftpDestination::write(const QString &name, const QByteArray &content)
@@ -193,4 +244,8 @@ void SftpDestination::removeTree(const QString &name)
 }
 
 /// Each file was, when it was sent.
-void SftpDestination::flush(const QString &) {}
+void SftpDestination::flush(const QString &)
+{
+    if (m_mayHavePart)
+        removeFile(kPart); // nobody goes on with it any more
+}

@@ -10,7 +10,7 @@
 class SftpDestination : public Destination
 {
 public:
-    explicit SftpDestination(const QUrl &url);
+    SftpDestination(const QUrl &url, const QString &scratch);
 
     Entries entries(const QString &folder) override;
     std::optional<QByteArray> read(const QString &name) override;
@@ -19,7 +19,7 @@ public:
     bool isWhole(const QString &name, const QByteArray &sum) override;
     void makeFolder(const QString &name) override;
     void link(const QString &existing, const QString &name) override;
-    void send(const QString &source, const QString &name, const QByteArray &sum, bool goesOn,
+    void send(const QString &source, const QString &name, const QByteArray &sum,
               const std::function<void(qint64)> &sent) override;
     void write(const QString &name, const QByteArray &content) override;
     void replace(const QString &source, const QString &name) override;
@@ -32,9 +32,11 @@ public:
 private:
     QStringList change(const QString &command);
     bool fetch(const QString &name);
+    qint64 begunOf(const QString &source);
     QString fetched() const { return m_temporary.filePath(QStringLiteral("recu")); }
 
     QTemporaryDir m_temporary;
     SftpSession m_session;
-    QString m_folder; ///< as the server calls it
+    QString m_folder;          ///< as the server calls it
+    bool m_mayHavePart = true; ///< of a run that was broken off
 };

@@ -9,12 +9,21 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLockFile>
+#include <QProcess>
 #include <QTest>
 
+#include <csignal>
 #include <filesystem>
 #include <memory>
+#include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr int kLongEnough = 30'000; // milliseconds
+
+} // namespace
 
 /// "envoyer" to a folder of this machine. Over sftp it takes the same steps: see TestPublishSftp.
 class TestPublishSending : public QObject
@@ -35,12 +44,15 @@ private slots:
     void whatChangedSinceItWasPreparedIsNotSent();
     void noSiteIsNotSent_data();
     void noSiteIsNotSent();
+    void whatIsMissingThereIsSentAgain();
+    void whatCannotBeLinkedIsSent();
     void aNewerStateThereStays();
     void theStateIsToldThere();
     void badDestinations_data();
     void badDestinations();
     void foldersOfOthersAreLeftAlone();
     void oneRunAtATime();
+    void oneWorkshopAtATime();
 
 private:
     Publisher::Result send() const { return m_publisher->run({u"envoyer"_s, m_folder}); }
@@ -135,14 +147,14 @@ void TestPublishSending::oldOnesAreRemoved()
 
 void TestPublishSending::killedAtAnyStep()
 {
-    QVERIFY(SentSite::killAtEveryStep(*m_publisher, m_folder, m_folder, 5) > 30);
+    QVERIFY(SentSite::killAtEveryStep(*m_publisher, m_folder, m_folder, 10) > 30);
     for (int i = 0; i < 2; ++i) {
         prepareNews(QString::number(i));
         QCOMPARE(send().code, 0);
     }
     // An old one is removed as well now.
     prepareNews(u"Titre"_s);
-    QVERIFY(SentSite::killAtEveryStep(*m_publisher, m_folder, m_folder, 5) > 30);
+    QVERIFY(SentSite::killAtEveryStep(*m_publisher, m_folder, m_folder, 10) > 30);
     QCOMPARE(generations().size(), 3);
     const QStringList rest =
         QDir(m_folder + u"/publications"_s).entryList(QDir::Files | QDir::Hidden);
@@ -199,6 +211,38 @@ void TestPublishSending::whatChangedSinceItWasPreparedIsNotSent()
                  result.errors.contains(u"L'ancien site reste servi"_s),
              qPrintable(result.errors));
     QCOMPARE(served(), before);
+}
+
+void TestPublishSending::whatIsMissingThereIsSentAgain()
+{
+    QCOMPARE(send().code, 0);
+    QVERIFY(QDir(m_folder + u"/site/updates"_s).removeRecursively());
+    const Publisher::Result result = send();
+    QVERIFY2(result.output.contains(u"Publication 0002-"_s), qPrintable(result.output));
+    QCOMPARE(result.code, 0);
+    QCOMPARE(served(), m_publisher->site());
+    QVERIFY(send().output.contains(u"est déjà en ligne là-bas"_s));
+}
+
+/// Nobody links what is another's and not theirs to change.
+void TestPublishSending::whatCannotBeLinkedIsSent()
+{
+    if (::geteuid() != 0 || Files::read(u"/proc/sys/fs/protected_hardlinks"_s).trimmed() != "1")
+        QSKIP("every link can be made here");
+    m_publisher = std::make_unique<Publisher>();
+    if (!m_publisher->runAsStranger())
+        QSKIP("others cannot come this far here");
+    m_folder = m_publisher->beside(u"là bas"_s);
+    QVERIFY(QDir().mkpath(m_folder));
+    QVERIFY(QFile::setPermissions(m_folder, QFile::Permissions(0x7777)));
+    QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test"_s}).code, 0);
+    QCOMPARE(send().code, 0);
+    const QString page = m_folder + u"/site/index.html"_s;
+    QCOMPARE(::chown(QFile::encodeName(page).constData(), 0, 0), 0);
+    prepareNews(u"Titre"_s);
+    const Publisher::Result result = send();
+    QVERIFY2(result.output.startsWith(u"3 fichiers, 2 envoyés."_s), qPrintable(result.output));
+    QCOMPARE(served(), m_publisher->site());
 }
 
 void TestPublishSending::noSiteIsNotSent_data()
@@ -311,6 +355,7 @@ void TestPublishSending::badDestinations()
 void TestPublishSending::foldersOfOthersAreLeftAlone()
 {
     Files::write(m_folder + u"/site/index.html"_s, "another's");
+    const QByteArray settings = Files::read(m_publisher->path(u"publication.json"_s));
     QCOMPARE(send().code, 2);
     QCOMPARE(Files::tree(m_folder), (QStringList{u"site/"_s, u"site/index.html"_s}));
 
@@ -321,6 +366,7 @@ void TestPublishSending::foldersOfOthersAreLeftAlone()
     QCOMPARE(result.code, 2);
     QVERIFY2(result.errors.contains(u"est un atelier"_s), qPrintable(result.errors));
     QCOMPARE(Files::tree(other.path(QString())), before);
+    QCOMPARE(Files::read(m_publisher->path(u"publication.json"_s)), settings);
 
     const QString file = m_publisher->beside(u"fichier"_s);
     Files::write(file, "");
@@ -335,6 +381,43 @@ void TestPublishSending::oneRunAtATime()
     QCOMPARE(result.code, 2);
     QVERIFY2(result.errors.contains(u"Une autre commande travaille dans cet atelier"_s),
              qPrintable(result.errors));
+}
+
+void TestPublishSending::oneWorkshopAtATime()
+{
+    QCOMPARE(send().code, 0);
+    prepareNews(u"Titre"_s);
+    QProcess first;
+    m_publisher->startUntil(first, 12, {u"envoyer"_s});
+    QTRY_VERIFY_WITH_TIMEOUT(Publisher::isStopped(first), kLongEnough);
+
+    const Publisher other;
+    QCOMPARE(other.run({u"init"_s, u"http://veyra.test"_s}).code, 0);
+    const QStringList before = Files::tree(m_folder);
+    const Publisher::Result second = other.run({u"envoyer"_s, m_folder});
+    QCOMPARE(second.code, 2);
+    QVERIFY2(second.errors.contains(u"Un autre atelier envoie vers cette destination"_s),
+             qPrintable(second.errors));
+    QCOMPARE(Files::tree(m_folder), before);
+
+    ::kill(static_cast<pid_t>(first.processId()), SIGCONT);
+    QVERIFY(first.waitForFinished(kLongEnough));
+    QCOMPARE(first.exitCode(), 0);
+    QCOMPARE(served(), m_publisher->site());
+    QCOMPARE(other.run({u"envoyer"_s, m_folder}).code, 0);
+    QCOMPARE(served(), other.site());
+
+    // The lock taken away, nothing is switched to what may be a mixture.
+    prepareNews(u"Titre"_s);
+    m_publisher->startUntil(first, 12, {u"envoyer"_s});
+    QTRY_VERIFY_WITH_TIMEOUT(Publisher::isStopped(first), kLongEnough);
+    const QStringList locks = QDir(m_folder).entryList({u".verrou-*"_s}, QDir::Dirs | QDir::Hidden);
+    QCOMPARE(locks.size(), 1);
+    QVERIFY(QDir(m_folder).rmdir(locks.first()));
+    ::kill(static_cast<pid_t>(first.processId()), SIGCONT);
+    QVERIFY(first.waitForFinished(kLongEnough));
+    QCOMPARE(first.exitCode(), 7);
+    QCOMPARE(served(), other.site());
 }
 
 VEYRA_CORE_TEST_MAIN(TestPublishSending)

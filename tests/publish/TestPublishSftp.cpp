@@ -10,6 +10,7 @@
 #include <QProcess>
 #include <QTest>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <memory>
@@ -35,6 +36,9 @@ private slots:
     void theSiteArrivesAndWhatDidNotChangeIsLinked();
     void killedAtAnyStep();
     void aFileGoesOnWhereItBrokeOff();
+    void aPartIsReadBackFirst_data();
+    void aPartIsReadBackFirst();
+    void whatChangedSinceItWasPreparedIsNotSent();
     void aServerThatKnowsNoLinksGetsCopies();
     void aServerThatCannotSwitchKeepsTheOldSite();
     void aServerThatTakesNothingKeepsTheOldSite();
@@ -143,7 +147,7 @@ void TestPublishSftp::killedAtAnyStep()
         prepareNews();
     }
     // An old one is removed as well now.
-    QVERIFY(SentSite::killAtEveryStep(*m_publisher, address(), m_folder, 8) > 25);
+    QVERIFY(SentSite::killAtEveryStep(*m_publisher, address(), m_folder, 16) > 25);
 }
 
 /// Interrupted and then killed within one file, at a speed that leaves time for it.
@@ -153,7 +157,7 @@ void TestPublishSftp::aFileGoesOnWhereItBrokeOff()
     Files::write(m_publisher->beside(u"client/data/gros"_s), Files::noise(3'000'000));
     prepareClient();
     m_server->setClientOptions("-l 8000"); // a megabyte per second
-    const QString archive = m_folder + u"/publications/.en-cours/client/DofusClient.zip"_s;
+    const QString archive = m_folder + u"/.morceau"_s;
     QProcess process;
     process.setWorkingDirectory(m_publisher->path(QString()));
     process.start(Publisher::program(), {u"envoyer"_s, address()});
@@ -164,32 +168,84 @@ void TestPublishSftp::aFileGoesOnWhereItBrokeOff()
     const QString words = QString::fromUtf8(process.readAllStandardError());
     QVERIFY2(words.contains(u"L'ancien site reste servi"_s), qPrintable(words));
 
+    // Its beginning is not sent again.
     const qint64 before = QFileInfo(archive).size();
+    qint64 smallest = before;
+    const auto size = [&smallest, &archive] {
+        const qint64 now = QFileInfo(archive).size();
+        smallest = std::min(smallest, now);
+        return now;
+    };
     process.start(Publisher::program(), {u"envoyer"_s, address()});
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(archive).size() > before + 300'000, kLongEnough);
+    QTRY_VERIFY_WITH_TIMEOUT(size() > before + 300'000, kLongEnough);
+    QCOMPARE(smallest, before);
     process.kill();
     QVERIFY(process.waitForFinished());
     QVERIFY(SentSite::served(m_folder).isEmpty());
 
     // sftp ends with the tool, so that the next one is alone there.
-    qint64 size = -1;
-    QTRY_VERIFY_WITH_TIMEOUT(size == std::exchange(size, QFileInfo(archive).size()), kLongEnough);
+    qint64 last = -1;
+    QTRY_VERIFY_WITH_TIMEOUT(last == std::exchange(last, size()), kLongEnough);
     QTest::qWait(500);
-    QCOMPARE(QFileInfo(archive).size(), size);
-    QVERIFY(size < 3'000'000);
-
-    // Its beginning is not sent again: what is wrong in it stays.
-    QFile begun(archive);
-    QVERIFY(begun.open(QIODevice::ReadWrite));
-    QVERIFY(begun.seek(1000));
-    QVERIFY(begun.putChar('\0'));
-    begun.close();
+    QCOMPARE(size(), last);
+    QVERIFY(last < 3'000'000);
     m_server->setClientOptions({});
     const Publisher::Result result = send();
     QVERIFY2(result.code == 0, qPrintable(result.errors));
-    SentSite::Files expected = m_publisher->site();
-    expected[u"client/DofusClient.zip"_s][1000] = '\0';
-    QVERIFY(SentSite::served(m_folder) == expected);
+    QVERIFY(SentSite::served(m_folder) == m_publisher->site());
+}
+
+void TestPublishSftp::aPartIsReadBackFirst_data()
+{
+    QTest::addColumn<int>("size");
+    QTest::addColumn<int>("damagedAt");
+    QTest::newRow("a beginning") << 50'000 << -1;
+    QTest::newRow("all of it") << 0 << -1;
+    QTest::newRow("damaged at its start") << 50'000 << 0;
+    QTest::newRow("damaged at its end") << 50'000 << 49'999;
+    QTest::newRow("all of it, damaged") << 0 << 100'000;
+    QTest::newRow("longer than the file") << 900'000 << -1;
+    QTest::newRow("empty") << -1 << -1;
+}
+
+void TestPublishSftp::aPartIsReadBackFirst()
+{
+    QFETCH(const int, size);
+    QFETCH(const int, damagedAt);
+    serve();
+    QCOMPARE(send().code, 0);
+    prepareClient();
+    // Its archive is what is sent first.
+    QByteArray part = m_publisher->site().value(u"client/DofusClient.zip"_s);
+    if (size != 0)
+        part.resize(std::max(size, 0), 'x');
+    if (damagedAt >= 0)
+        part[damagedAt] = static_cast<char>(~part.at(damagedAt));
+    Files::write(m_folder + u"/.morceau"_s, part);
+    const Publisher::Result result = send();
+    QVERIFY2(result.code == 0, qPrintable(result.errors));
+    QVERIFY(SentSite::served(m_folder) == m_publisher->site());
+    QVERIFY(!QFile::exists(m_folder + u"/.morceau"_s));
+}
+
+void TestPublishSftp::whatChangedSinceItWasPreparedIsNotSent()
+{
+    serve();
+    QCOMPARE(send().code, 0);
+    const SentSite::Files before = SentSite::served(m_folder);
+    prepareClient();
+    QFile archive(m_publisher->path(u"site/client/DofusClient.zip"_s));
+    QCOMPARE(m_publisher->run({u"envoyer"_s, m_publisher->beside(u"ailleurs"_s)}).code, 0);
+    QVERIFY(archive.open(QIODevice::ReadWrite));
+    QVERIFY(archive.seek(1000) && archive.putChar('\0'));
+    archive.close();
+    const Publisher::Result result = send();
+    QCOMPARE(result.code, 7);
+    QVERIFY2(result.errors.contains(u"n'est plus tel qu'il a été préparé"_s) &&
+                 result.errors.contains(u"L'ancien site reste servi."_s) &&
+                 !result.errors.contains(u"reprend"_s),
+             qPrintable(result.errors));
+    QCOMPARE(SentSite::served(m_folder), before);
 }
 
 void TestPublishSftp::aServerThatKnowsNoLinksGetsCopies()
