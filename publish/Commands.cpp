@@ -78,12 +78,7 @@ Outcome makeWorkshop(const CommandLine &line)
     for (const QString &file : line.values(kKey))
         keys.append(publicKey(file));
     const Workshop workshop = Workshop::create(line.workshop, line.operands.first(), keys);
-    const QStringList closed = Disk::closedFolders(workshop.path(QString()));
-    for (const QString &folder : closed) {
-        complain(
-            u"Attention : le serveur web ne peut pas entrer dans %1 et répondrait 403. « chmod "
-            u"o+x '%1' » l'y laisse passer ; ou choisissez un atelier dans /srv."_s.arg(folder));
-    }
+    Site::warnOfClosedFolders(workshop.path(QString()));
     say(u"L'atelier est prêt. Pour nginx :\n"_s);
     say(Site::nginxBlock(workshop));
     return Outcome::Good;

@@ -27,22 +27,28 @@ public:
     virtual ~Destination() = default;
     Q_DISABLE_COPY_MOVE(Destination)
 
-    /// "sftp://user@host/folder", or a folder of this machine; throws a Problem (Outcome::Refused)
-    /// for anything else.
+    /// "sftp://user@host/folder", or a folder of this machine, in full; throws a Problem
+    /// (Outcome::Refused) for anything else.
     static QString checkedAddress(const QString &address);
-    /// The folder is there then, and can be reached. What has to be looked at here is fetched into
-    /// `scratch`, a folder of this machine.
-    static std::unique_ptr<Destination> open(const QString &address, const QString &scratch);
+    static bool isFolder(const QString &checkedAddress);
+    /// The folder can be reached then. It is made where it is not there, unless it `isKnown` to
+    /// have been: it may be a disk that is not mounted. What has to be looked at here is fetched
+    /// into `scratch`, a folder of this machine.
+    static std::unique_ptr<Destination> open(const QString &checkedAddress, const QString &scratch,
+                                             bool isKnown);
 
     /// What lies in a folder; nothing where there is none.
     virtual Entries entries(const QString &folder) = 0;
     /// Nothing where there is no such file.
     virtual std::optional<QByteArray> read(const QString &name) = 0;
     virtual std::optional<QDateTime> modified(const QString &name) = 0;
-    /// The last part of what a symbolic link to a folder leads to; empty where there is none.
-    virtual QString targetName(const QString &link) = 0;
-    /// Whether a file that was sent has this sum, as far as that can be told.
-    virtual bool isWhole(const QString &name, const QByteArray &sum) = 0;
+    /// What a symbolic link to a folder leads to: its name here, or its path where it lies
+    /// elsewhere; empty where it leads nowhere.
+    virtual QString target(const QString &link) = 0;
+    /// Whether a file that was sent has this sum, as far as that can be told. `read` is told how
+    /// many bytes were read for it.
+    virtual bool isWhole(const QString &name, const QByteArray &sum,
+                         const std::function<void(qint64)> &read) = 0;
 
     /// One that exists already is fine.
     virtual void makeFolder(const QString &name) = 0;
@@ -63,6 +69,9 @@ public:
     virtual void removeTree(const QString &name) = 0;
     /// What was sent outlasts a power cut then.
     virtual void flush(const QString &folder) = 0;
+
+    /// What is said of a destination that was there before.
+    static Problem gone(const QString &place);
 
 protected:
     static Problem changedSincePrepared(const QString &source);

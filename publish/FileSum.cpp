@@ -9,7 +9,7 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-QByteArray fileSum(const QString &path)
+QByteArray fileSum(const QString &path, const std::function<void(qint64)> &read)
 {
     constexpr qint64 kChunk = qint64{1024} * 1024;
     QFile file(path);
@@ -24,6 +24,7 @@ QByteArray fileSum(const QString &path)
         if (count > 0) {
             crypto_hash_sha256_update(&state, reinterpret_cast<unsigned char *>(chunk.data()),
                                       static_cast<unsigned long long>(count));
+            read(count);
         }
     }
     if (count < 0) {

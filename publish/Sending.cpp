@@ -4,6 +4,8 @@
 #include "publish/Console.h"
 #include "publish/Destination.h"
 #include "publish/DestinationLock.h"
+#include "publish/French.h"
+#include "publish/Interruption.h"
 #include "publish/Progress.h"
 #include "publish/Site.h"
 #include "publish/SiteListing.h"
@@ -16,8 +18,11 @@
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
+#include <numeric>
 #include <optional>
+#include <system_error>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -28,6 +33,7 @@ const auto kInTheMaking = u"publications/.en-cours"_s;
 const auto kOnTheWayOut = u"publications/.retiree"_s;
 const auto kListing = u".liste"_s;
 const auto kSite = u"site"_s;
+const auto kTrial = u".essai"_s;
 const auto kStateFolder = u"etat"_s;
 const auto kState = u"etat/status.json"_s;
 constexpr int kDigits = 4;
@@ -39,6 +45,12 @@ using Entries = Destination::Entries;
 QString generationPath(const QString &name)
 {
     return kGenerations + u'/' + name;
+}
+
+bool isGeneration(const QString &path)
+{
+    static const QRegularExpression kForm(u'^' + kGenerations + u"/[0-9]{4,}-[0-9a-f]{16}$"_s);
+    return kForm.match(path).hasMatch();
 }
 
 /// One run of the command.
@@ -53,10 +65,13 @@ public:
     {
     }
 
-    /// From here on nobody else sends there.
-    void begin()
+    /// From here on nobody else sends there. Throws a Problem where nobody may, or where a
+    /// destination that `isKnown` has become an empty folder.
+    void begin(bool isKnown)
     {
         const Entries top = m_destination.entries(QString());
+        if (isKnown && !top.contains(kGenerations))
+            throw Destination::gone(m_workshop.destination());
         if (top.contains(u"publication.json"_s))
             throw Problem{Outcome::Refused,
                           u"La destination est un atelier ; rien n'a été changé."_s};
@@ -65,9 +80,18 @@ public:
                           u"« %1 » existe dans la destination et n'est pas un lien : ce n'est pas "
                           u"« envoyer » qui l'a fait ; rien n'a été changé."_s.arg(kSite)};
         }
+        const QString target = m_destination.target(kSite);
+        if (!target.isEmpty() && !isGeneration(target)) {
+            throw Problem{Outcome::Refused,
+                          u"Dans la destination, « %1 » mène à « %2 » : ce n'est pas « envoyer » "
+                          u"qui l'a fait ; rien n'a été changé."_s.arg(kSite, target)};
+        }
         m_lock.emplace(m_destination, m_workshop);
+        m_served = m_destination.target(kSite).section(u'/', -1);
         m_present = m_destination.entries(kGenerations);
-        m_served = m_destination.targetName(kSite);
+        if (!top.contains(kGenerations))
+            m_destination.makeFolder(kGenerations);
+        m_hasState = top.contains(kStateFolder);
     }
 
     /// Whether the site was another one before.
@@ -88,15 +112,27 @@ public:
 
     void putOnline() { m_destination.pointTo(kSite, generationPath(m_name)); }
     QString name() const { return m_name; }
+    bool hadSite() const { return !m_served.isEmpty(); }
     qint64 sentFiles() const { return m_sentFiles; }
 
-    /// Generations that nobody returns to.
+    /// Generations that nobody returns to, and what runs that were ended have left of such.
     void removeOld()
     {
-        m_destination.removeTree(kOnTheWayOut); // of a run that was ended
-        QStringList others = names();
+        if (m_present.contains(kOnTheWayOut.section(u'/', -1)))
+            m_destination.removeTree(kOnTheWayOut);
+        const QStringList all = names();
+        for (auto entry = m_present.keyBegin(); entry != m_present.keyEnd(); ++entry) {
+            const QString name = entry->chopped(std::min(entry->size(), kListing.size()));
+            if (entry->endsWith(kListing) && isGeneration(generationPath(name)) &&
+                !all.contains(name))
+                m_destination.removeFile(generationPath(*entry));
+        }
+        // The one that was served until now is what players would be given back.
+        QStringList others = all;
         others.removeAll(m_name);
-        for (qsizetype i = 0; i < others.size() - kKeptForReturn; ++i) {
+        const bool hasBefore = others.removeAll(m_served) > 0;
+        const qsizetype kept = hasBefore ? kKeptForReturn - 1 : kKeptForReturn;
+        for (qsizetype i = 0; i < others.size() - kept; ++i) {
             // Half removed it must not be taken for a whole one.
             m_destination.rename(generationPath(others.at(i)), kOnTheWayOut);
             m_destination.removeTree(kOnTheWayOut);
@@ -108,10 +144,10 @@ private:
     /// Of the generations there, the oldest first.
     QStringList names() const
     {
-        static const QRegularExpression kForm(u"^[0-9]{4,}-[0-9a-f]{16}$"_s);
         QStringList names;
         for (auto entry = m_present.begin(); entry != m_present.end(); ++entry) {
-            if (entry->kind == Destination::Entry::Folder && kForm.match(entry.key()).hasMatch())
+            if (entry->kind == Destination::Entry::Folder &&
+                isGeneration(generationPath(entry.key())))
                 names.append(entry.key());
         }
         std::sort(names.begin(), names.end(), [](const QString &a, const QString &b) {
@@ -160,13 +196,14 @@ private:
         // sftp counts in seconds.
         if (there && there->toSecsSinceEpoch() >= state.lastModified().toSecsSinceEpoch())
             return;
-        m_destination.makeFolder(kStateFolder);
+        if (!m_hasState)
+            m_destination.makeFolder(kStateFolder);
         m_destination.replace(state.filePath(), kState);
     }
 
     void sendGeneration()
     {
-        m_destination.makeFolder(kGenerations);
+        tryTheSwitch();
         removeWhatDoesNotFit();
         m_destination.write(kInTheMaking + kListing, m_listing.text());
         m_destination.makeFolder(kInTheMaking);
@@ -185,6 +222,28 @@ private:
         m_destination.rename(kInTheMaking + kListing, generationPath(m_name + kListing));
         m_present.insert(m_name, {Destination::Entry::Folder, 0});
         m_present.insert(m_name + kListing, {Destination::Entry::File, 0});
+    }
+
+    /// What cannot work at the end is told before hours of sending. Where a site is served already
+    /// it is switched to itself.
+    void tryTheSwitch()
+    {
+        try {
+            if (!m_served.isEmpty()) {
+                m_destination.pointTo(kSite, generationPath(m_served));
+                return;
+            }
+            m_destination.pointTo(kTrial, kGenerations);
+            m_destination.pointTo(kTrial, kGenerations);
+            m_destination.removeFile(kTrial);
+        } catch (const Problem &problem) {
+            if (problem.outcome != Outcome::Disk)
+                throw;
+            throw Problem{Outcome::Refused,
+                          u"La destination ne permet pas de basculer d'un site à l'autre : il y "
+                          u"faut des liens symboliques, qu'un renommage remplace d'un coup. Rien "
+                          u"n'a été changé. (%1)"_s.arg(problem.text)};
+        }
     }
 
     SiteListing listingThere(const QString &generation)
@@ -209,11 +268,14 @@ private:
             return;
         }
         m_sizes = sizesThere(kInTheMaking);
+        Progress progress(u"Vérification de ce qui est arrivé"_s,
+                          std::accumulate(m_sizes.begin(), m_sizes.end(), qint64{0}));
+        const auto tell = [&progress](qint64 bytes) { progress.advance(bytes); };
         const QStringList there = m_sizes.keys();
         for (const QString &name : there) {
             const QByteArray sum = m_listing.sums().value(name);
             const bool fits = !sum.isEmpty() && earlier.sums().value(name) == sum;
-            if (!fits || !isComplete(name) || !m_destination.isWhole(pathThere(name), sum)) {
+            if (!fits || !isComplete(name) || !m_destination.isWhole(pathThere(name), sum, tell)) {
                 m_destination.removeFile(pathThere(name));
                 m_sizes.remove(name);
             }
@@ -228,7 +290,9 @@ private:
         const SiteListing served = listingThere(generationPath(m_served));
         const QMap<QString, QByteArray> &sums = m_listing.sums();
         bool isAnyLinked = false;
+        Progress progress(u"Liens"_s, sums.size());
         for (auto file = sums.begin(); file != sums.end(); ++file) {
+            progress.advance(1);
             if (served.sums().value(file.key()) != file.value() || isComplete(file.key()))
                 continue;
             m_destination.link(generationPath(m_served) + u'/' + file.key(), pathThere(file.key()));
@@ -272,9 +336,10 @@ private:
         for (auto file = sums.keyBegin(); file != sums.keyEnd(); ++file) {
             if (!isComplete(*file)) {
                 throw Problem{Outcome::Disk,
-                              u"« %1 » n'est pas arrivé entier : %2 octets sur %3."_s.arg(*file)
-                                  .arg(m_sizes.value(*file))
-                                  .arg(sizeHere(*file))};
+                              u"« %1 » n'est pas arrivé entier : %2 sur %3."_s.arg(
+                                  *file,
+                                  French::counted(m_sizes.value(*file), u"octet"_s, u"octets"_s),
+                                  QString::number(sizeHere(*file)))};
             }
         }
     }
@@ -307,12 +372,22 @@ private:
     QString m_source;
     Destination &m_destination;
     std::optional<DestinationLock> m_lock;
+    bool m_hasState = false;
     Entries m_present;
     QString m_served; ///< there; empty where nothing is
     QString m_name;   ///< of this site, there
     QHash<QString, qint64> m_sizes;
     qint64 m_sentFiles = 0;
 };
+
+/// Without links, as far as the path exists.
+QString real(const QString &path)
+{
+    std::error_code error;
+    const std::filesystem::path resolved =
+        std::filesystem::weakly_canonical(path.toStdU16String(), error);
+    return error ? path : QString::fromStdU16String(resolved.generic_u16string());
+}
 
 QString destinationOf(const CommandLine &line, const Workshop &workshop)
 {
@@ -323,7 +398,8 @@ QString destinationOf(const CommandLine &line, const Workshop &workshop)
     }
     QString address = Destination::checkedAddress(line.operands.isEmpty() ? workshop.destination()
                                                                           : line.operands.first());
-    if ((address + u'/').startsWith(workshop.path(QString()))) {
+    if (Destination::isFolder(address) &&
+        (real(address) + u'/').startsWith(real(workshop.path(QString())))) {
         throw Problem{Outcome::Refused,
                       u"La destination est dans l'atelier ; rien n'a été changé."_s};
     }
@@ -340,15 +416,17 @@ void removeScratch(const Workshop &workshop)
 }
 
 /// The operator wants to know first what players have now.
-Problem brokenOff(const Problem &problem)
+Problem brokenOff(const Problem &problem, bool hadSite)
 {
-    const QString comfort = u"L'ancien site reste servi ; le même « envoyer » reprend là."_s;
-    if (problem.outcome == Outcome::Interrupted)
-        return {problem.outcome, u"Interrompu. "_s + comfort};
     if (problem.outcome == Outcome::Refused)
         return problem;
+    const QString state =
+        hadSite ? u"L'ancien site reste servi"_s : u"Aucun site n'est encore servi là-bas"_s;
     if (problem.outcome == Outcome::BrokenOff) // of which repeating makes nothing better
-        return {problem.outcome, problem.text + u" L'ancien site reste servi."_s};
+        return {problem.outcome, u"%1 %2."_s.arg(problem.text, state)};
+    const QString comfort = state + u" ; le même « envoyer » reprend là."_s;
+    if (problem.outcome == Outcome::Interrupted)
+        return {problem.outcome, u"Interrompu. "_s + comfort};
     return {Outcome::BrokenOff, problem.text + u' ' + comfort};
 }
 
@@ -357,12 +435,41 @@ bool isOnlineAfterAll(const QString &address, const Workshop &workshop, const QS
 {
     try {
         const std::unique_ptr<Destination> again =
-            Destination::open(address, workshop.path(QString()));
-        return again->targetName(kSite) == name;
+            Destination::open(address, workshop.path(QString()), true);
+        return again->target(kSite) == generationPath(name);
     } catch (const Problem &) {
         throw Problem{Outcome::BrokenOff,
                       u"La connexion s'est perdue au moment de la bascule : l'ancien site ou le "
                       u"nouveau est servi, entier. Le même « envoyer » le dira."_s};
+    }
+}
+
+/// Nothing interrupts it: that would leave open which site is served.
+void putOnline(Run &run, const QString &address, const Workshop &workshop)
+{
+    const Interruption::PutOff putOff;
+    try {
+        run.putOnline();
+    } catch (const Problem &problem) {
+        if (!isOnlineAfterAll(address, workshop, run.name()))
+            throw brokenOff(problem, run.hadSite());
+    }
+}
+
+void removeOld(Run &run)
+{
+    try {
+        Interruption::check(); // what was put off
+        run.removeOld();
+    } catch (const Problem &problem) {
+        if (problem.outcome == Outcome::Interrupted) {
+            throw Problem{problem.outcome,
+                          u"Interrompu. La publication %1 est en ligne là-bas ; "
+                          u"la prochaine fois, d'anciennes y seront retirées."_s.arg(run.name())};
+        }
+        throw Problem{problem.outcome, u"Une ancienne publication n'a pas pu être retirée là-bas ; "
+                                       u"la prochaine fois : "_s +
+                                           problem.text};
     }
 }
 
@@ -373,40 +480,32 @@ Outcome Sending::run(const CommandLine &line)
     Workshop workshop(line.workshop);
     const std::unique_ptr<QLockFile> lock = workshop.lock();
     const QString address = destinationOf(line, workshop);
+    const bool isKnown = address == workshop.destination();
     removeScratch(workshop);
     const SiteListing listing = SiteListing::of(workshop, workshop.served());
     const std::unique_ptr<Destination> destination =
-        Destination::open(address, workshop.path(QString()));
+        Destination::open(address, workshop.path(QString()), isKnown);
     Run run(workshop, listing, *destination);
 
     bool isOther = false;
     try {
-        run.begin();
+        run.begin(isKnown);
         workshop.setDestination(address);
         isOther = run.send();
     } catch (const Problem &problem) {
-        throw brokenOff(problem);
+        throw brokenOff(problem, run.hadSite());
     }
-    if (!isOther) {
+    if (isOther) {
+        putOnline(run, address, workshop);
+        using French::counted;
+        Console::say(u"%1, %2. Publication %3 en ligne là-bas."_s.arg(
+            counted(listing.sums().size(), u"fichier"_s, u"fichiers"_s),
+            counted(run.sentFiles(), u"envoyé"_s, u"envoyés"_s), run.name()));
+    } else {
         Console::say(u"La publication %1 est déjà en ligne là-bas."_s.arg(run.name()));
-        return Outcome::Good;
     }
-    try {
-        run.putOnline();
-    } catch (const Problem &problem) {
-        if (!isOnlineAfterAll(address, workshop, run.name()))
-            throw brokenOff(problem);
-    }
-    Console::say(
-        u"%1 fichiers, %2 envoyés. Publication %3 en ligne là-bas."_s.arg(listing.sums().size())
-            .arg(run.sentFiles())
-            .arg(run.name()));
-    try {
-        run.removeOld();
-    } catch (const Problem &problem) {
-        throw Problem{problem.outcome, u"Une ancienne publication n'a pas pu être retirée là-bas ; "
-                                       u"la prochaine fois : "_s +
-                                           problem.text};
-    }
+    removeOld(run);
+    if (Destination::isFolder(address))
+        Site::warnOfClosedFolders(QDir(address).filePath(kSite));
     return Outcome::Good;
 }

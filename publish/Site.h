@@ -27,6 +27,9 @@ void linkStatus(const Generation &generation);
 QString publishedVersion(const Workshop &workshop);
 QString launcherArchive(const QString &version);
 
+/// Tells the operator of folders that keep the web server out.
+void warnOfClosedFolders(const QString &folder);
+
 /// For nginx: a server that serves the workshop's site.
 QString nginxBlock(const Workshop &workshop);
 

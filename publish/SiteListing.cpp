@@ -5,6 +5,7 @@
 #include "publish/Interruption.h"
 #include "publish/Manifest.h"
 #include "publish/Outcome.h"
+#include "publish/Progress.h"
 #include "publish/Site.h"
 #include "publish/Workshop.h"
 
@@ -96,6 +97,7 @@ SiteListing SiteListing::made(const Workshop &workshop, const QString &generatio
 {
     const KnownSums known(workshop, generation);
     SiteListing listing;
+    qint64 unread = 0;
     const QDir folder(workshop.generationPath(generation));
     QDirIterator entries(folder.path(), QDir::Files | QDir::Hidden | QDir::System,
                          QDirIterator::Subdirectories);
@@ -105,8 +107,16 @@ SiteListing SiteListing::made(const Workshop &workshop, const QString &generatio
         if (entries.fileInfo().isSymLink())
             continue;
         const QString name = folder.relativeFilePath(file);
-        QByteArray sum = known.find(name);
-        listing.m_sums.insert(name, sum.isEmpty() ? fileSum(file) : sum);
+        const QByteArray sum = known.find(name);
+        listing.m_sums.insert(name, sum);
+        unread += sum.isEmpty() ? entries.fileInfo().size() : 0;
+    }
+    Progress progress(u"Lecture"_s, unread);
+    for (auto file = listing.m_sums.begin(); file != listing.m_sums.end(); ++file) {
+        if (file->isEmpty()) {
+            *file = fileSum(folder.filePath(file.key()),
+                            [&progress](qint64 bytes) { progress.advance(bytes); });
+        }
     }
     if (!listing.m_sums.contains(Site::kNews)) {
         throw Problem{Outcome::Refused, u"Dans %1, il manque %2 : ce n'est pas un site entier ; "

@@ -51,6 +51,9 @@ private slots:
     void badDestinations_data();
     void badDestinations();
     void foldersOfOthersAreLeftAlone();
+    void aDiskThatIsNotMountedIsNotFilled();
+    void whatWasServedLastStays();
+    void whatKilledRunsLeaveGoes();
     void oneRunAtATime();
     void oneWorkshopAtATime();
 
@@ -113,7 +116,7 @@ void TestPublishSending::whatDidNotChangeIsLinked()
     QCOMPARE(send().code, 0);
     prepareNews(u"Titre"_s);
     const Publisher::Result result = send();
-    QVERIFY2(result.output.startsWith(u"10 fichiers, 1 envoyés."_s), qPrintable(result.output));
+    QVERIFY2(result.output.startsWith(u"10 fichiers, 1 envoyé."_s), qPrintable(result.output));
     QCOMPARE(served(), m_publisher->site());
     const QString archive = m_folder + u"/site/client/DofusClient.zip"_s;
     QCOMPARE(std::filesystem::hard_link_count(archive.toStdU16String()), 2U);
@@ -127,7 +130,7 @@ void TestPublishSending::goingBackSendsNothing()
     QCOMPARE(send().code, 0);
     QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
     const Publisher::Result result = send();
-    QVERIFY2(result.output.startsWith(u"10 fichiers, 0 envoyés. Publication 0001-"_s),
+    QVERIFY2(result.output.startsWith(u"10 fichiers, 0 envoyé. Publication 0001-"_s),
              qPrintable(result.output));
     QVERIFY(served() == first);
     QCOMPARE(generations().size(), 2);
@@ -147,6 +150,7 @@ void TestPublishSending::oldOnesAreRemoved()
 
 void TestPublishSending::killedAtAnyStep()
 {
+    QVERIFY(QDir().mkpath(m_folder + u"/publications"_s)); // once known it has to be there
     QVERIFY(SentSite::killAtEveryStep(*m_publisher, m_folder, m_folder, 10) > 30);
     for (int i = 0; i < 2; ++i) {
         prepareNews(QString::number(i));
@@ -337,11 +341,17 @@ void TestPublishSending::badDestinations_data()
     QTest::newRow("a second line") << u"sftp://host/a\nrm b"_s;
     QTest::newRow("the workshop itself") << u"."_s;
     QTest::newRow("a folder in the workshop") << u"etat/x"_s;
+    QTest::newRow("the workshop by way of a link") << u"../lien/etat"_s;
+    QTest::newRow("nothing") << QString();
+    QTest::newRow("as scp takes it") << u"veyra@play.example.org:/srv/veyra"_s;
+    QTest::newRow("as scp takes it, without a name") << u"play.example.org:site"_s;
+    QTest::newRow("a folder in one that is not there") << u"../rien/du/tout"_s;
 }
 
 void TestPublishSending::badDestinations()
 {
     QFETCH(const QString, address);
+    QFile::link(m_publisher->path(QString()), m_publisher->beside(u"lien"_s));
     const QByteArray before = Files::read(m_publisher->path(u"publication.json"_s));
     const Publisher::Result result = m_publisher->run({u"envoyer"_s, address});
     QCOMPARE(result.code, 2);
@@ -370,7 +380,63 @@ void TestPublishSending::foldersOfOthersAreLeftAlone()
 
     const QString file = m_publisher->beside(u"fichier"_s);
     Files::write(file, "");
-    QCOMPARE(m_publisher->run({u"envoyer"_s, file + u"/dossier"_s}).code, 6);
+    QCOMPARE(m_publisher->run({u"envoyer"_s, file + u"/dossier"_s}).code, 2);
+
+    // A link is replaced only where it is one of ours.
+    QVERIFY(QDir(m_folder).removeRecursively());
+    QVERIFY(QDir().mkpath(m_folder) && QFile::link(file, m_folder + u"/autre"_s));
+    QVERIFY(QFile::link(m_publisher->beside(u"client"_s), m_folder + u"/site"_s));
+    const Publisher::Result foreign = send();
+    QCOMPARE(foreign.code, 2);
+    QVERIFY2(foreign.errors.contains(u"mène à"_s), qPrintable(foreign.errors));
+    QCOMPARE(QFile::symLinkTarget(m_folder + u"/site"_s), m_publisher->beside(u"client"_s));
+}
+
+void TestPublishSending::aDiskThatIsNotMountedIsNotFilled()
+{
+    QCOMPARE(send().code, 0);
+    QVERIFY(QDir(m_folder).removeRecursively());
+    const Publisher::Result gone = m_publisher->run({u"envoyer"_s});
+    QCOMPARE(gone.code, 2);
+    QVERIFY2(gone.errors.contains(u"un disque qui n'est pas monté"_s), qPrintable(gone.errors));
+    QVERIFY(!QFile::exists(m_folder));
+    QVERIFY(QDir().mkpath(m_folder));
+    QCOMPARE(send().code, 2);
+    QVERIFY(Files::tree(m_folder).isEmpty());
+    QVERIFY(QDir().mkpath(m_folder + u"/publications"_s));
+    QCOMPARE(send().code, 0);
+    QCOMPARE(served(), m_publisher->site());
+}
+
+/// Players may be given it back.
+void TestPublishSending::whatWasServedLastStays()
+{
+    QCOMPARE(send().code, 0);
+    for (int i = 0; i < 2; ++i) {
+        prepareNews(QString::number(i));
+        QCOMPARE(send().code, 0);
+    }
+    for (int i = 0; i < 2; ++i)
+        QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
+    QCOMPARE(send().code, 0);
+    prepareNews(u"Titre"_s);
+    QCOMPARE(send().code, 0);
+    QCOMPARE(generations().size(), 3);
+    QVERIFY(generations().first().startsWith(u"0001-"_s));
+    QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
+    QVERIFY(send().output.startsWith(u"10 fichiers, 0 envoyé."_s));
+    QCOMPARE(served(), m_publisher->site());
+}
+
+void TestPublishSending::whatKilledRunsLeaveGoes()
+{
+    QCOMPARE(send().code, 0);
+    const QStringList before = Files::tree(m_folder);
+    const QString generations = m_folder + u"/publications/"_s;
+    Files::write(generations + u"0000-0123456789abcdef.liste"_s, "");
+    Files::write(generations + u".retiree/api/news.php"_s, "[]");
+    QVERIFY(send().output.contains(u"est déjà en ligne là-bas"_s));
+    QCOMPARE(Files::tree(m_folder), before);
 }
 
 void TestPublishSending::oneRunAtATime()
