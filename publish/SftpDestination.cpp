@@ -234,8 +234,7 @@ void SftpDestination::replace(const QString &source, const QString &name)
 
 void SftpDestination::pointTo(const QString &name, const QString &target)
 {
-    change(u"-rm "_s + quoted(name + kTemporary));
-    change(u"ln -s %1 %2"_s.arg(quoted(target), quoted(name + kTemporary)));
+    change(u"-rm %1\nln -s %2 %1"_s.arg(quoted(name + kTemporary), quoted(target)));
     rename(name + kTemporary, name);
 }
 

@@ -165,7 +165,7 @@ void TestPublishSftp::killedAtAnyStep()
         prepareNews();
     }
     // An old one is removed as well now.
-    QVERIFY(SentSite::killAtEveryStep(*m_publisher, address(), m_folder, 16) > 25);
+    QVERIFY(SentSite::killAtEveryStep(*m_publisher, address(), m_folder, 32) > 25);
 }
 
 /// Interrupted and then killed within one file, at a speed that leaves time for it.
@@ -179,13 +179,14 @@ void TestPublishSftp::aFileGoesOnWhereItBrokeOff()
     QProcess process;
     process.setWorkingDirectory(m_publisher->path(QString()));
     process.start(Publisher::program(), {u"envoyer"_s, address()});
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(archive).size() > 300'000, kLongEnough);
+    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(archive).size() > 1'200'000, kLongEnough);
     ::kill(static_cast<pid_t>(process.processId()), SIGINT);
     QVERIFY(process.waitForFinished(kLongEnough));
     QCOMPARE(process.exitCode(), 130);
     const QString words = QString::fromUtf8(process.readAllStandardError());
     QVERIFY2(words.contains(u"Aucun site n'est encore servi là-bas ; le même « envoyer »"_s),
              qPrintable(words));
+    QVERIFY2(words.contains(u"Envoi : 10 %"_s), qPrintable(words)); // within one file
 
     // Its beginning is not sent again.
     const qint64 before = QFileInfo(archive).size();
@@ -220,11 +221,8 @@ void TestPublishSftp::aPartIsReadBackFirst_data()
     QTest::addColumn<int>("damagedAt");
     QTest::newRow("a beginning") << 50'000 << -1;
     QTest::newRow("all of it") << 0 << -1;
-    QTest::newRow("damaged at its start") << 50'000 << 0;
     QTest::newRow("damaged at its end") << 50'000 << 49'999;
-    QTest::newRow("all of it, damaged") << 0 << 100'000;
     QTest::newRow("longer than the file") << 900'000 << -1;
-    QTest::newRow("empty") << -1 << -1;
 }
 
 void TestPublishSftp::aPartIsReadBackFirst()
@@ -237,7 +235,7 @@ void TestPublishSftp::aPartIsReadBackFirst()
     // Its archive is what is sent first.
     QByteArray part = m_publisher->site().value(u"client/DofusClient.zip"_s);
     if (size != 0)
-        part.resize(std::max(size, 0), 'x');
+        part.resize(size, 'x');
     if (damagedAt >= 0)
         part[damagedAt] = static_cast<char>(~part.at(damagedAt));
     Files::write(m_folder + u"/.morceau"_s, part);
