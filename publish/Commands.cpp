@@ -94,12 +94,7 @@ Outcome makeWorkshop(const CommandLine &line)
                                           target, LauncherArchive::targets().join(u" ou "_s))};
     }
     const Workshop workshop = Workshop::create(line.workshop, line.operands.first(), keys, target);
-    const QStringList closed = Disk::closedFolders(workshop.path(QString()));
-    for (const QString &folder : closed) {
-        complain(
-            u"Attention : le serveur web ne peut pas entrer dans %1 et répondrait 403. « chmod "
-            u"o+x '%1' » l'y laisse passer ; ou choisissez un atelier dans /srv."_s.arg(folder));
-    }
+    Site::warnOfClosedFolders(workshop.path(QString()));
     if (Disk::kMakesLinks) {
         say(u"L'atelier est prêt. Pour nginx :\n"_s);
         say(Site::nginxBlock(workshop));

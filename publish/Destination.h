@@ -1,5 +1,7 @@
 #pragma once
 
+#include "publish/Outcome.h"
+
 #include <QByteArray>
 #include <QDateTime>
 #include <QHash>
@@ -25,30 +27,36 @@ public:
     virtual ~Destination() = default;
     Q_DISABLE_COPY_MOVE(Destination)
 
-    /// "sftp://user@host/folder", or a folder of this machine; throws a Problem (Outcome::Refused)
-    /// for anything else.
+    /// "sftp://user@host/folder", or a folder of this machine, in full; throws a Problem
+    /// (Outcome::Refused) for anything else.
     static QString checkedAddress(const QString &address);
-    /// The folder is there then, and can be reached.
-    static std::unique_ptr<Destination> open(const QString &address);
+    static bool isFolder(const QString &checkedAddress);
+    /// The folder can be reached then. It is made where it is not there, unless it `isKnown` to
+    /// have been: it may be a disk that is not mounted. What has to be looked at here is fetched
+    /// into `scratch`, a folder of this machine.
+    static std::unique_ptr<Destination> open(const QString &checkedAddress, const QString &scratch,
+                                             bool isKnown);
 
     /// What lies in a folder; nothing where there is none.
     virtual Entries entries(const QString &folder) = 0;
     /// Nothing where there is no such file.
     virtual std::optional<QByteArray> read(const QString &name) = 0;
     virtual std::optional<QDateTime> modified(const QString &name) = 0;
-    /// The last part of what a symbolic link to a folder leads to; empty where there is none.
-    virtual QString targetName(const QString &link) = 0;
-    /// Whether the file's content has this sum, as far as that can be told.
-    virtual bool isWhole(const QString &name, const QByteArray &sum) = 0;
+    /// What a symbolic link to a folder leads to: its name here, or its path where it lies
+    /// elsewhere; empty where it leads nowhere.
+    virtual QString target(const QString &link) = 0;
+    /// Whether a file that was sent has this sum, as far as that can be told. `read` is told how
+    /// many bytes were read for it.
+    virtual bool isWhole(const QString &name, const QByteArray &sum,
+                         const std::function<void(qint64)> &read) = 0;
 
     /// One that exists already is fine.
     virtual void makeFolder(const QString &name) = 0;
-    /// A second name for the same bytes. Where that cannot be, nothing, or a copy.
+    /// A second name for the same bytes. Where that cannot be, nothing.
     virtual void link(const QString &existing, const QString &name) = 0;
-    /// The file is whole once this returns; `sent` is told how many bytes each piece had. With
-    /// `goesOn` its beginning is there already.
+    /// The file is whole once this returns; `sent` is told how many bytes each piece had.
     virtual void send(const QString &source, const QString &name, const QByteArray &sum,
-                      bool goesOn, const std::function<void(qint64)> &sent) = 0;
+                      const std::function<void(qint64)> &sent) = 0;
     /// Readers see the old content or the new one, never a part.
     virtual void write(const QString &name, const QByteArray &content) = 0;
     /// The same, for a file of this machine; its time is kept.
@@ -61,4 +69,10 @@ public:
     virtual void removeTree(const QString &name) = 0;
     /// What was sent outlasts a power cut then.
     virtual void flush(const QString &folder) = 0;
+
+    /// What is said of a destination that was there before.
+    static Problem gone(const QString &place);
+
+protected:
+    static Problem changedSincePrepared(const QString &source);
 };

@@ -185,13 +185,19 @@ void Disk::write(const QString &path, const QJsonDocument &document)
     write(path, document.toJson());
 }
 
-void Disk::link(const QString &existing, const QString &path)
+bool Disk::tryLink(const QString &existing, const QString &path)
 {
     PublishFaultPoints::next();
     std::error_code error;
     std::filesystem::create_hard_link(native(existing), native(path), error);
-    if (!error)
+    return !error;
+}
+
+void Disk::link(const QString &existing, const QString &path)
+{
+    if (tryLink(existing, path))
         return;
+    std::error_code error;
     std::filesystem::copy_file(native(existing), native(path), error);
     check(error, u"Copie impossible"_s, path);
 }

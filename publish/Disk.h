@@ -36,6 +36,8 @@ void write(const QString &path, const QByteArray &content);
 void write(const QString &path, const QJsonDocument &document);
 /// A second name for the same bytes; a copy where the volume knows no such thing.
 void link(const QString &existing, const QString &path);
+/// The same without the copy: false where nothing was linked.
+bool tryLink(const QString &existing, const QString &path);
 /// Has `path` lead to `target`, in one step also where it leads elsewhere already.
 void pointTo(const QString &path, const QString &target);
 /// The last part of what was told to pointTo(); empty where nothing was.

@@ -8,7 +8,7 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-QByteArray fileSum(const QString &path)
+QByteArray fileSum(const QString &path, const std::function<void(qint64)> &read)
 {
     constexpr qint64 kChunk = qint64{1024} * 1024;
     QFile file(path);
@@ -19,8 +19,10 @@ QByteArray fileSum(const QString &path)
     while (count > 0) {
         Interruption::check();
         count = file.read(chunk.data(), chunk.size());
-        if (count > 0)
+        if (count > 0) {
             sum.add(QByteArrayView(chunk).first(count));
+            read(count);
+        }
     }
     if (count < 0) {
         throw Problem{Outcome::Disk,

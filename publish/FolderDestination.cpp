@@ -10,9 +10,17 @@
 
 using namespace Qt::Literals::StringLiterals;
 
-FolderDestination::FolderDestination(const QString &folder)
+FolderDestination::FolderDestination(const QString &folder, bool isKnown)
     : m_folder(folder)
 {
+    const QFileInfo info(m_folder);
+    if (isKnown && !info.isDir())
+        throw gone(m_folder);
+    // A disk that is not mounted must not be made up for.
+    if (!QFileInfo(info.path()).isDir()) {
+        throw Problem{Outcome::Refused,
+                      u"Le dossier « %1 » n'existe pas ; rien n'a été changé."_s.arg(info.path())};
+    }
     Disk::makeFolder(m_folder);
 }
 
@@ -46,14 +54,17 @@ std::optional<QDateTime> FolderDestination::modified(const QString &name)
     return info.lastModified();
 }
 
-QString FolderDestination::targetName(const QString &link)
+QString FolderDestination::target(const QString &link)
 {
-    return Disk::targetName(path(link));
+    const QString start = QFileInfo(m_folder).canonicalFilePath() + u'/';
+    const QString target = QFileInfo(path(link)).canonicalFilePath();
+    return target.startsWith(start) ? target.sliced(start.size()) : target;
 }
 
-bool FolderDestination::isWhole(const QString &name, const QByteArray &sum)
+bool FolderDestination::isWhole(const QString &name, const QByteArray &sum,
+                                const std::function<void(qint64)> &read)
 {
-    return fileSum(path(name)) == sum;
+    return fileSum(path(name), read) == sum;
 }
 
 void FolderDestination::makeFolder(const QString &name)
@@ -63,16 +74,15 @@ void FolderDestination::makeFolder(const QString &name)
 
 void FolderDestination::link(const QString &existing, const QString &name)
 {
-    Disk::link(path(existing), path(name));
+    Disk::tryLink(path(existing), path(name));
 }
 
 void FolderDestination::send(const QString &source, const QString &name, const QByteArray &sum,
-                             bool, const std::function<void(qint64)> &sent)
+                             const std::function<void(qint64)> &sent)
 {
     const auto copied = [&sent](QByteArrayView piece) { sent(piece.size()); };
-    if (Disk::copy(source, path(name), copied) != sum) {
-        throw Problem{Outcome::Disk, u"« %1 » n'est plus tel qu'il a été préparé."_s.arg(source)};
-    }
+    if (Disk::copy(source, path(name), copied) != sum)
+        throw changedSincePrepared(source);
 }
 
 void FolderDestination::write(const QString &name, const QByteArray &content)

@@ -6,16 +6,17 @@
 class FolderDestination : public Destination
 {
 public:
-    explicit FolderDestination(const QString &folder);
+    FolderDestination(const QString &folder, bool isKnown);
 
     Entries entries(const QString &folder) override;
     std::optional<QByteArray> read(const QString &name) override;
     std::optional<QDateTime> modified(const QString &name) override;
-    QString targetName(const QString &link) override;
-    bool isWhole(const QString &name, const QByteArray &sum) override;
+    QString target(const QString &link) override;
+    bool isWhole(const QString &name, const QByteArray &sum,
+                 const std::function<void(qint64)> &read) override;
     void makeFolder(const QString &name) override;
     void link(const QString &existing, const QString &name) override;
-    void send(const QString &source, const QString &name, const QByteArray &sum, bool goesOn,
+    void send(const QString &source, const QString &name, const QByteArray &sum,
               const std::function<void(qint64)> &sent) override;
     void write(const QString &name, const QByteArray &content) override;
     void replace(const QString &source, const QString &name) override;

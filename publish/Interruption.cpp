@@ -10,6 +10,7 @@ using namespace Qt::Literals::StringLiterals;
 namespace {
 
 std::atomic_bool requested = false;
+std::atomic_int putOffs = 0;
 static_assert(std::atomic_bool::is_always_lock_free); // a signal handler may set it
 
 void request(int)
@@ -36,6 +37,16 @@ bool Interruption::wasRequested()
 
 void Interruption::check()
 {
-    if (requested)
+    if (requested && putOffs == 0)
         throw Problem{Outcome::Interrupted, u"Interrompu : rien n'a été changé."_s};
+}
+
+Interruption::PutOff::PutOff()
+{
+    ++putOffs;
+}
+
+Interruption::PutOff::~PutOff()
+{
+    --putOffs;
 }

@@ -12,4 +12,14 @@ bool wasRequested();
 /// Throws a Problem once it was requested. Any thread.
 void check();
 
+/// While one lives, check() throws nothing: for what takes a moment and must not stop in between.
+class PutOff
+{
+public:
+    PutOff();
+    ~PutOff();
+    PutOff(const PutOff &) = delete;
+    PutOff &operator=(const PutOff &) = delete;
+};
+
 } // namespace Interruption

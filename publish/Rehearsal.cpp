@@ -89,8 +89,10 @@ Outcome Rehearsal::run(const CommandLine &line)
     const std::optional<qint64> rate = rateOf(line);
     const RehearsalServer::Fault fault = faultOf(line);
     const Workshop workshop(line.workshop);
-    const QString root =
-        line.has(kDraft) ? workshop.generationPath(workshop.draft()) : workshop.sitePath();
+    const bool isDraft = line.has(kDraft);
+    // The link is the root, so that what it leads to later is shown; now it has to lead somewhere.
+    const QString root = isDraft ? workshop.draftPath() : workshop.sitePath();
+    static_cast<void>(isDraft ? workshop.draft() : workshop.served());
 
     RehearsalServer server({root, workshop.statusPath()}, fault, rate);
     server.start(port);

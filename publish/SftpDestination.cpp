@@ -2,23 +2,26 @@
 
 #include "publish/Disk.h"
 #include "publish/FaultPoints.h"
+#include "publish/FileSum.h"
+#include "publish/Interruption.h"
 #include "publish/Outcome.h"
+#include "publish/Progress.h"
 
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
+
+#include <algorithm>
+#include <utility>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
 const auto kTemporary = u".nouveau"_s;
-
-QString hostOf(const QUrl &url)
-{
-    const QString host = url.host().contains(u':') ? u'[' + url.host() + u']' : url.host();
-    return url.userName().isEmpty() ? host : url.userName() + u'@' + host;
-}
+/// The file that is on its way. It gets its name when it is whole and on the server's disk, so that
+/// a file's name vouches for it.
+const auto kPart = u".morceau"_s;
 
 QString quoted(const QString &name)
 {
@@ -38,6 +41,22 @@ QByteArray unescaped(const QByteArray &text)
     return result;
 }
 
+bool isBeginning(const QString &part, const QString &whole)
+{
+    constexpr qint64 kChunk = qint64{1024} * 1024;
+    QFile a(part);
+    QFile b(whole);
+    if (!a.open(QIODevice::ReadOnly) || !b.open(QIODevice::ReadOnly))
+        return false;
+    while (!a.atEnd()) {
+        Interruption::check();
+        const QByteArray chunk = a.read(kChunk);
+        if (chunk.isEmpty() || chunk != b.read(chunk.size()))
+            return false;
+    }
+    return true;
+}
+
 QString remotePath(const QStringList &lines)
 {
     const QString start = u"Remote working directory: "_s;
@@ -50,14 +69,21 @@ QString remotePath(const QStringList &lines)
 
 } // namespace
 
-SftpDestination::SftpDestination(const QUrl &url)
-    : m_session(hostOf(url), url.port())
+SftpDestination::SftpDestination(const Place &place, const QString &scratch, bool isKnown)
+    : m_temporary(scratch + u"/.envoi-XXXXXX"_s)
+    , m_session(place.host, place.port)
 {
     // "sftp://host/~/site" lies in the home folder.
-    QString folder = url.path();
-    if (folder.startsWith("/~/"_L1))
+    QString folder = place.folder;
+    if (folder == "/~"_L1)
+        folder = u"."_s;
+    else if (folder.startsWith("/~/"_L1))
         folder.remove(0, 3);
-    change(u"-mkdir "_s + quoted(folder));
+    const bool isThere = !m_session.run(u"-ls -lan "_s + quoted(folder)).isEmpty();
+    if (isKnown && !isThere)
+        throw gone(place.folder);
+    if (!isThere)
+        makeFolder(folder);
     m_session.run(u"cd "_s + quoted(folder));
     m_folder = remotePath(m_session.run(u"pwd"_s));
 }
@@ -85,10 +111,10 @@ Destination::Entries SftpDestination::entries(const QString &folder)
     return entries;
 }
 
-bool SftpDestination::fetch(const QString &name)
+bool SftpDestination::fetch(const QString &name, const std::function<void(qint64)> &moved)
 {
     QFile::remove(fetched());
-    m_session.run(u"-get -p %1 %2"_s.arg(quoted(name), quoted(fetched())));
+    m_session.transfer(u"-get -p %1 %2"_s.arg(quoted(name), quoted(fetched())), moved);
     return QFile::exists(fetched());
 }
 
@@ -108,16 +134,18 @@ std::optional<QDateTime> SftpDestination::modified(const QString &name)
 
 /// The protocol could read a link, but the program does not offer it. It goes there and looks
 /// around.
-QString SftpDestination::targetName(const QString &link)
+QString SftpDestination::target(const QString &link)
 {
-    m_session.run(u"-cd "_s + quoted(link));
-    const QString path = remotePath(m_session.run(u"pwd"_s));
-    m_session.run(u"cd "_s + quoted(m_folder));
-    return path == m_folder ? QString() : path.section(u'/', -1);
+    const QString path =
+        remotePath(m_session.run(u"-cd %1\npwd\ncd %2"_s.arg(quoted(link), quoted(m_folder))));
+    if (path == m_folder)
+        return {};
+    return path.startsWith(m_folder + u'/') ? path.sliced(m_folder.size() + 1) : path;
 }
 
-/// Only the server could tell; the size has to do.
-bool SftpDestination::isWhole(const QString &, const QByteArray &)
+/// It would not have its name else: see send().
+bool SftpDestination::isWhole(const QString &, const QByteArray &,
+                              const std::function<void(qint64)> &)
 {
     return true;
 }
@@ -129,9 +157,17 @@ QStringList SftpDestination::change(const QString &command)
     return m_session.run(command);
 }
 
+void SftpDestination::put(const QString &options, const QString &source, const QString &name,
+                          const std::function<void(qint64)> &moved)
+{
+    PublishFaultPoints::next();
+    m_session.transfer(u"put %1 %2 %3"_s.arg(options, quoted(source), quoted(name)), moved);
+}
+
+/// Open to the web server, whatever the server wants of new folders.
 void SftpDestination::makeFolder(const QString &name)
 {
-    change(u"-mkdir "_s + quoted(name));
+    change(u"-mkdir %1\n-chmod 755 %1"_s.arg(quoted(name)));
 }
 
 void SftpDestination::link(const QString &existing, const QString &name)
@@ -139,13 +175,48 @@ void SftpDestination::link(const QString &existing, const QString &name)
     change(u"-ln %1 %2"_s.arg(quoted(existing), quoted(name)));
 }
 
-void SftpDestination::send(const QString &source, const QString &name, const QByteArray &,
-                           bool goesOn, const std::function<void(qint64)> &sent)
+void SftpDestination::send(const QString &source, const QString &name, const QByteArray &sum,
+                           const std::function<void(qint64)> &sent)
 {
+    if (fileSum(source) != sum)
+        throw changedSincePrepared(source);
+    const qint64 size = QFileInfo(source).size();
+    const qint64 begun = begunOf(source);
+    qint64 told = begun;
+    sent(begun);
+    const auto tell = [&told, &sent, size](qint64 bytes) {
+        const qint64 more = std::min(bytes, size - told);
+        told += more;
+        sent(more);
+    };
     // Keeps time and rights (p), waits until it is on the server's disk (f), goes on at the end of
-    // what is there (a).
-    change(u"put %1 %2 %3"_s.arg(goesOn ? u"-apf"_s : u"-pf"_s, quoted(source), quoted(name)));
-    sent(QFileInfo(source).size());
+    // what is there (a), which it refuses where nothing is missing.
+    if (begun == 0 || begun < size)
+        put(begun > 0 ? u"-apf"_s : u"-pf"_s, source, kPart, tell);
+    rename(kPart, name);
+    sent(size - told);
+}
+
+/// How much of the file is there already. That is read back as a whole: a power cut over there may
+/// have left anything in it, and nobody there can be asked for a sum. It costs what came through
+/// once more, but downwards, which is seldom the slower way.
+qint64 SftpDestination::begunOf(const QString &source)
+{
+    if (!std::exchange(m_mayHavePart, false))
+        return 0;
+    const qint64 size = entries(kPart).value(kPart).size;
+    if (size == 0 || size > QFileInfo(source).size())
+        return 0;
+    try {
+        Disk::checkRoom(m_temporary.path(), size);
+    } catch (const Problem &) {
+        return 0; // sent anew
+    }
+    Progress progress(u"Relecture de ce qui est arrivé"_s, size);
+    const bool isGood = fetch(kPart, [&progress](qint64 bytes) { progress.advance(bytes); }) &&
+                        isBeginning(fetched(), source);
+    QFile::remove(fetched());
+    return isGood ? size : 0;
 }
 
 void SftpDestination::write(const QString &name, const QByteArray &content)
@@ -157,14 +228,13 @@ void SftpDestination::write(const QString &name, const QByteArray &content)
 
 void SftpDestination::replace(const QString &source, const QString &name)
 {
-    change(u"put -pf %1 %2"_s.arg(quoted(source), quoted(name + kTemporary)));
+    put(u"-pf"_s, source, name + kTemporary, [](qint64) {});
     rename(name + kTemporary, name);
 }
 
 void SftpDestination::pointTo(const QString &name, const QString &target)
 {
-    change(u"-rm "_s + quoted(name + kTemporary));
-    change(u"ln -s %1 %2"_s.arg(quoted(target), quoted(name + kTemporary)));
+    change(u"-rm %1\nln -s %2 %1"_s.arg(quoted(name + kTemporary), quoted(target)));
     rename(name + kTemporary, name);
 }
 
@@ -193,4 +263,8 @@ void SftpDestination::removeTree(const QString &name)
 }
 
 /// Each file was, when it was sent.
-void SftpDestination::flush(const QString &) {}
+void SftpDestination::flush(const QString &)
+{
+    if (m_mayHavePart)
+        removeFile(kPart); // nobody goes on with it any more
+}

@@ -4,22 +4,28 @@
 #include "publish/SftpSession.h"
 
 #include <QTemporaryDir>
-#include <QUrl>
 
 /// A folder of another machine, over sftp. No program has to be there but the server.
 class SftpDestination : public Destination
 {
 public:
-    explicit SftpDestination(const QUrl &url);
+    struct Place
+    {
+        QString host; ///< with the user's name, as `sftp` takes it
+        int port;     ///< 0: as it is configured
+        QString folder;
+    };
+    SftpDestination(const Place &place, const QString &scratch, bool isKnown);
 
     Entries entries(const QString &folder) override;
     std::optional<QByteArray> read(const QString &name) override;
     std::optional<QDateTime> modified(const QString &name) override;
-    QString targetName(const QString &link) override;
-    bool isWhole(const QString &name, const QByteArray &sum) override;
+    QString target(const QString &link) override;
+    bool isWhole(const QString &name, const QByteArray &sum,
+                 const std::function<void(qint64)> &read) override;
     void makeFolder(const QString &name) override;
     void link(const QString &existing, const QString &name) override;
-    void send(const QString &source, const QString &name, const QByteArray &sum, bool goesOn,
+    void send(const QString &source, const QString &name, const QByteArray &sum,
               const std::function<void(qint64)> &sent) override;
     void write(const QString &name, const QByteArray &content) override;
     void replace(const QString &source, const QString &name) override;
@@ -31,10 +37,15 @@ public:
 
 private:
     QStringList change(const QString &command);
-    bool fetch(const QString &name);
+    void put(const QString &options, const QString &source, const QString &name,
+             const std::function<void(qint64)> &moved);
+    bool fetch(
+        const QString &name, const std::function<void(qint64)> &moved = [](qint64) {});
+    qint64 begunOf(const QString &source);
     QString fetched() const { return m_temporary.filePath(QStringLiteral("recu")); }
 
     QTemporaryDir m_temporary;
     SftpSession m_session;
-    QString m_folder; ///< as the server calls it
+    QString m_folder;          ///< as the server calls it
+    bool m_mayHavePart = true; ///< of a run that was broken off
 };

@@ -3,15 +3,18 @@
 #include "publish/Interruption.h"
 #include "publish/Outcome.h"
 
+#include <QDeadlineTimer>
+#include <QFile>
 #include <QRegularExpression>
 #include <QStandardPaths>
 
 #include <algorithm>
-#include <chrono>
+#include <utility>
 
 #ifdef Q_OS_LINUX
 #include <csignal>
 #include <sys/prctl.h>
+#include <unistd.h>
 #endif
 
 using namespace Qt::Literals::StringLiterals;
@@ -22,6 +25,9 @@ namespace {
 /// Does nothing but answer, after everything before it is done.
 const auto kMark = u"version"_s;
 constexpr qsizetype kLongestCommand = 2000; ///< bytes; sftp cuts at 2048 without a word
+constexpr std::chrono::milliseconds kFirstAnswer = 30s;
+constexpr std::chrono::milliseconds kAnswer = 60s;
+constexpr std::chrono::milliseconds kForever = std::chrono::milliseconds::max();
 constexpr std::chrono::milliseconds kLookForInterruption = 100ms;
 constexpr std::chrono::milliseconds kFarewell = 1s;
 
@@ -34,6 +40,17 @@ bool isMark(const QString &line)
 bool isEcho(const QString &line)
 {
     return line.startsWith("sftp> "_L1);
+}
+
+/// How much a program has written since it began, to files and to others: of a transfer hardly more
+/// than its bytes. Nothing where the system does not tell.
+qint64 writtenBy(qint64 processId)
+{
+    static const QRegularExpression kForm(u"\\bwchar: ([0-9]+)"_s);
+    QFile file(u"/proc/%1/io"_s.arg(processId));
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    return kForm.match(QString::fromLatin1(file.readAll())).captured(1).toLongLong();
 }
 
 QString programPath()
@@ -58,7 +75,7 @@ SftpSession::SftpSession(const QString &host, int port)
         arguments += {u"-P"_s, QString::number(port)};
     start(programPath(), arguments + QStringList{u"--"_s, host});
     try {
-        run({}); // an empty command does nothing
+        exchange({}, kFirstAnswer, [](qint64) {}); // an empty command does nothing
     } catch (const Problem &problem) {
         if (problem.outcome != Outcome::Disk)
             throw;
@@ -84,17 +101,39 @@ void SftpSession::start(const QString &program, const QStringList &arguments)
     environment.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
     m_process.setProcessEnvironment(environment);
 #ifdef Q_OS_LINUX
-    // If this program is killed, nobody goes on writing there behind the back of the next one.
-    m_process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
+    m_process.setChildProcessModifier([] {
+        // If this program is killed, nobody goes on writing there behind the back of the next one.
+        ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+        // The terminal's Ctrl+C is this program's to deal with.
+        ::setsid();
+    });
 #endif
     m_process.start(program, arguments);
 }
 
-QStringList SftpSession::run(const QString &command)
+QStringList SftpSession::run(const QString &commands)
 {
-    if (command.toUtf8().size() > kLongestCommand)
-        throw Problem{Outcome::Disk, u"Nom trop long pour sftp : %1."_s.arg(command)};
-    m_process.write(command.toUtf8() + '\n' + kMark.toUtf8() + '\n');
+    return exchange(commands, kAnswer, [](qint64) {});
+}
+
+void SftpSession::transfer(const QString &command, const std::function<void(qint64)> &moved)
+{
+    exchange(command, kForever, moved);
+}
+
+QStringList SftpSession::exchange(const QString &commands, std::chrono::milliseconds patience,
+                                  const std::function<void(qint64)> &moved)
+{
+    const QStringList separate = commands.split(u'\n');
+    for (const QString &command : separate) {
+        if (command.toUtf8().size() > kLongestCommand)
+            throw Problem{Outcome::Disk, u"Nom trop long pour sftp : %1."_s.arg(command)};
+    }
+    m_process.readAllStandardError(); // complaints that counted for nothing
+    m_process.write(commands.toUtf8() + '\n' + kMark.toUtf8() + '\n');
+    const QDeadlineTimer deadline =
+        patience == kForever ? QDeadlineTimer(QDeadlineTimer::Forever) : QDeadlineTimer(patience);
+    qint64 written = writtenBy(m_process.processId());
     QStringList lines;
     for (;;) {
         while (m_process.canReadLine()) {
@@ -105,10 +144,17 @@ QStringList SftpSession::run(const QString &command)
             if (!isEcho(line))
                 lines.append(line);
         }
-        Interruption::check(); // first: Ctrl+C ends sftp too
+        Interruption::check();
         if (m_process.state() == QProcess::NotRunning)
             throw Problem{Outcome::Disk, lastWords()};
+        if (deadline.hasExpired()) {
+            m_process.kill(); // a late answer would be taken for another command's
+            m_process.waitForFinished();
+            throw Problem{Outcome::Disk, u"aucune réponse en %1 s."_s.arg(patience / 1s)};
+        }
         m_process.waitForReadyRead(static_cast<int>(kLookForInterruption.count()));
+        const qint64 before = std::exchange(written, writtenBy(m_process.processId()));
+        moved(std::max<qint64>(0, written - before));
     }
 }
 

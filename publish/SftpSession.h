@@ -3,6 +3,9 @@
 #include <QProcess>
 #include <QStringList>
 
+#include <chrono>
+#include <functional>
+
 /// The system's `sftp`, to which commands are given one after the other. It asks nothing: whoever
 /// has no key is refused, and so is a server whose key is not known.
 class SftpSession
@@ -15,14 +18,20 @@ public:
     Q_DISABLE_COPY_MOVE(SftpSession)
 
     /// What the command prints. Throws a Problem (Outcome::Disk) where the server refuses and where
-    /// the connection is lost. With a "-" in front only the latter counts.
-    QStringList run(const QString &command);
+    /// the connection is lost, or nothing is answered for a minute. With a "-" in front only the
+    /// latter two count. There may be several, one per line.
+    QStringList run(const QString &commands);
+    /// The same for one that moves a file, which may take as long as it wants. `moved` is told how
+    /// many bytes each while had, as far as the system tells; at the end that may not be all.
+    void transfer(const QString &command, const std::function<void(qint64)> &moved);
 
     /// As it is written in a command. Throws a Problem for what cannot be.
     static QString quoted(const QString &name);
 
 private:
     void start(const QString &program, const QStringList &arguments);
+    QStringList exchange(const QString &commands, std::chrono::milliseconds patience,
+                         const std::function<void(qint64)> &moved);
     QString lastWords();
 
     QProcess m_process;

@@ -1,5 +1,6 @@
 #include "publish/Site.h"
 
+#include "publish/Console.h"
 #include "publish/Disk.h"
 #include "publish/Generation.h"
 #include "publish/JsonFile.h"
@@ -107,6 +108,16 @@ QString Site::publishedVersion(const Workshop &workshop)
 QString Site::launcherArchive(const QString &version, const QString &target)
 {
     return u"launcher/VeyraLauncher-%1-%2.zip"_s.arg(version, target);
+}
+
+void Site::warnOfClosedFolders(const QString &folder)
+{
+    const QStringList closed = Disk::closedFolders(folder);
+    for (const QString &name : closed) {
+        Console::complain(
+            u"Attention : le serveur web ne peut pas entrer dans %1 et répondrait 403. « chmod "
+            u"o+x '%1' » l'y laisse passer ; ou choisissez un dossier dans /srv."_s.arg(name));
+    }
 }
 
 QString Site::nginxBlock(const Workshop &workshop)

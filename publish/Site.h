@@ -29,6 +29,9 @@ QString publishedVersion(const Workshop &workshop);
 /// `target` as in LauncherArchive::targets().
 QString launcherArchive(const QString &version, const QString &target);
 
+/// Tells the operator of folders that keep the web server out.
+void warnOfClosedFolders(const QString &folder);
+
 /// For nginx: a server that serves the workshop's site.
 QString nginxBlock(const Workshop &workshop);
 

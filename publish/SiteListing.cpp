@@ -5,6 +5,7 @@
 #include "publish/Interruption.h"
 #include "publish/Manifest.h"
 #include "publish/Outcome.h"
+#include "publish/Progress.h"
 #include "publish/Site.h"
 #include "publish/Workshop.h"
 
@@ -85,10 +86,18 @@ SiteListing SiteListing::of(const Workshop &workshop, const QString &generation)
 {
     const QString path = listingPath(workshop, generation);
     SiteListing listing = load(path);
-    if (!listing.m_sums.isEmpty())
-        return listing;
+    if (listing.m_sums.isEmpty()) {
+        listing = made(workshop, generation);
+        Disk::write(path, listing.text());
+    }
+    return listing;
+}
 
+SiteListing SiteListing::made(const Workshop &workshop, const QString &generation)
+{
     const KnownSums known(workshop, generation);
+    SiteListing listing;
+    qint64 unread = 0;
     const QDir folder(workshop.generationPath(generation));
     QDirIterator entries(folder.path(), QDir::Files | QDir::Hidden | QDir::System,
                          QDirIterator::Subdirectories);
@@ -98,10 +107,21 @@ SiteListing SiteListing::of(const Workshop &workshop, const QString &generation)
         if (entries.fileInfo().isSymLink())
             continue;
         const QString name = folder.relativeFilePath(file);
-        QByteArray sum = known.find(name);
-        listing.m_sums.insert(name, sum.isEmpty() ? fileSum(file) : sum);
+        const QByteArray sum = known.find(name);
+        listing.m_sums.insert(name, sum);
+        unread += sum.isEmpty() ? entries.fileInfo().size() : 0;
     }
-    Disk::write(path, listing.text());
+    Progress progress(u"Lecture"_s, unread);
+    for (auto file = listing.m_sums.begin(); file != listing.m_sums.end(); ++file) {
+        if (file->isEmpty()) {
+            *file = fileSum(folder.filePath(file.key()),
+                            [&progress](qint64 bytes) { progress.advance(bytes); });
+        }
+    }
+    if (!listing.m_sums.contains(Site::kNews)) {
+        throw Problem{Outcome::Refused, u"Dans %1, il manque %2 : ce n'est pas un site entier ; "
+                                        u"rien n'a été changé."_s.arg(folder.path(), Site::kNews)};
+    }
     return listing;
 }
 

@@ -28,5 +28,7 @@ public:
     QString id() const;
 
 private:
+    static SiteListing made(const Workshop &workshop, const QString &generation);
+
     QMap<QString, QByteArray> m_sums;
 };

@@ -184,6 +184,11 @@ QString Workshop::sitePath() const
     return Disk::kMakesLinks ? path(kSite) : generationPath(served());
 }
 
+QString Workshop::draftPath() const
+{
+    return Disk::kMakesLinks ? path(kDraft) : generationPath(draft());
+}
+
 QString Workshop::statusPath() const
 {
     return path(kStatus);
@@ -196,17 +201,22 @@ QString Workshop::fingerprintsPath() const
 
 QString Workshop::draft() const
 {
-    QString number = Disk::targetName(path(kDraft));
-    if (number.isEmpty() || !QFile::exists(generationPath(number))) {
-        throw Problem{Outcome::Refused, u"Le lien %1 ne mène à aucune publication ; rien n'a été "
-                                        u"changé."_s.arg(path(kDraft))};
-    }
-    return number;
+    return linkedGeneration(path(kDraft));
 }
 
 QString Workshop::served() const
 {
-    return Disk::targetName(path(kSite));
+    return linkedGeneration(path(kSite));
+}
+
+QString Workshop::linkedGeneration(const QString &linkPath) const
+{
+    QString number = Disk::targetName(linkPath);
+    if (!numbers().contains(number)) {
+        throw Problem{Outcome::Refused, u"Le lien %1 ne mène à aucune publication ; rien n'a été "
+                                        u"changé."_s.arg(linkPath)};
+    }
+    return number;
 }
 
 QString Workshop::nextNumber() const
@@ -230,7 +240,7 @@ void Workshop::spreadStatus() const
     QByteArray status;
     do {
         status = Disk::read(statusPath());
-        const QStringList shown{draft(), served()};
+        const QStringList shown{draft(), Disk::targetName(path(kSite))};
         for (const QString &number : shown) {
             if (!number.isEmpty())
                 Disk::write(generationPath(number) + u'/' + Site::kStatus, status);
@@ -241,7 +251,8 @@ void Workshop::spreadStatus() const
 bool Workshop::putOnline()
 {
     const QString next = draft();
-    const QString now = served();
+    // Not served(): in a new workshop nothing is yet, and a broken link is mended by this.
+    const QString now = Disk::targetName(path(kSite));
     if (next == now) {
         removeOld(); // of a run that was killed before it could
         return false;

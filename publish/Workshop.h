@@ -50,10 +50,11 @@ public:
     QString generationPath(const QString &number) const;
     /// What a web server is to serve; where there are no links, until another generation is served.
     QString sitePath() const;
+    QString draftPath() const;
     QString statusPath() const;
     QString fingerprintsPath() const;
 
-    /// Throws a Problem where somebody has removed it.
+    /// Both throw a Problem where the link leads to no generation.
     QString draft() const;
     QString served() const;
     /// Of the generation that is to come.
@@ -73,6 +74,7 @@ public:
 private:
     Workshop(const QString &folder, const QString &baseUrl, const QStringList &versions,
              const QStringList &keys, const QString &target);
+    QString linkedGeneration(const QString &linkPath) const;
     void putInService(const QString &version);
     QString previous(const QString &number) const;
     /// Those that were served before `number`, the latest first.

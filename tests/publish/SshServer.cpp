@@ -58,7 +58,7 @@ QByteArray userName()
 
 } // namespace
 
-SshServer::SshServer(const QString &denied)
+SshServer::SshServer(const QString &denied, const QString &moreOptions)
     : m_oldPath(qgetenv("PATH"))
 {
     {
@@ -71,7 +71,7 @@ SshServer::SshServer(const QString &denied)
     Files::write(path(u"authorized"_s), Files::read(path(u"user.pub"_s)));
     Files::write(path(u"known"_s), "[127.0.0.1]:" + QByteArray::number(m_port) + ' ' +
                                        Files::read(path(u"host.pub"_s)));
-    const QString options = denied.isEmpty() ? QString() : u" -P "_s + denied;
+    const QString options = moreOptions + (denied.isEmpty() ? QString() : u" -P "_s + denied);
     Files::write(
         path(u"sshd_config"_s),
         u"ListenAddress 127.0.0.1:%1\nHostKey \"%2/host\"\nAuthorizedKeysFile \"%2/authorized\"\n"
@@ -138,6 +138,14 @@ void SshServer::stop()
 {
     killTree(m_process.processId());
     m_process.waitForFinished();
+}
+
+void SshServer::setClientFilter(const QByteArray &perLine)
+{
+    const QString program = path(u"bin/sftp"_s);
+    Files::write(program, "#!/bin/sh\nwhile IFS= read -r line; do " + perLine +
+                              "; printf '%s\\n' \"$line\"; done | " + sftp().toUtf8() + " -F '" +
+                              path(u"ssh_config"_s).toUtf8() + "' \"$@\"\n");
 }
 
 void SshServer::forgetHostKey()

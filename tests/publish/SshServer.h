@@ -11,8 +11,9 @@
 class SshServer
 {
 public:
-    /// `denied` are requests of sftp that the server does not know, separated by commas.
-    explicit SshServer(const QString &denied = {});
+    /// `denied` are requests of sftp that the server does not know, separated by commas; `options`
+    /// are more for its part of sftp.
+    explicit SshServer(const QString &denied = {}, const QString &options = {});
     ~SshServer();
     Q_DISABLE_COPY_MOVE(SshServer)
 
@@ -31,6 +32,8 @@ public:
     void cutConnections() const;
     /// The same, and nobody listens any longer.
     void stop();
+    /// From here on each command reaches sftp by way of this, in the language of the shell.
+    void setClientFilter(const QByteArray &perLine);
     /// From here on nobody knows the server's key.
     void forgetHostKey();
     /// From here on the server lets nobody in.

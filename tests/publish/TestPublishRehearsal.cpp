@@ -117,6 +117,8 @@ private slots:
 
     void aSiteOfThisToolIsWithoutFault();
     void theDraftCanBeRehearsed();
+    void whatIsPreparedMeanwhileIsShown();
+    void aLinkThatLeadsNowhereIsRefused();
     void faultsShowWhatPlayersSee_data();
     void faultsShowWhatPlayersSee();
     void slownessIsWaitedFor();
@@ -181,6 +183,32 @@ void TestPublishRehearsal::theDraftCanBeRehearsed()
     // What goes online while it runs is shown.
     QCOMPARE(publisher.run({u"mettre-en-ligne"_s}).code, 0);
     QVERIFY(bodyOf(exchange(served.port(), get("/api/news.php"))).contains("Titre"));
+}
+
+void TestPublishRehearsal::whatIsPreparedMeanwhileIsShown()
+{
+    const Publisher publisher;
+    QCOMPARE(publisher.run({u"init"_s, u"http://veyra.test/"_s}).code, 0);
+    const Rehearsing draft(publisher, {u"--brouillon"_s});
+    // So many that the first one is removed.
+    for (int i = 0; i < 4; ++i) {
+        const QString title = u"Titre %1"_s.arg(i);
+        QCOMPARE(publisher.run({u"nouvelles"_s, u"ajouter"_s, title, u"Texte"_s}).code, 0);
+        const QByteArray news = bodyOf(exchange(draft.port(), get("/api/news.php")));
+        QVERIFY2(news.contains(title.toUtf8()), news.constData());
+        QCOMPARE(publisher.run({u"mettre-en-ligne"_s}).code, 0);
+    }
+}
+
+void TestPublishRehearsal::aLinkThatLeadsNowhereIsRefused()
+{
+    const Publisher publisher;
+    QCOMPARE(publisher.run({u"init"_s, u"http://veyra.test/"_s}).code, 0);
+    QVERIFY(QFile::remove(publisher.path(u"site"_s)));
+    QVERIFY(QFile::link(u"publications/0099"_s, publisher.path(u"site"_s)));
+    Rehearsing rehearsing(publisher);
+    QVERIFY2(rehearsing.address().isEmpty(), qPrintable(rehearsing.address()));
+    QCOMPARE(rehearsing.interrupt(), 2);
 }
 
 void TestPublishRehearsal::faultsShowWhatPlayersSee_data()

@@ -9,12 +9,21 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLockFile>
+#include <QProcess>
 #include <QTest>
 
+#include <csignal>
 #include <filesystem>
 #include <memory>
+#include <unistd.h>
 
 using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr int kLongEnough = 30'000; // milliseconds
+
+} // namespace
 
 /// "envoyer" to a folder of this machine. Over sftp it takes the same steps: see TestPublishSftp.
 class TestPublishSending : public QObject
@@ -35,13 +44,21 @@ private slots:
     void aDamagedFileOfABrokenSendingIsSentAnew();
     void aDamagedListIsMadeAnew();
     void whatChangedSinceItWasPreparedIsNotSent();
+    void noSiteIsNotSent_data();
+    void noSiteIsNotSent();
+    void whatIsMissingThereIsSentAgain();
+    void whatCannotBeLinkedIsSent();
     void aNewerStateThereStays();
     void aSiteGoesWithoutAStateIfNeedBe();
     void theStateIsToldThere();
     void badDestinations_data();
     void badDestinations();
     void foldersOfOthersAreLeftAlone();
+    void aDiskThatIsNotMountedIsNotFilled();
+    void whatWasServedLastStays();
+    void whatKilledRunsLeaveGoes();
     void oneRunAtATime();
+    void oneWorkshopAtATime();
 
 private:
     Publisher::Result send() const { return m_publisher->run({u"envoyer"_s, m_folder}); }
@@ -102,7 +119,7 @@ void TestPublishSending::whatDidNotChangeIsLinked()
     QCOMPARE(send().code, 0);
     prepareNews(u"Titre"_s);
     const Publisher::Result result = send();
-    QVERIFY2(result.output.startsWith(u"10 fichiers, 1 envoyés."_s), qPrintable(result.output));
+    QVERIFY2(result.output.startsWith(u"10 fichiers, 1 envoyé."_s), qPrintable(result.output));
     QCOMPARE(served(), m_publisher->site());
     const QString archive = m_folder + u"/site/client/DofusClient.zip"_s;
     QCOMPARE(std::filesystem::hard_link_count(archive.toStdU16String()), 2U);
@@ -116,7 +133,7 @@ void TestPublishSending::goingBackSendsNothing()
     QCOMPARE(send().code, 0);
     QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
     const Publisher::Result result = send();
-    QVERIFY2(result.output.startsWith(u"10 fichiers, 0 envoyés. Publication 0001-"_s),
+    QVERIFY2(result.output.startsWith(u"10 fichiers, 0 envoyé. Publication 0001-"_s),
              qPrintable(result.output));
     QVERIFY(served() == first);
     QCOMPARE(generations().size(), 2);
@@ -136,14 +153,15 @@ void TestPublishSending::oldOnesAreRemoved()
 
 void TestPublishSending::killedAtAnyStep()
 {
-    QVERIFY(SentSite::killAtEveryStep(*m_publisher, m_folder, m_folder, 5) > 30);
+    QVERIFY(QDir().mkpath(m_folder + u"/publications"_s)); // once known it has to be there
+    QVERIFY(SentSite::killAtEveryStep(*m_publisher, m_folder, m_folder, 10) > 30);
     for (int i = 0; i < 2; ++i) {
         prepareNews(QString::number(i));
         QCOMPARE(send().code, 0);
     }
     // An old one is removed as well now.
     prepareNews(u"Titre"_s);
-    QVERIFY(SentSite::killAtEveryStep(*m_publisher, m_folder, m_folder, 5) > 30);
+    QVERIFY(SentSite::killAtEveryStep(*m_publisher, m_folder, m_folder, 10) > 30);
     QCOMPARE(generations().size(), 3);
     const QStringList rest =
         QDir(m_folder + u"/publications"_s).entryList(QDir::Files | QDir::Hidden);
@@ -230,6 +248,74 @@ void TestPublishSending::whatChangedSinceItWasPreparedIsNotSent()
     QCOMPARE(served(), before);
 }
 
+void TestPublishSending::whatIsMissingThereIsSentAgain()
+{
+    QCOMPARE(send().code, 0);
+    QVERIFY(QDir(m_folder + u"/site/updates"_s).removeRecursively());
+    const Publisher::Result result = send();
+    QVERIFY2(result.output.contains(u"Publication 0002-"_s), qPrintable(result.output));
+    QCOMPARE(result.code, 0);
+    QCOMPARE(served(), m_publisher->site());
+    QVERIFY(send().output.contains(u"est déjà en ligne là-bas"_s));
+}
+
+/// Nobody links what is another's and not theirs to change.
+void TestPublishSending::whatCannotBeLinkedIsSent()
+{
+    if (::geteuid() != 0 || Files::read(u"/proc/sys/fs/protected_hardlinks"_s).trimmed() != "1")
+        QSKIP("every link can be made here");
+    m_publisher = std::make_unique<Publisher>();
+    if (!m_publisher->runAsStranger())
+        QSKIP("others cannot come this far here");
+    m_folder = m_publisher->beside(u"là bas"_s);
+    QVERIFY(QDir().mkpath(m_folder));
+    QVERIFY(QFile::setPermissions(m_folder, QFile::Permissions(0x7777)));
+    QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test"_s}).code, 0);
+    QCOMPARE(send().code, 0);
+    const QString page = m_folder + u"/site/index.html"_s;
+    QCOMPARE(::chown(QFile::encodeName(page).constData(), 0, 0), 0);
+    prepareNews(u"Titre"_s);
+    const Publisher::Result result = send();
+    QVERIFY2(result.output.startsWith(u"3 fichiers, 2 envoyés."_s), qPrintable(result.output));
+    QCOMPARE(served(), m_publisher->site());
+}
+
+void TestPublishSending::noSiteIsNotSent_data()
+{
+    QTest::addColumn<QString>("how");
+    QTest::newRow("the link leads nowhere") << u"nowhere"_s;
+    QTest::newRow("the link leads to all sites") << u"all"_s;
+    QTest::newRow("no link") << u"none"_s;
+    QTest::newRow("a folder where the link was") << u"folder"_s;
+    QTest::newRow("a site without its news") << u"part"_s;
+}
+
+void TestPublishSending::noSiteIsNotSent()
+{
+    QFETCH(const QString, how);
+    const QString site = m_publisher->path(u"site"_s);
+    const QString target = QFile::symLinkTarget(site);
+    const QString news = target + u"/api/news.php"_s;
+    QVERIFY(QFile::remove(site));
+    if (how == "nowhere"_L1)
+        QVERIFY(QFile::link(u"publications/0099"_s, site));
+    else if (how == "all"_L1)
+        QVERIFY(QFile::link(u"publications/."_s, site));
+    else if (how == "folder"_L1)
+        Files::write(site + u"/api/news.php"_s, "[]");
+    else if (how == "part"_L1)
+        QVERIFY(QFile::rename(news, news + u".ailleurs"_s) && QFile::link(target, site));
+    const Publisher::Result result = send();
+    if (how == "folder"_L1)
+        QVERIFY(QDir(site).removeRecursively());
+    QFile::remove(site);
+    QFile::rename(news + u".ailleurs"_s, news);
+    QVERIFY(QFile::link(target, site));
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"rien n'a été changé"_s), qPrintable(result.errors));
+    QVERIFY(!QFile::exists(m_folder));
+}
+
 void TestPublishSending::aNewerStateThereStays()
 {
     const QString here = m_publisher->path(u"etat/status.json"_s);
@@ -298,11 +384,17 @@ void TestPublishSending::badDestinations_data()
     QTest::newRow("a second line") << u"sftp://host/a\nrm b"_s;
     QTest::newRow("the workshop itself") << u"."_s;
     QTest::newRow("a folder in the workshop") << u"etat/x"_s;
+    QTest::newRow("the workshop by way of a link") << u"../lien/etat"_s;
+    QTest::newRow("nothing") << QString();
+    QTest::newRow("as scp takes it") << u"veyra@play.example.org:/srv/veyra"_s;
+    QTest::newRow("as scp takes it, without a name") << u"play.example.org:site"_s;
+    QTest::newRow("a folder in one that is not there") << u"../rien/du/tout"_s;
 }
 
 void TestPublishSending::badDestinations()
 {
     QFETCH(const QString, address);
+    QFile::link(m_publisher->path(QString()), m_publisher->beside(u"lien"_s));
     const QByteArray before = Files::read(m_publisher->path(u"publication.json"_s));
     const Publisher::Result result = m_publisher->run({u"envoyer"_s, address});
     QCOMPARE(result.code, 2);
@@ -316,6 +408,7 @@ void TestPublishSending::badDestinations()
 void TestPublishSending::foldersOfOthersAreLeftAlone()
 {
     Files::write(m_folder + u"/site/index.html"_s, "another's");
+    const QByteArray settings = Files::read(m_publisher->path(u"publication.json"_s));
     QCOMPARE(send().code, 2);
     QCOMPARE(Files::tree(m_folder), (QStringList{u"site/"_s, u"site/index.html"_s}));
 
@@ -326,10 +419,67 @@ void TestPublishSending::foldersOfOthersAreLeftAlone()
     QCOMPARE(result.code, 2);
     QVERIFY2(result.errors.contains(u"est un atelier"_s), qPrintable(result.errors));
     QCOMPARE(Files::tree(other.path(QString())), before);
+    QCOMPARE(Files::read(m_publisher->path(u"publication.json"_s)), settings);
 
     const QString file = m_publisher->beside(u"fichier"_s);
     Files::write(file, "");
-    QCOMPARE(m_publisher->run({u"envoyer"_s, file + u"/dossier"_s}).code, 6);
+    QCOMPARE(m_publisher->run({u"envoyer"_s, file + u"/dossier"_s}).code, 2);
+
+    // A link is replaced only where it is one of ours.
+    QVERIFY(QDir(m_folder).removeRecursively());
+    QVERIFY(QDir().mkpath(m_folder) && QFile::link(file, m_folder + u"/autre"_s));
+    QVERIFY(QFile::link(m_publisher->beside(u"client"_s), m_folder + u"/site"_s));
+    const Publisher::Result foreign = send();
+    QCOMPARE(foreign.code, 2);
+    QVERIFY2(foreign.errors.contains(u"mène à"_s), qPrintable(foreign.errors));
+    QCOMPARE(QFile::symLinkTarget(m_folder + u"/site"_s), m_publisher->beside(u"client"_s));
+}
+
+void TestPublishSending::aDiskThatIsNotMountedIsNotFilled()
+{
+    QCOMPARE(send().code, 0);
+    QVERIFY(QDir(m_folder).removeRecursively());
+    const Publisher::Result gone = m_publisher->run({u"envoyer"_s});
+    QCOMPARE(gone.code, 2);
+    QVERIFY2(gone.errors.contains(u"un disque qui n'est pas monté"_s), qPrintable(gone.errors));
+    QVERIFY(!QFile::exists(m_folder));
+    QVERIFY(QDir().mkpath(m_folder));
+    QCOMPARE(send().code, 2);
+    QVERIFY(Files::tree(m_folder).isEmpty());
+    QVERIFY(QDir().mkpath(m_folder + u"/publications"_s));
+    QCOMPARE(send().code, 0);
+    QCOMPARE(served(), m_publisher->site());
+}
+
+/// Players may be given it back.
+void TestPublishSending::whatWasServedLastStays()
+{
+    QCOMPARE(send().code, 0);
+    for (int i = 0; i < 2; ++i) {
+        prepareNews(QString::number(i));
+        QCOMPARE(send().code, 0);
+    }
+    for (int i = 0; i < 2; ++i)
+        QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
+    QCOMPARE(send().code, 0);
+    prepareNews(u"Titre"_s);
+    QCOMPARE(send().code, 0);
+    QCOMPARE(generations().size(), 3);
+    QVERIFY(generations().first().startsWith(u"0001-"_s));
+    QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
+    QVERIFY(send().output.startsWith(u"10 fichiers, 0 envoyé."_s));
+    QCOMPARE(served(), m_publisher->site());
+}
+
+void TestPublishSending::whatKilledRunsLeaveGoes()
+{
+    QCOMPARE(send().code, 0);
+    const QStringList before = Files::tree(m_folder);
+    const QString generations = m_folder + u"/publications/"_s;
+    Files::write(generations + u"0000-0123456789abcdef.liste"_s, "");
+    Files::write(generations + u".retiree/api/news.php"_s, "[]");
+    QVERIFY(send().output.contains(u"est déjà en ligne là-bas"_s));
+    QCOMPARE(Files::tree(m_folder), before);
 }
 
 void TestPublishSending::oneRunAtATime()
@@ -340,6 +490,43 @@ void TestPublishSending::oneRunAtATime()
     QCOMPARE(result.code, 2);
     QVERIFY2(result.errors.contains(u"Une autre commande travaille dans cet atelier"_s),
              qPrintable(result.errors));
+}
+
+void TestPublishSending::oneWorkshopAtATime()
+{
+    QCOMPARE(send().code, 0);
+    prepareNews(u"Titre"_s);
+    QProcess first;
+    m_publisher->startUntil(first, 12, {u"envoyer"_s});
+    QTRY_VERIFY_WITH_TIMEOUT(Publisher::isStopped(first), kLongEnough);
+
+    const Publisher other;
+    QCOMPARE(other.run({u"init"_s, u"http://veyra.test"_s}).code, 0);
+    const QStringList before = Files::tree(m_folder);
+    const Publisher::Result second = other.run({u"envoyer"_s, m_folder});
+    QCOMPARE(second.code, 2);
+    QVERIFY2(second.errors.contains(u"Un autre atelier envoie vers cette destination"_s),
+             qPrintable(second.errors));
+    QCOMPARE(Files::tree(m_folder), before);
+
+    ::kill(static_cast<pid_t>(first.processId()), SIGCONT);
+    QVERIFY(first.waitForFinished(kLongEnough));
+    QCOMPARE(first.exitCode(), 0);
+    QCOMPARE(served(), m_publisher->site());
+    QCOMPARE(other.run({u"envoyer"_s, m_folder}).code, 0);
+    QCOMPARE(served(), other.site());
+
+    // The lock taken away, nothing is switched to what may be a mixture.
+    prepareNews(u"Titre"_s);
+    m_publisher->startUntil(first, 12, {u"envoyer"_s});
+    QTRY_VERIFY_WITH_TIMEOUT(Publisher::isStopped(first), kLongEnough);
+    const QStringList locks = QDir(m_folder).entryList({u".verrou-*"_s}, QDir::Dirs | QDir::Hidden);
+    QCOMPARE(locks.size(), 1);
+    QVERIFY(QDir(m_folder).rmdir(locks.first()));
+    ::kill(static_cast<pid_t>(first.processId()), SIGCONT);
+    QVERIFY(first.waitForFinished(kLongEnough));
+    QCOMPARE(first.exitCode(), 7);
+    QCOMPARE(served(), other.site());
 }
 
 VEYRA_CORE_TEST_MAIN(TestPublishSending)

@@ -8,8 +8,11 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QTest>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <memory>
@@ -35,8 +38,15 @@ private slots:
     void theSiteArrivesAndWhatDidNotChangeIsLinked();
     void killedAtAnyStep();
     void aFileGoesOnWhereItBrokeOff();
+    void aPartIsReadBackFirst_data();
+    void aPartIsReadBackFirst();
+    void whatChangedSinceItWasPreparedIsNotSent();
     void aServerThatKnowsNoLinksGetsCopies();
-    void aServerThatCannotSwitchKeepsTheOldSite();
+    void aServerThatCannotSwitchIsToldBefore_data();
+    void aServerThatCannotSwitchIsToldBefore();
+    void theSwitchIsNotInterrupted();
+    void foldersAreOpenToTheWebServer();
+    void anotherWorkshopThatSendsIsTold();
     void aServerThatTakesNothingKeepsTheOldSite();
     void aNameThatCannotBeWrittenIsRefused();
     void theConnectionIsLostAtTheSwitch_data();
@@ -44,12 +54,13 @@ private slots:
     void whoeverIsNotLetIn_data();
     void whoeverIsNotLetIn();
     void withoutTheProgram();
+    void aServerThatSaysNothingIsGivenUp();
 
 private:
-    void serve(const QString &denied = {})
+    void serve(const QString &denied = {}, const QString &options = {})
     {
         m_server.reset(); // each changes the search path and puts it back
-        m_server = std::make_unique<SshServer>(denied);
+        m_server = std::make_unique<SshServer>(denied, options);
         QTRY_VERIFY2_WITH_TIMEOUT(m_server->answers(), m_server->errors().constData(), kLongEnough);
     }
     QString address() const { return m_server->address(m_folder); }
@@ -73,6 +84,10 @@ private:
     std::unique_ptr<SshServer> m_server;
     std::unique_ptr<Publisher> m_publisher;
     QString m_folder;
+    /// Waits for an answer while everything else is looked at.
+    QTcpServer m_silent;
+    Publisher m_waitingWorkshop;
+    QProcess m_waiting;
 };
 
 void TestPublishSftp::initTestCase()
@@ -80,6 +95,13 @@ void TestPublishSftp::initTestCase()
     const QString reason = SshServer::whyNot();
     if (!reason.isEmpty())
         QSKIP(qPrintable(reason));
+    QVERIFY(m_silent.listen(QHostAddress::LocalHost));
+    QCOMPARE(m_waitingWorkshop.run({u"init"_s, u"http://veyra.test"_s}).code, 0);
+    m_waiting.setWorkingDirectory(m_waitingWorkshop.path(QString()));
+    m_waiting.start(Publisher::program(),
+                    {u"envoyer"_s, u"sftp://127.0.0.1:%1/x"_s.arg(m_silent.serverPort())});
+    QVERIFY(m_silent.waitForNewConnection(kLongEnough));
+    m_silent.nextPendingConnection()->write("SSH-2.0-OpenSSH_9.2\r\n");
 }
 
 void TestPublishSftp::init()
@@ -110,7 +132,7 @@ void TestPublishSftp::theSiteArrivesAndWhatDidNotChangeIsLinked()
 
     prepareNews();
     const Publisher::Result second = send();
-    QVERIFY2(second.output.startsWith(u"11 fichiers, 1 envoyés."_s), qPrintable(second.output));
+    QVERIFY2(second.output.startsWith(u"11 fichiers, 1 envoyé."_s), qPrintable(second.output));
     QCOMPARE(SentSite::served(m_folder), m_publisher->site());
     const QString archive = m_folder + u"/site/client/DofusClient.zip"_s;
     QCOMPARE(std::filesystem::hard_link_count(archive.toStdU16String()), 2U);
@@ -151,7 +173,7 @@ void TestPublishSftp::killedAtAnyStep()
         prepareNews();
     }
     // An old one is removed as well now.
-    QVERIFY(SentSite::killAtEveryStep(*m_publisher, address(), m_folder, 8) > 25);
+    QVERIFY(SentSite::killAtEveryStep(*m_publisher, address(), m_folder, 32) > 25);
 }
 
 /// Interrupted and then killed within one file, at a speed that leaves time for it.
@@ -161,43 +183,94 @@ void TestPublishSftp::aFileGoesOnWhereItBrokeOff()
     Files::write(m_publisher->beside(u"client/data/gros"_s), Files::noise(3'000'000));
     prepareClient();
     m_server->setClientOptions("-l 8000"); // a megabyte per second
-    const QString archive = m_folder + u"/publications/.en-cours/client/DofusClient.zip"_s;
+    const QString archive = m_folder + u"/.morceau"_s;
     QProcess process;
     process.setWorkingDirectory(m_publisher->path(QString()));
     process.start(Publisher::program(), {u"envoyer"_s, address()});
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(archive).size() > 300'000, kLongEnough);
+    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(archive).size() > 1'200'000, kLongEnough);
     ::kill(static_cast<pid_t>(process.processId()), SIGINT);
     QVERIFY(process.waitForFinished(kLongEnough));
     QCOMPARE(process.exitCode(), 130);
     const QString words = QString::fromUtf8(process.readAllStandardError());
-    QVERIFY2(words.contains(u"L'ancien site reste servi"_s), qPrintable(words));
+    QVERIFY2(words.contains(u"Aucun site n'est encore servi là-bas ; le même « envoyer »"_s),
+             qPrintable(words));
+    QVERIFY2(words.contains(u"Envoi : 10 %"_s), qPrintable(words)); // within one file
 
+    // Its beginning is not sent again.
     const qint64 before = QFileInfo(archive).size();
+    qint64 smallest = before;
+    const auto size = [&smallest, &archive] {
+        const qint64 now = QFileInfo(archive).size();
+        smallest = std::min(smallest, now);
+        return now;
+    };
     process.start(Publisher::program(), {u"envoyer"_s, address()});
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(archive).size() > before + 300'000, kLongEnough);
+    QTRY_VERIFY_WITH_TIMEOUT(size() > before + 300'000, kLongEnough);
+    QCOMPARE(smallest, before);
     process.kill();
     QVERIFY(process.waitForFinished());
     QVERIFY(SentSite::served(m_folder).isEmpty());
 
     // sftp ends with the tool, so that the next one is alone there.
-    qint64 size = -1;
-    QTRY_VERIFY_WITH_TIMEOUT(size == std::exchange(size, QFileInfo(archive).size()), kLongEnough);
+    qint64 last = -1;
+    QTRY_VERIFY_WITH_TIMEOUT(last == std::exchange(last, size()), kLongEnough);
     QTest::qWait(500);
-    QCOMPARE(QFileInfo(archive).size(), size);
-    QVERIFY(size < 3'000'000);
-
-    // Its beginning is not sent again: what is wrong in it stays.
-    QFile begun(archive);
-    QVERIFY(begun.open(QIODevice::ReadWrite));
-    QVERIFY(begun.seek(1000));
-    QVERIFY(begun.putChar('\0'));
-    begun.close();
+    QCOMPARE(size(), last);
+    QVERIFY(last < 3'000'000);
     m_server->setClientOptions({});
     const Publisher::Result result = send();
     QVERIFY2(result.code == 0, qPrintable(result.errors));
-    SentSite::Files expected = m_publisher->site();
-    expected[u"client/DofusClient.zip"_s][1000] = '\0';
-    QVERIFY(SentSite::served(m_folder) == expected);
+    QVERIFY(SentSite::served(m_folder) == m_publisher->site());
+}
+
+void TestPublishSftp::aPartIsReadBackFirst_data()
+{
+    QTest::addColumn<int>("size");
+    QTest::addColumn<int>("damagedAt");
+    QTest::newRow("a beginning") << 50'000 << -1;
+    QTest::newRow("all of it") << 0 << -1;
+    QTest::newRow("damaged at its end") << 50'000 << 49'999;
+    QTest::newRow("longer than the file") << 900'000 << -1;
+}
+
+void TestPublishSftp::aPartIsReadBackFirst()
+{
+    QFETCH(const int, size);
+    QFETCH(const int, damagedAt);
+    serve();
+    QCOMPARE(send().code, 0);
+    prepareClient();
+    // Its archive is what is sent first.
+    QByteArray part = m_publisher->site().value(u"client/DofusClient.zip"_s);
+    if (size != 0)
+        part.resize(size, 'x');
+    if (damagedAt >= 0)
+        part[damagedAt] = static_cast<char>(~part.at(damagedAt));
+    Files::write(m_folder + u"/.morceau"_s, part);
+    const Publisher::Result result = send();
+    QVERIFY2(result.code == 0, qPrintable(result.errors));
+    QVERIFY(SentSite::served(m_folder) == m_publisher->site());
+    QVERIFY(!QFile::exists(m_folder + u"/.morceau"_s));
+}
+
+void TestPublishSftp::whatChangedSinceItWasPreparedIsNotSent()
+{
+    serve();
+    QCOMPARE(send().code, 0);
+    const SentSite::Files before = SentSite::served(m_folder);
+    prepareClient();
+    QFile archive(m_publisher->path(u"site/client/DofusClient.zip"_s));
+    QCOMPARE(m_publisher->run({u"envoyer"_s, m_publisher->beside(u"ailleurs"_s)}).code, 0);
+    QVERIFY(archive.open(QIODevice::ReadWrite));
+    QVERIFY(archive.seek(1000) && archive.putChar('\0'));
+    archive.close();
+    const Publisher::Result result = send();
+    QCOMPARE(result.code, 7);
+    QVERIFY2(result.errors.contains(u"n'est plus tel qu'il a été préparé"_s) &&
+                 result.errors.contains(u"L'ancien site reste servi."_s) &&
+                 !result.errors.contains(u"reprend"_s),
+             qPrintable(result.errors));
+    QCOMPARE(SentSite::served(m_folder), before);
 }
 
 void TestPublishSftp::aServerThatKnowsNoLinksGetsCopies()
@@ -211,17 +284,72 @@ void TestPublishSftp::aServerThatKnowsNoLinksGetsCopies()
     QCOMPARE(SentSite::served(m_folder), m_publisher->site());
 }
 
-void TestPublishSftp::aServerThatCannotSwitchKeepsTheOldSite()
+void TestPublishSftp::aServerThatCannotSwitchIsToldBefore_data()
 {
-    serve(u"posix-rename"_s);
+    QTest::addColumn<QString>("denied");
+    QTest::newRow("no symbolic links") << u"symlink"_s;
+    QTest::newRow("no renaming over something") << u"posix-rename"_s;
+}
+
+void TestPublishSftp::aServerThatCannotSwitchIsToldBefore()
+{
+    QFETCH(const QString, denied);
+    serve(denied);
+    prepareClient();
+    const auto isRefused = [this] {
+        const Publisher::Result result = send();
+        return result.code == 2 && result.errors.contains(u"ne permet pas de basculer"_s) &&
+               !QFile::exists(m_folder + u"/publications/.en-cours"_s);
+    };
+    QVERIFY(isRefused());
+    serve();
     QCOMPARE(send().code, 0);
     const SentSite::Files before = SentSite::served(m_folder);
-    QVERIFY(!before.isEmpty());
+    QCOMPARE(before, m_publisher->site());
+    prepareNews();
+    serve(denied);
+    QVERIFY(isRefused());
+    QCOMPARE(SentSite::served(m_folder), before);
+}
+
+/// As after the terminal's Ctrl+C just then.
+void TestPublishSftp::theSwitchIsNotInterrupted()
+{
+    serve();
+    m_server->setClientFilter(
+        "case $line in 'rename \"site.nouveau\"'*) kill -INT $PPID; sleep 0.5;; "
+        "esac");
+    const Publisher::Result result = send();
+    QCOMPARE(result.code, 130);
+    QVERIFY2(result.errors.contains(u"est en ligne là-bas"_s), qPrintable(result.errors));
+    QCOMPARE(SentSite::served(m_folder), m_publisher->site());
+}
+
+void TestPublishSftp::foldersAreOpenToTheWebServer()
+{
+    serve({}, u" -u 077"_s);
+    QVERIFY(QFile::setPermissions(QFileInfo(m_folder).path(), QFile::Permissions(0x7755)));
+    prepareClient();
+    QCOMPARE(send().code, 0);
+    const QFile::Permissions needed = QFile::ReadOther | QFile::ExeOther;
+    for (const QString &name :
+         {QString(), u"/publications"_s, u"/etat"_s, u"/site/updates/files"_s})
+        QCOMPARE(QFile::permissions(m_folder + name) & needed, needed);
+}
+
+void TestPublishSftp::anotherWorkshopThatSendsIsTold()
+{
+    serve();
+    QCOMPARE(send().code, 0);
+    const QString lock = m_folder + u"/.verrou-2026-11-22-06h43-machine-0123456789abcdef"_s;
+    QVERIFY(QDir().mkpath(lock));
     prepareNews();
     const Publisher::Result result = send();
-    QCOMPARE(result.code, 7);
-    QVERIFY2(result.errors.contains(u"L'ancien site reste servi"_s), qPrintable(result.errors));
-    QCOMPARE(SentSite::served(m_folder), before);
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"« .verrou-2026-11-22-06h43-machine-"_s),
+             qPrintable(result.errors));
+    QVERIFY(QDir().rmdir(lock));
+    QCOMPARE(send().code, 0);
 }
 
 void TestPublishSftp::aServerThatTakesNothingKeepsTheOldSite()
@@ -371,6 +499,15 @@ void TestPublishSftp::withoutTheProgram()
     qputenv("PATH", path);
     QCOMPARE(result.code, 6);
     QVERIFY2(result.errors.contains(u"openssh-client"_s), qPrintable(result.errors));
+}
+
+void TestPublishSftp::aServerThatSaysNothingIsGivenUp()
+{
+    constexpr int kPatience = 60'000; // milliseconds; twice as long as it waits
+    QVERIFY(m_waiting.state() == QProcess::NotRunning || m_waiting.waitForFinished(kPatience));
+    QCOMPARE(m_waiting.exitCode(), 5);
+    const QString words = QString::fromUtf8(m_waiting.readAllStandardError());
+    QVERIFY2(words.contains(u"ne répond pas"_s), qPrintable(words));
 }
 
 VEYRA_CORE_TEST_MAIN(TestPublishSftp)
