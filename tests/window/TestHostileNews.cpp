@@ -179,6 +179,19 @@ void TestHostileNews::newsDoNotHoldTheWindow_data()
                                times(u"Lundi soir ", 400));
     row("cells in tables four deep", times(u"<table width='100%'><tr><td>", 3) + u"<table>"_s +
                                          times(u"<tr><td>Lundi<td>20 h<td>Paris", 150));
+    row("small capitals", u"<p style='font-variant:small-caps'>"_s + times(u"aA ", 500), 250);
+    row("small capitals in a cell",
+        u"<td><p style='font-variant:small-caps'>"_s + times(u"aA ", 12'500));
+    row("tabs", u"<p style='white-space:pre-wrap'>"_s + times(u"ab\t", 600), 300);
+    row("tabs of source code", u"<pre>"_s + times(u"a\t", 800), 300);
+    row("tabs in a cell", u"<td><p style='white-space:pre-wrap'>"_s + times(u"ab\t", 14'000));
+    row("numbers from right to left", u"<p dir=rtl>"_s + times(u"1 ! ", 400), 250);
+    row("brackets from right to left", u"<p dir=rtl>"_s + times(u"(a) ", 500), 250);
+    row("brackets in front of a letter from right to left",
+        u"<p>"_s + times(u"(1) ", 500) + QChar(0x5d0), 250);
+    row("control characters", u"<p>"_s + times(u"\u0003 ", 600), 250);
+    row("letters that make syllables together", u"<p>"_s + times(u"\u1100", 1200), 250);
+    row("runes", u"<p>"_s + times(u"\u16a0\u16a2 ", 300), 250);
     row("letters of changing direction", times(u"a\u0628", 50'000));
     row("letters of no font", times(u"\ue000", 50'000));
     row("a cell of characters that no font has", u"<td>"_s + times(u"&#0;", 20'000));
@@ -237,8 +250,8 @@ void TestHostileNews::newsDoNotHoldTheWindow()
 void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
 {
     QTest::addColumn<QStringList>("news");
-    const auto row = [](const char *name, const QString &item) {
-        QTest::newRow(name) << QStringList{item, u"Après"_s};
+    const auto row = [](const char *name, const QString &item, int count = 1) {
+        QTest::newRow(name) << QStringList(count, item) + QStringList{u"Après"_s};
     };
 
     row("text", u"Maintenance ce soir à 20 h : « tout ira bien »"_s);
@@ -259,6 +272,12 @@ void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
         "<tr><td bgcolor=navy rowspan=2>Lundi</td><td>20 h</td></tr><tr><td>21 h</td></tr></table>"_s);
     row("ten small tables",
         u"<table border=1><tr><td>Lundi</td><td>20 h</td></tr></table>"_s.repeated(10));
+    row("50 small tables",
+        u"<table border=1>"_s +
+            u"<tr><td>Lundi soir</td><td>20 h 30</td><td>Combat de guildes</td></tr>"_s.repeated(
+                11) +
+            u"</table>"_s,
+        50);
     row("tables in tables",
         u"<table border=1><tr><td><table border=1><tr><td>x</td></tr></table></td></tr></table>"_s);
     row("a style sheet", u"<style>b { color: yellow; margin: 4px }</style><b>Jaune</b>"_s);
