@@ -70,6 +70,13 @@ constexpr double kPixelsOfIndent = 40;
 
 /// Each opens font files; unknown families are looked for among all.
 constexpr qsizetype kFontLimit = 24;
+/// Once for each script that is written in it. The next font is looked for among all installed
+/// ones, and all of them are opened for a character that none has.
+constexpr double kCostOfFont = 1200;
+constexpr double kCostOfRareFont = 8000;
+constexpr double kCostOfAllFonts = 16'000;
+constexpr double kCostLimitOfOtherFonts = 48'000;
+constexpr double kCostLimitOfFonts = 96'000; // with the document's own: some ten rare scripts
 constexpr qsizetype kFamilyLimit = 4;
 constexpr qsizetype kFloatLimit = 20;
 constexpr qsizetype kLabelLimit = 20; // characters before or after a list's number
@@ -185,6 +192,99 @@ template <typename Format> Format bounded(Format format)
     return format;
 }
 
+struct CharacterRange
+{
+    char32_t first;
+    double cost;
+};
+
+/// What a character costs up to the next range.
+constexpr CharacterRange kCharacterRanges[] = {
+    {0x0000, kCostOfSymbol},    // control characters
+    {0x0020, kCostOfCharacter}, // ASCII
+    {0x007f, kCostOfSymbol},    // control characters
+    {0x00a0, kCostOfCharacter}, // Latin to Arabic
+    {0x0700, kCostOfSymbol},    // Syriac to the Arabic of rare languages
+    {0x0900, kCostOfFarLetter}, // Devanagari to Georgian
+    {0x1100, kCostOfSymbol},    // Hangul in pieces
+    {0x1200, kCostOfFarLetter}, // Ethiopic, Cherokee
+    {0x1400, kCostOfSymbol},    // Canadian syllables to Philippine scripts
+    {0x1780, kCostOfFarLetter}, // Khmer
+    {0x1800, kCostOfSymbol},    // Mongolian to Vedic
+    {0x1d00, kCostOfFarLetter}, // Vietnamese, polytonic Greek; dashes, quotes, bullet, euro
+    {0x20d0, kCostOfSymbol},    // arrows, emoji, Chinese, and all that comes after
+};
+
+double costOfRange(char32_t c)
+{
+    const auto next = std::find_if(std::begin(kCharacterRanges), std::end(kCharacterRanges),
+                                   [c](const CharacterRange &range) { return range.first > c; });
+    return std::prev(next)->cost;
+}
+
+/// What it may cost to find a font for a character.
+double costOfFontFor(char32_t c)
+{
+    const bool isPunctuation = c >= 0x2000 && c < 0x2070;
+    if (isPunctuation || c == U'\u20ac' || c == U'\t' || c == U'\n')
+        return kCostOfFont;
+    switch (QChar::category(c)) {
+    case QChar::Other_Control:
+    case QChar::Other_NotAssigned:
+    case QChar::Other_PrivateUse:
+        return kCostOfAllFonts;
+    default:
+        return costOfRange(c) > kCostOfCharacter ? kCostOfRareFont : kCostOfFont;
+    }
+}
+
+/// Adds up what the fonts cost that a document makes Qt open.
+class FontCost
+{
+public:
+    static constexpr qsizetype kDefaultFont = -1;
+
+    /// False if it would be too much with a character of this cost and script.
+    bool add(qsizetype font, QChar::Script script, double cost)
+    {
+        const Use use{font, script, cost};
+        if (use == m_last || m_uses.contains(use)) {
+            m_last = use;
+            return true;
+        }
+        if (m_sum + cost > (font == kDefaultFont ? kCostLimitOfFonts : kCostLimitOfOtherFonts))
+            return false;
+        m_uses.append(use);
+        m_sum += cost;
+        return true;
+    }
+
+private:
+    struct Use
+    {
+        qsizetype font;
+        QChar::Script script;
+        double cost;
+
+        bool operator==(const Use &) const = default;
+    };
+
+    QList<Use> m_uses;
+    Use m_last{kDefaultFont, QChar::Script_Unknown, 0};
+    double m_sum = 0;
+};
+
+/// Punctuation and the like belong to the script in front of them, and at the beginning to the
+/// first.
+QChar::Script firstScriptOf(const QString &text)
+{
+    const auto characters = text.toUcs4();
+    const auto first = std::find_if(characters.begin(), characters.end(), [](char32_t c) {
+        return QChar::script(c) > QChar::Script_Common;
+    });
+    return first == characters.end() ? QChar::Script_Common : QChar::script(*first);
+}
+
 /// Brings all formats of a document within the bounds.
 class Bounding
 {
@@ -214,6 +314,7 @@ private:
         int start;
         int end;
         QTextCharFormat format;
+        QString text; // as long as before; empty where it stays
     };
 
     void select(const Piece &piece)
@@ -281,11 +382,15 @@ private:
         boundList(block.textList());
 
         QList<Piece> beyond; // changing one would spoil the iterator
+        m_script = firstScriptOf(block.text());
         for (auto it = block.begin(); !it.atEnd(); ++it)
             boundFragment(it.fragment(), &beyond);
         for (const Piece &piece : std::as_const(beyond)) {
             select(piece);
-            m_cursor.setCharFormat(piece.format);
+            if (piece.text.isEmpty())
+                m_cursor.setCharFormat(piece.format);
+            else
+                m_cursor.insertText(piece.text, piece.format);
         }
     }
 
@@ -295,12 +400,16 @@ private:
         const int start = fragment.position();
         const int end = start + fragment.length();
         if (format.isImageFormat()) {
-            m_pictures.append({start, end, {}});
+            m_pictures.append({start, end, {}, {}});
             return;
         }
-        const QTextCharFormat allowed = withFewFonts(bounded(format));
-        if (allowed != format)
-            beyond->append({start, end, allowed});
+        const QString text = fragment.text();
+        const QTextCharFormat allowed = withFewScripts(withFewFonts(bounded(format)), text);
+        const QString allowedText = withFewScripts(text, m_fonts.indexOf(fontOf(allowed)));
+        if (allowedText != text)
+            beyond->append({start, end, allowed, allowedText});
+        else if (allowed != format)
+            beyond->append({start, end, allowed, {}});
     }
 
     void boundList(QTextList *list)
@@ -315,60 +424,87 @@ private:
     }
 
     /// Colours and lines need no font of their own.
-    QTextCharFormat withFewFonts(QTextCharFormat format)
+    static QTextCharFormat fontOf(const QTextCharFormat &format)
     {
-        static constexpr QTextFormat::Property kFontProperties[] = {
-            QTextFormat::FontFamilies,       QTextFormat::FontPixelSize, QTextFormat::FontPointSize,
-            QTextFormat::FontSizeAdjustment, QTextFormat::FontWeight,    QTextFormat::FontItalic,
-            QTextFormat::FontCapitalization, QTextFormat::FontStretch,   QTextFormat::FontStyleHint,
-            QTextFormat::FontFixedPitch,
-        };
         QTextCharFormat font;
         for (const auto property : kFontProperties) {
             if (format.hasProperty(property))
                 font.setProperty(property, format.property(property));
         }
-        if (m_fonts.contains(font) || font.propertyCount() == 0)
-            return format;
-        if (m_fonts.size() < kFontLimit) {
-            m_fonts.append(font);
-            return format;
-        }
+        return font;
+    }
+
+    static QTextCharFormat withoutFont(QTextCharFormat format)
+    {
         for (const auto property : kFontProperties)
             format.clearProperty(property);
         return format;
     }
+
+    QTextCharFormat withFewFonts(const QTextCharFormat &format)
+    {
+        const QTextCharFormat font = fontOf(format);
+        if (m_fonts.contains(font) || font.propertyCount() == 0)
+            return format;
+        if (m_fonts.size() == kFontLimit)
+            return withoutFont(format);
+        m_fonts.append(font);
+        return format;
+    }
+
+    /// In the document's own font if this one would be too much for the text.
+    QTextCharFormat withFewScripts(const QTextCharFormat &format, const QString &text)
+    {
+        const qsizetype font = m_fonts.indexOf(fontOf(format));
+        if (font == FontCost::kDefaultFont)
+            return format;
+        QChar::Script script = m_script;
+        const auto characters = text.toUcs4();
+        const bool fits = std::all_of(characters.begin(), characters.end(), [&](char32_t c) {
+            script = scriptOf(c, script);
+            return m_fontCost.add(font, script, costOfFontFor(c));
+        });
+        return fits ? format : withoutFont(format);
+    }
+
+    /// With question marks for the characters of further scripts.
+    QString withFewScripts(const QString &text, qsizetype font)
+    {
+        QString allowed;
+        allowed.reserve(text.size());
+        const auto characters = text.toUcs4();
+        for (const char32_t c : characters) {
+            m_script = scriptOf(c, m_script);
+            const double cost = costOfFontFor(c);
+            if (m_fontCost.add(font, m_script, cost) || cost == kCostOfFont)
+                allowed += QChar::fromUcs4(c);
+            else
+                allowed += QString(QChar::requiresSurrogates(c) ? 2 : 1, u'?');
+        }
+        return allowed;
+    }
+
+    static QChar::Script scriptOf(char32_t c, QChar::Script before)
+    {
+        const QChar::Script script = QChar::script(c);
+        return script > QChar::Script_Common ? script : before;
+    }
+
+    static constexpr QTextFormat::Property kFontProperties[] = {
+        QTextFormat::FontFamilies,       QTextFormat::FontPixelSize, QTextFormat::FontPointSize,
+        QTextFormat::FontSizeAdjustment, QTextFormat::FontWeight,    QTextFormat::FontItalic,
+        QTextFormat::FontCapitalization, QTextFormat::FontStretch,   QTextFormat::FontStyleHint,
+        QTextFormat::FontFixedPitch,
+    };
 
     QTextDocument *m_document;
     QTextCursor m_cursor;
     QList<Piece> m_pictures;
     QSet<QTextList *> m_lists;
     QList<QTextCharFormat> m_fonts;
+    FontCost m_fontCost;
+    QChar::Script m_script = QChar::Script_Common; // of what was before
     qsizetype m_floats = 0;
-};
-
-struct CharacterRange
-{
-    char32_t first;
-    double cost;
-};
-
-/// What a character costs up to the next range.
-constexpr CharacterRange kCharacterRanges[] = {
-    {0x0000, kCostOfSymbol},    // control characters
-    {0x0020, kCostOfCharacter}, // ASCII
-    {0x007f, kCostOfSymbol},    // control characters
-    {0x00a0, kCostOfCharacter}, // Latin to Arabic
-    {0x0700, kCostOfSymbol},    // Syriac to the Arabic of rare languages
-    {0x0900, kCostOfFarLetter}, // Devanagari to Georgian
-    {0x1100, kCostOfSymbol},    // Hangul in pieces
-    {0x1200, kCostOfFarLetter}, // Ethiopic, Cherokee
-    {0x1400, kCostOfSymbol},    // Canadian syllables to Philippine scripts
-    {0x1780, kCostOfFarLetter}, // Khmer
-    {0x1800, kCostOfSymbol},    // Mongolian to Vedic
-    {0x1d00, kCostOfFarLetter}, // Vietnamese, polytonic Greek
-    {0x2000, kCostOfFarLetter}, // dashes, quotes, bullet, euro: of another font than far letters
-    {0x20d0, kCostOfSymbol},    // arrows, emoji, Chinese, and all that comes after
 };
 
 /// In a line with these it is not only letters from right to left that turn the direction.
@@ -502,10 +638,7 @@ private:
             return kCostOfCharacter;
         if (QChar::category(c) == QChar::Other_NotAssigned)
             return kCostOfSymbol;
-        const auto next =
-            std::find_if(std::begin(kCharacterRanges), std::end(kCharacterRanges),
-                         [c](const CharacterRange &range) { return range.first > c; });
-        const double cost = std::prev(next)->cost;
+        const double cost = costOfRange(c);
         return QChar::isMark(c) && cost < kCostOfSymbol ? kCostOfMark : cost;
     }
 
@@ -551,10 +684,14 @@ double heavinessOf(const QTextBlockFormat &block, const QTextCharFormat &format)
 /// Pixels that a line of this format takes at least.
 double leastLineOf(const QTextBlockFormat &block, const QTextCharFormat &format)
 {
-    constexpr double kSmallest = 0.5; // of what a size is adjusted to
+    constexpr double kSmallest = 0.4; // of superscript small capitals
     double font = pixelsOf(format);
     if (font == 0)
-        font = kLeastFont * (format.hasProperty(QTextFormat::FontSizeAdjustment) ? kSmallest : 1);
+        font = kLeastFont;
+    if (format.hasProperty(QTextFormat::FontSizeAdjustment) ||
+        format.fontCapitalization() == QFont::SmallCaps ||
+        format.verticalAlignment() != QTextCharFormat::AlignNormal)
+        font *= kSmallest;
     switch (block.lineHeightType()) {
     case QTextBlockFormat::ProportionalHeight:
         return font * std::min(1.0, block.lineHeight() / 100);
