@@ -34,6 +34,38 @@ constexpr qsizetype kAmplifiedLimit = 10'000'000;
 constexpr qsizetype kFeedLimit = 4'000'000;
 constexpr qsizetype kShareOfItem = 40; // characters that the panel puts around each
 
+/// Values of all kinds, far more than that many characters of news have.
+constexpr qsizetype kValueLimit = 250'000;
+
+/// The items of a body up to the one that brings too many values. A few megabytes can hold
+/// millions, and parsing them would hold the event loop for too long.
+QByteArray withFewValues(const QByteArray &body)
+{
+    qsizetype values = 0;
+    qsizetype endOfItem = 0;
+    int depth = 0;
+    bool isInText = false;
+    for (qsizetype i = 0; i < body.size(); ++i) {
+        const char c = body[i];
+        if (c == '"') {
+            isInText = !isInText;
+        } else if (isInText) {
+            i += c == '\\' ? 1 : 0; // what follows it ends no text
+        } else if (c == '[' || c == '{') {
+            ++depth;
+            ++values;
+        } else if (c == ']' || c == '}') {
+            --depth;
+        } else if (c == ',') {
+            ++values;
+            endOfItem = depth == 1 ? i : endOfItem;
+        }
+        if (values > kValueLimit)
+            return body.first(endOfItem) + ']';
+    }
+    return body;
+}
+
 /// A feed of a few kilobytes with a thousand "%2" in a date and as many "%3" in the title would ask
 /// for gigabytes.
 QString bounded(const QString &argument, const QString &text)
@@ -84,7 +116,7 @@ void NewsFetcher::onFetchFinished(QNetworkReply *reply)
         return;
     }
 
-    const QJsonArray items = QJsonDocument::fromJson(reply->readAll()).array();
+    const QJsonArray items = QJsonDocument::fromJson(withFewValues(reply->readAll())).array();
     qsizetype characters = 0;
     for (const QJsonValue item : items) {
         if (item.isString())

@@ -10,7 +10,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <numeric>
+#include <utility>
 
 namespace {
 
@@ -19,10 +21,14 @@ namespace {
 // thought of and for slower machines.
 constexpr double kCostLimit = 100'000; // the panel goes to the end, or gets another size
 /// What the panel shows first is laid out three times: to be measured, in the panel's width, and
-/// beside the scroll bar that it calls for. So this is for all paragraphs and tables together that
-/// are heavy, several of which may be low enough to be shown first.
-constexpr double kCostLimitOfHeavy = 36'000;
+/// beside the scroll bar that it calls for. So this is for all tables and heavy paragraphs together
+/// that may be low enough to be among it.
+constexpr double kCostLimitOfFirst = 36'000;
 constexpr double kHeavyCost = 1000; // a usual item takes 30
+/// Pixels after which Qt interrupts the layout, unless the panel is higher.
+constexpr double kFirstHeight = 2000;
+/// For all tables and heavy paragraphs of the document. The rest is left for what becomes plain.
+constexpr double kCostLimitOfHeavy = 80'000;
 /// Plain text in a thing's place. Its paragraphs are broken, so that no cost grows with a square.
 constexpr double kCostLimitOfText = 36'000;
 constexpr int kParagraphLimit = 1000; // characters
@@ -36,7 +42,7 @@ constexpr double kCostOfWord = 0.15;
 constexpr double kCostOfMark = 0.5;
 constexpr double kCostOfFarLetter = 2; // of a script that most fonts do not have
 constexpr double kCostOfSymbol = 12;   // looked for in one font after the other
-constexpr double kCostOfPiece = 3;     // of another script or direction than what is before it
+constexpr double kCostOfPiece = 3;     // shaped by itself: of another script, direction or font
 // These grow with the square: pieces of one word, letters of one word, marks on one letter.
 constexpr double kCostOfPiecePair = 3e-3;
 constexpr double kCostOfWordPair = 1.5e-3;
@@ -55,6 +61,7 @@ constexpr qint64 kRemovableCells = 40'000;
 /// A height that most lines keep to, in pixels. Higher ones cost more, so that the document's
 /// height stays far within the 33 million pixels that the layout can count.
 constexpr double kUsualLine = 30;
+constexpr double kLeastFont = 10;     // of text that says nothing about its size
 constexpr double kCostOfPixel = 0.01; // of margins above and below; 10 million of them at most
 /// Pixels that margins leave for usual lines. With more of them every letter may have its own line.
 constexpr double kUsualMargins = 300;
@@ -63,6 +70,13 @@ constexpr double kPixelsOfIndent = 40;
 
 /// Each opens font files; unknown families are looked for among all.
 constexpr qsizetype kFontLimit = 24;
+/// Once for each script that is written in it. The next font is looked for among all installed
+/// ones, and all of them are opened for a character that none has.
+constexpr double kCostOfFont = 1200;
+constexpr double kCostOfRareFont = 8000;
+constexpr double kCostOfAllFonts = 16'000;
+constexpr double kCostLimitOfOtherFonts = 48'000;
+constexpr double kCostLimitOfFonts = 96'000; // with the document's own: some ten rare scripts
 constexpr qsizetype kFamilyLimit = 4;
 constexpr qsizetype kFloatLimit = 20;
 constexpr qsizetype kLabelLimit = 20; // characters before or after a list's number
@@ -178,6 +192,99 @@ template <typename Format> Format bounded(Format format)
     return format;
 }
 
+struct CharacterRange
+{
+    char32_t first;
+    double cost;
+};
+
+/// What a character costs up to the next range.
+constexpr CharacterRange kCharacterRanges[] = {
+    {0x0000, kCostOfSymbol},    // control characters
+    {0x0020, kCostOfCharacter}, // ASCII
+    {0x007f, kCostOfSymbol},    // control characters
+    {0x00a0, kCostOfCharacter}, // Latin to Arabic
+    {0x0700, kCostOfSymbol},    // Syriac to the Arabic of rare languages
+    {0x0900, kCostOfFarLetter}, // Devanagari to Georgian
+    {0x1100, kCostOfSymbol},    // Hangul in pieces
+    {0x1200, kCostOfFarLetter}, // Ethiopic, Cherokee
+    {0x1400, kCostOfSymbol},    // Canadian syllables to Philippine scripts
+    {0x1780, kCostOfFarLetter}, // Khmer
+    {0x1800, kCostOfSymbol},    // Mongolian to Vedic
+    {0x1d00, kCostOfFarLetter}, // Vietnamese, polytonic Greek; dashes, quotes, bullet, euro
+    {0x20d0, kCostOfSymbol},    // arrows, emoji, Chinese, and all that comes after
+};
+
+double costOfRange(char32_t c)
+{
+    const auto next = std::find_if(std::begin(kCharacterRanges), std::end(kCharacterRanges),
+                                   [c](const CharacterRange &range) { return range.first > c; });
+    return std::prev(next)->cost;
+}
+
+/// What it may cost to find a font for a character.
+double costOfFontFor(char32_t c)
+{
+    const bool isPunctuation = c >= 0x2000 && c < 0x2070;
+    if (isPunctuation || c == U'\u20ac' || c == U'\t' || c == U'\n')
+        return kCostOfFont;
+    switch (QChar::category(c)) {
+    case QChar::Other_Control:
+    case QChar::Other_NotAssigned:
+    case QChar::Other_PrivateUse:
+        return kCostOfAllFonts;
+    default:
+        return costOfRange(c) > kCostOfCharacter ? kCostOfRareFont : kCostOfFont;
+    }
+}
+
+/// Adds up what the fonts cost that a document makes Qt open.
+class FontCost
+{
+public:
+    static constexpr qsizetype kDefaultFont = -1;
+
+    /// False if it would be too much with a character of this cost and script.
+    bool add(qsizetype font, QChar::Script script, double cost)
+    {
+        const Use use{font, script, cost};
+        if (use == m_last || m_uses.contains(use)) {
+            m_last = use;
+            return true;
+        }
+        if (m_sum + cost > (font == kDefaultFont ? kCostLimitOfFonts : kCostLimitOfOtherFonts))
+            return false;
+        m_uses.append(use);
+        m_sum += cost;
+        return true;
+    }
+
+private:
+    struct Use
+    {
+        qsizetype font;
+        QChar::Script script;
+        double cost;
+
+        bool operator==(const Use &) const = default;
+    };
+
+    QList<Use> m_uses;
+    Use m_last{kDefaultFont, QChar::Script_Unknown, 0};
+    double m_sum = 0;
+};
+
+/// Punctuation and the like belong to the script in front of them, and at the beginning to the
+/// first.
+QChar::Script firstScriptOf(const QString &text)
+{
+    const auto characters = text.toUcs4();
+    const auto first = std::find_if(characters.begin(), characters.end(), [](char32_t c) {
+        return QChar::script(c) > QChar::Script_Common;
+    });
+    return first == characters.end() ? QChar::Script_Common : QChar::script(*first);
+}
+
 /// Brings all formats of a document within the bounds.
 class Bounding
 {
@@ -207,6 +314,7 @@ private:
         int start;
         int end;
         QTextCharFormat format;
+        QString text; // as long as before; empty where it stays
     };
 
     void select(const Piece &piece)
@@ -274,11 +382,15 @@ private:
         boundList(block.textList());
 
         QList<Piece> beyond; // changing one would spoil the iterator
+        m_script = firstScriptOf(block.text());
         for (auto it = block.begin(); !it.atEnd(); ++it)
             boundFragment(it.fragment(), &beyond);
         for (const Piece &piece : std::as_const(beyond)) {
             select(piece);
-            m_cursor.setCharFormat(piece.format);
+            if (piece.text.isEmpty())
+                m_cursor.setCharFormat(piece.format);
+            else
+                m_cursor.insertText(piece.text, piece.format);
         }
     }
 
@@ -288,12 +400,16 @@ private:
         const int start = fragment.position();
         const int end = start + fragment.length();
         if (format.isImageFormat()) {
-            m_pictures.append({start, end, {}});
+            m_pictures.append({start, end, {}, {}});
             return;
         }
-        const QTextCharFormat allowed = withFewFonts(bounded(format));
-        if (allowed != format)
-            beyond->append({start, end, allowed});
+        const QString text = fragment.text();
+        const QTextCharFormat allowed = withFewScripts(withFewFonts(bounded(format)), text);
+        const QString allowedText = withFewScripts(text, m_fonts.indexOf(fontOf(allowed)));
+        if (allowedText != text)
+            beyond->append({start, end, allowed, allowedText});
+        else if (allowed != format)
+            beyond->append({start, end, allowed, {}});
     }
 
     void boundList(QTextList *list)
@@ -308,56 +424,138 @@ private:
     }
 
     /// Colours and lines need no font of their own.
-    QTextCharFormat withFewFonts(QTextCharFormat format)
+    static QTextCharFormat fontOf(const QTextCharFormat &format)
     {
-        static constexpr QTextFormat::Property kFontProperties[] = {
-            QTextFormat::FontFamilies,       QTextFormat::FontPixelSize, QTextFormat::FontPointSize,
-            QTextFormat::FontSizeAdjustment, QTextFormat::FontWeight,    QTextFormat::FontItalic,
-            QTextFormat::FontCapitalization, QTextFormat::FontStretch,   QTextFormat::FontStyleHint,
-            QTextFormat::FontFixedPitch,
-        };
         QTextCharFormat font;
         for (const auto property : kFontProperties) {
             if (format.hasProperty(property))
                 font.setProperty(property, format.property(property));
         }
-        if (m_fonts.contains(font) || font.propertyCount() == 0)
-            return format;
-        if (m_fonts.size() < kFontLimit) {
-            m_fonts.append(font);
-            return format;
-        }
+        return font;
+    }
+
+    static QTextCharFormat withoutFont(QTextCharFormat format)
+    {
         for (const auto property : kFontProperties)
             format.clearProperty(property);
         return format;
     }
+
+    QTextCharFormat withFewFonts(const QTextCharFormat &format)
+    {
+        const QTextCharFormat font = fontOf(format);
+        if (m_fonts.contains(font) || font.propertyCount() == 0)
+            return format;
+        if (m_fonts.size() == kFontLimit)
+            return withoutFont(format);
+        m_fonts.append(font);
+        return format;
+    }
+
+    /// In the document's own font if this one would be too much for the text.
+    QTextCharFormat withFewScripts(const QTextCharFormat &format, const QString &text)
+    {
+        const qsizetype font = m_fonts.indexOf(fontOf(format));
+        if (font == FontCost::kDefaultFont)
+            return format;
+        QChar::Script script = m_script;
+        const auto characters = text.toUcs4();
+        const bool fits = std::all_of(characters.begin(), characters.end(), [&](char32_t c) {
+            script = scriptOf(c, script);
+            return m_fontCost.add(font, script, costOfFontFor(c));
+        });
+        return fits ? format : withoutFont(format);
+    }
+
+    /// With question marks for the characters of further scripts.
+    QString withFewScripts(const QString &text, qsizetype font)
+    {
+        QString allowed;
+        allowed.reserve(text.size());
+        const auto characters = text.toUcs4();
+        for (const char32_t c : characters) {
+            m_script = scriptOf(c, m_script);
+            const double cost = costOfFontFor(c);
+            if (m_fontCost.add(font, m_script, cost) || cost == kCostOfFont)
+                allowed += QChar::fromUcs4(c);
+            else
+                allowed += QString(QChar::requiresSurrogates(c) ? 2 : 1, u'?');
+        }
+        return allowed;
+    }
+
+    static QChar::Script scriptOf(char32_t c, QChar::Script before)
+    {
+        const QChar::Script script = QChar::script(c);
+        return script > QChar::Script_Common ? script : before;
+    }
+
+    static constexpr QTextFormat::Property kFontProperties[] = {
+        QTextFormat::FontFamilies,       QTextFormat::FontPixelSize, QTextFormat::FontPointSize,
+        QTextFormat::FontSizeAdjustment, QTextFormat::FontWeight,    QTextFormat::FontItalic,
+        QTextFormat::FontCapitalization, QTextFormat::FontStretch,   QTextFormat::FontStyleHint,
+        QTextFormat::FontFixedPitch,
+    };
 
     QTextDocument *m_document;
     QTextCursor m_cursor;
     QList<Piece> m_pictures;
     QSet<QTextList *> m_lists;
     QList<QTextCharFormat> m_fonts;
+    FontCost m_fontCost;
+    QChar::Script m_script = QChar::Script_Common; // of what was before
     qsizetype m_floats = 0;
 };
+
+/// In a line with these it is not only letters from right to left that turn the direction.
+bool isBidirectional(QChar::Direction direction)
+{
+    switch (direction) {
+    case QChar::DirR:
+    case QChar::DirAL:
+    case QChar::DirAN:
+    case QChar::DirRLE:
+    case QChar::DirRLO:
+    case QChar::DirRLI:
+    case QChar::DirFSI:
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool isBidirectional(const QString &text)
+{
+    const auto characters = text.toUcs4();
+    return std::any_of(characters.begin(), characters.end(),
+                       [](char32_t c) { return isBidirectional(QChar::direction(c)); });
+}
 
 /// Adds up what one character after the other costs.
 class TextCost
 {
 public:
-    explicit TextCost(bool hasBreaks = true)
-        : m_hasBreaks(hasBreaks)
+    enum Trait {
+        Usual = 0,
+        Unbreakable = 1,   // no line ends before its paragraph does
+        Bidirectional = 2, // with characters or in a paragraph from right to left
+    };
+
+    explicit TextCost(int traits)
+        : m_traits(traits)
     {
     }
 
     double sum() const { return m_sum; }
 
-    void beginFragment()
+    void beginFragment(QFont::Capitalization capitalization)
     {
+        m_hasSmallCapitals = capitalization == QFont::SmallCaps;
         m_sum += kCostOfFragment;
         addPiece();
     }
 
-    void add(QChar c, double heaviness)
+    void add(char32_t c, double heaviness)
     {
         m_sum += costOf(c) * heaviness;
         if (beginsWord(c)) {
@@ -384,58 +582,76 @@ private:
     }
 
     /// Most spaces are not for breaking lines, nor are those with a mark on them.
-    bool beginsWord(QChar c) const
+    bool beginsWord(char32_t c) const
     {
-        if (c == QChar::LineSeparator || c == u'\n')
+        if (c == QChar::LineSeparator || c == U'\n')
             return true;
-        const bool followsSpace = (m_last == u' ' || m_last == u'\t') && !isMark(c);
-        return m_hasBreaks && (followsSpace || (isIdeograph(c) && isIdeograph(m_last)));
+        const bool followsSpace = (m_last == U' ' || m_last == U'\t') && !isMark(c);
+        return !(m_traits & Unbreakable) &&
+               (followsSpace || (isIdeograph(c) && isIdeograph(m_last)));
     }
 
-    static bool isMark(QChar c) { return c.isMark() || c.category() == QChar::Other_Format; }
-
-    static bool isIdeograph(QChar c) { return c >= QChar(0x4e00) && c < QChar(0xa000); }
-
-    /// What changes the direction is one by itself.
-    bool beginsPiece(QChar c)
+    static bool isMark(char32_t c)
     {
-        if (c.category() == QChar::Other_Format)
-            return true;
-        // Between letters from right to left anything else may run the other way.
-        const bool isRightToLeft = c.direction() == QChar::DirR || c.direction() == QChar::DirAL;
-        const bool turns = isRightToLeft != m_isRightToLeft;
-        m_isRightToLeft = isRightToLeft;
-        const QChar::Script script = c.script();
+        return QChar::isMark(c) || QChar::category(c) == QChar::Other_Format;
+    }
+
+    static bool isIdeograph(char32_t c) { return c >= 0x4e00 && c < 0xa000; }
+
+    bool beginsPiece(char32_t c)
+    {
+        const bool hasOtherDirection = changesDirection(c);
+        const bool hasOtherCase = changesCase(c);
+        const bool hasOtherScript = changesScript(c);
+        // What changes the direction is a piece by itself, and so is a tab that was left one.
+        return hasOtherDirection || hasOtherCase || hasOtherScript || c == U'\t' ||
+               QChar::category(c) == QChar::Other_Format;
+    }
+
+    bool changesDirection(char32_t c)
+    {
+        const QChar::Direction before = std::exchange(m_direction, QChar::direction(c));
+        return (m_traits & Bidirectional) && m_direction != before;
+    }
+
+    /// Small capitals are of a smaller font.
+    bool changesCase(char32_t c)
+    {
+        const bool isLower = QChar::category(c) == QChar::Letter_Lowercase;
+        return std::exchange(m_isLower, isLower) != isLower && m_hasSmallCapitals;
+    }
+
+    bool changesScript(char32_t c)
+    {
+        const QChar::Script script = QChar::script(c);
         if (script <= QChar::Script_Common || script == m_script)
-            return turns;
+            return false;
         m_script = script;
         return true;
     }
 
-    static double costOf(QChar c)
+    static double costOf(char32_t c)
     {
-        constexpr QChar kFarLetters(0x700);
-        constexpr QChar kMarks(0x2000); // dashes, quotes, bullet, euro
-        constexpr QChar kSymbols(0x20d0);
-        if (c == QChar::LineSeparator || c == u'\n')
+        if (c == QChar::LineSeparator || c == U'\n')
             return kCostOfLine + kCostOfBlock;
-        if (c.isLowSurrogate()) // its other half has been counted
+        if (c == U'\t')
             return kCostOfCharacter;
-        if (c >= kSymbols || c.category() == QChar::Other_NotAssigned)
+        if (QChar::category(c) == QChar::Other_NotAssigned)
             return kCostOfSymbol;
-        if (c.isMark())
-            return kCostOfMark;
-        return c >= kFarLetters && c < kMarks ? kCostOfFarLetter : kCostOfCharacter;
+        const double cost = costOfRange(c);
+        return QChar::isMark(c) && cost < kCostOfSymbol ? kCostOfMark : cost;
     }
 
-    bool m_hasBreaks;
+    int m_traits;
     double m_sum = 0;
     double m_word = 0;
     double m_marks = 0;
     double m_pieces = 0;
-    QChar m_last;
+    char32_t m_last = 0;
     QChar::Script m_script = QChar::Script_Latin;
-    bool m_isRightToLeft = false;
+    QChar::Direction m_direction = QChar::DirL;
+    bool m_isLower = false;
+    bool m_hasSmallCapitals = false;
 };
 
 /// Pixels beside a block's lines.
@@ -447,30 +663,108 @@ double marginsOf(const QTextBlock &block)
     return format.leftMargin() + format.rightMargin() + kPixelsOfIndent * indent;
 }
 
+/// Of a font's size; 0 for the document's own.
+double pixelsOf(const QTextCharFormat &format)
+{
+    constexpr double kPixelsOfPoint = 96.0 / 72;
+    return std::max(format.doubleProperty(QTextFormat::FontPixelSize),
+                    format.doubleProperty(QTextFormat::FontPointSize) * kPixelsOfPoint);
+}
+
 /// How much more than usual the lines of this format cost.
 double heavinessOf(const QTextBlockFormat &block, const QTextCharFormat &format)
 {
-    constexpr double kPixelsOfPoint = 96.0 / 72;
-    const double font =
-        std::max(format.doubleProperty(QTextFormat::FontPixelSize),
-                 format.doubleProperty(QTextFormat::FontPointSize) * kPixelsOfPoint);
+    const double font = pixelsOf(format);
     const bool isProportional = block.lineHeightType() == QTextBlockFormat::ProportionalHeight;
     const double line = isProportional ? std::max(font, kUsualLine / 2) * block.lineHeight() / 100
                                        : font + block.lineHeight();
     return std::max({1.0, font / kUsualLine, line / kUsualLine});
 }
 
+/// Pixels that a line of this format takes at least.
+double leastLineOf(const QTextBlockFormat &block, const QTextCharFormat &format)
+{
+    constexpr double kSmallest = 0.4; // of superscript small capitals
+    double font = pixelsOf(format);
+    if (font == 0)
+        font = kLeastFont;
+    if (format.hasProperty(QTextFormat::FontSizeAdjustment) ||
+        format.fontCapitalization() == QFont::SmallCaps ||
+        format.verticalAlignment() != QTextCharFormat::AlignNormal)
+        font *= kSmallest;
+    switch (block.lineHeightType()) {
+    case QTextBlockFormat::ProportionalHeight:
+        return font * std::min(1.0, block.lineHeight() / 100);
+    case QTextBlockFormat::FixedHeight:
+        return std::min(font, block.lineHeight());
+    default:
+        return font;
+    }
+}
+
+/// As if all were in one line.
+double leastHeightOf(const QTextBlock &block)
+{
+    const QTextBlockFormat format = block.blockFormat();
+    double least = leastLineOf(format, block.charFormat());
+    for (auto it = block.begin(); !it.atEnd(); ++it)
+        least = std::min(least, leastLineOf(format, it.fragment().charFormat()));
+    return least;
+}
+
+/// A row has no height of its own as long as all of its cells go on in the next.
+double leastHeightOfRow(const QTextTable &table, int row)
+{
+    for (int column = 0; column < table.columns(); ++column) {
+        const QTextTableCell cell = table.cellAt(row, column);
+        if (cell.rowSpan() == 1)
+            return leastHeightOf(cell.firstCursorPosition().block());
+    }
+    return 0;
+}
+
+double leastHeightOf(const QTextTable &table)
+{
+    // The empty paragraphs around a table in a cell have no height.
+    const bool isInFlow = table.frameFormat().position() == QTextFrameFormat::InFlow;
+    if (!isInFlow || !table.childFrames().isEmpty())
+        return 0;
+    double height = 0;
+    for (int row = 0; row < table.rows() && height < kFirstHeight; ++row)
+        height += leastHeightOfRow(table, row);
+    return height;
+}
+
+/// A lower bound, in pixels.
+double leastHeightOf(const QTextFrame::iterator &it)
+{
+    if (const auto *table = qobject_cast<QTextTable *>(it.currentFrame()))
+        return leastHeightOf(*table);
+    const QTextBlock block = it.currentBlock();
+    return block.length() > 1 ? leastHeightOf(block) : 0; // beside a table it has none
+}
+
+int traitsOf(const QTextBlock &block)
+{
+    const QTextBlockFormat format = block.blockFormat();
+    const bool isBidirectional =
+        format.layoutDirection() == Qt::RightToLeft || ::isBidirectional(block.text());
+    return (format.nonBreakableLines() ? TextCost::Unbreakable : TextCost::Usual) |
+           (isBidirectional ? TextCost::Bidirectional : TextCost::Usual);
+}
+
 double costOf(const QTextBlock &block)
 {
     const QTextBlockFormat format = block.blockFormat();
     const double column = marginsOf(block) > kUsualMargins ? kHeavinessOfColumn : 1;
-    TextCost text(!format.nonBreakableLines());
+    TextCost text(traitsOf(block));
     for (auto it = block.begin(); !it.atEnd(); ++it) {
         const QTextFragment fragment = it.fragment();
-        const double heaviness = column * heavinessOf(format, fragment.charFormat());
-        text.beginFragment();
-        const QString characters = fragment.text();
-        for (const QChar c : characters)
+        const QTextCharFormat charFormat = fragment.charFormat();
+        const double heaviness = column * heavinessOf(format, charFormat);
+        text.beginFragment(charFormat.fontCapitalization());
+        const auto characters = fragment.text().toUcs4();
+        for (const char32_t c : characters)
             text.add(c, heaviness);
     }
     const double margins = format.topMargin() + format.bottomMargin();
@@ -557,26 +851,28 @@ qint64 cellsOf(QTextFrame *frame)
     return cells;
 }
 
-/// As much of a plain text as may be shown, in paragraphs that are not heavy.
-QString fittingText(const QString &text)
+/// As much of a plain text as may be shown, in paragraphs that are not heavy. What stood for
+/// pictures stands for nothing any more.
+QString fittingText(QString text)
 {
-    TextCost cost;
+    text.remove(QChar::ObjectReplacementCharacter);
+    TextCost cost(isBidirectional(text) ? TextCost::Bidirectional : TextCost::Usual);
     QString fitting;
     double before = 0; // of the paragraph
     int length = 0;
-    for (const QChar c : text) {
+    const auto characters = text.toUcs4();
+    for (const char32_t c : characters) {
         const bool isLong = length >= kParagraphLimit || cost.sum() - before > kHeavyCost / 2;
-        const bool breaks = isLong && !c.isLowSurrogate();
-        if (breaks) {
+        if (isLong) {
             fitting += u'\n';
-            cost.add(u'\n', 1);
+            cost.add(U'\n', 1);
         }
         cost.add(c, 1);
         if (cost.sum() > kCostLimitOfText)
             break;
-        fitting += c;
+        fitting += QChar::fromUcs4(c);
         ++length;
-        if (c == u'\n' || breaks) {
+        if (c == U'\n' || isLong) {
             before = cost.sum();
             length = 0;
         }
@@ -585,34 +881,34 @@ QString fittingText(const QString &text)
 }
 
 /// Puts a thing's text in its place, in paragraphs of their own.
-void makePlain(QTextDocument *document, const Thing &thing)
+void makePlain(QTextCursor *cursor, const Thing &thing)
 {
-    const QString text = fittingText(textOf(document, thing));
-    QTextCursor cursor(document);
-    cursor.beginEditBlock();
-    cursor.setPosition(thing.start);
+    const QString text = fittingText(textOf(cursor->document(), thing));
+    cursor->setPosition(thing.start);
     if (thing.frame) {
-        cursor.insertBlock({}, {});
-        cursor.insertText(text, {});
+        cursor->insertBlock({}, {});
+        cursor->insertText(text, {});
         // The frame takes the paragraph in front of it away, which must not be the text's last.
-        cursor.insertBlock();
-        cursor.setPosition(cursor.position() + thing.end - thing.start, QTextCursor::KeepAnchor);
-        cursor.removeSelectedText();
+        cursor->insertBlock();
+        cursor->setPosition(cursor->position() + thing.end - thing.start, QTextCursor::KeepAnchor);
+        cursor->removeSelectedText();
     } else {
-        cursor.setPosition(thing.end, QTextCursor::KeepAnchor);
-        cursor.removeSelectedText();
-        cursor.setBlockFormat({});
-        cursor.setBlockCharFormat({});
-        cursor.insertText(text, {});
+        cursor->setPosition(thing.end, QTextCursor::KeepAnchor);
+        cursor->removeSelectedText();
+        cursor->setBlockFormat({});
+        cursor->setBlockCharFormat({});
+        cursor->insertText(text, {});
     }
-    cursor.endEditBlock();
 }
 
 /// From the last to the first, since each moves what follows.
 void makePlain(QTextDocument *document, const QList<Thing> &things)
 {
+    QTextCursor cursor(document);
+    cursor.beginEditBlock();
     std::for_each(things.rbegin(), things.rend(),
-                  [document](const Thing &thing) { makePlain(document, thing); });
+                  [&cursor](const Thing &thing) { makePlain(&cursor, thing); });
+    cursor.endEditBlock();
 }
 
 template <typename Predicate> QList<Thing> thingsThat(QTextDocument *document, Predicate predicate)
@@ -631,6 +927,32 @@ double costOf(const QTextFrame::iterator &it)
     QTextFrame *frame = it.currentFrame();
     return frame ? costOf(frame) : costOf(it.currentBlock());
 }
+
+/// Takes one thing after the other, and adds up what is heavy among them.
+class HeavyThings
+{
+public:
+    /// False for what asks for too much, by itself or with what was before it.
+    bool fits(const QTextFrame::iterator &it)
+    {
+        const double cost = costOf(it);
+        const bool isFirst = m_height < kFirstHeight;
+        // Tables may be as low as a line, and as many as lines.
+        if (it.currentFrame() || cost > kHeavyCost) {
+            const double sum = m_cost + cost;
+            if (sum > (isFirst ? kCostLimitOfFirst : kCostLimitOfHeavy))
+                return false;
+            m_cost = sum;
+        }
+        if (isFirst)
+            m_height += leastHeightOf(it);
+        return true;
+    }
+
+private:
+    double m_cost = 0;
+    double m_height = 0;
+};
 
 void cut(QTextDocument *document, int position)
 {
@@ -675,12 +997,9 @@ NewsBounds::Verdict NewsBounds::apply(QTextDocument *document)
     else
         makePlain(document, unreasonable);
     Bounding(document).apply();
-    double heavy = 0;
+    HeavyThings heavy;
     makePlain(document, thingsThat(document, [&heavy](const QTextFrame::iterator &it) {
-                  const double cost = costOf(it);
-                  const bool fits = cost <= kHeavyCost || heavy + cost <= kCostLimitOfHeavy;
-                  heavy += fits && cost > kHeavyCost ? cost : 0;
-                  return !fits;
+                  return !heavy.fits(it);
               }));
     const bool isCut = cutToLimit(document);
     if (!unreasonable.isEmpty())

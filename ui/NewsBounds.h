@@ -8,13 +8,14 @@ namespace NewsBounds {
 
 enum class Verdict {
     Complete,
-    Cut,          // its end was left out
+    Cut,          // its end was left out, and not only that of a text within it
     Unreasonable, // it had tables that cannot be measured, and more of them would be worse
 };
 
 /// Brings lengths beyond any screen down to large ones, takes pictures and tool tips away, makes
-/// plain text of a paragraph or table that asks for too much, by itself or with others, and leaves
-/// out what comes after the document's fair share. Anything usual stays as it is.
+/// plain text of a paragraph or table that asks for too much, by itself or with others, shows the
+/// letters of too many scripts as question marks, and leaves out what comes after the document's
+/// fair share. Anything usual stays as it is.
 Verdict apply(QTextDocument *document);
 
 } // namespace NewsBounds

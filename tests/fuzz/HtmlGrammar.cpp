@@ -52,6 +52,17 @@ const QStringList kNumbers = words(
     "0 1 2 3 5 10 13 20 40 100 300 999 5000 20480 65535 99999 9000000 2147483647 4294967296 1e9 "
     "-1 -10 -500 -9000000 0.01 .5 1.5 9999.5 NaN"_L1);
 
+const QStringList kComments = words("<!-- --> <!-- <!--x{}--></x> /**/ /* --> --"_L1);
+
+/// What makes tabs, capitals and directions count.
+const QStringList kSettings{u"<p style='font-variant:small-caps'>"_s,
+                            u"<p style='white-space:pre-wrap'>"_s,
+                            u"<td style='font-variant:small-caps; white-space:pre-wrap'>"_s,
+                            u"<pre>"_s,
+                            u"<p dir=rtl>"_s,
+                            u"<td dir=rtl>"_s,
+                            u"<p dir=rtl style='white-space:pre-wrap; font-variant:small-caps'>"_s};
+
 const QStringList kUnits = words("px px px pt em ex % cm"_L1);
 
 } // namespace
@@ -82,6 +93,8 @@ QString HtmlGrammar::part()
         break;
     case 1:
         part = u"<style>"_s;
+        if (oneIn(4))
+            part += oneOf(kComments);
         part += oneOf(kTags) + u'{';
         part += style() + u"}</style>"_s;
         break;
@@ -97,6 +110,10 @@ QString HtmlGrammar::part()
     }
     if (oneIn(4))
         part += tag();
+    if (oneIn(10)) {
+        part += oneOf(kSettings);
+        part += text();
+    }
     const int most = oneIn(120) ? (oneIn(4) ? 3000 : 300) : 4;
     const int copies = 1 + below(most);
     return part.repeated(std::min<qsizetype>(copies, 200'000 / (part.size() + 1) + 1));
@@ -183,6 +200,21 @@ QString HtmlGrammar::text()
                                     u"\u2029"_s,
                                     u"\u2028"_s,
                                     u"\t"_s,
+                                    u"ab\t"_s,
+                                    u"aA "_s,
+                                    u"aB1"_s,
+                                    u"1 (2) "_s,
+                                    u"a ! "_s,
+                                    u"\u00ad"_s,
+                                    u"\u00a0"_s,
+                                    u"&shy;"_s,
+                                    u"\u0660"_s,
+                                    u"\u05d0 "_s,
+                                    u"\u1100\u1161"_s,
+                                    u"\u1b05"_s,
+                                    u"\u07ca"_s,
+                                    u"\U000e0100"_s,
+                                    u"\u0003"_s,
                                     u"-"_s,
                                     u"<"_s,
                                     u"&"_s,
@@ -190,7 +222,7 @@ QString HtmlGrammar::text()
                                     QString(QChar(0)),
                                     u"\ue000"_s};
     QString text = oneOf(kTexts);
-    if (oneIn(3))
+    while (oneIn(3))
         text += oneOf(kTexts);
     const int most = oneIn(120) ? (oneIn(4) ? 50'000 : 2000) : 6;
     const int copies = 1 + below(most);

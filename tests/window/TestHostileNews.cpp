@@ -38,6 +38,12 @@ const auto kOrdinaryItem =
 const auto kLowTable =
     u"<table><tr>"_s + u"<td>"_s.repeated(294) + u"<tr><td>"_s.repeated(4) + u"</table>"_s;
 
+/// One of each script that has to do with a font of its own.
+const auto kScripts = u"a\u03b1\u0430\u0531\u05d0\u0628\u0712\u0780\u0905\u0985\u0a05\u0a85"
+                      "\u0b05\u0b85\u0c05\u0c85\u0d05\u0d85\u0e01\u0e81\u0f40\u1000\u10a0\u1100"
+                      "\u1200\u13a0\u1401\u1681\u16a0\u1780\u1820\u1950\u1980\u1a00\u1b05\u1c00"
+                      "\u2c00\u2c80\u2d30\u3042\u30a2\u3105\u4e2d\ua000\ua500\uac00"_s;
+
 void dress(QTextEdit *view)
 {
     view->setObjectName(u"newsWidget"_s);
@@ -89,7 +95,10 @@ private slots:
     void onlyWhatIsBeyondReasonBecomesPlain_data();
     void onlyWhatIsBeyondReasonBecomesPlain();
     void tablesThatAreHeavyTogetherBecomePlain();
+    void lettersOfTooManyScriptsAreQuestionMarks();
     void whatComesTooLateIsLeftOut();
+    void whatFollowsAShortenedTextIsShown();
+    void plainTextHasNoPictures();
     void shortNewsAreThereAtOnce();
     void linksAreWhatTheyWere();
     void lateNewsDoNotReplaceNewerOnes();
@@ -155,6 +164,19 @@ void TestHostileNews::newsDoNotHoldTheWindow_data()
             fonts += u"<span style='font-family:f%1;font-size:%2px'>x</span>"_s.arg(i).arg(9 + i);
         return fonts;
     }());
+    const auto inSizes = [](const QString &text) {
+        QString items;
+        for (int size = 10; size < 30; ++size)
+            items += u"<p style='font-size:%1px'>%2"_s.arg(size).arg(text);
+        return items;
+    };
+    row("letters of all scripts in many sizes", inSizes(kScripts));
+    row("a letter that no font has in many sizes and scripts", [&inSizes] {
+        QString text;
+        for (const QChar letter : kScripts)
+            text += letter + u"\u0378 "_s;
+        return inSizes(text);
+    }());
     row("pieces of one word", times(u"<b>x</b><i>y</i>", 10'000));
     row("marks on one letter", u"a"_s + QString(50'000, QChar(0x301)));
     row("marks on letters of many paragraphs",
@@ -179,6 +201,19 @@ void TestHostileNews::newsDoNotHoldTheWindow_data()
                                times(u"Lundi soir ", 400));
     row("cells in tables four deep", times(u"<table width='100%'><tr><td>", 3) + u"<table>"_s +
                                          times(u"<tr><td>Lundi<td>20 h<td>Paris", 150));
+    row("small capitals", u"<p style='font-variant:small-caps'>"_s + times(u"aA ", 500), 250);
+    row("small capitals in a cell",
+        u"<td><p style='font-variant:small-caps'>"_s + times(u"aA ", 12'500));
+    row("tabs", u"<p style='white-space:pre-wrap'>"_s + times(u"ab\t", 600), 300);
+    row("tabs of source code", u"<pre>"_s + times(u"a\t", 800), 300);
+    row("tabs in a cell", u"<td><p style='white-space:pre-wrap'>"_s + times(u"ab\t", 14'000));
+    row("numbers from right to left", u"<p dir=rtl>"_s + times(u"1 ! ", 400), 250);
+    row("brackets from right to left", u"<p dir=rtl>"_s + times(u"(a) ", 500), 250);
+    row("brackets in front of a letter from right to left",
+        u"<p>"_s + times(u"(1) ", 500) + QChar(0x5d0), 250);
+    row("control characters", u"<p>"_s + times(u"\u0003 ", 600), 250);
+    row("letters that make syllables together", u"<p>"_s + times(u"\u1100", 1200), 250);
+    row("runes", u"<p>"_s + times(u"\u16a0\u16a2 ", 300), 250);
     row("letters of changing direction", times(u"a\u0628", 50'000));
     row("letters of no font", times(u"\ue000", 50'000));
     row("a cell of characters that no font has", u"<td>"_s + times(u"&#0;", 20'000));
@@ -237,8 +272,8 @@ void TestHostileNews::newsDoNotHoldTheWindow()
 void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
 {
     QTest::addColumn<QStringList>("news");
-    const auto row = [](const char *name, const QString &item) {
-        QTest::newRow(name) << QStringList{item, u"Après"_s};
+    const auto row = [](const char *name, const QString &item, int count = 1) {
+        QTest::newRow(name) << QStringList(count, item) + QStringList{u"Après"_s};
     };
 
     row("text", u"Maintenance ce soir à 20 h : « tout ira bien »"_s);
@@ -259,6 +294,12 @@ void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
         "<tr><td bgcolor=navy rowspan=2>Lundi</td><td>20 h</td></tr><tr><td>21 h</td></tr></table>"_s);
     row("ten small tables",
         u"<table border=1><tr><td>Lundi</td><td>20 h</td></tr></table>"_s.repeated(10));
+    row("50 small tables",
+        u"<table border=1>"_s +
+            u"<tr><td>Lundi soir</td><td>20 h 30</td><td>Combat de guildes</td></tr>"_s.repeated(
+                11) +
+            u"</table>"_s,
+        50);
     row("tables in tables",
         u"<table border=1><tr><td><table border=1><tr><td>x</td></tr></table></td></tr></table>"_s);
     row("a style sheet", u"<style>b { color: yellow; margin: 4px }</style><b>Jaune</b>"_s);
@@ -286,6 +327,11 @@ void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
             u"</td></tr></table>"_s.repeated(3));
     row("a long paragraph in Cyrillic", u"Привет всем, "_s.repeated(300));
     row("a long paragraph in Arabic", u"مرحبا بكم "_s.repeated(200));
+    row("languages",
+        u"English, 中文, 日本語, カタカナ, 한국어, ไทย, हिन्दी, বাংলা, தமிழ், ქართული, አማርኛ, "
+        "Ελληνικά, русский, עברית, العربية"_s);
+    row("headings with an emoji",
+        u"<h1>🎉 Un</h1><h2>🎉 Deux</h2><h3>🎉 Trois</h3><b>🎉</b> <i>🎉</i>"_s);
     row("500 words in colours", u"<span style='color: red'>Lundi</span> soir "_s.repeated(500));
     QTest::newRow("1,500 items with an emoji")
         << ordinaryItems(1500).replaceInStrings(u"saison"_s, u"\U0001f600"_s);
@@ -396,6 +442,18 @@ void TestHostileNews::tablesThatAreHeavyTogetherBecomePlain()
     QVERIFY(view.toPlainText().contains(u"Trois"));
 }
 
+/// Each calls for another font.
+void TestHostileNews::lettersOfTooManyScriptsAreQuestionMarks()
+{
+    NewsView view;
+    view.showNews({u"<h1>Un \u0905</h1>"_s, kScripts + u" été \u4e2d"_s, u"\U00010330 \u0905"_s});
+    const QString text = view.toPlainText();
+    QVERIFY2(text.startsWith(u"• \nUn \u0905\n"), qPrintable(text));
+    QVERIFY2(text.contains(kScripts.first(12)), qPrintable(text));
+    QVERIFY2(text.contains(u"??? été ?\n"), qPrintable(text));
+    QVERIFY2(text.endsWith(u"?? \u0905"), qPrintable(text));
+}
+
 void TestHostileNews::linksAreWhatTheyWere()
 {
     NewsView view;
@@ -418,6 +476,25 @@ void TestHostileNews::whatComesTooLateIsLeftOut()
     QVERIFY(view.toPlainText().startsWith(u"• [20/11] Saison d'hiver 0"));
     QVERIFY(view.document()->blockCount() >= 1500);
     QVERIFY(view.document()->blockCount() < 20'000);
+}
+
+void TestHostileNews::whatFollowsAShortenedTextIsShown()
+{
+    NewsView view;
+    view.showNews(QStringList{QString(20'000, QChar(0x4e2d))} + ordinaryItems(1200));
+    QTRY_VERIFY(!view.document()->isEmpty());
+    QVERIFY(view.toPlainText().count(QChar(0x4e2d)) < 20'000);
+    QVERIFY(view.document()->lastBlock().text().contains(u"Saison d'hiver 1199"));
+}
+
+void TestHostileNews::plainTextHasNoPictures()
+{
+    const QString html = u"Un<table><tr><td><img src='x.png'>\ufffc Deux"_s;
+    NewsView view;
+    view.showNews({html.repeated(8)});
+    QVERIFY(view.toPlainText().contains(u"Deux"));
+    QVERIFY(view.document()->rootFrame()->childFrames().isEmpty());
+    QVERIFY(!view.toPlainText().contains(QChar::ObjectReplacementCharacter));
 }
 
 namespace {

@@ -34,6 +34,8 @@ private slots:
     void manyItemsKeepTheirOrder();
     void moreItemsThanAnybodyReadsAreLeftOut_data();
     void moreItemsThanAnybodyReadsAreLeftOut();
+    void anItemOfTooManyValuesIsLeftOut_data();
+    void anItemOfTooManyValuesIsLeftOut();
 
 private:
     QStringList fetch();
@@ -173,6 +175,36 @@ void TestNewsFetcher::moreItemsThanAnybodyReadsAreLeftOut()
     QVERIFY2(length > 1'000'000 || news.size() > 50'000, qPrintable(QString::number(news.size())));
     QVERIFY2(length < 10'000'000 && news.size() < 200'000,
              qPrintable(QString::number(news.size())));
+}
+
+void TestNewsFetcher::anItemOfTooManyValuesIsLeftOut_data()
+{
+    const auto times = [](const char *text, int count) { return QByteArray(text).repeated(count); };
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QStringList>("news");
+    QTest::newRow("an object of many members")
+        << "[\"[un]\",{" + times("\"a\":1,", 600'000) + "\"title\":\"deux\"},\"trois\"]"
+        << QStringList{u"[un]"_s};
+    QTest::newRow("many arrays in each other")
+        << "[\"un\",\"deux\"," + times("[[1]],", 700'000) + "\"trois\"]"
+        << QStringList{u"un"_s, u"deux"_s};
+    QTest::newRow("the first item")
+        << "[{" + times("\"a\":1,", 600'000) + "\"b\":1},\"deux\"]" << kNothing;
+    // What only looks like values does not count.
+    const QString text = u"[{,"_s.repeated(400'000);
+    QTest::newRow("a long text") << "[\"" + text.toLatin1() + "\",\"deux\"]"
+                                 << QStringList{text, u"deux"_s};
+    QTest::newRow("a long text with quotes in it")
+        << "[\"\\\\\\\"" + text.toLatin1() + "\",\"deux\"]"
+        << QStringList{u"\\\""_s + text, u"deux"_s};
+}
+
+/// Parsing them would hold the window.
+void TestNewsFetcher::anItemOfTooManyValuesIsLeftOut()
+{
+    QFETCH(const QByteArray, body);
+    m_server.answer(kPath, HttpAnswer::ok(body));
+    QTEST(fetch(), "news");
 }
 
 VEYRA_CORE_TEST_MAIN(TestNewsFetcher)
