@@ -10,7 +10,8 @@ struct CommandLine;
 /// there is like a workshop's folder, and complete at any moment:
 /// - publications/NNNN-ID/: whole sites; beside each NNNN-ID.liste, its files' sums
 /// - publications/.en-cours: the one that is being sent, with the list of what it is to be
-/// - .verrou-...: while somebody sends, see DestinationLock; .morceau: over sftp, the file on its way
+/// - .verrou-...: while somebody sends, see DestinationLock
+/// - .morceau: over sftp, the file that is on its way
 /// - site: link to the one that the web server serves, switched last
 /// - etat/status.json: sent where none is, or an older one: the state belongs to whoever tells it
 namespace Sending {

@@ -83,7 +83,7 @@ SftpDestination::SftpDestination(const Place &place, const QString &scratch, boo
     if (isKnown && !isThere)
         throw gone(place.folder);
     if (!isThere)
-        makeFolder(folder);
+        SftpDestination::makeFolder(folder);
     m_session.run(u"cd "_s + quoted(folder));
     m_folder = remotePath(m_session.run(u"pwd"_s));
 }

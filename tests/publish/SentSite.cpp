@@ -49,7 +49,7 @@ SentSite::Files SentSite::served(const QString &folder)
 }
 
 int SentSite::killAtEveryStep(const Publisher &publisher, const QString &address,
-                              const QString &folder, int resumeEvery)
+                              const QString &folder, int resumeEvery, int killEvery)
 {
     constexpr int kMostSteps = 200;
     const QStringList send{u"envoyer"_s, address};
@@ -58,7 +58,7 @@ int SentSite::killAtEveryStep(const Publisher &publisher, const QString &address
     copyTree(folder, untouched);
     const Files before = served(folder);
     const Files after = publisher.site();
-    for (int step = 1; step < kMostSteps; ++step) {
+    for (int step = 1; step < kMostSteps; step += killEvery) {
         copyTree(untouched, folder);
         const Publisher::Result result = publisher.runUntil(step, send);
         const Files site = served(folder);
@@ -72,7 +72,7 @@ int SentSite::killAtEveryStep(const Publisher &publisher, const QString &address
             qWarning("Step %d: %s", step, qPrintable(result.errors));
             return -1;
         }
-        if (step % resumeEvery != 0)
+        if (step / killEvery % resumeEvery != 0)
             continue;
         const Publisher::Result again = publisher.run(send);
         if (again.code != 0 || served(folder) != after) {

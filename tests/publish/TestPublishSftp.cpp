@@ -46,7 +46,6 @@ private slots:
     void aServerThatCannotSwitchIsToldBefore();
     void theSwitchIsNotInterrupted();
     void foldersAreOpenToTheWebServer();
-    void anotherWorkshopThatSendsIsTold();
     void aServerThatTakesNothingKeepsTheOldSite();
     void aNameThatCannotBeWrittenIsRefused();
     void theConnectionIsLostAtTheSwitch_data();
@@ -151,6 +150,15 @@ void TestPublishSftp::theSiteArrivesAndWhatDidNotChangeIsLinked()
     QCOMPARE(send().code, 0);
     QVERIFY(Files::read(state).contains("6"));
 
+    // Somebody else is sending.
+    const QString lock = m_folder + u"/.verrou-2026-11-22-06h43-machine-0123456789abcdef"_s;
+    QVERIFY(QDir().mkpath(lock));
+    const Publisher::Result refused = send();
+    QCOMPARE(refused.code, 2);
+    QVERIFY2(refused.errors.contains(u"« .verrou-2026-11-22-06h43-machine-"_s),
+             qPrintable(refused.errors));
+    QVERIFY(QDir().rmdir(lock));
+
     // Back, and old ones go.
     QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
     QCOMPARE(send().code, 0);
@@ -173,7 +181,7 @@ void TestPublishSftp::killedAtAnyStep()
         prepareNews();
     }
     // An old one is removed as well now.
-    QVERIFY(SentSite::killAtEveryStep(*m_publisher, address(), m_folder, 32) > 25);
+    QVERIFY(SentSite::killAtEveryStep(*m_publisher, address(), m_folder, 8, 2) > 25);
 }
 
 /// Interrupted and then killed within one file, at a speed that leaves time for it.
@@ -335,21 +343,6 @@ void TestPublishSftp::foldersAreOpenToTheWebServer()
     for (const QString &name :
          {QString(), u"/publications"_s, u"/etat"_s, u"/site/updates/files"_s})
         QCOMPARE(QFile::permissions(m_folder + name) & needed, needed);
-}
-
-void TestPublishSftp::anotherWorkshopThatSendsIsTold()
-{
-    serve();
-    QCOMPARE(send().code, 0);
-    const QString lock = m_folder + u"/.verrou-2026-11-22-06h43-machine-0123456789abcdef"_s;
-    QVERIFY(QDir().mkpath(lock));
-    prepareNews();
-    const Publisher::Result result = send();
-    QCOMPARE(result.code, 2);
-    QVERIFY2(result.errors.contains(u"« .verrou-2026-11-22-06h43-machine-"_s),
-             qPrintable(result.errors));
-    QVERIFY(QDir().rmdir(lock));
-    QCOMPARE(send().code, 0);
 }
 
 void TestPublishSftp::aServerThatTakesNothingKeepsTheOldSite()
