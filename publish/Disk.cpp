@@ -135,8 +135,13 @@ QList<Disk::Entry> entriesOf(const QString &folder)
 
 void writeAll(QFileDevice &file, const char *bytes, qint64 size)
 {
-    if (file.write(bytes, size) != size)
-        throw failed(u"Écriture impossible"_s, file.fileName(), file.errorString());
+    // A disk that gets full takes a part without complaint; the rest meets the reason.
+    for (qint64 done = 0; done < size;) {
+        const qint64 written = file.write(bytes + done, size - done);
+        if (written <= 0)
+            throw failed(u"Écriture impossible"_s, file.fileName(), file.errorString());
+        done += written;
+    }
 }
 
 } // namespace

@@ -33,8 +33,15 @@ void SharedFile::write(qint64 offset, QByteArrayView bytes)
 {
     PublishFaultPoints::next();
     const std::lock_guard lock(m_mutex);
-    if (!m_file.seek(offset) || m_file.write(bytes.data(), bytes.size()) != bytes.size())
+    if (!m_file.seek(offset))
         fail(u"Écriture impossible"_s);
+    // A disk that gets full takes a part without complaint; the rest meets the reason.
+    while (!bytes.isEmpty()) {
+        const qint64 written = m_file.write(bytes.data(), bytes.size());
+        if (written <= 0)
+            fail(u"Écriture impossible"_s);
+        bytes = bytes.sliced(written);
+    }
 }
 
 void SharedFile::copy(SharedFile &source, qint64 from, qint64 size, qint64 offset)

@@ -636,17 +636,17 @@ void TestPublishClient::whatIsExcludedNeedNotBeReadable()
 void TestPublishClient::aFullDiskLeavesTheDraft_data()
 {
     QTest::addColumn<qint64>("bytesLeft");
-    QTest::addColumn<QString>("reason");
-    QTest::newRow("while files are copied") << qint64{100'000} << u"Écriture impossible"_s;
+    QTest::addColumn<QString>("file");
+    QTest::newRow("while files are copied") << qint64{100'000} << u"/updates/files/"_s;
     // The largest file fits.
     QTest::newRow("while the archive is written")
-        << qint64{200'500} << u"Archive impossible à écrire"_s;
+        << qint64{200'500} << u"/client/DofusClient.zip"_s;
 }
 
 void TestPublishClient::aFullDiskLeavesTheDraft()
 {
     QFETCH(const qint64, bytesLeft);
-    QFETCH(const QString, reason);
+    QFETCH(const QString, file);
     Clients::write(folder(), Clients::sample());
     Publisher::Result result;
     {
@@ -654,7 +654,9 @@ void TestPublishClient::aFullDiskLeavesTheDraft()
         result = publish();
     }
     QCOMPARE(result.code, 6);
-    QVERIFY2(result.errors.contains(reason), qPrintable(result.errors));
+    QVERIFY2(result.errors.contains(u"Écriture impossible"_s), qPrintable(result.errors));
+    QVERIFY2(result.errors.contains(file), qPrintable(result.errors));
+    QVERIFY2(!result.errors.contains(u"Unknown error"_s), qPrintable(result.errors));
     QVERIFY(!QFile::exists(m_publisher->path(u"publications/.en-cours"_s)));
     QVERIFY(!QFile::exists(m_publisher->path(u"publications/0002"_s)));
     QCOMPARE(publish().code, 0);
