@@ -12,8 +12,6 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-constexpr auto kSftp = "sftp://"_L1;
-
 /// Nothing of it may be an option of a program, and no password belongs here.
 QRegularExpressionMatch sftpParts(const QString &address)
 {

@@ -34,7 +34,7 @@ constexpr qsizetype kQuickEffort = 1'000;
 constexpr qsizetype kQuickLength = 16'384;
 // Sanitizers and the measuring of coverage make a step take several times as long.
 #ifdef VEYRA_INSTRUMENTED
-constexpr int kSlowness = 10;
+constexpr int kSlowness = 3;
 #else
 constexpr int kSlowness = 1;
 #endif
