@@ -46,6 +46,8 @@ constexpr std::chrono::nanoseconds kNoticeableStep = 150ms * kSlowness;
 constexpr int kLargestGrowth = 3;
 constexpr qsizetype kEffortOfCell = 16;
 constexpr int kSpanLimit = 99;
+/// For each tag the parser looks through all style sheets, empty ones too.
+constexpr qsizetype kRulesOfStyleSheet = 4;
 
 // Not a character, but what Qt's documents mark frames with.
 constexpr QChar kBeginningOfFrame(0xfdd0);
@@ -319,6 +321,7 @@ private:
         if (begins(kStyle)) {
             m_isInStyles = true;
             m_hasStyles = true;
+            m_rules += kRulesOfStyleSheet;
             m_isPlainStyle = endsPlainly(rest.sliced(kStyle.size()));
         }
         if (begins("td"_L1) || begins("th"_L1) || begins("tr"_L1) || begins("ta"_L1) ||

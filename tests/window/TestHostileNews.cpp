@@ -92,6 +92,7 @@ private slots:
     void allOf1500ItemsAreShown();
     void newsBeyondReasonAreReadable();
     void tablesOfManyCellsAreReadInTime();
+    void styleSheetsAreReadInTime();
     void onlyWhatIsBeyondReasonBecomesPlain_data();
     void onlyWhatIsBeyondReasonBecomesPlain();
     void tablesThatAreHeavyTogetherBecomePlain();
@@ -392,6 +393,23 @@ void TestHostileNews::tablesOfManyCellsAreReadInTime()
     const auto reading = threadTime() - start;
 
     QVERIFY(read->toPlainText().contains(u"Avant\nUn\nUn\nUn"_s));
+    QVERIFY2(reading < 5 * parsing, qPrintable(u"%1 times as long"_s.arg(reading / parsing)));
+}
+
+/// Qt's parser takes 50 times as long for seven times as many.
+void TestHostileNews::styleSheetsAreReadInTime()
+{
+    const QString html = u"Avant<style></style><b>Un</b>"_s.repeated(3500);
+    auto start = threadTime();
+    QTextDocument parsed;
+    parsed.setHtml(html.first(html.size() / 7));
+    const auto parsing = threadTime() - start;
+    start = threadTime();
+    const std::atomic_bool isAbandoned = false;
+    const auto read = NewsHtml::read({html}, QFont(), isAbandoned);
+    const auto reading = threadTime() - start;
+
+    QVERIFY(read->toPlainText().contains(u"AvantUnAvantUn"_s));
     QVERIFY2(reading < 5 * parsing, qPrintable(u"%1 times as long"_s.arg(reading / parsing)));
 }
 
