@@ -42,6 +42,7 @@ constexpr double kCostOfWord = 0.15;
 constexpr double kCostOfMark = 0.5;
 constexpr double kCostOfFarLetter = 2; // of a script that most fonts do not have
 constexpr double kCostOfSymbol = 12;   // looked for in one font after the other
+constexpr double kCostOfSyllable = 20; // the like, and put together with its neighbours
 constexpr double kCostOfPiece = 3;     // shaped by itself: of another script, direction or font
 // These grow with the square: pieces of one word, letters of one word, marks on one letter.
 constexpr double kCostOfPiecePair = 3e-3;
@@ -75,8 +76,8 @@ constexpr qsizetype kFontLimit = 24;
 constexpr double kCostOfFont = 1200;
 constexpr double kCostOfRareFont = 8000;
 constexpr double kCostOfAllFonts = 16'000;
-constexpr double kCostLimitOfOtherFonts = 48'000;
-constexpr double kCostLimitOfFonts = 96'000; // with the document's own: some ten rare scripts
+constexpr double kCostLimitOfOtherFonts = 36'000;
+constexpr double kCostLimitOfFonts = 88'000; // with the document's own: some ten rare scripts
 constexpr qsizetype kFamilyLimit = 4;
 constexpr qsizetype kFloatLimit = 20;
 constexpr qsizetype kLabelLimit = 20; // characters before or after a list's number
@@ -206,7 +207,7 @@ constexpr CharacterRange kCharacterRanges[] = {
     {0x00a0, kCostOfCharacter}, // Latin to Arabic
     {0x0700, kCostOfSymbol},    // Syriac to the Arabic of rare languages
     {0x0900, kCostOfFarLetter}, // Devanagari to Georgian
-    {0x1100, kCostOfSymbol},    // Hangul in pieces
+    {0x1100, kCostOfSyllable},  // Hangul in pieces
     {0x1200, kCostOfFarLetter}, // Ethiopic, Cherokee
     {0x1400, kCostOfSymbol},    // Canadian syllables to Philippine scripts
     {0x1780, kCostOfFarLetter}, // Khmer
