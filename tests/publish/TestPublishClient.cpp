@@ -325,13 +325,14 @@ void TestPublishClient::theSameFilesMakeTheSameArchive()
 /// that all processors have some.
 void TestPublishClient::largeAndManyFilesComeThroughWhole()
 {
+    constexpr qsizetype kPiece = 524'288; // bytes that are read at once
     ClientFiles files = Clients::sample();
     files.insert(u"data/a packed.txt"_s, QByteArray(3'000'000, 'x') + Files::noise(100'000));
     files.insert(u"data/b stored.d2p"_s, Files::noise(2'000'000));
     files.insert(u"data/c packed.txt"_s, QByteArray(2'000'000, 'y'));
-    files.insert(u"data/d piece.d2p"_s, Files::noise(512 * 1024));
-    files.insert(u"data/e piece and a byte.d2p"_s, Files::noise(512 * 1024 + 1));
-    for (int i = 0; i < 200; ++i) {
+    files.insert(u"data/d piece.d2p"_s, Files::noise(kPiece));
+    files.insert(u"data/e piece and a byte.d2p"_s, Files::noise(kPiece + 1));
+    for (qsizetype i = 0; i < 200; ++i) {
         const QString name = u"data/%1/%2"_s.arg(i % 7).arg(i);
         files.insert(name, Files::noise(i * 20) + QByteArray(i * 10, 'z'));
     }
@@ -349,7 +350,7 @@ void TestPublishClient::largeAndManyFilesComeThroughWhole()
     for (const CentralDirectory::Entry &entry : directory.entries) {
         QCOMPARE(entry.headerOffset, end); // nothing between them
         end += 30 + entry.name.size() + entry.packedSize;
-        if (entry.size > 512 * 1024) {
+        if (entry.size > kPiece) {
             QCOMPARE(entry.method, entry.name.contains("packed") ? CentralDirectory::kDeflated
                                                                  : CentralDirectory::kStored);
         }
