@@ -74,10 +74,10 @@ constexpr qsizetype kFontLimit = 24;
 /// Once for each script that is written in it. The next font is looked for among all installed
 /// ones, and all of them are opened for a character that none has.
 constexpr double kCostOfFont = 1200;
-constexpr double kCostOfRareFont = 8000;
+constexpr double kCostOfRareFont = 8000; // and twice that if its file has to come from the disk
 constexpr double kCostOfAllFonts = 16'000;
 constexpr double kCostLimitOfOtherFonts = 36'000;
-constexpr double kCostLimitOfFonts = 88'000; // with the document's own: some ten rare scripts
+constexpr double kCostLimitOfFonts = 48'000; // with the document's own: some five rare scripts
 constexpr qsizetype kFamilyLimit = 4;
 constexpr qsizetype kFloatLimit = 20;
 constexpr qsizetype kLabelLimit = 20; // characters before or after a list's number
@@ -202,6 +202,8 @@ struct CharacterRange
 /// What a character costs up to the next range.
 constexpr CharacterRange kCharacterRanges[] = {
     {0x0000, kCostOfSymbol},    // control characters
+    {0x0001, kCostOfCharacter}, // these stand for usual ones, see NewsBounds.h
+    {0x0003, kCostOfSymbol},    // control characters
     {0x0020, kCostOfCharacter}, // ASCII
     {0x007f, kCostOfSymbol},    // control characters
     {0x00a0, kCostOfCharacter}, // Latin to Arabic
@@ -227,7 +229,7 @@ double costOfRange(char32_t c)
 double costOfFontFor(char32_t c)
 {
     const bool isPunctuation = c >= 0x2000 && c < 0x2070;
-    if (isPunctuation || c == U'\u20ac' || c == U'\t' || c == U'\n')
+    if (isPunctuation || c == U'\u20ac' || c == U'\t' || c == U'\n' || NewsBounds::isStandIn(c))
         return kCostOfFont;
     switch (QChar::category(c)) {
     case QChar::Other_Control:

@@ -1,10 +1,22 @@
 #pragma once
 
+#include <QChar>
+
 class QTextDocument;
 
 /// How much a document may ask of Qt's layout and painting, which hold the window while they work.
 /// Looks at a document without a layout, and makes none. Any thread.
 namespace NewsBounds {
+
+/// Control characters, which have no place in a text: they stand for usual characters until the
+/// document is shown, and are taken for such.
+inline constexpr QChar kBackslashStandIn(0x01);
+inline constexpr QChar kParenthesisStandIn(0x02);
+
+constexpr bool isStandIn(char32_t c)
+{
+    return c == kBackslashStandIn.unicode() || c == kParenthesisStandIn.unicode();
+}
 
 enum class Verdict {
     Complete,

@@ -53,9 +53,8 @@ constexpr qsizetype kRulesOfStyleSheet = 4;
 constexpr QChar kBeginningOfFrame(0xfdd0);
 constexpr QChar kEndOfFrame(0xfdd1);
 
-// Control characters, which have no place in a text.
-constexpr QChar kBackslashStandIn(0x01);
-constexpr QChar kParenthesisStandIn(0x02);
+using NewsBounds::kBackslashStandIn;
+using NewsBounds::kParenthesisStandIn;
 
 /// They come from the network, so nothing in them may make the launcher open a
 /// file: on Windows an image at "//host/share" would even send that host the user's credentials.

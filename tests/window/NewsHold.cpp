@@ -7,11 +7,13 @@
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QPixmap>
+#include <QTextDocument>
 #include <QThreadPool>
 
 #include <algorithm>
 #include <chrono>
 
+using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
@@ -67,4 +69,17 @@ NewsHold NewsHold::measure(NewsView *view, const QStringList &news)
     watch(&hold, "laying out anew", letGo);
     watch(&hold, "going to the new end", goToEnd);
     return hold;
+}
+
+double NewsHold::slowness()
+{
+    constexpr Milliseconds kUsual = 17ms;
+    const auto start = threadTime();
+    QTextDocument document;
+    document.setHtml(
+        u"<p><b>Dès ce soir</b>, la saison commence avec des nouveautés"_s.repeated(600));
+    document.setTextWidth(920);
+    document.size(); // all of it
+    const Milliseconds used = threadTime() - start;
+    return std::max(1.0, used / kUsual);
 }

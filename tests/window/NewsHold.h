@@ -21,4 +21,8 @@ struct NewsHold
 
     /// Shows the news in a panel, paints, selects, goes to their end and turns the panel round.
     static NewsHold measure(NewsView *view, const QStringList &news);
+
+    /// How many times as long as on the machine of the limit this one takes at the moment, which it
+    /// may share with others; 1 at least.
+    static double slowness();
 };

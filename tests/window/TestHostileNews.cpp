@@ -21,6 +21,7 @@
 #include <QThreadPool>
 #include <QToolTip>
 
+#include <algorithm>
 #include <optional>
 #include <utility>
 
@@ -171,6 +172,7 @@ void TestHostileNews::newsDoNotHoldTheWindow_data()
             items += u"<p style='font-size:%1px'>%2"_s.arg(size).arg(text);
         return items;
     };
+    row("letters of all scripts", kScripts);
     row("letters of all scripts in many sizes", inSizes(kScripts));
     row("a letter that no font has in many sizes and scripts", [&inSizes] {
         QString text;
@@ -265,9 +267,12 @@ void TestHostileNews::newsDoNotHoldTheWindow()
     QFETCH(const QStringList, news);
     NewsView view;
     dress(&view);
+    const double before = NewsHold::slowness();
     const NewsHold hold = NewsHold::measure(&view, news);
-    QVERIFY2(hold.time < kNewsHoldLimit,
-             qPrintable(u"%1 ms %2"_s.arg(hold.time).arg(QString::fromLatin1(hold.when))));
+    const double limit = kNewsHoldLimit * std::max(before, NewsHold::slowness());
+    const QString held =
+        u"%1 of %2 ms %3"_s.arg(hold.time).arg(limit).arg(QString::fromLatin1(hold.when));
+    QVERIFY2(hold.time < limit, qPrintable(held));
 }
 
 void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
@@ -311,6 +316,8 @@ void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
     row("references", u"&eacute; &amp; &lt;b&gt; &#233; &#x41; &#8364;"_s);
     row("words about gradients and paths",
         u"<b>gradient(</b> et <i>C:\\jeux</i>\\Client\\ (x86), GRADIENT( ou \\&#92;"_s);
+    row("paths in many fonts",
+        u"<h1>C:\\</h1><h2>C:\\</h2><h3>C:\\</h3><i>C:\\</i><b>gradient(</b>"_s);
     row("a style sheet with attributes, and many commas",
         u"<style type='text/css' media=\"screen\">b { color: yellow }</style>"_s +
             u"<b>Un</b>, deux, "_s.repeated(600));
@@ -329,8 +336,8 @@ void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
     row("a long paragraph in Cyrillic", u"Привет всем, "_s.repeated(300));
     row("a long paragraph in Arabic", u"مرحبا بكم "_s.repeated(200));
     row("languages",
-        u"English, 中文, 日本語, カタカナ, 한국어, ไทย, हिन्दी, বাংলা, தமிழ், ქართული, አማርኛ, "
-        "Ελληνικά, русский, עברית, العربية"_s);
+        u"English, 中文, ひらがな, カタカナ, 한국어, ไทย, Ελληνικά, русский, עברית, العربية"_s);
+    row("languages that few fonts have", u"English, हिन्दी, বাংলা, தமிழ், ქართული, አማርኛ"_s);
     row("headings with an emoji",
         u"<h1>🎉 Un</h1><h2>🎉 Deux</h2><h3>🎉 Trois</h3><b>🎉</b> <i>🎉</i>"_s);
     row("500 words in colours", u"<span style='color: red'>Lundi</span> soir "_s.repeated(500));
@@ -470,7 +477,7 @@ void TestHostileNews::lettersOfTooManyScriptsAreQuestionMarks()
     view.showNews({u"<h1>Un \u0905</h1>"_s, kScripts + u" été \u4e2d"_s, u"\U00010330 \u0905"_s});
     const QString text = view.toPlainText();
     QVERIFY2(text.startsWith(u"• \nUn \u0905\n"), qPrintable(text));
-    QVERIFY2(text.contains(kScripts.first(12)), qPrintable(text));
+    QVERIFY2(text.contains(kScripts.first(9)), qPrintable(text));
     QVERIFY2(text.contains(u"??? été ?\n"), qPrintable(text));
     QVERIFY2(text.endsWith(u"?? \u0905"), qPrintable(text));
 }
