@@ -1,6 +1,6 @@
 # Qt's headers are most of what the compiler reads. Read once and kept, they spare a third to a half
-# of a build's time. Not by default, and never in the dev preset: there each file has to name what
-# it uses.
+# of a build's time. Not by default, and never for scripts/lint: there each file has to name what it
+# uses.
 option(VEYRA_PRECOMPILED_HEADERS "Read Qt's headers once for many files" OFF)
 
 # veyra_precompile_headers(target header...): for the target, and for those that share with it.
