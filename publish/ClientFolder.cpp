@@ -8,6 +8,7 @@
 #include "publish/Outcome.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -89,18 +90,33 @@ QStringList clashes(const QList<ClientFile> &files)
     return problems;
 }
 
+/// Windows would find it, but the archive is made for all systems.
+QString inOtherCase(const QList<ClientFile> &files, const QString &wanted)
+{
+    for (const ClientFile &file : files) {
+        const QString name = file.name.section(u'/', -1);
+        if (name != wanted && name.compare(wanted, Qt::CaseInsensitive) == 0)
+            return u" (« %1 » n'a pas les mêmes majuscules)"_s.arg(file.name);
+    }
+    return {};
+}
+
 /// What is said of a folder without the marker where it belongs.
 QString missingMarker(const QList<ClientFile> &files)
 {
     for (const ClientFile &file : files) {
         if (file.name.endsWith(u'/' + kMarker)) {
+            const QString folder = file.name.chopped(kMarker.size() + 1);
+            const QString rename =
+                folder.contains(u'/')
+                    ? QString()
+                    : u", ou renommez-le « %1 »"_s.arg(GameFolder::kClientSubfolder.mid(1));
             return u"%1 est dans « %2 » : le launcher ne l'y trouverait pas. Publiez ce "
-                   u"dossier-là, ou "
-                   u"renommez-le « %3 »"_s.arg(kMarker, file.name.chopped(kMarker.size() + 1),
-                                               GameFolder::kClientSubfolder.mid(1));
+                   u"dossier-là%3"_s.arg(kMarker, folder, rename);
         }
     }
-    return u"%1 manque : sans lui le launcher ne voit pas de client"_s.arg(kMarker);
+    return u"%1 manque : sans lui le launcher ne voit pas de client"_s.arg(kMarker) +
+           inOtherCase(files, kMarker);
 }
 
 bool hasFile(const QList<ClientFile> &files, QLatin1StringView wanted)
@@ -116,7 +132,8 @@ QStringList problemsOf(const QList<ClientFile> &files)
     if (!hasFile(files, kMarker))
         problems.append(missingMarker(files));
     else if (!hasFile(files, kProgram))
-        problems.append(u"%1 manque : « JOUER » ne démarrerait rien"_s.arg(kProgram));
+        problems.append(u"%1 manque : « JOUER » ne démarrerait rien"_s.arg(kProgram) +
+                        inOtherCase(files, kProgram));
     for (const ClientFile &file : files) {
         if (const QString problem = FileNames::problem(file.name); !problem.isEmpty())
             problems.append(u"« %1 » : %2"_s.arg(file.name, problem));
@@ -139,8 +156,12 @@ QString listed(QStringList problems)
 ClientFolder ClientFolder::scan(const QString &folder, const QStringList &exclusions)
 {
     const QDir root(folder);
-    if (!root.exists())
-        throw Problem{Outcome::Refused, u"Le dossier %1 n'existe pas."_s.arg(folder)};
+    if (!root.exists()) {
+        const QString what = QFileInfo::exists(folder) ? u"%1 n'est pas un dossier."_s
+                                                       : u"Le dossier %1 n'existe pas, ou se "
+                                                         u"trouve là où vous n'entrez pas."_s;
+        throw Problem{Outcome::Refused, what.arg(folder)};
+    }
 
     ClientFolder client;
     Exclusions excluded(exclusions);

@@ -37,7 +37,16 @@ const CommandForm &takeCommand(QStringList &operands)
             return form;
         }
     }
-    throw wrong(u"Commande inconnue : « %1 »"_s.arg(operands.mid(0, 2).join(u' ')));
+    QStringList continuations;
+    for (const CommandForm &form : commandForms()) {
+        if (form.name.startsWith(operands.first() + u' '))
+            continuations.append(form.name.section(u' ', 1));
+    }
+    if (!continuations.isEmpty()) {
+        throw wrong(
+            u"« %1 » se continue par %2"_s.arg(operands.first(), continuations.join(u", "_s)));
+    }
+    throw wrong(u"Commande inconnue : « %1 »"_s.arg(operands.first()));
 }
 
 } // namespace

@@ -82,6 +82,21 @@ QString publicKey(const QString &file)
     return key;
 }
 
+/// Asked for once more, it stays as it is, but for keys that it did not know.
+Workshop workshopFor(const CommandLine &line, const QStringList &keys, const QString &target)
+{
+    const QString url = Workshop::checkedBaseUrl(line.operands.first());
+    if (Workshop::exists(line.workshop)) {
+        Workshop workshop(line.workshop);
+        if (workshop.baseUrl() == url && (!line.has(kTarget) || workshop.target() == target)) {
+            const std::unique_ptr<QLockFile> lock = workshop.lock();
+            workshop.addKeys(keys);
+            return workshop;
+        }
+    }
+    return Workshop::create(line.workshop, url, keys, target);
+}
+
 Outcome makeWorkshop(const CommandLine &line)
 {
     QStringList keys;
@@ -93,7 +108,7 @@ Outcome makeWorkshop(const CommandLine &line)
         throw Problem{Outcome::Usage, u"« %1 » n'est pas une cible : %2."_s.arg(
                                           target, LauncherArchive::targets().join(u" ou "_s))};
     }
-    const Workshop workshop = Workshop::create(line.workshop, line.operands.first(), keys, target);
+    const Workshop workshop = workshopFor(line, keys, target);
     Site::warnOfClosedFolders(workshop.path(QString()));
     if (Disk::kMakesLinks) {
         say(u"L'atelier est prêt. Pour nginx :\n"_s);
@@ -193,32 +208,34 @@ Outcome removeNews(const CommandLine &line)
     return Outcome::Good;
 }
 
-void save(const ServerStatus &status, const CommandLine &line)
+Outcome save(const ServerStatus &status, const CommandLine &line)
 {
     status.save(Workshop::statusPathIn(line.workshop));
     if (Workshop::exists(line.workshop))
         Workshop(line.workshop).spreadStatus();
+    say(status.online
+            ? u"En ligne, %1."_s.arg(French::counted(status.players, u"joueur"_s, u"joueurs"_s))
+            : u"Hors ligne."_s);
+    return Outcome::Good;
 }
 
 Outcome setOnline(const CommandLine &line)
 {
     constexpr int kMostPlayers = 1'000'000;
     const int players = positiveNumber(line.operands.first(), kMostPlayers);
-    save(ServerStatus{true, players}, line);
-    return Outcome::Good;
+    return save(ServerStatus{true, players}, line);
 }
 
 Outcome setOffline(const CommandLine &line)
 {
-    save(ServerStatus(), line);
-    return Outcome::Good;
+    return save(ServerStatus(), line);
 }
 
-/// The number of players is somebody else's to tell: it stays while the server answers.
+/// The number of players is somebody else's to tell.
 Outcome probeServer(const CommandLine &line)
 {
     const QString &place = line.operands.first();
-    const int port = positiveNumber(place.section(u':', -1), 0xffff);
+    const int port = place.section(u':', -1).toUShort();
     QString host = place.section(u':', 0, -2);
     if (host.startsWith(u'[') && host.endsWith(u']'))
         host = host.sliced(1).chopped(1);
@@ -229,9 +246,7 @@ Outcome probeServer(const CommandLine &line)
     const bool isOnline = acceptsConnections(host, static_cast<quint16>(port));
     // Read afterwards: looking takes seconds, in which somebody may have told another number.
     const ServerStatus known = ServerStatus::load(path);
-    save(isOnline ? ServerStatus{true, known.players} : ServerStatus(), line);
-    say(isOnline ? u"En ligne."_s : u"Hors ligne."_s);
-    return Outcome::Good;
+    return save({isOnline, known.players}, line);
 }
 
 Outcome putOnline(const CommandLine &line)
@@ -338,7 +353,8 @@ Prépare le site que lit le launcher, puis le met en ligne d'un coup.
 Préparer :
   init ADRESSE            fait de l'atelier (le dossier courant, ou --atelier) la source
                           du site ADRESSE, par exemple https://play.example.org/, et
-                          affiche le bloc de configuration pour nginx
+                          affiche le bloc de configuration pour nginx ; répété, affiche ce
+                          bloc et ajoute les clés données
       --cle FICHIER       clé publique qui signe les launchers ; peut se répéter
       --cible CIBLE       système des joueurs : windows-x64, à défaut, ou linux-x64
   client DOSSIER          prépare le client du jeu qui se trouve dans DOSSIER

@@ -6,6 +6,7 @@
 #include "publish/Sha256Sum.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QSaveFile>
 #include <QStorageInfo>
 #include <QTemporaryFile>
@@ -20,7 +21,6 @@
 #include <unistd.h>
 #else
 #include <QDeadlineTimer>
-#include <QFileInfo>
 
 #include <chrono>
 #include <thread>
@@ -305,6 +305,12 @@ QString Disk::targetName(const QString &path)
     std::error_code error;
     const std::filesystem::path target = std::filesystem::read_symlink(native(path), error);
     return error ? QString() : QString::fromStdU16String(target.filename().u16string());
+}
+
+bool Disk::wouldTakeOver(const QString &folder)
+{
+    const QFileInfo info(folder);
+    return ::geteuid() == 0 && info.exists() && info.ownerId() != 0;
 }
 
 void Disk::letOthersRead()

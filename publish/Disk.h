@@ -22,6 +22,9 @@ struct Entry
 /// entered.
 void walk(const QString &folder, const std::function<bool(const Entry &)> &visit);
 
+/// Whether what is written there would belong to the system's administrator, and its owner could no
+/// longer change it.
+bool wouldTakeOver(const QString &folder);
 /// From here on others may read what is written, the web server say, and enter new folders,
 /// whatever the operator's shell wants of new files.
 void letOthersRead();

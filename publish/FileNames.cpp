@@ -48,7 +48,7 @@ QString FileNames::problem(const QString &name)
         return u"caractère de contrôle"_s;
     for (const QChar c : kForbidden) {
         if (name.contains(c))
-            return u"caractère interdit sous Windows : %1"_s.arg(c);
+            return u"caractère interdit sous Windows, « %1 »"_s.arg(c);
     }
     const QStringList parts = name.split(u'/');
     for (const QString &part : parts) {

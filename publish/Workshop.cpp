@@ -35,6 +35,16 @@ constexpr auto kLock = ".verrou"_L1;
 constexpr int kDigits = 4;
 constexpr int kKeptForReturn = 2; ///< generations that were served before this one
 
+void checkOwner(const QString &folder)
+{
+    if (!Disk::wouldTakeOver(folder))
+        return;
+    const QString owner = QFileInfo(folder).owner();
+    throw Problem{Outcome::Refused,
+                  u"%1 appartient à « %2 », qui ne pourrait plus y écrire : « sudo -u %2 "
+                  u"veyra-publier … ». Rien n'a été changé."_s.arg(folder, owner)};
+}
+
 QStringList texts(const QJsonValue &value)
 {
     QStringList result;
@@ -60,9 +70,11 @@ Workshop::Workshop(const QString &folder)
     : m_folder(QDir(folder).absolutePath())
 {
     if (!exists(m_folder)) {
-        throw Problem{Outcome::Refused, u"%1 n'est pas un atelier : « veyra-publier init ADRESSE » "
-                                        u"en fait un."_s.arg(m_folder)};
+        throw Problem{Outcome::Refused,
+                      u"%1 n'est pas un atelier : s'y placer ou donner --atelier DOSSIER ; "
+                      u"« veyra-publier init ADRESSE » en fait un nouveau."_s.arg(m_folder)};
     }
+    checkOwner(m_folder);
     const QJsonObject settings = JsonFile::read(path(kSettings)).object();
     m_baseUrl = checkedBaseUrl(settings.value("url"_L1).toString());
     m_versions = texts(settings.value("versions"_L1));
@@ -77,8 +89,11 @@ Workshop Workshop::create(const QString &folder, const QString &baseUrl, const Q
     Workshop workshop(folder, checkedBaseUrl(baseUrl), {QCoreApplication::applicationVersion()},
                       keys, target);
     if (exists(folder)) {
-        throw Problem{Outcome::Refused, u"%1 est déjà un atelier."_s.arg(workshop.m_folder)};
+        throw Problem{Outcome::Refused,
+                      u"%1 est déjà un atelier, pour %2 ; rien n'a été changé."_s.arg(
+                          workshop.m_folder, Workshop(folder).baseUrl())};
     }
+    checkOwner(workshop.m_folder);
     Disk::makeFolder(workshop.path(kGenerations));
     const std::unique_ptr<QLockFile> lock = workshop.lock();
     Disk::makeFolder(QFileInfo(workshop.statusPath()).path());
@@ -106,8 +121,10 @@ bool Workshop::exists(const QString &folder)
 QString Workshop::statusPathIn(const QString &folder)
 {
     const QDir sentTo(folder);
-    if (!exists(folder) && sentTo.exists(kGenerations) && QFile::exists(sentTo.filePath(kStatus)))
+    if (!exists(folder) && sentTo.exists(kGenerations) && QFile::exists(sentTo.filePath(kStatus))) {
+        checkOwner(sentTo.absolutePath());
         return sentTo.absoluteFilePath(kStatus);
+    }
     return Workshop(folder).statusPath();
 }
 
@@ -122,8 +139,8 @@ QString Workshop::checkedBaseUrl(QString url)
     if (!kForm.match(url).hasMatch() || !QUrl(url).isValid()) {
         throw Problem{
             Outcome::Refused,
-            u"« %1 » n'est pas une adresse de site : il faut http:// ou https://, un hôte "
-            u"et, au besoin, un port."_s.arg(url)};
+            u"« %1 » n'est pas une adresse de site : il faut http:// ou https:// en minuscules, un "
+            u"hôte et, au besoin, un port, sans dossier derrière."_s.arg(url)};
     }
     return url;
 }
@@ -151,6 +168,17 @@ void Workshop::setDestination(const QString &destination)
     settings.insert("destination"_L1, destination);
     Disk::write(path(kSettings), QJsonDocument(settings));
     m_destination = destination;
+}
+
+void Workshop::addKeys(const QStringList &keys)
+{
+    QStringList all = m_keys + keys;
+    if (all.removeDuplicates() == keys.size())
+        return;
+    QJsonObject settings = JsonFile::read(path(kSettings)).object();
+    settings.insert("cles"_L1, QJsonArray::fromStringList(all));
+    Disk::write(path(kSettings), QJsonDocument(settings));
+    m_keys = all;
 }
 
 const QStringList &Workshop::versions() const
@@ -282,9 +310,8 @@ QString Workshop::takeBack() const
 {
     QString target = previous(served());
     if (target.isEmpty() || !QFile::exists(generationPath(target))) {
-        throw Problem{
-            Outcome::Refused,
-            u"Aucune publication n'a été en ligne avant celle-ci ; rien n'a été changé."_s};
+        throw Problem{Outcome::Refused,
+                      u"Aucune publication d'avant celle-ci n'est gardée ; rien n'a été changé."_s};
     }
     // In this order: a run that ends in between has changed nothing for players, and the next one
     // goes on, whether it is this command or putOnline().

@@ -41,6 +41,8 @@ public:
     const QStringList &versions() const;
     /// Public keys as minisign writes them: the second line of their files.
     const QStringList &keys() const { return m_keys; }
+    /// Those that are there already stay, once.
+    void addKeys(const QStringList &keys);
     /// The system of the players' launchers; throws a Problem where somebody has written no such.
     const QString &target() const;
     /// Where the site is sent; empty where that was never told.

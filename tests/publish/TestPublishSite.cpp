@@ -47,6 +47,8 @@ private slots:
     void addressesOfASite_data();
     void addressesOfASite();
     void aWorkshopIsMadeOnce();
+    void theBlockIsShownAgain();
+    void rootTakesNobodysWorkshopOver();
     void aDraftThatIsGoneIsRefused();
     void newsComeFirst();
     void placeholdersInNewsReachPlayers();
@@ -191,7 +193,7 @@ void TestPublishSite::aWorkshopIsMadeOnce()
 {
     const Publisher::Result again = m_publisher->run({u"init"_s, u"http://other.test"_s});
     QCOMPARE(again.code, 2);
-    QVERIFY2(again.errors.contains(u"est déjà un atelier"_s), qPrintable(again.errors));
+    QVERIFY2(again.errors.contains(u"est déjà un atelier, pour http"_s), qPrintable(again.errors));
     const Publisher none;
     const Publisher::Result result = none.run({u"mettre-en-ligne"_s});
     QCOMPARE(result.code, 2);
@@ -199,6 +201,56 @@ void TestPublishSite::aWorkshopIsMadeOnce()
     QCOMPARE(
         none.run({u"--atelier"_s, m_publisher->path(QString()), u"nouvelles"_s, u"lister"_s}).code,
         0);
+}
+
+void TestPublishSite::theBlockIsShownAgain()
+{
+    const auto keys = [this] {
+        return json(Files::read(m_publisher->path(u"publication.json"_s)))
+            .object()
+            .value(u"cles"_s)
+            .toArray();
+    };
+    const QString key = u"RW"_s + QString(54, u'A');
+    Files::write(m_publisher->beside(u"cle.pub"_s), "untrusted comment: none\n" + key.toUtf8());
+    QCOMPARE(m_publisher->run({u"nouvelles"_s, u"ajouter"_s, u"Un"_s, u"Deux"_s}).code, 0);
+    for (int i = 0; i < 2; ++i) {
+        const Publisher::Result again = m_publisher->run(
+            {u"init"_s, u"http://veyra.test"_s, u"--cle"_s, m_publisher->beside(u"cle.pub"_s)});
+        QCOMPARE(again.code, 0);
+        QVERIFY(Nginx::blockIn(again.output).startsWith(u"server {"_s));
+        QCOMPARE(keys(), QJsonArray{key});
+    }
+    QVERIFY(m_publisher->run({u"nouvelles"_s, u"lister"_s}).output.contains(u"Un"_s));
+    QCOMPARE(
+        m_publisher->run({u"init"_s, u"http://veyra.test"_s, u"--cible"_s, u"linux-x64"_s}).code,
+        2);
+    QCOMPARE(keys(), QJsonArray{key});
+}
+
+/// Files of root's are nothing that a workshop's owner could change.
+void TestPublishSite::rootTakesNobodysWorkshopOver()
+{
+    if (::geteuid() != 0)
+        QSKIP("Nobody else can be told from root here");
+    const QString status = m_publisher->path(u"etat/status.json"_s);
+    const QByteArray before = Files::read(status);
+    constexpr uid_t kSomebody = 65534;
+    QCOMPARE(::chown(QFile::encodeName(m_publisher->path(QString())).constData(), kSomebody, 0), 0);
+    for (const QStringList &arguments :
+         {QStringList{u"etat"_s, u"en-ligne"_s, u"5"_s}, QStringList{u"mettre-en-ligne"_s},
+          QStringList{u"init"_s, u"http://veyra.test"_s}}) {
+        const Publisher::Result result = m_publisher->run(arguments);
+        QCOMPARE(result.code, 2);
+        QVERIFY2(result.errors.contains(u"appartient à « nobody »"_s), qPrintable(result.errors));
+    }
+    QCOMPARE(Files::read(status), before);
+
+    const Publisher place;
+    QVERIFY(QDir().mkpath(place.path(QString())));
+    QCOMPARE(::chown(QFile::encodeName(place.path(QString())).constData(), kSomebody, 0), 0);
+    QCOMPARE(place.run({u"init"_s, u"http://veyra.test"_s}).code, 2);
+    QVERIFY(Files::tree(place.path(QString())).isEmpty());
 }
 
 void TestPublishSite::aDraftThatIsGoneIsRefused()
@@ -299,7 +351,8 @@ void TestPublishSite::aServerIsLookedFor()
 {
     QTcpServer game;
     QVERIFY(game.listen(QHostAddress::LocalHost));
-    const QString place = u"127.0.0.1:%1"_s.arg(game.serverPort());
+    const quint16 port = game.serverPort();
+    const QString place = u"127.0.0.1:%1"_s.arg(port);
     QCOMPARE(m_publisher->run({u"etat"_s, u"sonder"_s, place}).code, 0);
     QCOMPARE(json(served(u"api/status.php"_s)).object().value(u"online"_s), true);
     QCOMPARE(m_publisher->run({u"etat"_s, u"en-ligne"_s, u"5"_s}).code, 0);
@@ -309,13 +362,14 @@ void TestPublishSite::aServerIsLookedFor()
     if (QTcpServer ipv6; ipv6.listen(QHostAddress::LocalHostIPv6)) {
         const Publisher::Result result =
             m_publisher->run({u"etat"_s, u"sonder"_s, u"[::1]:%1"_s.arg(ipv6.serverPort())});
-        QCOMPARE(result.output, u"En ligne.\n"_s);
+        QCOMPARE(result.output, u"En ligne, 5 joueurs.\n"_s);
     }
 
     game.close();
-    QCOMPARE(m_publisher->run({u"etat"_s, u"sonder"_s, place}).code, 0);
-    QCOMPARE(json(served(u"api/status.php"_s)).object(),
-             (QJsonObject{{u"online"_s, false}, {u"players"_s, 0}}));
+    QCOMPARE(m_publisher->run({u"etat"_s, u"sonder"_s, place}).output, u"Hors ligne.\n"_s);
+    QCOMPARE(json(served(u"api/status.php"_s)).object().value(u"online"_s), false);
+    QVERIFY(game.listen(QHostAddress::LocalHost, port));
+    QCOMPARE(m_publisher->run({u"etat"_s, u"sonder"_s, place}).output, u"En ligne, 5 joueurs.\n"_s);
     for (const QString &wrong : {u"127.0.0.1"_s, u":80"_s, u"host:0"_s, u"host:70000"_s})
         QCOMPARE(m_publisher->run({u"etat"_s, u"sonder"_s, wrong}).code, 1);
 }
@@ -355,7 +409,7 @@ void TestPublishSite::whatIsToldDuringAProbeStays()
     QCOMPARE(m_publisher->run({u"etat"_s, u"en-ligne"_s, u"9"_s}).code, 0);
     game.resumeAccepting();
     QTRY_COMPARE_WITH_TIMEOUT(probe.state(), QProcess::NotRunning, 30000);
-    QCOMPARE(probe.readAllStandardOutput(), "En ligne.\n");
+    QCOMPARE(probe.readAllStandardOutput(), "En ligne, 9 joueurs.\n");
     QCOMPARE(json(served(u"api/status.php"_s)).object(),
              (QJsonObject{{u"online"_s, true}, {u"players"_s, 9}}));
 }
