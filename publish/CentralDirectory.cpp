@@ -112,6 +112,8 @@ std::optional<CentralDirectory> CentralDirectory::read(qint64 fileSize, const Fe
         entry.headerOffset = number<quint32>(bytes, at + 42);
         entry.recordOffset = place->offset + at;
         readLargeFields(bytes.mid(at + kRecordSize + nameSize, extraSize), entry);
+        if (entry.size < 0 || entry.packedSize < 0)
+            return {};
         directory.entries.append(entry);
         at += kRecordSize + nameSize + extraSize + commentSize;
     }

@@ -23,6 +23,8 @@ struct CentralDirectory
         qint64 recordOffset = 0; ///< of this record
 
         bool isFolder() const { return name.endsWith('/'); }
+        /// A symbolic link, as Unix has it.
+        bool isLink() const { return (externalAttributes >> 16 & 0170000) == 0120000; }
         bool isEncrypted() const { return (flags & 1) != 0; }
         bool saysUtf8() const { return (flags & kUtf8) != 0; }
     };

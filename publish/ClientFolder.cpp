@@ -19,7 +19,6 @@ namespace {
 
 constexpr auto kMarker = "DofusInvoker.swf"_L1;
 constexpr auto kProgram = "Dofus.exe"_L1;
-constexpr qint64 kLargestForPowerShell = qint64{2} * 1024 * 1024 * 1024;
 constexpr qsizetype kMostShown = 20;
 
 /// The launcher looks in the game folder itself and in one folder of it.

@@ -17,6 +17,9 @@ struct ClientFile
 /// refused.
 struct ClientFolder
 {
+    /// Of a file, in bytes.
+    static constexpr qint64 kLargestForPowerShell = qint64{2} * 1024 * 1024 * 1024;
+
     QList<ClientFile> files; ///< sorted by the bytes of their names
     QStringList warnings;
 

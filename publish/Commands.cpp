@@ -272,27 +272,38 @@ Outcome takeBack(const CommandLine &line)
     return Outcome::Good;
 }
 
-/// The workshop tells what is not given: address and versions. Its keys are those of its own site.
+/// The workshop tells what is not given. Its keys are those of what its own site offers.
 Verifier verifierFor(const CommandLine &line)
 {
-    if (!line.operands.isEmpty() && !Workshop::exists(line.workshop)) {
-        return {Workshop::checkedBaseUrl(line.operands.first()),
-                {LauncherSettings::ownVersion()},
-                {},
-                LauncherArchive::targets().first()};
+    const QString given = line.operands.value(0);
+    if (!given.isEmpty() && !Workshop::exists(line.workshop)) {
+        const QString url = Workshop::checkedBaseUrl(given);
+        return {url,
+                {{LauncherSettings::ownVersion()}, LauncherArchive::targets().first(), {}, url}};
     }
     const Workshop workshop(line.workshop);
-    const QString url = line.operands.isEmpty() ? workshop.baseUrl()
-                                                : Workshop::checkedBaseUrl(line.operands.first());
-    return {url, workshop.versions(), url == workshop.baseUrl() ? workshop.keys() : QStringList(),
-            workshop.target()};
+    const Audience audience{workshop.versions(), workshop.target(), workshop.keys(),
+                            workshop.baseUrl()};
+    return {given.isEmpty() ? workshop.baseUrl() : Workshop::checkedBaseUrl(given), audience};
 }
 
-void sayAsJson(const Verifier &verifier)
+/// `obstacle` is empty where all was looked at.
+void sayAsJson(const Verifier &verifier, const QString &obstacle)
 {
-    const QJsonObject report{{"constats"_L1, verifier.findings().json()},
-                             {"launchers"_L1, QJsonArray::fromStringList(verifier.sights())}};
+    QJsonObject report{{"constats"_L1, verifier.findings().json()},
+                       {"launchers"_L1, QJsonArray::fromStringList(verifier.sights())}};
+    if (!obstacle.isEmpty())
+        report.insert("obstacle"_L1, obstacle);
     QTextStream(stdout) << QJsonDocument(report).toJson();
+}
+
+void sayInWords(const Verifier &verifier)
+{
+    const QStringList &sights = verifier.sights();
+    for (const QString &sight : sights)
+        say(Console::printable(sight));
+    const Findings &findings = verifier.findings();
+    say(findings.isEmpty() ? u"Aucune erreur."_s : findings.text());
 }
 
 Outcome verify(const CommandLine &line)
@@ -302,18 +313,16 @@ Outcome verify(const CommandLine &line)
     try {
         verifier.run(line.has(kWhole));
     } catch (const Problem &problem) {
-        // What was found before this machine got in the way is told all the same.
-        if (problem.outcome != Outcome::Disk || verifier.findings().isEmpty())
+        if (problem.outcome == Outcome::Interrupted)
             throw;
         obstacle = problem;
     }
     const Findings &findings = verifier.findings();
-    if (line.has(kJson)) {
-        sayAsJson(verifier);
-    } else {
-        say(verifier.sights().join(u'\n'));
-        say(findings.isEmpty() ? u"Aucune erreur."_s : findings.text());
-    }
+    // What was found before something got in the way is told all the same.
+    if (line.has(kJson))
+        sayAsJson(verifier, obstacle ? obstacle->text : QString());
+    else if (!obstacle || !findings.isEmpty())
+        sayInWords(verifier);
     if (obstacle)
         throw Problem(*obstacle);
     if (findings.hasErrors())

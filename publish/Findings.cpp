@@ -1,5 +1,7 @@
 #include "publish/Findings.h"
 
+#include "publish/Console.h"
+
 #include <QJsonObject>
 
 #include <algorithm>
@@ -52,35 +54,53 @@ const QList<Mistake> &catalogue()
          u"la vérification ne trouve pas ces fichiers : leurs accents sont d'autres caractères"_s,
          u"écrire les noms du manifeste et de l'archive sous la même forme (NFC) ; « veyra-publier "
          u"client » le fait"_s},
-        {u"M20"_s, kError, u"la fonction qui lit cette adresse ne marche pas"_s,
+        {u"M18"_s, kError,
+         u"un petit fichier de texte à la place du fichier : la vérification le compte comme "
+         u"différent"_s,
+         u"mettre le fichier lui-même dans l'archive, pas un lien (« zip » sans « -y »)"_s},
+        {u"M19"_s, kWarning, u"la décompression de Windows peut échouer"_s,
+         u"découper ce fichier, ou le publier en plus petits"_s},
+        {u"M20"_s, kError,
+         u"selon l'adresse : « Serveur hors ligne », « Bienvenue sur Veyra ! » au lieu des "
+         u"actualités, aucune mise à jour, « Mode hors ligne », une erreur de téléchargement"_s,
          u"publier ce fichier, ou corriger le serveur web"_s},
         {u"M21"_s, kError,
-         u"l'adresse ne répond jamais, et chaque essai coûte des dizaines de "
-         u"requêtes"_s,
+         u"comme M20 ; si la redirection tourne en rond, après une cinquantaine de requêtes"_s,
          u"ôter la redirection du serveur web"_s},
         {u"M22"_s, kWarning, u"rien, mais chaque lecture coûte une requête de plus"_s,
          u"servir le fichier à cette adresse même"_s},
-        {u"M23"_s, kError, u"serveur hors ligne, ou aucune actualité"_s,
+        {u"M23"_s, kError,
+         u"selon l'adresse : « Serveur hors ligne », « Aucune actualité pour le moment. », aucune "
+         u"mise à jour, « Erreur: Format de version invalide »"_s,
          u"le serveur web doit exécuter ce fichier PHP, ou le remplacer par du JSON"_s},
-        {u"M24"_s, kError, u"serveur hors ligne, aucune actualité ou aucune mise à jour"_s,
+        {u"M24"_s, kError,
+         u"selon l'adresse : « Serveur hors ligne », « Aucune actualité pour le moment. », aucune "
+         u"mise à jour, « Erreur: Format de version invalide »"_s,
          u"servir le fichier JSON, pas une page"_s},
         {u"M25"_s, kError, u"une page d'erreur est prise pour une archive ou pour des données"_s,
          u"répondre 404 à ce qui n'existe pas"_s},
-        {u"M26"_s, kError, u"serveur hors ligne, aucune actualité ou aucune mise à jour"_s,
+        {u"M26"_s, kError,
+         u"selon l'adresse : « Serveur hors ligne », « Aucune actualité pour le moment. », aucune "
+         u"mise à jour, « Erreur: Format de version invalide »"_s,
          u"corriger ce fichier"_s},
         {u"M27"_s, kError, u"une progression fausse, ou une archive abîmée"_s,
          u"ne pas compresser les archives en route (gzip off)"_s},
         {u"M28"_s, kWarning, u"une barre sans pourcentage"_s,
          u"annoncer la taille (Content-Length)"_s},
-        {u"M29"_s, kError, u"des données coupées"_s, u"envoyer de nouveau ce fichier, entier"_s},
-        {u"M30"_s, kWarning, u"un état ou des actualités d'hier"_s,
+        {u"M29"_s, kError, u"comme M20, ou une attente sans fin"_s,
+         u"envoyer de nouveau ce fichier, entier, et revoir le serveur web"_s},
+        {u"M30"_s, kWarning, u"des données d'hier"_s,
          u"répondre « Cache-Control: no-cache » pour les fichiers JSON"_s},
         {u"M31"_s, kWarning,
-         u"rien, mais l'archive n'a pas été regardée : seul --complet le peut"_s,
+         u"rien ; mais « verifier » ne regarde cette archive qu'avec --complet"_s,
          u"accepter les requêtes partielles (Range)"_s},
-        {u"M40"_s, kError, u"la nouvelle version n'est jamais proposée"_s,
+        {u"M32"_s, kError, u"une réponse qui remplit la mémoire, jusqu'à la fin du launcher"_s,
+         u"servir à cette adresse un fichier JSON entier, de quelques Mo au plus"_s},
+        {u"M33"_s, kError, u"« Erreur de téléchargement », ou une barre qui n'avance plus"_s,
+         u"revoir le serveur web et sa connexion, puis envoyer de nouveau l'archive, entière"_s},
+        {u"M40"_s, kError, u"la nouvelle version n'est pas proposée comme il faut"_s,
          u"écrire la version en nombres séparés par des points"_s},
-        {u"M41"_s, kError, u"« URL de téléchargement invalide », ou une erreur"_s,
+        {u"M41"_s, kError, u"« Erreur de mise à jour », à chaque essai"_s,
          u"écrire dans « download_url » l'adresse complète de l'archive"_s},
         {u"M42"_s, kError, u"la mise à jour est téléchargée, puis refusée"_s,
          u"publier l'archive signée et entière que fait « scripts/windows package »"_s},
@@ -115,25 +135,34 @@ const QList<Mistake> &Findings::catalogue()
     return ::catalogue();
 }
 
-void Findings::add(const QString &code, const QString &place, const QString &detail)
+void Findings::add(const QString &code, const QString &place, const QString &detail,
+                   const QString &players)
 {
-    m_findings.append({find(code), place, detail});
+    const Mistake *mistake = find(code);
+    m_findings.append({mistake, place, detail, players.isEmpty() ? mistake->players : players});
 }
 
 void Findings::addExamples(const QString &code, const QString &place, const QString &what,
-                           const QStringList &examples)
+                           const QStringList &examples, const QString &players)
 {
     if (examples.isEmpty())
         return;
     const QString first = u"%1 : « %2 »"_s.arg(what, examples.first());
     const qsizetype others = examples.size() - 1;
-    add(code, place, others == 0 ? first : u"%1 et %2 de plus"_s.arg(first).arg(others));
+    add(code, place, others == 0 ? first : u"%1 et %2 de plus"_s.arg(first).arg(others), players);
 }
 
 bool Findings::hasErrors() const
 {
     return std::any_of(m_findings.begin(), m_findings.end(),
                        [](const Finding &finding) { return finding.mistake->isError; });
+}
+
+bool Findings::has(const QString &code, const QString &place) const
+{
+    return std::any_of(m_findings.begin(), m_findings.end(), [&](const Finding &finding) {
+        return finding.mistake->code == code && finding.place == place;
+    });
 }
 
 bool Findings::hasErrorAt(const QString &place) const
@@ -149,7 +178,8 @@ QString Findings::text() const
     for (const Finding &finding : m_findings) {
         const Mistake &mistake = *finding.mistake;
         text += u"%1  %2, %3\n     %4.\n     Joueurs : %5.\n     Remède : %6.\n"_s.arg(
-            mistake.code, severity(mistake), finding.place, finding.detail, mistake.players,
+            mistake.code, severity(mistake), Console::printable(finding.place),
+            Console::printable(finding.detail), Console::printable(finding.players),
             mistake.remedy);
     }
     return text;
@@ -164,7 +194,7 @@ QJsonArray Findings::json() const
                                  {"gravite"_L1, severity(mistake)},
                                  {"adresse"_L1, finding.place},
                                  {"constat"_L1, finding.detail},
-                                 {"joueurs"_L1, mistake.players},
+                                 {"joueurs"_L1, finding.players},
                                  {"remede"_L1, mistake.remedy}});
     }
     return array;

@@ -16,8 +16,9 @@ struct Mistake
 struct Finding
 {
     const Mistake *mistake;
-    QString place;  ///< the address, relative to the site's
-    QString detail; ///< what exactly is wrong there
+    QString place;   ///< the address, relative to the site's
+    QString detail;  ///< what exactly is wrong there
+    QString players; ///< what they see of it there
 };
 
 class Findings
@@ -26,13 +27,15 @@ public:
     /// All mistakes that there are.
     static const QList<Mistake> &catalogue();
 
-    /// `code` is one of the catalogue.
-    void add(const QString &code, const QString &place, const QString &detail);
+    /// `code` is one of the catalogue. What players see is the catalogue's if it is not told here.
+    void add(const QString &code, const QString &place, const QString &detail,
+             const QString &players = {});
     /// One finding for all of `examples`; none where there is no example.
     void addExamples(const QString &code, const QString &place, const QString &what,
-                     const QStringList &examples);
+                     const QStringList &examples, const QString &players = {});
 
     bool hasErrors() const;
+    bool has(const QString &code, const QString &place) const;
     bool hasErrorAt(const QString &place) const;
     bool isEmpty() const { return m_findings.isEmpty(); }
     QString text() const;

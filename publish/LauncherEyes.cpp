@@ -1,61 +1,107 @@
 #include "publish/LauncherEyes.h"
 
+#include "config/Colors.h"
 #include "config/Config.h"
 #include "install/ArchiveUnpacker.h"
 #include "install/ClientDownloader.h"
 #include "net/NewsFetcher.h"
 #include "net/ServerChecker.h"
+#include "publish/Console.h"
 #include "publish/Progress.h"
 #include "publish/Waiting.h"
 #include "update/SelfUpdater.h"
 #include "update/Updater.h"
 
+#include <QDeadlineTimer>
 #include <QStandardPaths>
 #include <QThreadPool>
 
+#include <algorithm>
 #include <chrono>
+#include <optional>
 
 using namespace Qt::Literals::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
 
-/// The workers know no limit of their own.
-constexpr auto kSmallAnswer = 30s;
+/// The workers know no limit of their own. Unpacking and verifying take as long as the disk does.
 constexpr auto kClientInstalled = 24h;
 
-const auto kNoAnswer = u"pas de réponse"_s;
-/// The launcher's own words for a client in which nothing differs.
+/// The launcher's own words for a client in which nothing differs, and for news that are none.
 const auto kUpToDate = u"Tous les fichiers sont à jour"_s;
+const auto kNoNews = u"Aucune actualité pour le moment."_s;
+const auto kWelcome =
+    u"<span style='color: "_s + Colors::kAccent + u";'>Bienvenue sur Veyra !</span>"_s;
+
+QString said(const QString &words)
+{
+    return u"le launcher dit : "_s + words;
+}
+
+/// Of one whole, told in per cent by a worker that may tell the same again.
+class PercentProgress
+{
+public:
+    explicit PercentProgress(const QString &label)
+        : m_progress(label, 100)
+    {
+    }
+
+    void show(int percent)
+    {
+        m_progress.advance(std::max(0, percent - m_shown));
+        m_shown = std::max(m_shown, percent);
+    }
+
+private:
+    Progress m_progress;
+    int m_shown = 0;
+};
 
 /// Downloads and unpacks.
-QString unpack()
+LauncherEyes::Installation unpack(const LauncherEyes::LookAtArchive &lookAtArchive,
+                                  const Patience &patience)
 {
     ClientDownloader downloader(nullptr);
-    Progress progress(u"Client"_s, 100);
-    Waiting waiting;
-    QString failure = kNoAnswer;
-    int shown = 0;
+    std::optional<PercentProgress> progress(u"Client"_s);
+    Waiting download;
+    Waiting extraction;
+    LauncherEyes::Installation result;
+    bool mayUnpack = false;
     QObject::connect(&downloader, &ClientDownloader::progressChanged, &downloader,
                      [&](int percent, const QString &) {
-                         progress.advance(percent - shown);
-                         shown = std::max(shown, percent);
+                         download.goesOn();
+                         if (progress && percent >= 0)
+                             progress->show(percent);
                      });
     QObject::connect(&downloader, &ClientDownloader::downloadFinished, &downloader,
                      [&](bool success, const QString &message) {
+                         result.isDownloaded = success;
                          if (success)
-                             return;
-                         failure = message;
-                         waiting.done();
+                             mayUnpack = lookAtArchive(downloader.zipPath());
+                         else
+                             result.failure = said(message);
+                         download.done();
                      });
     QObject::connect(&downloader, &ClientDownloader::extractionFinished, &downloader,
                      [&](bool success, const QString &message) {
-                         failure = success ? QString() : message;
-                         waiting.done();
+                         result.failure = success ? QString() : said(message);
+                         extraction.done();
                      });
     downloader.startDownload();
-    waiting.run(kClientInstalled);
-    return failure;
+    if (!download.run(patience.standstill)) {
+        result.failure = u"plus rien n'arrive, et le launcher attendrait sans fin"_s;
+        return result;
+    }
+    progress.reset();
+    // What has begun in the meantime ends with the downloader.
+    if (!result.isDownloaded || !mayUnpack)
+        return result;
+    Console::complain(u"Décompression…"_s);
+    if (!extraction.run(kClientInstalled))
+        result.failure = u"la décompression n'a pas de fin"_s;
+    return result;
 }
 
 /// A verification posts its progress to its Updater, which may go only once this one has gone.
@@ -77,29 +123,46 @@ private:
     bool m_isDone = false;
 };
 
-QString verify()
+/// Empty where the client is as the manifest tells.
+QString verify(const Patience &patience)
 {
     Updater updater(nullptr);
     PoolInUse pool;
-    Waiting waiting;
+    PercentProgress progress(u"Vérification"_s);
+    Waiting manifest;
+    Waiting verification;
     QString last;
-    QString failure = kNoAnswer;
+    QString failure;
+    int reports = 0;
     QObject::connect(&updater, &Updater::progressChanged, &updater,
-                     [&last](int, const QString &message) { last = message; });
-    QObject::connect(
-        &updater, &Updater::finished, &updater, [&](bool success, const QString &message) {
-            failure = success && last == kUpToDate ? QString() : success ? last : message;
-            waiting.done();
-        });
+                     [&](int percent, const QString &message) {
+                         last = message;
+                         progress.show(percent);
+                         // The first one comes with the question, the next one with its answer.
+                         if (++reports > 1)
+                             manifest.done();
+                     });
+    QObject::connect(&updater, &Updater::finished, &updater,
+                     [&](bool success, const QString &message) {
+                         if (!success || last != kUpToDate)
+                             failure = said(success ? last : message);
+                         manifest.done();
+                         verification.done();
+                     });
     updater.checkForUpdates();
-    if (waiting.run(kClientInstalled))
-        pool.done();
+    if (!manifest.run(patience.standstill)) {
+        pool.done(); // nothing is being verified
+        return u"le manifeste n'arrive pas, et le launcher attendrait sans fin"_s;
+    }
+    if (!verification.run(kClientInstalled))
+        return u"la vérification n'a pas de fin"_s;
+    pool.done();
     return failure;
 }
 
 } // namespace
 
-LauncherEyes::Sight LauncherEyes::look()
+LauncherEyes::Sight LauncherEyes::look(const Patience &patience)
 {
     Sight sight;
     Waiting state;
@@ -110,12 +173,15 @@ LauncherEyes::Sight LauncherEyes::look()
     SelfUpdater updater(nullptr);
     QObject::connect(&checker, &ServerChecker::statusReceived, &checker,
                      [&](bool online, int players) {
+                         sight.hasState = true;
                          sight.online = online;
                          sight.players = players;
                          state.done();
                      });
     QObject::connect(&fetcher, &NewsFetcher::newsReceived, &fetcher, [&](const QStringList &items) {
-        sight.news = items;
+        sight.isWelcomed = items.size() == 1 && items.first().startsWith(kWelcome);
+        const bool hasNone = sight.isWelcomed || items == QStringList{kNoNews};
+        sight.news = hasNone ? QStringList() : items;
         news.done();
     });
     QObject::connect(&updater, &SelfUpdater::updateCheckFinished, &updater,
@@ -126,9 +192,9 @@ LauncherEyes::Sight LauncherEyes::look()
     checker.checkStatus();
     fetcher.fetchNews();
     updater.checkForUpdate();
-    state.run(kSmallAnswer);
-    news.run(kSmallAnswer);
-    version.run(kSmallAnswer);
+    const QDeadlineTimer deadline(patience.sight);
+    for (Waiting *const waiting : {&state, &news, &version})
+        waiting->run(std::chrono::milliseconds(deadline.remainingTime()));
     return sight;
 }
 
@@ -141,9 +207,15 @@ QString LauncherEyes::unpackerProblem()
         program);
 }
 
-QString LauncherEyes::install(const QString &folder)
+LauncherEyes::Installation LauncherEyes::install(const QString &folder,
+                                                 const LookAtArchive &lookAtArchive,
+                                                 const Patience &patience)
 {
     Config::instance().setDofusPath(folder);
-    const QString failure = unpack();
-    return failure.isEmpty() ? verify() : failure;
+    bool mayUnpack = false;
+    const auto look = [&](const QString &archive) { return mayUnpack = lookAtArchive(archive); };
+    Installation installation = unpack(look, patience);
+    if (mayUnpack && installation.failure.isEmpty())
+        installation.failure = verify(patience);
+    return installation;
 }

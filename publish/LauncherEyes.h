@@ -1,7 +1,12 @@
 #pragma once
 
+#include "publish/Patience.h"
+
 #include <QString>
 #include <QStringList>
+
+#include <functional>
+#include <optional>
 
 /// What the launcher sees of a site: its own workers look, as the version and at the address that
 /// LauncherSettings tells.
@@ -9,19 +14,31 @@ namespace LauncherEyes {
 
 struct Sight
 {
+    bool hasState = false; ///< the server has answered, or has failed to
     bool online = false;
     int players = 0;
-    QStringList news;
-    QString newVersion; ///< empty where it is offered none
+    /// Without the launcher's own text where there are none. Nothing where it still waits for them.
+    std::optional<QStringList> news;
+    bool isWelcomed = false; ///< by that text which stands for news that cannot be had
+    /// Empty where it is offered none. Nothing where it still waits for an answer.
+    std::optional<QString> newVersion;
 };
 /// State, news and its own newer version.
-Sight look();
+Sight look(const Patience &patience = {});
 
 /// Why nothing can be unpacked here, as a sentence; empty where it can. The launcher would wait.
 QString unpackerProblem();
 
-/// Installs the client in the folder and verifies it. Empty when that ends as it should; else what
-/// the launcher says.
-QString install(const QString &folder);
+struct Installation
+{
+    QString failure;           ///< what happened in place of what should; empty where all went well
+    bool isDownloaded = false; ///< if so, the failure came afterwards
+};
+/// Gets the archive's path, and tells whether it may be unpacked.
+using LookAtArchive = std::function<bool(const QString &archive)>;
+/// Installs the client in the folder and verifies it. Ends without a failure, too, where the
+/// archive may not be unpacked.
+Installation install(const QString &folder, const LookAtArchive &lookAtArchive,
+                     const Patience &patience = {});
 
 } // namespace LauncherEyes

@@ -1,25 +1,22 @@
 #include "publish/SiteReader.h"
 
+#include "net/Transfer.h"
 #include "publish/Outcome.h"
+#include "publish/Progress.h"
 #include "publish/Waiting.h"
 
 #include <QFile>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 
-#include <chrono>
 #include <memory>
 
 using namespace Qt::Literals::StringLiterals;
-using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kAnswerWithin = 15s; ///< and each further piece
-constexpr auto kLongestAnswer = 300s;
-constexpr std::chrono::seconds kLongestDownload = 1h;
-/// The launcher follows 50 of them. More than a few are a mistake.
-constexpr int kMostRedirects = 5;
+/// Of a body that is not waited for: enough to tell an archive from a page.
+constexpr qsizetype kBeginning = 4;
 
 qint64 wholeLength(const QNetworkReply *reply)
 {
@@ -32,37 +29,52 @@ qint64 wholeLength(const QNetworkReply *reply)
     return isNumber ? length : -1;
 }
 
+void markOverlong(SiteAnswer &answer, qint64 limit)
+{
+    answer.isOverlong = true;
+    answer.problem = u"plus de %1 octets, et toujours pas de fin"_s.arg(limit);
+}
+
 } // namespace
 
-SiteReader::SiteReader()
-    : m_manager(std::make_unique<QNetworkAccessManager>())
+SiteReader::SiteReader(const Patience &patience)
+    : m_patience(patience)
+    , m_manager(std::make_unique<QNetworkAccessManager>())
 {
 }
 
 SiteReader::~SiteReader() = default;
 
-SiteAnswer SiteReader::get(const QUrl &url) const
+SiteAnswer SiteReader::get(const QUrl &url, qint64 limit) const
 {
-    return ask(QNetworkRequest(url), Body::Kept);
+    return askForBody(QNetworkRequest(url), limit);
 }
 
-SiteAnswer SiteReader::save(const QUrl &url, const QString &path) const
+SiteAnswer SiteReader::save(const QUrl &url, const QString &path, qint64 size, qint64 limit) const
 {
     QFile file(path);
     SiteAnswer answer;
     const bool isOpen = file.open(QIODevice::WriteOnly);
-    if (isOpen)
-        answer = ask(QNetworkRequest(url), Body::Saved, &file);
+    if (isOpen) {
+        Progress progress(u"Téléchargement du launcher"_s, size);
+        answer = ask(QNetworkRequest(url), m_patience.download, [&](const QByteArray &piece) {
+            const bool isWritten = file.write(piece) == piece.size();
+            progress.advance(piece.size());
+            return isWritten && file.size() <= limit;
+        });
+    }
     if (!isOpen || !file.flush() || file.error() != QFile::NoError) {
         throw Problem{Outcome::Disk,
                       u"Écriture impossible : %1 (%2)."_s.arg(path, file.errorString())};
     }
+    if (file.size() > limit)
+        markOverlong(answer, limit);
     return answer;
 }
 
 SiteAnswer SiteReader::head(const QUrl &url) const
 {
-    return ask(QNetworkRequest(url), Body::NotAwaited);
+    return askForHead(QNetworkRequest(url));
 }
 
 SiteAnswer SiteReader::part(const QUrl &url, qint64 offset, qint64 size) const
@@ -71,50 +83,84 @@ SiteAnswer SiteReader::part(const QUrl &url, qint64 offset, qint64 size) const
     request.setRawHeader("Range", "bytes=" + QByteArray::number(offset) + '-' +
                                       QByteArray::number(offset + size - 1));
     request.setRawHeader("Accept-Encoding", "identity");
-    const SiteAnswer head = ask(request, Body::NotAwaited);
+    const SiteAnswer head = askForHead(request);
     // A server without ranges would send the whole file.
-    return head.status == 206 ? ask(request, Body::Kept) : head;
+    return head.status == 206 ? askForBody(request, size) : head;
 }
 
-SiteAnswer SiteReader::ask(QNetworkRequest request, Body body, QFile *file) const
+SiteAnswer SiteReader::askForHead(const QNetworkRequest &request) const
+{
+    QByteArray beginning;
+    SiteAnswer answer = ask(request, m_patience.wholeAnswer, [&beginning](const QByteArray &piece) {
+        beginning += piece;
+        return beginning.size() < kBeginning;
+    });
+    answer.body = beginning;
+    return answer;
+}
+
+SiteAnswer SiteReader::askForBody(const QNetworkRequest &request, qint64 limit) const
+{
+    QByteArray body;
+    SiteAnswer answer =
+        ask(request, m_patience.wholeAnswer, [&body, limit](const QByteArray &piece) {
+            body += piece;
+            return body.size() <= limit;
+        });
+    answer.body = body;
+    if (body.size() > limit)
+        markOverlong(answer, limit);
+    return answer;
+}
+
+SiteAnswer SiteReader::ask(QNetworkRequest request, Patience::Time limit, const Taker &take) const
 {
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          int{QNetworkRequest::NoLessSafeRedirectPolicy});
-    request.setMaximumRedirectsAllowed(kMostRedirects);
-    request.setTransferTimeout(static_cast<int>(std::chrono::milliseconds(kAnswerWithin).count()));
+    request.setTransferTimeout(static_cast<int>(m_patience.answer.count()));
     const std::unique_ptr<QNetworkReply> reply(m_manager->get(request));
+    Transfer::boundMemory(reply.get());
 
     SiteAnswer answer;
     Waiting waiting;
+    bool wantsMore = true;
+    const auto takePiece = [&] {
+        const QByteArray piece = reply->readAll();
+        if (wantsMore)
+            wantsMore = take(piece);
+        if (!wantsMore)
+            waiting.done();
+    };
     QObject::connect(reply.get(), &QNetworkReply::redirected, reply.get(),
                      [&answer] { ++answer.redirects; });
-    QObject::connect(reply.get(), &QNetworkReply::finished, reply.get(),
-                     [&waiting] { waiting.done(); });
-    if (body == Body::NotAwaited) {
-        // A redirect has a head of its own; the answer's comes with its body.
-        QObject::connect(reply.get(), &QNetworkReply::readyRead, reply.get(),
-                         [&waiting] { waiting.done(); });
-    }
-    if (body == Body::Saved) {
-        QObject::connect(reply.get(), &QNetworkReply::readyRead, reply.get(),
-                         [&reply, file] { file->write(reply->readAll()); });
-    }
-    const bool isInTime = waiting.run(body == Body::Saved ? kLongestDownload : kLongestAnswer);
+    // A redirect has a body of its own, of which nothing is seen here.
+    QObject::connect(reply.get(), &QNetworkReply::readyRead, reply.get(), takePiece);
+    QObject::connect(reply.get(), &QNetworkReply::finished, reply.get(), [&] {
+        takePiece();
+        waiting.done();
+    });
+    const bool isInTime = waiting.run(limit);
 
     answer.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     const QNetworkReply::NetworkError error = reply->error();
     answer.isLost = error == QNetworkReply::TooManyRedirectsError ||
                     error == QNetworkReply::InsecureRedirectError ||
                     error == QNetworkReply::ProtocolUnknownError;
-    if (!isInTime)
+    // Nobody but the limit for each piece cancels anything.
+    answer.isSilent = !isInTime || error == QNetworkReply::OperationCanceledError;
+    if (error == QNetworkReply::TooManyRedirectsError)
+        answer.problem = u"les redirections n'ont pas de fin"_s;
+    else if (answer.isLost)
+        answer.problem = u"redirection vers une adresse où le launcher ne va pas"_s;
+    else if (!isInTime)
         answer.problem = u"pas de fin de réponse"_s;
+    else if (answer.isSilent)
+        answer.problem = u"rien n'arrive, et le launcher attendrait sans fin"_s;
     else if (error != QNetworkReply::NoError)
         answer.problem = reply->errorString();
     answer.length = wholeLength(reply.get());
     answer.encoding = reply->rawHeader("Content-Encoding");
     answer.cacheControl = reply->rawHeader("Cache-Control");
-    if (body == Body::Kept)
-        answer.body = reply->readAll();
     reply->disconnect();
     return answer;
 }

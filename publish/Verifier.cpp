@@ -9,6 +9,7 @@
 #include "publish/LauncherEyes.h"
 #include "publish/LauncherSettings.h"
 #include "publish/Outcome.h"
+#include "publish/PlayersView.h"
 #include "publish/Site.h"
 #include "update/SelfUpdater.h"
 #include "updater/Failure.h"
@@ -23,10 +24,20 @@
 #include <QUuid>
 
 #include <algorithm>
+#include <limits>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
+
+constexpr qint64 kMegabyte = qint64{1024} * 1024;
+/// Of what the launcher holds in memory. A manifest of half a million files is smaller.
+constexpr qint64 kLargestManifest = 64 * kMegabyte;
+constexpr qint64 kLargestData = 8 * kMegabyte;
+/// Ten times what any launcher has, and more.
+constexpr qint64 kLargestLauncher = 1024 * kMegabyte;
+/// What has to be free in any case: nobody can tell a full disk from a bad archive otherwise.
+constexpr qint64 kLeastRoom = kMegabyte;
 
 QString nameIn(const CentralDirectory::Entry &entry)
 {
@@ -62,19 +73,54 @@ QStringList withBackslash(const QStringList &names)
     return names.filter(u"\\"_s);
 }
 
-bool lookedForIsPage(const QByteArray &body)
+bool isPage(const QByteArray &body)
 {
     return body.trimmed().startsWith('<');
 }
 
+std::optional<CentralDirectory> directoryOf(const QString &path)
+{
+    QFile file(path);
+    const auto fetch = [&file](qint64 offset, qint64 size) {
+        return file.seek(offset) ? file.read(size) : QByteArray();
+    };
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return CentralDirectory::read(file.size(), fetch);
+}
+
+/// Whether the verification would open something else than a file of the game: what it finds there
+/// may have no end.
+bool leadsElsewhere(const QString &name)
+{
+    return !FileNames::problem(QString(name).replace(u'\\', u'/')).isEmpty();
+}
+
+/// The first that the launcher asks for by name, where the system knows no case.
+QString asWindowsFindsIt(const QString &name)
+{
+    const QString prefix = GameFolder::kClientSubfolder.mid(1) + u'/';
+    for (const QString &folder : {QString(), prefix}) {
+        for (const QString &wanted : {u"Dofus.exe"_s, u"DofusInvoker.swf"_s}) {
+            if (name.compare(folder + wanted, Qt::CaseInsensitive) == 0)
+                return folder + wanted;
+        }
+    }
+    return name;
+}
+
+QString randomName()
+{
+    return QUuid::createUuid().toString(QUuid::WithoutBraces);
+}
+
 } // namespace
 
-Verifier::Verifier(const QString &baseUrl, const QStringList &versions, const QStringList &keys,
-                   const QString &target)
+Verifier::Verifier(const QString &baseUrl, const Audience &audience, const Patience &patience)
     : m_baseUrl(baseUrl)
-    , m_versions(versions)
-    , m_keys(keys)
-    , m_target(target)
+    , m_audience(audience)
+    , m_patience(patience)
+    , m_reader(patience)
 {
 }
 
@@ -115,24 +161,32 @@ void Verifier::checkReachable()
 /// What can be wrong with any answer, whatever lies there.
 void Verifier::checkAnswer(const QString &place, const SiteAnswer &answer)
 {
-    if (answer.isLost)
-        m_findings.add(u"M21"_s, place, u"redirection que le launcher ne suit pas jusqu'au bout"_s);
-    else if (answer.redirects > 0)
+    const PlayersView view = PlayersView::of(place);
+    const QString failure = answer.isSilent ? view.silent : view.unanswered;
+    if (answer.isLost) {
+        const QString cost = French::counted(answer.redirects + 1, u"requête"_s, u"requêtes"_s);
+        m_findings.add(u"M21"_s, place, answer.problem, u"%1, après %2"_s.arg(failure, cost));
+        return;
+    }
+    if (answer.redirects > 0)
         m_findings.add(u"M22"_s, place,
                        French::counted(answer.redirects, u"redirection"_s, u"redirections"_s));
-    if (answer.isLost)
-        return;
-    if (answer.status != 200 && answer.status != 206)
+    if (answer.isOverlong)
+        m_findings.add(u"M32"_s, place, answer.problem);
+    else if (answer.status != 200 && answer.status != 206)
         m_findings.add(u"M20"_s, place,
-                       answer.status == 0 ? answer.problem : u"réponse %1"_s.arg(answer.status));
+                       answer.status == 0 ? answer.problem : u"réponse %1"_s.arg(answer.status),
+                       failure);
     else if (!answer.problem.isEmpty())
-        m_findings.add(u"M29"_s, place, answer.problem);
+        m_findings.add(u"M29"_s, place, answer.problem, failure);
 }
 
 /// Nothing where there is no JSON; the finding is made then.
 std::optional<QJsonDocument> Verifier::readJson(const QString &place)
 {
-    const SiteAnswer answer = m_reader.get(url(place));
+    const PlayersView view = PlayersView::of(place);
+    const SiteAnswer answer =
+        m_reader.get(url(place), place == Site::kManifest ? kLargestManifest : kLargestData);
     checkAnswer(place, answer);
     if (!answer.isGood())
         return {};
@@ -140,18 +194,19 @@ std::optional<QJsonDocument> Verifier::readJson(const QString &place)
         !answer.cacheControl.contains("max-age=0"))
         m_findings.add(u"M30"_s, place, u"un cache peut garder la réponse"_s);
     if (answer.body.contains("<?php")) {
-        m_findings.add(u"M23"_s, place, u"le corps est du code PHP"_s);
+        m_findings.add(u"M23"_s, place, u"le corps est du code PHP"_s, view.nonsense);
         return {};
     }
-    if (lookedForIsPage(answer.body)) {
-        m_findings.add(u"M24"_s, place, u"le corps est une page HTML"_s);
+    if (isPage(answer.body)) {
+        m_findings.add(u"M24"_s, place, u"le corps est une page HTML"_s, view.nonsense);
         return {};
     }
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(answer.body, &error);
     if (document.isNull()) {
         m_findings.add(u"M26"_s, place,
-                       u"ce n'est pas du JSON, à partir de l'octet %1"_s.arg(error.offset));
+                       u"ce n'est pas du JSON, à partir de l'octet %1"_s.arg(error.offset),
+                       view.nonsense);
         return {};
     }
     return document;
@@ -163,12 +218,14 @@ void Verifier::checkState()
     if (!document)
         return;
     const QJsonObject status = document->object();
-    // The launcher's reading of a number that is none is 0.
-    const bool hasPlayers =
-        status.value("players"_L1).toInt(0) == status.value("players"_L1).toInt(-1);
-    if (!status.value("online"_L1).isBool() || !hasPlayers) {
-        m_findings.add(u"M26"_s, Site::kStatus,
-                       u"« online » doit valoir true ou false, « players » un nombre entier"_s);
+    const QJsonValue players = status.value("players"_L1);
+    if (!status.value("online"_L1).isBool()) {
+        m_findings.add(u"M26"_s, Site::kStatus, u"« online » doit valoir true ou false"_s,
+                       PlayersView::of(Site::kStatus).nonsense);
+    } else if (!players.isUndefined() && players.toInt(0) != players.toInt(-1)) {
+        // The launcher's reading of a number that is none is 0, as of one that is not told.
+        m_findings.add(u"M26"_s, Site::kStatus, u"« players » doit être un nombre entier"_s,
+                       u"« 0 joueur connecté »"_s);
     }
 }
 
@@ -177,14 +234,20 @@ void Verifier::checkNews()
     const std::optional<QJsonDocument> document = readJson(Site::kNews);
     if (!document)
         return;
+    if (!document->isArray()) {
+        m_findings.add(u"M26"_s, Site::kNews, u"il faut un tableau"_s,
+                       PlayersView::of(Site::kNews).nonsense);
+        return;
+    }
     const QJsonArray items = document->array();
-    const bool isReadable =
-        document->isArray() && std::all_of(items.begin(), items.end(), [](const QJsonValue &item) {
-            return item.isString() || (item.isObject() && item["title"_L1].isString());
-        });
+    const bool isReadable = std::all_of(items.begin(), items.end(), [](const QJsonValue &item) {
+        const QJsonValue title = item["title"_L1];
+        return item.isString() || (item.isObject() && (title.isString() || title.isUndefined()));
+    });
     if (!isReadable) {
         m_findings.add(u"M26"_s, Site::kNews,
-                       u"il faut un tableau de textes, ou d'objets avec « title »"_s);
+                       u"il faut des textes, ou des objets dont « title » est un texte"_s,
+                       u"des actualités manquent, ou n'ont pas de titre"_s);
     }
 }
 
@@ -194,7 +257,8 @@ void Verifier::checkLauncher()
     if (!document)
         return;
     if (!document->isObject()) {
-        m_findings.add(u"M26"_s, Site::kLauncherVersion, u"il faut un objet"_s);
+        m_findings.add(u"M26"_s, Site::kLauncherVersion, u"il faut un objet"_s,
+                       PlayersView::of(Site::kLauncherVersion).nonsense);
         return;
     }
     static const QRegularExpression kVersion(u"^[0-9]{1,9}(\\.[0-9]{1,9})*$"_s);
@@ -213,9 +277,9 @@ void Verifier::checkLauncher()
     if (record.contains("changelog"_L1) && !record.value("changelog"_L1).isString())
         m_findings.add(u"M44"_s, Site::kLauncherVersion, u"« changelog » doit être un texte"_s);
     // It will be in service too.
-    const QStringList inService = m_versions;
-    if (!version.toString().isEmpty() && !m_versions.contains(version.toString()))
-        m_versions.append(version.toString());
+    const QStringList inService = m_audience.versions;
+    if (!version.toString().isEmpty() && !inService.contains(version.toString()))
+        m_audience.versions.append(version.toString());
     const bool isOffered =
         std::any_of(inService.begin(), inService.end(), [&version](const QString &current) {
             return SelfUpdater::isNewerVersion(version.toString(), current);
@@ -225,17 +289,22 @@ void Verifier::checkLauncher()
     if (version.toString().isEmpty() || (!isOffered && address.isEmpty()))
         return;
 
-    const QUrl archive(address);
-    if (!archive.isValid() || archive.host().isEmpty()) {
+    const QUrl announced(address);
+    const bool isWeb = announced.scheme() == "http"_L1 || announced.scheme() == "https"_L1;
+    if (!announced.isValid() || announced.host().isEmpty() || !isWeb) {
         m_findings.add(u"M41"_s, Site::kLauncherVersion,
-                       u"« download_url » est « %1 »"_s.arg(archive.toString()));
+                       u"« download_url » est « %1 »"_s.arg(address));
         return;
     }
-    m_launcher = {version.toString(), archive};
-    const QString place = archive.toString();
-    const std::optional<CentralDirectory> directory = readDirectory(place, archive, u"M42"_s);
-    if (directory)
-        checkLauncherFiles(*directory);
+    const bool isAtHome = address.startsWith(m_audience.home);
+    m_launcher.version = version.toString();
+    m_launcher.archive = isAtHome ? url(address.sliced(m_audience.home.size())) : announced;
+    m_launcher.isOurs = isAtHome || m_baseUrl == m_audience.home;
+    const SeenArchive seen =
+        readArchive(m_launcher.archive.toString(), m_launcher.archive, u"M42"_s);
+    m_launcher.length = seen.length;
+    if (seen.directory)
+        checkLauncherFiles(*seen.directory);
 }
 
 void Verifier::checkLauncherFiles(const CentralDirectory &directory)
@@ -250,11 +319,13 @@ void Verifier::checkLauncherFiles(const CentralDirectory &directory)
     }
 }
 
-std::optional<CentralDirectory> Verifier::readDirectory(const QString &place, const QUrl &url,
-                                                        const QString &damaged)
+Verifier::SeenArchive Verifier::readArchive(const QString &place, const QUrl &url,
+                                            const QString &damaged)
 {
     const SiteAnswer head = m_reader.head(url);
     checkAnswer(place, head);
+    if (head.status == 206)
+        m_findings.add(u"M31"_s, place, u"réponse 206 à une requête entière"_s);
     if (!head.isGood())
         return {};
     if (!head.encoding.isEmpty())
@@ -266,10 +337,28 @@ std::optional<CentralDirectory> Verifier::readDirectory(const QString &place, co
         m_findings.add(damaged, place, u"l'archive est vide"_s);
         return {};
     }
+    // What comes packed has another length than the archive.
+    return {head.encoding.isEmpty() ? head.length : -1, readDirectory(place, url, head, damaged)};
+}
 
+std::optional<CentralDirectory> Verifier::readDirectory(const QString &place, const QUrl &url,
+                                                        const SiteAnswer &head,
+                                                        const QString &damaged)
+{
     const SiteAnswer first = m_reader.part(url, 0, 4);
     if (first.status != 206 || first.length < 0) {
-        m_findings.add(u"M31"_s, place, u"réponse %1 à une requête partielle"_s.arg(first.status));
+        // Without ranges nothing but the beginning is known.
+        if (isPage(head.body))
+            m_findings.add(damaged, place, u"une page HTML au lieu d'une archive"_s);
+        else if (!head.body.startsWith("PK"))
+            m_findings.add(damaged, place, u"ce n'est pas une archive zip"_s);
+        else
+            m_findings.add(u"M31"_s, place,
+                           u"réponse %1 à une requête partielle"_s.arg(first.status));
+        return {};
+    }
+    if (first.isOverlong) {
+        m_findings.add(u"M31"_s, place, u"plus que demandé en réponse à une requête partielle"_s);
         return {};
     }
     const auto fetch = [this, &url](qint64 offset, qint64 size) {
@@ -278,7 +367,7 @@ std::optional<CentralDirectory> Verifier::readDirectory(const QString &place, co
     std::optional<CentralDirectory> directory = CentralDirectory::read(first.length, fetch);
     if (!directory) {
         m_findings.add(damaged, place,
-                       lookedForIsPage(first.body)
+                       isPage(first.body)
                            ? u"une page HTML au lieu d'une archive"_s
                            : u"l'archive n'a pas de fin : elle est coupée ou abîmée"_s);
     }
@@ -287,34 +376,33 @@ std::optional<CentralDirectory> Verifier::readDirectory(const QString &place, co
 
 void Verifier::checkClient()
 {
+    checkManifest();
+    const SeenArchive seen = readArchive(Site::kClientArchive, url(Site::kClientArchive), u"M12"_s);
+    m_client.length = seen.length;
+    m_client.size = std::max(qint64{0}, seen.length);
+    if (seen.directory)
+        checkClientArchive(*seen.directory);
+}
+
+void Verifier::checkManifest()
+{
     const std::optional<QJsonDocument> manifest = readJson(Site::kManifest);
-    const std::optional<CentralDirectory> directory =
-        readDirectory(Site::kClientArchive, url(Site::kClientArchive), u"M12"_s);
-    if (directory)
-        checkArchive(*directory);
     if (!manifest)
         return;
     const QJsonValue files = manifest->object().value("files"_L1);
-    if (!manifest->isObject() || !files.isArray()) {
+    if (!manifest->isObject()) {
+        m_findings.add(u"M03"_s, Site::kManifest, u"il faut un objet"_s,
+                       PlayersView::of(Site::kManifest).nonsense);
+        return;
+    }
+    if (!files.isArray()) {
         m_findings.add(u"M03"_s, Site::kManifest, u"pas de tableau « files »"_s);
         return;
     }
     if (files.toArray().isEmpty())
         m_findings.add(u"M03"_s, Site::kManifest, u"« files » est vide"_s);
+    m_client.hasManifest = true;
     checkSums(files.toArray());
-    if (!directory)
-        return;
-
-    QStringList listed;
-    const QJsonArray entries = files.toArray();
-    for (const QJsonValue file : entries)
-        listed.append(file["name"_L1].toString());
-    QStringList archived;
-    for (const CentralDirectory::Entry &entry : directory->entries) {
-        if (!entry.isFolder())
-            archived.append(nameIn(entry));
-    }
-    compare(listed, archived);
 }
 
 void Verifier::checkSums(const QJsonArray &files)
@@ -324,7 +412,8 @@ void Verifier::checkSums(const QJsonArray &files)
     QStringList unnamed;
     QStringList upperCase;
     QStringList wrong;
-    QStringList names;
+    QStringList contradicted;
+    QHash<QString, QString> sums;
     for (const QJsonValue file : files) {
         const QString name = file["name"_L1].toString();
         const QString sum = file["hash"_L1].toString();
@@ -334,47 +423,93 @@ void Verifier::checkSums(const QJsonArray &files)
             upperCase.append(name);
         else if (!kRight.match(sum).hasMatch())
             wrong.append(name);
-        if (!name.isEmpty())
-            names.append(name);
+        if (name.isEmpty())
+            continue;
+        if (!sums.contains(name))
+            m_client.listed.append(name);
+        else if (sums.value(name) != sum)
+            contradicted.append(name);
+        sums.insert(name, sum);
     }
-    m_findings.addExamples(u"M03"_s, Site::kManifest, u"entrée sans « name »"_s, unnamed);
+    const QStringList &names = m_client.listed;
+    m_findings.addExamples(u"M03"_s, Site::kManifest, u"entrée sans « name »"_s, unnamed,
+                           u"ces entrées ne vérifient aucun fichier"_s);
     m_findings.addExamples(u"M01"_s, Site::kManifest, u"somme en majuscules"_s, upperCase);
     m_findings.addExamples(u"M02"_s, Site::kManifest, u"somme qui n'est pas SHA-256"_s, wrong);
-    m_findings.addExamples(u"M04"_s, Site::kManifest, u"nom avec « \\ »"_s, withBackslash(names));
+    m_findings.addExamples(u"M04"_s, Site::kManifest, u"nom avec « \\ »"_s, withBackslash(names),
+                           u"la vérification ne trouve pas ces fichiers hors de Windows"_s);
+    m_findings.addExamples(u"M10"_s, Site::kManifest, u"plusieurs sommes pour un nom"_s,
+                           contradicted);
     m_findings.addExamples(u"M15"_s, Site::kManifest, u"nom refusé par Windows"_s,
-                           unusableNames(names));
+                           unusableNames(names),
+                           u"la vérification peut compter ces fichiers comme différents"_s);
 }
 
-void Verifier::checkArchive(const CentralDirectory &directory)
+void Verifier::checkClientArchive(const CentralDirectory &directory)
+{
+    m_client.isRead = true;
+    checkEntries(directory);
+    QStringList names;
+    for (const CentralDirectory::Entry &entry : directory.entries) {
+        if (!entry.isFolder())
+            names.append(nameIn(entry));
+    }
+    checkPlaces(names);
+    if (m_client.hasManifest)
+        compare(m_client.listed, names);
+}
+
+void Verifier::checkEntries(const CentralDirectory &directory)
 {
     const QString place = Site::kClientArchive;
     QStringList names;
     QStringList folders;
     QStringList unflagged;
     QStringList unreadable;
+    QStringList links;
+    QStringList large;
+    m_client.size = 0;
     for (const CentralDirectory::Entry &entry : directory.entries) {
-        m_clientSize += entry.packedSize + entry.size;
+        // What an archive tells of itself may be beyond all numbers.
+        for (const qint64 size : {entry.packedSize, entry.size})
+            m_client.size += std::min(size, std::numeric_limits<qint64>::max() - m_client.size);
+        const QString name = nameIn(entry);
         if (!entry.saysUtf8() && !isAscii(entry.name))
-            unflagged.append(nameIn(entry));
+            unflagged.append(name);
         if (entry.isEncrypted() || (entry.method != CentralDirectory::kStored &&
                                     entry.method != CentralDirectory::kDeflated))
-            unreadable.append(nameIn(entry));
-        (entry.isFolder() ? folders : names).append(nameIn(entry));
+            unreadable.append(name);
+        if (entry.isLink())
+            links.append(name);
+        if (entry.size > ClientFolder::kLargestForPowerShell)
+            large.append(name);
+        (entry.isFolder() ? folders : names).append(name);
     }
+    m_client.hasLinks = !links.isEmpty();
     m_findings.addExamples(u"M07"_s, place, u"nom sans le drapeau UTF-8"_s, unflagged);
     m_findings.addExamples(u"M14"_s, place, u"fichier illisible pour Windows"_s, unreadable);
+    m_findings.addExamples(u"M18"_s, place, u"lien symbolique"_s, links);
+    m_findings.addExamples(u"M19"_s, place, u"plus de 2 Go"_s, large);
     m_findings.addExamples(u"M04"_s, place, u"nom avec « \\ »"_s, withBackslash(names));
     m_findings.addExamples(u"M15"_s, place, u"nom refusé par Windows"_s,
                            unusableNames(names, folders));
+}
 
-    const QStringList markers = ClientFolder::markers(names);
+/// Whether what the launcher asks for by name lies where it looks.
+void Verifier::checkPlaces(const QStringList &names)
+{
+    const QString place = Site::kClientArchive;
+    QStringList found = names;
+    if (m_audience.target == LauncherArchive::targets().first())
+        std::transform(found.begin(), found.end(), found.begin(), asWindowsFindsIt);
+    const QStringList markers = ClientFolder::markers(found);
     if (markers.isEmpty())
         m_findings.add(u"M09"_s, place,
                        u"DofusInvoker.swf n'est pas là où le launcher le cherche"_s);
-    else if (names.last(markers.size()) != markers)
+    else if (found.last(markers.size()) != markers)
         m_findings.add(u"M08"_s, place,
                        u"l'archive ne se termine pas par « %1 »"_s.arg(markers.join(u" », « "_s)));
-    if (std::none_of(names.begin(), names.end(), ClientFolder::isProgram))
+    if (std::none_of(found.begin(), found.end(), ClientFolder::isProgram))
         m_findings.add(u"M13"_s, place, u"pas de Dofus.exe là où le launcher le cherche"_s);
 }
 
@@ -421,23 +556,48 @@ void Verifier::compare(const QStringList &listed, const QStringList &archived)
 /// Whatever does not exist must not answer with a page.
 void Verifier::checkMissing()
 {
-    const QString place = u"api/%1.json"_s.arg(QUuid::createUuid().toString(QUuid::WithoutBraces));
-    const SiteAnswer answer = m_reader.head(url(place));
-    if (answer.isGood())
-        m_findings.add(u"M25"_s, place, u"réponse 200 pour un fichier qui n'existe pas"_s);
+    QList<QUrl> addresses;
+    for (const QString &form : {u"api/%1.json"_s, u"updates/%1.json"_s, u"client/%1.zip"_s})
+        addresses.append(url(form.arg(randomName())));
+    if (!m_launcher.archive.isEmpty())
+        addresses.append(m_launcher.archive.resolved(QUrl(randomName() + u".zip"_s)));
+    for (const QUrl &address : std::as_const(addresses)) {
+        const QString text = address.toString();
+        if (m_reader.head(address).isGood()) {
+            m_findings.add(u"M25"_s,
+                           text.startsWith(m_baseUrl) ? text.sliced(m_baseUrl.size()) : text,
+                           u"réponse 200 pour un fichier qui n'existe pas"_s);
+        }
+    }
 }
 
 void Verifier::lookAsLaunchers()
 {
-    for (const QString &version : std::as_const(m_versions)) {
+    for (const QLatin1StringView place : {Site::kStatus, Site::kNews, Site::kLauncherVersion}) {
+        // The launcher's workers would fill the memory of this machine, too.
+        if (m_findings.has(u"M32"_s, place)) {
+            m_sights.append(u"Launchers : pas essayés, tant que M32 n'est pas corrigé"_s);
+            return;
+        }
+    }
+    for (const QString &version : std::as_const(m_audience.versions)) {
         LauncherSettings::become(version, m_baseUrl);
-        const LauncherEyes::Sight sight = LauncherEyes::look();
-        m_sights.append(u"Launcher %1 : serveur %2, %3, %4, %5"_s.arg(
-            version, sight.online ? u"en ligne"_s : u"hors ligne"_s,
-            French::counted(sight.players, u"joueur"_s, u"joueurs"_s),
-            French::counted(sight.news.size(), u"actualité"_s, u"actualités"_s),
-            sight.newVersion.isEmpty() ? u"pas de mise à jour"_s
-                                       : u"mise à jour vers %1 proposée"_s.arg(sight.newVersion)));
+        const LauncherEyes::Sight sight = LauncherEyes::look(m_patience);
+        const QString state = sight.online ? u"en ligne"_s : u"hors ligne"_s;
+        const QString players = French::counted(sight.players, u"joueur"_s, u"joueurs"_s);
+        QString news = u"actualités sans réponse"_s;
+        if (sight.isWelcomed)
+            news = u"texte d'accueil au lieu des actualités"_s;
+        else if (sight.news)
+            news = French::counted(sight.news->size(), u"actualité"_s, u"actualités"_s);
+        QString update = u"mise à jour sans réponse"_s;
+        if (sight.newVersion) {
+            update = sight.newVersion->isEmpty()
+                         ? u"pas de mise à jour"_s
+                         : u"mise à jour vers %1 proposée"_s.arg(*sight.newVersion);
+        }
+        m_sights.append(u"Launcher %1 : serveur %2, %3, %4"_s.arg(
+            version, sight.hasState ? state + u", "_s + players : u"sans réponse"_s, news, update));
     }
 }
 
@@ -447,37 +607,43 @@ void Verifier::readLauncher()
     const QString place = m_launcher.archive.toString();
     if (m_findings.hasErrorAt(place))
         return; // what is wrong with it is known
+    if (m_launcher.length > kLargestLauncher) {
+        m_findings.add(u"M42"_s, place, u"%1 octets"_s.arg(m_launcher.length));
+        return;
+    }
     const QTemporaryDir folder;
     const QString path = folder.filePath(u"launcher.zip"_s);
-    const SiteAnswer answer = m_reader.save(m_launcher.archive, path);
+    Disk::checkRoom(folder.path(), std::max(kLeastRoom, m_launcher.length));
+    const SiteAnswer answer =
+        m_reader.save(m_launcher.archive, path, m_launcher.length, kLargestLauncher);
     if (!answer.isGood()) {
-        m_findings.add(u"M42"_s, place, u"le téléchargement échoue (%1)"_s.arg(answer.problem));
+        const PlayersView view = PlayersView::of(place);
+        m_findings.add(u"M42"_s, place, u"le téléchargement échoue (%1)"_s.arg(answer.problem),
+                       answer.isSilent || answer.isOverlong ? view.silent : view.unanswered);
         return;
     }
-    if (m_keys.isEmpty()) {
-        QFile file(path);
-        const auto fetch = [&file](qint64 offset, qint64 size) {
-            return file.seek(offset) ? file.read(size) : QByteArray();
-        };
-        std::optional<CentralDirectory> directory;
-        if (file.open(QIODevice::ReadOnly))
-            directory = CentralDirectory::read(file.size(), fetch);
-        if (directory)
-            checkLauncherFiles(*directory);
-        else
-            m_findings.add(u"M42"_s, place, u"l'archive n'a pas de fin"_s);
-        return;
-    }
+    if (m_launcher.isOurs && !m_audience.keys.isEmpty())
+        readSignedLauncher(path);
+    else if (const std::optional<CentralDirectory> directory = directoryOf(path))
+        checkLauncherFiles(*directory);
+    else
+        m_findings.add(u"M42"_s, place, u"l'archive n'a pas de fin"_s);
+}
+
+void Verifier::readSignedLauncher(const QString &path)
+{
+    const QString place = m_launcher.archive.toString();
     try {
         // Newer than which ones has been looked at.
-        const LauncherArchive archive =
-            LauncherArchive::read(path, LauncherArchive::terms(m_target, m_keys, {}), m_baseUrl);
+        const LauncherArchive archive = LauncherArchive::read(
+            path, LauncherArchive::terms(m_audience.target, m_audience.keys, {}), m_audience.home);
         if (archive.version != m_launcher.version)
             m_findings.add(u"M42"_s, place, u"elle contient la version %1"_s.arg(archive.version));
         if (!archive.hasProgram)
             m_findings.add(u"M42"_s, place, u"elle ne contient pas le launcher"_s);
         else if (!archive.asksThere)
-            m_findings.add(u"M45"_s, place, u"il n'est pas construit pour %1"_s.arg(m_baseUrl));
+            m_findings.add(u"M45"_s, place,
+                           u"il n'est pas construit pour %1"_s.arg(m_audience.home));
     } catch (const Failure &failure) {
         m_findings.add(u"M42"_s, place, QString::fromStdString(failure.text));
     }
@@ -492,7 +658,7 @@ void Verifier::checkRoom(const QString &folder) const
         return true;
     });
     try {
-        Disk::checkRoom(folder, std::max(qint64{0}, m_clientSize - written));
+        Disk::checkRoom(folder, std::max(kLeastRoom, m_client.size - written));
     } catch (const Problem &problem) {
         throw Problem{problem.outcome,
                       problem.text + u" La variable TMPDIR peut nommer un autre dossier."_s};
@@ -501,14 +667,72 @@ void Verifier::checkRoom(const QString &folder) const
 
 void Verifier::installClient()
 {
-    LauncherSettings::become(m_versions.value(0), m_baseUrl);
+    if (!isSafeToInstall())
+        return;
+    LauncherSettings::become(m_audience.versions.value(0), m_baseUrl);
     const QTemporaryDir folder;
     if (!folder.isValid())
         throw Problem{Outcome::Disk, folder.errorString()};
     checkRoom(folder.path());
-    const QString failure = LauncherEyes::install(folder.path());
-    if (failure.isEmpty())
+    std::optional<Problem> obstacle;
+    const auto look = [this, &folder, &obstacle](const QString &archive) {
+        try {
+            return mayUnpack(archive, folder.path());
+        } catch (const Problem &problem) { // the event loop, which is in between, knows none
+            obstacle = problem;
+            return false;
+        }
+    };
+    const LauncherEyes::Installation installation =
+        LauncherEyes::install(folder.path(), look, m_patience);
+    if (obstacle)
+        throw Problem(*obstacle);
+    if (installation.failure.isEmpty())
         return;
     checkRoom(folder.path());
-    m_findings.add(u"M16"_s, Site::kClientArchive, u"le launcher dit : %1"_s.arg(failure));
+    m_findings.add(installation.isDownloaded ? u"M16"_s : u"M33"_s, Site::kClientArchive,
+                   installation.failure);
+}
+
+/// Of the archive that the launcher has downloaded: what ranges did not show is looked at now.
+bool Verifier::mayUnpack(const QString &archive, const QString &folder)
+{
+    const QString place = Site::kClientArchive;
+    const qint64 size = QFileInfo(archive).size();
+    if (size < m_client.length) {
+        checkRoom(folder);
+        m_findings.add(u"M33"_s, place,
+                       u"l'archive s'arrête à l'octet %1 sur %2"_s.arg(size).arg(m_client.length),
+                       u"« Erreur de téléchargement », ou « Erreur d'extraction »"_s);
+        return false;
+    }
+    if (m_client.isRead)
+        return true;
+    const std::optional<CentralDirectory> directory = directoryOf(archive);
+    if (directory)
+        checkClientArchive(*directory);
+    checkRoom(folder);
+    if (directory)
+        return isSafeToInstall();
+    if (!m_findings.has(u"M12"_s, place))
+        m_findings.add(u"M12"_s, place, u"l'archive n'a pas de fin : elle est coupée ou abîmée"_s);
+    return false;
+}
+
+/// What the launcher's workers do on the machines of players who want to play there is not to be
+/// done on this one.
+bool Verifier::isSafeToInstall()
+{
+    QStringList codes;
+    if (std::any_of(m_client.listed.begin(), m_client.listed.end(), leadsElsewhere))
+        codes.append(u"M15"_s);
+    if (m_client.hasLinks)
+        codes.append(u"M18"_s);
+    if (m_findings.has(u"M32"_s, Site::kManifest))
+        codes.append(u"M32"_s);
+    if (codes.isEmpty())
+        return true;
+    m_sights.append(
+        u"Installation : pas essayée, tant que %1 n'est pas corrigé"_s.arg(codes.join(u", "_s)));
+    return false;
 }

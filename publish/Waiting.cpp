@@ -2,8 +2,6 @@
 
 #include "publish/Interruption.h"
 
-#include <QTimer>
-
 using namespace std::chrono_literals;
 
 namespace {
@@ -12,17 +10,29 @@ constexpr auto kLookForInterruption = 100ms;
 
 } // namespace
 
+Waiting::Waiting()
+{
+    m_limit.setSingleShot(true);
+    QObject::connect(&m_limit, &QTimer::timeout, &m_loop, &QEventLoop::quit);
+}
+
 void Waiting::done()
 {
     m_isDone = true;
     m_loop.quit();
 }
 
+void Waiting::goesOn()
+{
+    if (m_limit.isActive())
+        m_limit.start();
+}
+
 bool Waiting::run(std::chrono::milliseconds limit)
 {
     if (m_isDone)
         return true;
-    QTimer::singleShot(limit, &m_loop, &QEventLoop::quit);
+    m_limit.start(limit);
     QTimer look;
     QObject::connect(&look, &QTimer::timeout, &m_loop, [this] {
         if (Interruption::wasRequested())
@@ -30,6 +40,7 @@ bool Waiting::run(std::chrono::milliseconds limit)
     });
     look.start(kLookForInterruption);
     m_loop.exec();
+    m_limit.stop();
     Interruption::check();
     return m_isDone;
 }

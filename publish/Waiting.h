@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QEventLoop>
+#include <QTimer>
 
 #include <chrono>
 
@@ -9,11 +10,16 @@
 class Waiting
 {
 public:
+    Waiting();
+
     void done();
+    /// Something has happened: the limit begins anew.
+    void goesOn();
     /// False when it was not done in time.
     bool run(std::chrono::milliseconds limit);
 
 private:
     QEventLoop m_loop;
+    QTimer m_limit;
     bool m_isDone = false;
 };

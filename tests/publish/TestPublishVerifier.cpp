@@ -1,4 +1,7 @@
 #include "publish/CentralDirectory.h"
+#include "publish/LauncherEyes.h"
+#include "publish/LauncherSettings.h"
+#include "publish/Verifier.h"
 #include "tests/publish/Publisher.h"
 #include "tests/support/Archives.h"
 #include "tests/support/Files.h"
@@ -9,19 +12,25 @@
 #include "tests/updater/SampleUpdate.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QtEndian>
 #include <QTest>
 
 #include <signal.h>
 
 #include <algorithm>
+#include <chrono>
 #include <functional>
+#include <limits>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
+
+constexpr std::chrono::milliseconds kShortWait(300);
 
 /// What a server has under its addresses, without the "/" in front.
 class Site : public QMap<QByteArray, HttpAnswer>
@@ -81,6 +90,25 @@ QByteArray archiveAnd(const Archives::Entry &more)
     return Archives::zip(entries);
 }
 
+/// One whose first file says that it is as large, in the fields of 64 bits.
+QByteArray archiveOfSize(qint64 size)
+{
+    const QByteArray large("\xff\xff\xff\xff");
+    QByteArray archive = Archives::zip(sampleEntries());
+    const CentralDirectory::Entry first = directoryOf(archive).entries.first();
+    const qint64 number = qToLittleEndian(size);
+    QByteArray field = QByteArray::fromHex("01000800");
+    field.append(reinterpret_cast<const char *>(&number), sizeof number);
+    archive.replace(first.recordOffset + 24, 4, large);
+    archive[first.recordOffset + 30] = static_cast<char>(field.size());
+    archive.insert(first.recordOffset + 46 + first.name.size(), field);
+    // The directory has grown: its size stands at the archive's end.
+    const qsizetype at = archive.size() - 10;
+    const auto directorySize = qFromLittleEndian<quint32>(archive.constData() + at);
+    const quint32 grown = qToLittleEndian(directorySize + quint32(field.size()));
+    return archive.replace(at, 4, QByteArray(reinterpret_cast<const char *>(&grown), 4));
+}
+
 /// Two bytes of each record in the archive's directory.
 void setInDirectory(QByteArray &archive, qint64 field, char low, char high)
 {
@@ -116,10 +144,26 @@ private slots:
     void theWholeLookReadsTheLauncher_data();
     void theWholeLookReadsTheLauncher();
     void theWholeLookReadsWhatRangesDoNotShow();
+    void theWholeLookReadsTheClientThatRangesDoNotShow_data();
+    void theWholeLookReadsTheClientThatRangesDoNotShow();
+    void aManifestThatLeadsElsewhereIsNotFollowed();
+    void aPartThatIsTheWholeIsNotRead();
+    void aDownloadThatStandsStillIsGivenUp();
+    void aServerThatFallsSilentIsNotWaitedFor_data();
+    void aServerThatFallsSilentIsNotWaitedFor();
+    void aLauncherIsWaitedForOnce();
+    void whatPlayersSeeIsThatOfTheAddress_data();
+    void whatPlayersSeeIsThatOfTheAddress();
+    void newsThatAreNoneAreNotCounted();
+    void aTerminalIsNotCommandedByASite();
+    void aRehearsalOffersTheLauncherOfTheRealSite_data();
+    void aRehearsalOffersTheLauncherOfTheRealSite();
+    void whatIsInTheWayIsToldInJson();
     void aWorkshopWithoutVersionsIsRefused_data();
     void aWorkshopWithoutVersionsIsRefused();
     void theWholeLookNeedsAnUnpacker();
     void theWholeLookNeedsRoom();
+    void anOwnFullDiskIsNoFaultOfTheSite_data();
     void anOwnFullDiskIsNoFaultOfTheSite();
     void aSignalEndsTheVerification_data();
     void aSignalEndsTheVerification();
@@ -138,8 +182,13 @@ private:
         process.start(Publisher::program(),
                       {u"verifier"_s, u"--complet"_s, m_server.url(u"/"_s).toString()});
     }
+    /// `file` is the end of a path.
     static bool reads(const QProcess &process, const QString &file);
+    /// With less patience, in this process.
+    QStringList look(const Patience &patience, bool whole) const;
+    static Audience audience() { return {{u"1.0.0"_s}, u"windows-x64"_s, {}, {}}; }
     static QStringList codes(const Publisher::Result &result);
+    static QStringList codes(const QJsonArray &findings);
 
     Publisher m_publisher;
     HttpServer m_server;
@@ -183,14 +232,25 @@ bool TestPublishVerifier::reads(const QProcess &process, const QString &file)
     const QDir open(u"/proc/%1/fd"_s.arg(process.processId()));
     const QStringList descriptors = open.entryList(QDir::Files | QDir::System);
     return std::any_of(descriptors.begin(), descriptors.end(), [&](const QString &descriptor) {
-        return QFile::symLinkTarget(open.filePath(descriptor)) == file;
+        return QFile::symLinkTarget(open.filePath(descriptor)).endsWith(file);
     });
+}
+
+QStringList TestPublishVerifier::look(const Patience &patience, bool whole) const
+{
+    Verifier verifier(m_server.url(u"/"_s).toString(), audience(), patience);
+    verifier.run(whole);
+    return codes(verifier.findings().json());
 }
 
 QStringList TestPublishVerifier::codes(const Publisher::Result &result)
 {
     const QJsonObject report = QJsonDocument::fromJson(result.output.toUtf8()).object();
-    const QJsonArray findings = report.value(u"constats"_s).toArray();
+    return codes(report.value(u"constats"_s).toArray());
+}
+
+QStringList TestPublishVerifier::codes(const QJsonArray &findings)
+{
     QStringList codes;
     for (const QJsonValue finding : findings)
         codes.append(finding[u"code"_s].toString());
@@ -233,6 +293,7 @@ void TestPublishVerifier::everyMistakeHasItsCode_data()
     const auto row = [](const char *name, const QStringList &expected, const Change &change) {
         QTest::newRow(name) << change << expected;
     };
+    const auto withoutRanges = [](Site &site) { site["client/DofusClient.zip"].ranges = false; };
     const QByteArray sum = Files::sha256("program").toLatin1();
     const QByteArray accented = QByteArrayLiteral("data/Île aux Cèdres.map");
 
@@ -312,6 +373,29 @@ void TestPublishVerifier::everyMistakeHasItsCode_data()
     row("a file and a folder of one name in the manifest", {u"M10"_s, u"M11"_s, u"M15"_s},
         [](Site &site) { site.changeManifest("data/texte.json", "DOFUS.EXE/a/b"); });
 
+    row("a symbolic link in the archive", {u"M11"_s, u"M18"_s}, [](Site &site) {
+        site.archive() = archiveAnd({"data/lien", "texte.json", true});
+    });
+    row("files above 2 GB", {u"M19"_s}, [](Site &site) {
+        setInDirectory(site.archive(), 26, 0, '\x90'); // the higher half of their sizes
+    });
+    row("sizes that are negative", {u"M12"_s},
+        [](Site &site) { site.archive() = archiveOfSize(-1); });
+    row("sizes beyond all numbers", {u"M19"_s},
+        [](Site &site) { site.archive() = archiveOfSize(std::numeric_limits<qint64>::max()); });
+    row("a name twice in the manifest", {}, [=](Site &site) {
+        site.changeManifest("[", R"([{"name": "Dofus.exe", "hash": ")" + sum + R"("}, )");
+    });
+    row("a name twice in the manifest with two sums", {u"M10"_s}, [=](Site &site) {
+        site.changeManifest("[", R"([{"name": "Dofus.exe", "hash": ")" + QByteArray(64, '0') +
+                                     R"("}, )");
+    });
+    row("names in lower case that Windows finds", {u"M05"_s}, [](Site &site) {
+        site.archive() = archiveWith([](const QByteArray &name) {
+            return name.startsWith("Dofus") ? name.toLower() : name;
+        });
+    });
+
     row("no news", {u"M20"_s}, [](Site &site) { site.remove("api/news.php"); });
     row("an error of the server", {u"M20"_s},
         [](Site &site) { site["api/status.php"] = HttpAnswer::status(500); });
@@ -344,6 +428,12 @@ void TestPublishVerifier::everyMistakeHasItsCode_data()
         [](Site &site) { site.body("api/status.php") = R"({"online": true, "players": "12"})"; });
     row("news that are no list", {u"M26"_s},
         [](Site &site) { site.body("api/news.php") = R"({"news": []})"; });
+    row("an item of news with a title that is a number", {u"M26"_s},
+        [](Site &site) { site.body("api/news.php") = R"([{"title": 5}])"; });
+    row("an item of news without a title", {},
+        [](Site &site) { site.body("api/news.php") = R"([{"content": "Texte"}])"; });
+    row("a state without a number of players", {},
+        [](Site &site) { site.body("api/status.php") = R"({"online": false})"; });
     row("a launcher's record that is a list", {u"M26"_s},
         [](Site &site) { site.body("api/launcher_version.json") = "[]"; });
     row("an archive packed again on its way", {u"M27"_s, u"M31"_s}, [](Site &site) {
@@ -356,8 +446,23 @@ void TestPublishVerifier::everyMistakeHasItsCode_data()
         [](Site &site) { site["api/status.php"].truncatedAfter(5); });
     row("a state that caches keep", {u"M30"_s},
         [](Site &site) { site["api/status.php"].headers.clear(); });
-    row("a server that sends whole files alone", {u"M31"_s},
-        [](Site &site) { site["client/DofusClient.zip"].ranges = false; });
+    row("a server that sends whole files alone", {u"M31"_s}, withoutRanges);
+    row("a page in place of the archive without ranges", {u"M12"_s}, [=](Site &site) {
+        site.archive() = "<!DOCTYPE html><p>Bientôt";
+        withoutRanges(site);
+    });
+    row("words in place of the archive without ranges", {u"M12"_s}, [=](Site &site) {
+        site.archive() = "Bientôt";
+        withoutRanges(site);
+    });
+    row("a part as the answer to every question", {u"M31"_s}, [](Site &site) {
+        HttpAnswer &answer = site["client/DofusClient.zip"];
+        answer.ranges = false;
+        answer.code = 206;
+        answer.header("Content-Range", "bytes 0-3/" + QByteArray::number(answer.body.size()));
+    });
+    row("a state without end", {u"M32"_s},
+        [](Site &site) { site["api/status.php"].body = QByteArray(9'000'000, ' '); });
 
     row("a version with a letter", {u"M40"_s},
         [](Site &site) { site.offerLauncher("http://veyra.test/a.zip", "v2.0"); });
@@ -366,6 +471,10 @@ void TestPublishVerifier::everyMistakeHasItsCode_data()
     row("a launcher without an address", {u"M41"_s}, [](Site &site) { site.offerLauncher(""); });
     row("a launcher at half an address", {u"M41"_s},
         [](Site &site) { site.offerLauncher("/launcher/a.zip"); });
+    row("a launcher at an address of another kind", {u"M41"_s},
+        [](Site &site) { site.offerLauncher("ftp://veyra.test/a.zip"); });
+    row("a launcher in a file of this machine", {u"M41"_s},
+        [](Site &site) { site.offerLauncher("file:///a.zip"); });
     row("an older launcher without an address", {},
         [](Site &site) { site.offerLauncher("", "0.1"); });
     row("a launcher as it should be", {},
@@ -406,7 +515,8 @@ void TestPublishVerifier::everyMistakeHasItsCode()
     serve(site);
     const Publisher::Result result = verify({u"--json"_s});
     QVERIFY2(codes(result) == expected, qPrintable(result.output + result.errors));
-    static const QStringList kWarnings{u"M11"_s, u"M22"_s, u"M28"_s, u"M30"_s, u"M31"_s, u"M44"_s};
+    static const QStringList kWarnings{u"M11"_s, u"M19"_s, u"M22"_s, u"M28"_s,
+                                       u"M30"_s, u"M31"_s, u"M44"_s};
     const bool isHarmless = std::all_of(expected.begin(), expected.end(), [](const QString &code) {
         return kWarnings.contains(code);
     });
@@ -431,7 +541,7 @@ void TestPublishVerifier::aClientThatDiffersIsFoundByInstallingIt()
     site.remove("client/DofusClient.zip");
     m_server.clear();
     serve(site);
-    QVERIFY(codes(verify({u"--complet"_s, u"--json"_s})).contains(u"M16"_s));
+    QVERIFY(codes(verify({u"--complet"_s, u"--json"_s})).contains(u"M33"_s));
     site = m_good;
     site.manifest() = "[]";
     serve(site);
@@ -626,6 +736,263 @@ void TestPublishVerifier::theWholeLookReadsWhatRangesDoNotShow()
     QCOMPARE(codes(verify({u"--complet"_s, u"--json"_s})), (QStringList{u"M31"_s, u"M42"_s}));
 }
 
+void TestPublishVerifier::theWholeLookReadsTheClientThatRangesDoNotShow_data()
+{
+    QTest::addColumn<Change>("change");
+    QTest::addColumn<QStringList>("expected");
+    const auto row = [](const char *name, const QStringList &expected, const Change &change) {
+        QTest::newRow(name) << change << expected;
+    };
+    row("a client as it should be", {}, [](Site &) {});
+    row("the marker first, names without the flag, no program", {u"M07"_s, u"M08"_s, u"M13"_s},
+        [](Site &site) {
+            QList<Archives::Entry> entries = sampleEntries();
+            entries.removeIf([](const auto &entry) { return entry.name == "Dofus.exe"; });
+            entries.move(entries.size() - 1, 0);
+            site.archive() = Archives::zip(entries);
+            setInDirectory(site.archive(), 8, 0, 0);
+            site.changeManifest("Dofus.exe", "data/vide"); // the sums are what it is about
+            site.changeManifest(Files::sha256("program").toLatin1(), Files::sha256("").toLatin1());
+        });
+    row("a file that the archive lacks", {u"M10"_s, u"M11"_s, u"M16"_s},
+        [](Site &site) { site.changeManifest("data/vide", "data/autre"); });
+    row("a symbolic link", {u"M11"_s, u"M18"_s}, [](Site &site) {
+        site.archive() = archiveAnd({"data/lien", "/dev/zero", true});
+    });
+    row("half an archive", {u"M12"_s},
+        [](Site &site) { site.archive().truncate(site.archive().size() / 2); });
+    row("an archive that breaks off", {u"M33"_s},
+        [](Site &site) { site["client/DofusClient.zip"].truncatedAfter(1000); });
+}
+
+void TestPublishVerifier::theWholeLookReadsTheClientThatRangesDoNotShow()
+{
+    QFETCH(const Change, change);
+    QFETCH(QStringList, expected);
+    Site site = m_good;
+    change(site);
+    site["client/DofusClient.zip"].ranges = false;
+    serve(site);
+    QCOMPARE(codes(verify({u"--json"_s})), QStringList{u"M31"_s});
+    const Publisher::Result result = verify({u"--complet"_s, u"--json"_s});
+    expected.append(u"M31"_s);
+    expected.sort();
+    QVERIFY2(codes(result) == expected, qPrintable(result.output + result.errors));
+}
+
+/// What the verification would open there may have no end.
+void TestPublishVerifier::aManifestThatLeadsElsewhereIsNotFollowed()
+{
+    Site site = m_good;
+    site.changeManifest(R"("name": "data/vide")",
+                        R"("name": ")" + QByteArray("../").repeated(20) + R"(dev/zero")");
+    serve(site);
+    const Publisher::Result result = verify({u"--complet"_s});
+    QCOMPARE(result.code, 3);
+    QVERIFY2(result.output.contains(u"Installation : pas essayée, tant que M15"_s) &&
+                 result.output.contains(u"\nM15  erreur, updates/version.json"_s),
+             qPrintable(result.output));
+}
+
+void TestPublishVerifier::aPartThatIsTheWholeIsNotRead()
+{
+    serve(m_good);
+    HttpAnswer all = m_good["client/DofusClient.zip"];
+    all.ranges = false;
+    HttpAnswer part = all;
+    part.code = 206;
+    part.header("Content-Range", "bytes 0-3/" + QByteArray::number(part.body.size()));
+    m_server.answerInTurn("/client/DofusClient.zip", {all, part});
+    const Publisher::Result result = verify();
+    QCOMPARE(result.code, 4);
+    QVERIFY2(result.output.contains(u"plus que demandé"_s), qPrintable(result.output));
+}
+
+void TestPublishVerifier::aDownloadThatStandsStillIsGivenUp()
+{
+    Site site = m_good;
+    site["client/DofusClient.zip"].heldAfter(100).ranges = false;
+    serve(site);
+    Patience patience;
+    patience.standstill = kShortWait;
+    QCOMPARE(look(patience, true), (QStringList{u"M31"_s, u"M33"_s}));
+}
+
+void TestPublishVerifier::aServerThatFallsSilentIsNotWaitedFor_data()
+{
+    QTest::addColumn<QByteArray>("place");
+    QTest::addColumn<QString>("sight");
+    QTest::addColumn<QString>("players");
+    QTest::newRow("the state") << QByteArray("api/status.php") << u"serveur sans réponse"_s
+                               << u"« Vérification du serveur... », sans fin"_s;
+    QTest::newRow("the news") << QByteArray("api/news.php") << u"actualités sans réponse"_s
+                              << u"« Chargement des actualités... », sans fin"_s;
+    QTest::newRow("the launcher") << QByteArray("api/launcher_version.json")
+                                  << u"mise à jour sans réponse"_s
+                                  << u"« Vérification des mises à jour du launcher... », sans "
+                                     u"fin : personne ne joue"_s;
+    QTest::newRow("the manifest") << QByteArray("updates/version.json") << u"serveur en ligne"_s
+                                  << u"« Vérification des mises à jour... » après "
+                                     u"l'installation, sans fin"_s;
+    QTest::newRow("the client") << QByteArray("client/DofusClient.zip") << u"serveur en ligne"_s
+                                << u"un téléchargement qui n'avance plus, sans fin"_s;
+}
+
+void TestPublishVerifier::aServerThatFallsSilentIsNotWaitedFor()
+{
+    QFETCH(const QByteArray, place);
+    QFETCH(const QString, sight);
+    QFETCH(const QString, players);
+    Site site = m_good;
+    site[place] = HttpAnswer::never();
+    serve(site);
+    Patience patience;
+    patience.answer = kShortWait;
+    patience.sight = kShortWait;
+    Verifier verifier(m_server.url(u"/"_s).toString(), audience(), patience);
+    verifier.run(false);
+    QCOMPARE(codes(verifier.findings().json()), QStringList{u"M20"_s});
+    QVERIFY2(verifier.sights().first().contains(sight), qPrintable(verifier.sights().first()));
+    QVERIFY2(verifier.findings().text().contains(players), qPrintable(verifier.findings().text()));
+}
+
+/// All three of them are waited for together.
+void TestPublishVerifier::aLauncherIsWaitedForOnce()
+{
+    Site site = m_good;
+    for (const char *place : {"api/status.php", "api/news.php", "api/launcher_version.json"})
+        site[place] = HttpAnswer::never();
+    serve(site);
+    Patience patience;
+    patience.sight = std::chrono::milliseconds(1000);
+    LauncherSettings::become(u"1.0.0"_s, m_server.url(u"/"_s).toString());
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!LauncherEyes::look(patience).hasState);
+    QVERIFY2(timer.elapsed() < 2000, qPrintable(QString::number(timer.elapsed())));
+}
+
+void TestPublishVerifier::whatPlayersSeeIsThatOfTheAddress_data()
+{
+    QTest::addColumn<Change>("change");
+    QTest::addColumn<QString>("expected");
+    const auto row = [](const char *name, const QString &expected, const Change &change) {
+        QTest::newRow(name) << change << expected;
+    };
+    row("a manifest that is cut off in itself",
+        u"« Erreur: Format de version invalide » après l'installation"_s,
+        [](Site &site) { site.manifest().chop(5); });
+    row("a manifest that is a list", u"« Erreur: Format de version invalide »"_s,
+        [](Site &site) { site.manifest() = "[]"; });
+    row("a page in place of the manifest", u"« Erreur: Format de version invalide »"_s,
+        [](Site &site) { site.manifest() = "<p>"; });
+    row("a manifest without files", u"« Prêt à jouer ! », sans qu'aucun fichier"_s,
+        [](Site &site) { site.manifest() = "{}"; });
+    row("no manifest", u"« Mode hors ligne » après l'installation"_s,
+        [](Site &site) { site.remove("updates/version.json"); });
+    row("no client", u"« Erreur de téléchargement »"_s,
+        [](Site &site) { site.remove("client/DofusClient.zip"); });
+    row("no news", u"« Bienvenue sur Veyra ! » au lieu des actualités"_s,
+        [](Site &site) { site.remove("api/news.php"); });
+    row("news that are no list", u"« Aucune actualité pour le moment. »"_s,
+        [](Site &site) { site.body("api/news.php") = "{}"; });
+    row("no state", u"« Serveur hors ligne »"_s, [](Site &site) { site.remove("api/status.php"); });
+    row("players in words", u"« 0 joueur connecté »"_s,
+        [](Site &site) { site.body("api/status.php") = R"({"online": true, "players": "12"})"; });
+    row("redirects that go round", u"« Serveur hors ligne », après 51 requêtes"_s,
+        [](Site &site) { site["api/status.php"] = HttpAnswer::redirect("/api/status.php"); });
+    row("a redirect to another kind of address", u"« Serveur hors ligne », après 1 requête"_s,
+        [](Site &site) { site["api/status.php"] = HttpAnswer::redirect("ftp://veyra.test/"); });
+}
+
+void TestPublishVerifier::whatPlayersSeeIsThatOfTheAddress()
+{
+    QFETCH(const Change, change);
+    QFETCH(const QString, expected);
+    Site site = m_good;
+    change(site);
+    serve(site);
+    const Publisher::Result result = verify();
+    QCOMPARE(result.code, 3);
+    QVERIFY2(result.output.contains(u"Joueurs : "_s + expected), qPrintable(result.output));
+}
+
+void TestPublishVerifier::newsThatAreNoneAreNotCounted()
+{
+    Site site = m_good;
+    site.body("api/news.php") = "[]";
+    serve(site);
+    QVERIFY(verify().output.contains(u"12 joueurs, 0 actualité, "_s));
+    site["api/news.php"] = HttpAnswer::status(404);
+    serve(site);
+    QVERIFY(verify().output.contains(u"texte d'accueil au lieu des actualités"_s));
+}
+
+void TestPublishVerifier::aTerminalIsNotCommandedByASite()
+{
+    Site site = m_good;
+    site.archive() = archiveAnd({"data/\x1b[2J\nAucune erreur.\n", "content"});
+    site.body("api/launcher_version.json") = "{\"version\": \"9\\u001b[2J\"}";
+    serve(site);
+    const QString output = verify().output;
+    QVERIFY2(!output.contains(u'\x1b') && !output.contains(u"\nAucune erreur."_s) &&
+                 output.contains(u"\\u001b[2J\\u000aAucune"_s),
+             qPrintable(output));
+}
+
+/// At another address than the workshop's own, from which it has the launcher's.
+void TestPublishVerifier::aRehearsalOffersTheLauncherOfTheRealSite_data()
+{
+    QTest::addColumn<UpdateChange>("change");
+    QTest::addColumn<QStringList>("expected");
+    QTest::newRow("a launcher as it should be")
+        << UpdateChange([](SampleUpdate &) {}) << QStringList();
+    QTest::newRow("a launcher that was changed after it was signed")
+        << UpdateChange([](SampleUpdate &update) {
+               update.changeSignedList = [](QByteArray &list) { list.replace("99.0.0", "99.0.1"); };
+           })
+        << QStringList{u"M42"_s};
+    QTest::newRow("a launcher for another site")
+        << UpdateChange([](SampleUpdate &update) { update.files["VeyraLauncher.exe"] = "program"; })
+        << QStringList{u"M45"_s};
+}
+
+void TestPublishVerifier::aRehearsalOffersTheLauncherOfTheRealSite()
+{
+    QFETCH(const UpdateChange, change);
+    QFETCH(const QStringList, expected);
+    const KeyPair keys;
+    const Publisher publisher;
+    const QString home = u"http://veyra.test/"_s;
+    Files::write(publisher.beside(u"cle.pub"_s), keys.publicKeyFile());
+    QCOMPARE(publisher.run({u"init"_s, home, u"--cle"_s, publisher.beside(u"cle.pub"_s)}).code, 0);
+    SampleUpdate update;
+    update.version = "99.0.0";
+    update.files["VeyraLauncher.exe"] =
+        QByteArray(reinterpret_cast<const char *>(home.utf16()), home.size() * 2);
+    change(update);
+    Site site = m_good;
+    site.body("launcher/a.zip") = update.archive(keys);
+    site.offerLauncher(home.toUtf8() + "launcher/a.zip");
+    serve(site);
+    const Publisher::Result result = publisher.run(
+        {u"verifier"_s, u"--complet"_s, u"--json"_s, m_server.url(u"/"_s).toString()});
+    QVERIFY2(codes(result) == expected, qPrintable(result.output + result.errors));
+}
+
+void TestPublishVerifier::whatIsInTheWayIsToldInJson()
+{
+    HttpServer gone;
+    const QString nobody = gone.url(u"/"_s).toString();
+    gone.stopListening();
+    const Publisher::Result result = m_publisher.run({u"verifier"_s, nobody, u"--json"_s});
+    QCOMPARE(result.code, 5);
+    const QJsonObject report = QJsonDocument::fromJson(result.output.toUtf8()).object();
+    QCOMPARE(report.value(u"constats"_s), QJsonValue(QJsonArray()));
+    QVERIFY2(report.value(u"obstacle"_s).toString().contains(u"ne répond pas"_s),
+             qPrintable(result.output));
+}
+
 void TestPublishVerifier::aWorkshopWithoutVersionsIsRefused_data()
 {
     QTest::addColumn<QByteArray>("versions");
@@ -685,18 +1052,29 @@ void TestPublishVerifier::theWholeLookNeedsRoom()
              qPrintable(result.output));
 }
 
+void TestPublishVerifier::anOwnFullDiskIsNoFaultOfTheSite_data()
+{
+    QTest::addColumn<bool>("hasRanges");
+    QTest::newRow("the archive's size is known before") << true;
+    QTest::newRow("its length alone is") << false;
+}
+
 void TestPublishVerifier::anOwnFullDiskIsNoFaultOfTheSite()
 {
     if (!FullDisk::isPossible())
         QSKIP("Files may become as large as they want here");
-    serve(m_good);
+    QFETCH(const bool, hasRanges);
+    Site site = m_good;
+    site["client/DofusClient.zip"].ranges = hasRanges;
+    serve(site);
     Publisher::Result result;
     {
         const FullDisk full(50'000);
         result = verify({u"--complet"_s});
     }
     QCOMPARE(result.code, 6);
-    QVERIFY2(!result.output.contains(u"M16"_s), qPrintable(result.output));
+    QVERIFY2(!result.output.contains(u"M16"_s) && !result.output.contains(u"M33"_s),
+             qPrintable(result.output));
     QVERIFY2(result.errors.contains(QDir::tempPath()), qPrintable(result.errors));
 }
 
@@ -711,14 +1089,17 @@ void TestPublishVerifier::aSignalEndsTheVerification_data()
 void TestPublishVerifier::aSignalEndsTheVerification()
 {
     QFETCH(const int, signal);
-    // Files in great number, of which one never comes to its end.
+    // A large file, in great number: reading all of it takes minutes.
+    const QByteArray content(20'000'000, 'x');
     Site site = m_good;
-    site.changeManifest(R"("name": "data/vide")",
-                        R"("name": ")" + QByteArray("../").repeated(20) + R"(dev/zero")");
+    site.archive() = archiveAnd({"data/gros", content});
+    const QByteArray entry =
+        R"({"name": "data/gros", "hash": ")" + Files::sha256(content).toLatin1() + "\"}, ";
+    site.changeManifest("[", '[' + entry.repeated(10'000));
     serve(site);
     QProcess process;
     startVerification(process);
-    QTRY_VERIFY_WITH_TIMEOUT(reads(process, u"/dev/zero"_s), 30000);
+    QTRY_VERIFY_WITH_TIMEOUT(reads(process, u"/data/gros"_s), 30000);
     QCOMPARE(::kill(static_cast<pid_t>(process.processId()), signal), 0);
     QVERIFY(process.waitForFinished());
     const QByteArray errors = process.readAllStandardError();
