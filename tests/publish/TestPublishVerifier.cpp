@@ -154,6 +154,7 @@ private slots:
     void aLauncherIsWaitedForOnce();
     void whatPlayersSeeIsThatOfTheAddress_data();
     void whatPlayersSeeIsThatOfTheAddress();
+    void pagesForWhatIsMissingAreFoundInEachFolder();
     void newsThatAreNoneAreNotCounted();
     void aTerminalIsNotCommandedByASite();
     void aRehearsalOffersTheLauncherOfTheRealSite_data();
@@ -281,7 +282,9 @@ void TestPublishVerifier::theLauncherInstallsItWhole()
     serve(m_good);
     const Publisher::Result result = verify({u"--complet"_s});
     QVERIFY2(result.code == 0, qPrintable(result.output + result.errors));
-    QVERIFY2(result.errors.contains(u"Client : 100 %"_s), qPrintable(result.errors));
+    for (const QString &step : {u"Client : 100 %"_s, u"Décompression"_s, u"Vérification : 100 %"_s})
+        QVERIFY2(result.errors.contains(u'\n' + step) || result.errors.startsWith(step),
+                 qPrintable(result.errors));
     // What the launcher's own texts make Qt complain of is nothing to operators.
     QVERIFY2(!result.errors.contains(u"QString"_s), qPrintable(result.errors));
 }
@@ -915,6 +918,17 @@ void TestPublishVerifier::whatPlayersSeeIsThatOfTheAddress()
     const Publisher::Result result = verify();
     QCOMPARE(result.code, 3);
     QVERIFY2(result.output.contains(u"Joueurs : "_s + expected), qPrintable(result.output));
+}
+
+void TestPublishVerifier::pagesForWhatIsMissingAreFoundInEachFolder()
+{
+    m_server.answerEverythingWith(HttpAnswer::ok("<p>Perdu ?"));
+    Site site = m_good;
+    site.offerLauncher(m_server.url(u"/launcher/a.zip"_s).toEncoded());
+    serve(site);
+    const QString output = verify().output;
+    for (const QString &folder : {u"api/"_s, u"client/"_s, u"updates/"_s, u"launcher/"_s})
+        QVERIFY2(output.contains(u"M25  erreur, "_s + folder), qPrintable(output));
 }
 
 void TestPublishVerifier::newsThatAreNoneAreNotCounted()
