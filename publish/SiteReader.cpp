@@ -125,9 +125,8 @@ SiteAnswer SiteReader::ask(QNetworkRequest request, Patience::Time limit, const 
     Waiting waiting;
     bool wantsMore = true;
     const auto takePiece = [&] {
-        const QByteArray piece = reply->readAll();
-        if (wantsMore)
-            wantsMore = take(piece);
+        if (wantsMore && reply->isOpen()) // one that was given up is not
+            wantsMore = take(reply->readAll());
         if (!wantsMore)
             waiting.done();
     };
@@ -142,7 +141,8 @@ SiteAnswer SiteReader::ask(QNetworkRequest request, Patience::Time limit, const 
     const bool isInTime = waiting.run(limit);
 
     answer.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    const QNetworkReply::NetworkError error = reply->error();
+    // How the rest ends is of no interest to whoever has enough.
+    const QNetworkReply::NetworkError error = wantsMore ? reply->error() : QNetworkReply::NoError;
     answer.isLost = error == QNetworkReply::TooManyRedirectsError ||
                     error == QNetworkReply::InsecureRedirectError ||
                     error == QNetworkReply::ProtocolUnknownError;
