@@ -75,3 +75,15 @@ Problem Destination::changedSincePrepared(const QString &source)
     return {Outcome::BrokenOff, u"« %1 » n'est plus tel qu'il a été préparé : à préparer et à "
                                 u"mettre en ligne de nouveau."_s.arg(source)};
 }
+
+QString Destination::nameBelow(const QString &folder, const QString &path)
+{
+    const QString start = folder.endsWith(u'/') ? folder : folder + u'/';
+    return path.startsWith(start) ? path.sliced(start.size()) : path;
+}
+
+void Destination::checkRemovable(const QString &name)
+{
+    if (name.isEmpty() || name.startsWith(u'/'))
+        throw Problem{Outcome::Disk, u"« %1 » n'est pas à supprimer."_s.arg(name)};
+}

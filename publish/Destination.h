@@ -65,6 +65,8 @@ public:
     virtual void pointTo(const QString &name, const QString &target) = 0;
     virtual void rename(const QString &from, const QString &to) = 0;
     virtual void removeFile(const QString &name) = 0;
+    /// One that has something in it stays.
+    virtual void removeEmptyFolder(const QString &name) = 0;
     /// One that does not exist is fine.
     virtual void removeTree(const QString &name) = 0;
     /// What was sent outlasts a power cut then.
@@ -75,4 +77,8 @@ public:
 
 protected:
     static Problem changedSincePrepared(const QString &source);
+    /// What is not below `folder` stays as it is.
+    static QString nameBelow(const QString &folder, const QString &path);
+    /// An empty name would mean the whole destination, or the other machine's root.
+    static void checkRemovable(const QString &name);
 };

@@ -1,6 +1,8 @@
 #include "publish/DestinationLock.h"
 
 #include "publish/Destination.h"
+#include "publish/Interruption.h"
+#include "publish/Outcome.h"
 #include "publish/Workshop.h"
 
 #include <QCryptographicHash>
@@ -53,10 +55,15 @@ DestinationLock::DestinationLock(Destination &destination, const Workshop &works
             m_name = lock;
     }
     locks.removeAll(m_name);
+    if (m_name.isEmpty() && locks.isEmpty()) {
+        throw Problem{Outcome::Refused,
+                      u"Rien ne peut être créé dans la destination : la place ou les droits y "
+                      u"manquent ; rien n'a été changé."_s};
+    }
     if (locks.isEmpty())
         return;
     if (!m_name.isEmpty())
-        destination.removeTree(m_name);
+        destination.removeEmptyFolder(m_name);
     throw Problem{Outcome::Refused,
                   u"Un autre atelier envoie vers cette destination (« %1 » : date et machine) ; "
                   u"rien n'a été changé. Si plus personne n'envoie, effacez là-bas ce dossier "
@@ -65,8 +72,10 @@ DestinationLock::DestinationLock(Destination &destination, const Workshop &works
 
 DestinationLock::~DestinationLock()
 {
+    // Whoever is interrupted leaves none behind.
+    const Interruption::PutOff putOff;
     try {
-        m_destination.removeTree(m_name);
+        m_destination.removeEmptyFolder(m_name);
     } catch (const Problem &) {
         // Whoever lost the connection cannot; this workshop's next run does not mind.
     }

@@ -5,6 +5,7 @@
 #include "publish/Outcome.h"
 #include "publish/Sha256Sum.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
@@ -211,6 +212,12 @@ void Disk::rename(const QString &from, const QString &to)
 {
     PublishFaultPoints::next();
     check(renamed(from, to), u"Renommage impossible"_s, to);
+}
+
+void Disk::removeEmptyFolder(const QString &path)
+{
+    PublishFaultPoints::next();
+    QDir().rmdir(path);
 }
 
 void Disk::removeTree(const QString &path)

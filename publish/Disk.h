@@ -53,6 +53,8 @@ inline constexpr bool kMakesLinks = false;
 inline constexpr bool kMakesLinks = true;
 #endif
 void rename(const QString &from, const QString &to);
+/// One that has something in it stays.
+void removeEmptyFolder(const QString &path);
 /// Links in it are removed, not followed.
 void removeTree(const QString &path);
 /// The most that copy() shows at once, so the whole of a smaller file.

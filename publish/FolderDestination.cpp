@@ -56,9 +56,8 @@ std::optional<QDateTime> FolderDestination::modified(const QString &name)
 
 QString FolderDestination::target(const QString &link)
 {
-    const QString start = QFileInfo(m_folder).canonicalFilePath() + u'/';
-    const QString target = QFileInfo(path(link)).canonicalFilePath();
-    return target.startsWith(start) ? target.sliced(start.size()) : target;
+    return nameBelow(QFileInfo(m_folder).canonicalFilePath(),
+                     QFileInfo(path(link)).canonicalFilePath());
 }
 
 bool FolderDestination::isWhole(const QString &name, const QByteArray &sum,
@@ -110,11 +109,19 @@ void FolderDestination::rename(const QString &from, const QString &to)
 
 void FolderDestination::removeFile(const QString &name)
 {
+    checkRemovable(name);
     Disk::removeTree(path(name));
+}
+
+void FolderDestination::removeEmptyFolder(const QString &name)
+{
+    checkRemovable(name);
+    Disk::removeEmptyFolder(path(name));
 }
 
 void FolderDestination::removeTree(const QString &name)
 {
+    checkRemovable(name);
     Disk::removeTree(path(name));
 }
 

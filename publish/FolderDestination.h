@@ -23,6 +23,7 @@ public:
     void pointTo(const QString &name, const QString &target) override;
     void rename(const QString &from, const QString &to) override;
     void removeFile(const QString &name) override;
+    void removeEmptyFolder(const QString &name) override;
     void removeTree(const QString &name) override;
     void flush(const QString &folder) override;
 

@@ -35,9 +35,14 @@ bool Interruption::wasRequested()
     return requested;
 }
 
+bool Interruption::isDue()
+{
+    return requested && putOffs == 0;
+}
+
 void Interruption::check()
 {
-    if (requested && putOffs == 0)
+    if (isDue())
         throw Problem{Outcome::Interrupted, u"Interrompu : rien n'a été changé."_s};
 }
 

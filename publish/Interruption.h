@@ -9,6 +9,9 @@ void watch();
 
 bool wasRequested();
 
+/// Whether check() throws now. Any thread.
+bool isDue();
+
 /// Throws a Problem once it was requested. Any thread.
 void check();
 

@@ -87,8 +87,10 @@ public:
                           u"Dans la destination, « %1 » mène à « %2 » : ce n'est pas « envoyer » "
                           u"qui l'a fait ; rien n'a été changé."_s.arg(kSite, target)};
         }
+        m_served = target.section(u'/', -1);
+        m_isServedKnown = true;
         m_lock.emplace(m_destination, m_workshop);
-        m_served = m_destination.target(kSite).section(u'/', -1);
+        m_served = m_destination.target(kSite).section(u'/', -1); // another one was sending
         m_present = m_destination.entries(kGenerations);
         if (!top.contains(kGenerations))
             m_destination.makeFolder(kGenerations);
@@ -113,7 +115,14 @@ public:
 
     void putOnline() { m_destination.pointTo(kSite, generationPath(m_name)); }
     QString name() const { return m_name; }
-    bool hadSite() const { return !m_served.isEmpty(); }
+    /// What players have until the switch, in words.
+    QString stillServed() const
+    {
+        if (!m_isServedKnown)
+            return u"Là-bas, rien n'a changé"_s;
+        return m_served.isEmpty() ? u"Aucun site n'est encore servi là-bas"_s
+                                  : u"L'ancien site reste servi"_s;
+    }
     qint64 sentFiles() const { return m_sentFiles; }
 
     /// Generations that nobody returns to, and what runs that were ended have left of such.
@@ -376,7 +385,8 @@ private:
     bool m_hasState = false;
     Entries m_present;
     QString m_served; ///< there; empty where nothing is
-    QString m_name;   ///< of this site, there
+    bool m_isServedKnown = false;
+    QString m_name; ///< of this site, there
     QHash<QString, qint64> m_sizes;
     qint64 m_sentFiles = 0;
 };
@@ -417,12 +427,10 @@ void removeScratch(const Workshop &workshop)
 }
 
 /// The operator wants to know first what players have now.
-Problem brokenOff(const Problem &problem, bool hadSite)
+Problem brokenOff(const Problem &problem, const QString &state)
 {
     if (problem.outcome == Outcome::Refused)
         return problem;
-    const QString state =
-        hadSite ? u"L'ancien site reste servi"_s : u"Aucun site n'est encore servi là-bas"_s;
     if (problem.outcome == Outcome::BrokenOff) // of which repeating makes nothing better
         return {problem.outcome, u"%1 %2."_s.arg(problem.text, state)};
     const QString comfort = state + u" ; le même « envoyer » reprend là."_s;
@@ -453,7 +461,7 @@ void putOnline(Run &run, const QString &address, const Workshop &workshop)
         run.putOnline();
     } catch (const Problem &problem) {
         if (!isOnlineAfterAll(address, workshop, run.name()))
-            throw brokenOff(problem, run.hadSite());
+            throw brokenOff(problem, run.stillServed());
     }
 }
 
@@ -468,9 +476,9 @@ void removeOld(Run &run)
                           u"Interrompu. La publication %1 est en ligne là-bas ; "
                           u"la prochaine fois, d'anciennes y seront retirées."_s.arg(run.name())};
         }
-        throw Problem{problem.outcome, u"Une ancienne publication n'a pas pu être retirée là-bas ; "
-                                       u"la prochaine fois : "_s +
-                                           problem.text};
+        throw Problem{Outcome::Disk, u"Une ancienne publication n'a pas pu être retirée là-bas ; "
+                                     u"la prochaine fois : "_s +
+                                         problem.text};
     }
 }
 
@@ -501,7 +509,7 @@ Outcome Sending::run(const CommandLine &line)
         workshop.setDestination(address);
         isOther = run.send();
     } catch (const Problem &problem) {
-        throw brokenOff(problem, run.hadSite());
+        throw brokenOff(problem, run.stillServed());
     }
     if (isOther) {
         putOnline(run, address, workshop);

@@ -140,7 +140,7 @@ QString SftpDestination::target(const QString &link)
         remotePath(m_session.run(u"-cd %1\npwd\ncd %2"_s.arg(quoted(link), quoted(m_folder))));
     if (path == m_folder)
         return {};
-    return path.startsWith(m_folder + u'/') ? path.sliced(m_folder.size() + 1) : path;
+    return nameBelow(m_folder, path);
 }
 
 /// It would not have its name else: see send().
@@ -246,11 +246,19 @@ void SftpDestination::rename(const QString &from, const QString &to)
 
 void SftpDestination::removeFile(const QString &name)
 {
+    checkRemovable(name);
     change(u"-rm "_s + quoted(name));
+}
+
+void SftpDestination::removeEmptyFolder(const QString &name)
+{
+    checkRemovable(name);
+    change(u"-rmdir "_s + quoted(name));
 }
 
 void SftpDestination::removeTree(const QString &name)
 {
+    checkRemovable(name);
     const Entries inside = entries(name);
     for (auto entry = inside.begin(); entry != inside.end(); ++entry) {
         const QString path = name + u'/' + entry.key();
@@ -259,7 +267,7 @@ void SftpDestination::removeTree(const QString &name)
         else
             removeFile(path);
     }
-    change(u"-rmdir "_s + quoted(name));
+    removeEmptyFolder(name);
 }
 
 /// Each file was, when it was sent.

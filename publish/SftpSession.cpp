@@ -1,5 +1,6 @@
 #include "publish/SftpSession.h"
 
+#include "publish/FaultPoints.h"
 #include "publish/Interruption.h"
 #include "publish/Outcome.h"
 
@@ -27,9 +28,12 @@ const auto kMark = u"version"_s;
 constexpr qsizetype kLongestCommand = 2000; ///< bytes; sftp cuts at 2048 without a word
 constexpr std::chrono::milliseconds kFirstAnswer = 30s;
 constexpr std::chrono::milliseconds kAnswer = 60s;
+constexpr std::chrono::milliseconds kSilenceWithinFile = 5min;
 constexpr std::chrono::milliseconds kForever = std::chrono::milliseconds::max();
 constexpr std::chrono::milliseconds kLookForInterruption = 100ms;
+constexpr std::chrono::milliseconds kComingToRest = 3s;
 constexpr std::chrono::milliseconds kFarewell = 1s;
+constexpr int kRefused = 1; ///< the exit code of sftp after a command that failed
 
 bool isMark(const QString &line)
 {
@@ -51,6 +55,17 @@ qint64 writtenBy(qint64 processId)
     if (!file.open(QIODevice::ReadOnly))
         return 0;
     return kForm.match(QString::fromLatin1(file.readAll())).captured(1).toLongLong();
+}
+
+/// As the terminal's Ctrl+C would: sftp stops within a file then, and goes on with what is asked.
+void interrupt(const QProcess &process)
+{
+#ifdef Q_OS_UNIX
+    if (process.processId() > 0)
+        ::kill(static_cast<pid_t>(process.processId()), SIGINT);
+#else
+    Q_UNUSED(process)
+#endif
 }
 
 QString programPath()
@@ -77,7 +92,7 @@ SftpSession::SftpSession(const QString &host, int port)
     try {
         exchange({}, kFirstAnswer, [](qint64) {}); // an empty command does nothing
     } catch (const Problem &problem) {
-        if (problem.outcome != Outcome::Disk)
+        if (problem.outcome == Outcome::Interrupted)
             throw;
         throw Problem{Outcome::Unreachable,
                       u"%1 ne répond pas, ou ne nous laisse pas entrer : %2 (« sftp %1 » doit "
@@ -118,10 +133,11 @@ QStringList SftpSession::run(const QString &commands)
 
 void SftpSession::transfer(const QString &command, const std::function<void(qint64)> &moved)
 {
-    exchange(command, kForever, moved);
+    const bool isTold = writtenBy(m_process.processId()) > 0;
+    exchange(command, isTold ? kSilenceWithinFile : kForever, moved);
 }
 
-QStringList SftpSession::exchange(const QString &commands, std::chrono::milliseconds patience,
+QStringList SftpSession::exchange(const QString &commands, std::chrono::milliseconds usualPatience,
                                   const std::function<void(qint64)> &moved)
 {
     const QStringList separate = commands.split(u'\n');
@@ -131,31 +147,74 @@ QStringList SftpSession::exchange(const QString &commands, std::chrono::millisec
     }
     m_process.readAllStandardError(); // complaints that counted for nothing
     m_process.write(commands.toUtf8() + '\n' + kMark.toUtf8() + '\n');
-    const QDeadlineTimer deadline =
-        patience == kForever ? QDeadlineTimer(QDeadlineTimer::Forever) : QDeadlineTimer(patience);
+    const bool isForever = usualPatience == kForever;
+    const std::chrono::milliseconds patience = PublishFaultPoints::patience(usualPatience);
+    QDeadlineTimer deadline(isForever ? QDeadlineTimer(QDeadlineTimer::Forever)
+                                      : QDeadlineTimer(patience));
     qint64 written = writtenBy(m_process.processId());
     QStringList lines;
-    for (;;) {
-        while (m_process.canReadLine()) {
-            QString line = QString::fromUtf8(m_process.readLine());
-            line.chop(1);
-            if (isMark(line))
-                return lines;
-            if (!isEcho(line))
-                lines.append(line);
-        }
+    while (!takeLines(lines)) {
+        if (Interruption::isDue())
+            comeToRest();
         Interruption::check();
         if (m_process.state() == QProcess::NotRunning)
-            throw Problem{Outcome::Disk, lastWords()};
+            throw ended();
         if (deadline.hasExpired()) {
-            m_process.kill(); // a late answer would be taken for another command's
-            m_process.waitForFinished();
-            throw Problem{Outcome::Disk, u"aucune réponse en %1 s."_s.arg(patience / 1s)};
+            giveUp();
+            throw Problem{Outcome::Unreachable, u"aucune réponse en %1 s."_s.arg(patience / 1s)};
         }
         m_process.waitForReadyRead(static_cast<int>(kLookForInterruption.count()));
         const qint64 before = std::exchange(written, writtenBy(m_process.processId()));
         moved(std::max<qint64>(0, written - before));
+        if (written != before && !isForever)
+            deadline.setRemainingTime(patience);
     }
+    return lines;
+}
+
+/// Whether all that was asked is answered.
+bool SftpSession::takeLines(QStringList &lines)
+{
+    while (m_process.canReadLine()) {
+        QString line = QString::fromUtf8(m_process.readLine());
+        line.chop(1);
+        if (isMark(line))
+            return true;
+        if (!isEcho(line))
+            lines.append(line);
+    }
+    return false;
+}
+
+/// What is under way ends early, so that what is asked next, to leave nothing behind, has an answer
+/// of its own.
+void SftpSession::comeToRest()
+{
+    interrupt(m_process);
+    const QDeadlineTimer deadline(kComingToRest);
+    QStringList rest;
+    while (!takeLines(rest)) {
+        if (deadline.hasExpired() || m_process.state() == QProcess::NotRunning) {
+            giveUp();
+            return;
+        }
+        m_process.waitForReadyRead(static_cast<int>(kLookForInterruption.count()));
+    }
+}
+
+/// A late answer would be taken for another command's.
+void SftpSession::giveUp()
+{
+    m_process.kill();
+    m_process.waitForFinished();
+}
+
+/// By itself it ends after a command that failed, or else because nobody is there any more.
+Problem SftpSession::ended()
+{
+    const bool isRefused =
+        m_process.exitStatus() == QProcess::NormalExit && m_process.exitCode() == kRefused;
+    return {isRefused ? Outcome::Disk : Outcome::Unreachable, lastWords()};
 }
 
 QString SftpSession::quoted(const QString &name)

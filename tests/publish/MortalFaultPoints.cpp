@@ -7,10 +7,10 @@
 
 namespace {
 
-int stepNamedBy(const char *variable)
+int numberNamedBy(const char *variable)
 {
-    const char *const step = std::getenv(variable);
-    return step ? std::atoi(step) : 0;
+    const char *const number = std::getenv(variable);
+    return number ? std::atoi(number) : 0;
 }
 
 } // namespace
@@ -19,12 +19,18 @@ int stepNamedBy(const char *variable)
 /// environment tells.
 void PublishFaultPoints::next()
 {
-    static const int dies = stepNamedBy("VEYRA_PUBLISHER_DIES_AT");
-    static const int stops = stepNamedBy("VEYRA_PUBLISHER_STOPS_AT");
+    static const int dies = numberNamedBy("VEYRA_PUBLISHER_DIES_AT");
+    static const int stops = numberNamedBy("VEYRA_PUBLISHER_STOPS_AT");
     static std::atomic_int last = 0;
     const int step = ++last;
     if (step == dies)
         _exit(99);
     if (step == stops)
         std::raise(SIGSTOP);
+}
+
+std::chrono::milliseconds PublishFaultPoints::patience(std::chrono::milliseconds usual)
+{
+    static const std::chrono::milliseconds named(numberNamedBy("VEYRA_PUBLISHER_WAITS"));
+    return named.count() > 0 ? named : usual;
 }

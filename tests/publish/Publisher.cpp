@@ -53,8 +53,20 @@ Publisher::Result Publisher::runUntil(int step, const QStringList &arguments) co
 
 void Publisher::startUntil(QProcess &process, int step, const QStringList &arguments) const
 {
+    startMortal(process, u"VEYRA_PUBLISHER_STOPS_AT"_s, step, arguments);
+}
+
+void Publisher::startImpatient(QProcess &process, std::chrono::milliseconds patience,
+                               const QStringList &arguments) const
+{
+    startMortal(process, u"VEYRA_PUBLISHER_WAITS"_s, patience.count(), arguments);
+}
+
+void Publisher::startMortal(QProcess &process, const QString &variable, qint64 value,
+                            const QStringList &arguments) const
+{
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("VEYRA_PUBLISHER_STOPS_AT"), QString::number(step));
+    environment.insert(variable, QString::number(value));
     process.setProcessEnvironment(environment);
     process.setWorkingDirectory(path(QString()));
     process.start(QStringLiteral(VEYRA_MORTAL_PUBLISHER), arguments);

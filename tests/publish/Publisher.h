@@ -7,6 +7,8 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include <chrono>
+
 /// veyra-publier as a process, in a workshop of its own.
 class Publisher
 {
@@ -48,8 +50,13 @@ public:
     /// Starts the tool, which waits for SIGCONT before its `step`th change on the disk.
     void startUntil(QProcess &process, int step, const QStringList &arguments) const;
     static bool isStopped(const QProcess &process);
+    /// Starts the tool, which gives servers up that say nothing for so long.
+    void startImpatient(QProcess &process, std::chrono::milliseconds patience,
+                        const QStringList &arguments) const;
 
 private:
+    void startMortal(QProcess &process, const QString &variable, qint64 value,
+                     const QStringList &arguments) const;
     Result runProgram(const QString &program, const QStringList &arguments) const;
 
     QTemporaryDir m_folder;

@@ -134,6 +134,17 @@ void SshServer::cutConnections() const
         killTree(connection);
 }
 
+void SshServer::freeze() const
+{
+    const QList<qint64> connections = childrenOf(m_process.processId());
+    for (qint64 process : connections) {
+        for (QList<qint64> inner = childrenOf(process); !inner.isEmpty();
+             inner = childrenOf(process))
+            process = inner.first();
+        ::kill(static_cast<pid_t>(process), SIGSTOP);
+    }
+}
+
 void SshServer::stop()
 {
     killTree(m_process.processId());

@@ -30,7 +30,9 @@ public:
     void setClientOptions(const QByteArray &options);
     /// Ends all connections at once. New ones are taken.
     void cutConnections() const;
-    /// The same, and nobody listens any longer.
+    /// Whoever writes files for a client stops, with the connections standing.
+    void freeze() const;
+    /// As cutConnections(), and nobody listens any longer.
     void stop();
     /// From here on each command reaches sftp by way of this, in the language of the shell.
     void setClientFilter(const QByteArray &perLine);

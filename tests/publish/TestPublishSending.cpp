@@ -57,6 +57,7 @@ private slots:
     void aDiskThatIsNotMountedIsNotFilled();
     void whatWasServedLastStays();
     void whatKilledRunsLeaveGoes();
+    void whoeverMayNotWriteThereIsToldWhatIsServed();
     void oneRunAtATime();
     void oneWorkshopAtATime();
 
@@ -480,6 +481,24 @@ void TestPublishSending::whatKilledRunsLeaveGoes()
     Files::write(generations + u".retiree/api/news.php"_s, "[]");
     QVERIFY(send().output.contains(u"est déjà en ligne là-bas"_s));
     QCOMPARE(Files::tree(m_folder), before);
+}
+
+void TestPublishSending::whoeverMayNotWriteThereIsToldWhatIsServed()
+{
+    m_publisher = std::make_unique<Publisher>();
+    if (!m_publisher->runAsStranger())
+        QSKIP("others cannot come this far here");
+    m_folder = m_publisher->beside(u"là bas"_s);
+    QVERIFY(QDir().mkpath(m_folder));
+    QVERIFY(QFile::setPermissions(m_folder, QFile::Permissions(0x7777)));
+    QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test"_s}).code, 0);
+    QCOMPARE(send().code, 0);
+    prepareNews(u"Titre"_s);
+    QVERIFY(QFile::setPermissions(m_folder, QFile::Permissions(0x5555)));
+    const Publisher::Result result = send();
+    QVERIFY(QFile::setPermissions(m_folder, QFile::Permissions(0x7777)));
+    QCOMPARE(result.code, 7);
+    QVERIFY2(result.errors.contains(u"L'ancien site reste servi"_s), qPrintable(result.errors));
 }
 
 void TestPublishSending::oneRunAtATime()

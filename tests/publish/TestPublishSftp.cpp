@@ -16,9 +16,11 @@
 #include <csignal>
 #include <filesystem>
 #include <memory>
+#include <unistd.h>
 #include <utility>
 
 using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -44,9 +46,12 @@ private slots:
     void aServerThatKnowsNoLinksGetsCopies();
     void aServerThatCannotSwitchIsToldBefore_data();
     void aServerThatCannotSwitchIsToldBefore();
+    void aLostConnectionIsNoServerThatCannotSwitch();
     void theSwitchIsNotInterrupted();
     void foldersAreOpenToTheWebServer();
     void aServerThatTakesNothingKeepsTheOldSite();
+    void nothingIsTouchedWhereNoLockCanBeMade();
+    void aServerThatShowsNothingElse();
     void aNameThatCannotBeWrittenIsRefused();
     void theConnectionIsLostAtTheSwitch_data();
     void theConnectionIsLostAtTheSwitch();
@@ -54,6 +59,7 @@ private slots:
     void whoeverIsNotLetIn();
     void withoutTheProgram();
     void aServerThatSaysNothingIsGivenUp();
+    void aServerThatStopsWithinAFileIsGivenUp();
 
 private:
     void serve(const QString &denied = {}, const QString &options = {})
@@ -83,10 +89,6 @@ private:
     std::unique_ptr<SshServer> m_server;
     std::unique_ptr<Publisher> m_publisher;
     QString m_folder;
-    /// Waits for an answer while everything else is looked at.
-    QTcpServer m_silent;
-    Publisher m_waitingWorkshop;
-    QProcess m_waiting;
 };
 
 void TestPublishSftp::initTestCase()
@@ -94,13 +96,6 @@ void TestPublishSftp::initTestCase()
     const QString reason = SshServer::whyNot();
     if (!reason.isEmpty())
         QSKIP(qPrintable(reason));
-    QVERIFY(m_silent.listen(QHostAddress::LocalHost));
-    QCOMPARE(m_waitingWorkshop.run({u"init"_s, u"http://veyra.test"_s}).code, 0);
-    m_waiting.setWorkingDirectory(m_waitingWorkshop.path(QString()));
-    m_waiting.start(Publisher::program(),
-                    {u"envoyer"_s, u"sftp://127.0.0.1:%1/x"_s.arg(m_silent.serverPort())});
-    QVERIFY(m_silent.waitForNewConnection(kLongEnough));
-    m_silent.nextPendingConnection()->write("SSH-2.0-OpenSSH_9.2\r\n");
 }
 
 void TestPublishSftp::init()
@@ -203,6 +198,8 @@ void TestPublishSftp::aFileGoesOnWhereItBrokeOff()
     QVERIFY2(words.contains(u"Aucun site n'est encore servi là-bas ; le même « envoyer »"_s),
              qPrintable(words));
     QVERIFY2(words.contains(u"Envoi : 10 %"_s), qPrintable(words)); // within one file
+    // Another workshop may send now.
+    QVERIFY(QDir(m_folder).entryList({u".verrou-*"_s}, QDir::Dirs | QDir::Hidden).isEmpty());
 
     // Its beginning is not sent again.
     const qint64 before = QFileInfo(archive).size();
@@ -320,6 +317,26 @@ void TestPublishSftp::aServerThatCannotSwitchIsToldBefore()
     QCOMPARE(SentSite::served(m_folder), before);
 }
 
+void TestPublishSftp::aLostConnectionIsNoServerThatCannotSwitch()
+{
+    serve();
+    QCOMPARE(send().code, 0);
+    const SentSite::Files before = SentSite::served(m_folder);
+    prepareNews();
+    // Of the two beside it in the shell's pipe one is sftp: its child is ssh.
+    m_server->setClientFilter(
+        "case $line in 'ln -s'*) for beside in $(cat /proc/$$/task/$$/children); do "
+        "for child in $(cat /proc/$beside/task/$beside/children); do "
+        "if [ \"$(cat /proc/$child/comm)\" = ssh ]; then kill $child; fi; done; done; "
+        "printf '%s\\n' \"$line\"; exit;; esac");
+    const Publisher::Result result = send();
+    QCOMPARE(result.code, 7);
+    QVERIFY2(result.errors.contains(u"L'ancien site reste servi"_s) &&
+                 !result.errors.contains(u"basculer"_s),
+             qPrintable(result.errors));
+    QCOMPARE(SentSite::served(m_folder), before);
+}
+
 /// As after the terminal's Ctrl+C just then.
 void TestPublishSftp::theSwitchIsNotInterrupted()
 {
@@ -356,6 +373,45 @@ void TestPublishSftp::aServerThatTakesNothingKeepsTheOldSite()
     QCOMPARE(result.code, 7);
     QVERIFY2(result.errors.contains(u"L'ancien site reste servi"_s), qPrintable(result.errors));
     QCOMPARE(SentSite::served(m_folder), before);
+}
+
+/// Over sftp a folder that cannot be made is no failure: there may be one already.
+void TestPublishSftp::nothingIsTouchedWhereNoLockCanBeMade()
+{
+    serve();
+    QCOMPARE(send().code, 0);
+    prepareNews();
+    Files::write(m_folder + u"/autre-dossier/fichier"_s, "another's");
+    const QStringList before = Files::tree(m_folder);
+    serve(u"mkdir"_s);
+    const QString log = m_publisher->beside(u"commandes"_s);
+    m_server->setClientFilter("printf '%s\\n' \"$line\" >>'" + log.toUtf8() + "'");
+    const Publisher::Result result = send();
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"la place ou les droits"_s), qPrintable(result.errors));
+    QCOMPARE(Files::tree(m_folder), before);
+    QVERIFY(Files::read(log).contains("mkdir"));
+    QVERIFY(!Files::read(log).contains("rm"));
+}
+
+/// As hosts give it: their customers' folder is all there is.
+void TestPublishSftp::aServerThatShowsNothingElse()
+{
+    if (::geteuid() != 0)
+        QSKIP("only root can lock others up in a folder");
+    for (QString at = QFileInfo(m_folder).path(); at != u"/"_s; at = QFileInfo(at).path()) {
+        if (QFileInfo(at).ownerId() != 0 ||
+            QFile::permissions(at).testAnyFlags(QFile::WriteGroup | QFile::WriteOther))
+            QSKIP("sshd locks nobody up in a folder that others can write to");
+    }
+    QVERIFY(QDir().mkpath(m_folder));
+    serve({}, u"\nChrootDirectory \"%1\""_s.arg(m_folder));
+    const QString root = m_server->address(u"/~"_s);
+    QCOMPARE(m_publisher->run({u"envoyer"_s, root}).code, 0);
+    prepareNews();
+    const Publisher::Result result = m_publisher->run({u"envoyer"_s, root});
+    QVERIFY2(result.code == 0, qPrintable(result.errors));
+    QCOMPARE(SentSite::served(m_folder), m_publisher->site());
 }
 
 /// No client has it, since Windows would not take it; what else lies on a site may.
@@ -496,11 +552,40 @@ void TestPublishSftp::withoutTheProgram()
 
 void TestPublishSftp::aServerThatSaysNothingIsGivenUp()
 {
-    constexpr int kPatience = 60'000; // milliseconds; twice as long as it waits
-    QVERIFY(m_waiting.state() == QProcess::NotRunning || m_waiting.waitForFinished(kPatience));
-    QCOMPARE(m_waiting.exitCode(), 5);
-    const QString words = QString::fromUtf8(m_waiting.readAllStandardError());
-    QVERIFY2(words.contains(u"ne répond pas"_s), qPrintable(words));
+    QTcpServer silent;
+    QVERIFY(silent.listen(QHostAddress::LocalHost));
+    QProcess process;
+    m_publisher->startImpatient(
+        process, 1s, {u"envoyer"_s, u"sftp://127.0.0.1:%1/x"_s.arg(silent.serverPort())});
+    QVERIFY(silent.waitForNewConnection(kLongEnough));
+    silent.nextPendingConnection()->write("SSH-2.0-OpenSSH_9.2\r\n");
+    QTRY_COMPARE_WITH_TIMEOUT(process.state(), QProcess::NotRunning, kLongEnough);
+    QCOMPARE(process.exitCode(), 5);
+    const QString words = QString::fromUtf8(process.readAllStandardError());
+    QVERIFY2(words.contains(u"ne répond pas"_s) && words.contains(u"aucune réponse en 1 s"_s),
+             qPrintable(words));
+}
+
+/// A full disk there that hangs, say: ssh itself goes on answering.
+void TestPublishSftp::aServerThatStopsWithinAFileIsGivenUp()
+{
+    serve();
+    QCOMPARE(send().code, 0);
+    const SentSite::Files before = SentSite::served(m_folder);
+    Files::write(m_publisher->beside(u"client/data/gros"_s), Files::noise(3'000'000));
+    prepareClient();
+    m_server->setClientOptions("-l 8000"); // a megabyte per second
+    QProcess process;
+    // Longer than a file that moves has to wait for its next piece.
+    m_publisher->startImpatient(process, 2s, {u"envoyer"_s});
+    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(m_folder + u"/.morceau"_s).size() > 200'000, kLongEnough);
+    m_server->freeze();
+    QTRY_COMPARE_WITH_TIMEOUT(process.state(), QProcess::NotRunning, kLongEnough);
+    QCOMPARE(process.exitCode(), 7);
+    const QString words = QString::fromUtf8(process.readAllStandardError());
+    QVERIFY2(words.contains(u"aucune réponse en 2 s. L'ancien site reste servi"_s),
+             qPrintable(words));
+    QCOMPARE(SentSite::served(m_folder), before);
 }
 
 VEYRA_CORE_TEST_MAIN(TestPublishSftp)
