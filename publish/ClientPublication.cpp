@@ -7,6 +7,7 @@
 #include "publish/Interruption.h"
 #include "publish/Manifest.h"
 #include "publish/Outcome.h"
+#include "publish/PreparedClient.h"
 #include "publish/Progress.h"
 #include "publish/Site.h"
 #include "publish/Workshop.h"
@@ -74,6 +75,7 @@ class KnownFiles
 public:
     KnownFiles(const Workshop &workshop, const ClientFolder &client)
         : m_draft(workshop.generationPath(workshop.draft()) + u'/')
+        , m_prepared(workshop.generationPath(workshop.draft()))
         , m_earlier(Manifest::load(m_draft + Site::kManifest))
         , m_fingerprints(workshop.fingerprintsPath())
     {
@@ -87,7 +89,9 @@ public:
         for (const QString &name : std::as_const(m_names)) {
             const ClientFile &file = *byName.value(name);
             const QByteArray sum = m_fingerprints.find(file.path, file.stamp);
-            m_files.push_back({&file, sum});
+            const bool isUntouched = m_earlier.sums.contains(name) &&
+                                     m_prepared.isUntouched(Site::kFiles + name, file.stamp.size);
+            m_files.push_back({&file, sum, isUntouched});
             if (!sum.isEmpty())
                 m_fingerprints.remember(file.path, file.stamp, sum, now);
         }
@@ -102,8 +106,11 @@ public:
     bool isInDraft(qsizetype i) const
     {
         const QByteArray &sum = m_files[size_t(i)].sum;
-        return !sum.isEmpty() && m_earlier.sums.value(at(i).name) == sum;
+        return m_files[size_t(i)].isUntouched && !sum.isEmpty() &&
+               m_earlier.sums.value(at(i).name) == sum;
     }
+
+    bool isArchiveUntouched() const { return m_prepared.isUntouched(Site::kClientArchive); }
 
     /// Any thread.
     void learn(qsizetype i, const QByteArray &sum, qint64 readAt)
@@ -127,10 +134,12 @@ private:
     struct Known
     {
         const ClientFile *file;
-        QByteArray sum; ///< empty while it is not known; written by one thread
+        QByteArray sum;   ///< empty while it is not known; written by one thread
+        bool isUntouched; ///< the draft's, and of this size
     };
 
     const QString m_draft;
+    const PreparedClient m_prepared;
     const Manifest m_earlier;
     Fingerprints m_fingerprints;
     QStringList m_names; ///< as they follow each other in the archive
@@ -147,7 +156,7 @@ public:
     FileTransfer(KnownFiles &files, const Generation &generation)
         : m_files(files)
         , m_archive(generation.fileFor(Site::kClientArchive), files.names(),
-                    files.draft() + Site::kClientArchive)
+                    files.isArchiveUntouched() ? files.draft() + Site::kClientArchive : QString())
     {
         for (const QString &name : files.names())
             m_targets.append(generation.fileFor(Site::kFiles + name));
@@ -256,16 +265,16 @@ private:
     QStringList m_targets;
 };
 
-/// How a manifest differs from the one before. A file whose sum is not known counts as changed.
-ClientPublication compared(const Manifest &manifest, const Manifest &earlier)
+/// How they differ from the draft. A file whose sum is not known counts as changed.
+ClientPublication compared(const KnownFiles &files)
 {
+    const Manifest manifest = files.manifest();
+    const Manifest &earlier = files.earlier();
     ClientPublication publication;
-    publication.files = manifest.sums.size();
-    for (auto file = manifest.sums.begin(); file != manifest.sums.end(); ++file) {
-        const bool isSame =
-            !file.value().isEmpty() && earlier.sums.value(file.key()) == file.value();
-        publication.changedFiles += isSame ? 0 : 1;
-    }
+    publication.files = files.size();
+    for (qsizetype i = 0; i < files.size(); ++i)
+        publication.changedFiles += files.isInDraft(i) ? 0 : 1;
+    publication.isArchiveDamaged = !files.isArchiveUntouched();
     for (auto file = earlier.sums.begin(); file != earlier.sums.end(); ++file)
         publication.removedFiles += manifest.sums.contains(file.key()) ? 0 : 1;
     return publication;
@@ -276,15 +285,14 @@ ClientPublication compared(const Manifest &manifest, const Manifest &earlier)
 ClientPublication ClientPublication::make(const Workshop &workshop, const ClientFolder &client)
 {
     KnownFiles files(workshop, client);
-    ClientPublication publication = compared(files.manifest(), files.earlier());
+    ClientPublication publication = compared(files);
     if (publication.isDifferent()) {
         // As far as is known: one that has to be read may prove to be the same.
         Generation generation(workshop, {Site::kClientFolder, Site::kUpdatesFolder});
         FileTransfer(files, generation).run(client.totalSize());
-        const Manifest manifest = files.manifest();
-        publication = compared(manifest, files.earlier());
+        publication = compared(files);
         if (publication.isDifferent()) {
-            generation.write(Site::kManifest, manifest.text());
+            generation.write(Site::kManifest, files.manifest().text());
             publication.number = generation.commit();
         }
     }

@@ -37,6 +37,9 @@ public:
     static std::unique_ptr<Destination> open(const QString &checkedAddress, const QString &scratch,
                                              bool isKnown);
 
+    /// Throws a Problem (Outcome::Refused) where a file of this machine can have no way there.
+    virtual void checkSendable(const QString &source) const { Q_UNUSED(source) }
+
     /// What lies in a folder; nothing where there is none.
     virtual Entries entries(const QString &folder) = 0;
     /// Nothing where there is no such file.

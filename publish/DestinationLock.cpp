@@ -22,11 +22,13 @@ QStringList locksOf(Destination &destination)
         QRegularExpression(u'^' + QRegularExpression::escape(kStart)));
 }
 
-/// The same workshop at the same place of the same machine.
-QString ownEnd(const Workshop &workshop)
+/// The same workshop at the same place of the same machine: there are copies of workshops, and
+/// machines that are copies of each other.
+QString ownEnd(Workshop &workshop)
 {
     constexpr qsizetype kLength = 16;
-    const QByteArray place = QSysInfo::machineUniqueId() + '\n' + workshop.path(QString()).toUtf8();
+    const QByteArray place = QSysInfo::machineUniqueId() + '\n' +
+                             workshop.path(QString()).toUtf8() + '\n' + workshop.id().toUtf8();
     const QByteArray sum = QCryptographicHash::hash(place, QCryptographicHash::Sha256).toHex();
     return u'-' + QString::fromLatin1(sum.left(kLength));
 }
@@ -41,7 +43,7 @@ QString newName(const QString &end)
 
 } // namespace
 
-DestinationLock::DestinationLock(Destination &destination, const Workshop &workshop)
+DestinationLock::DestinationLock(Destination &destination, Workshop &workshop)
     : m_destination(destination)
 {
     const QString end = ownEnd(workshop);

@@ -12,7 +12,7 @@ class DestinationLock
 {
 public:
     /// Throws a Problem (Outcome::Refused) while another one has it.
-    DestinationLock(Destination &destination, const Workshop &workshop);
+    DestinationLock(Destination &destination, Workshop &workshop);
     ~DestinationLock();
     Q_DISABLE_COPY_MOVE(DestinationLock)
 

@@ -164,6 +164,14 @@ QByteArray Disk::read(const QString &path)
     return file.readAll();
 }
 
+void Disk::tryTouch(const QString &path)
+{
+    PublishFaultPoints::next();
+    std::error_code error;
+    std::filesystem::last_write_time(native(path), std::filesystem::file_time_type::clock::now(),
+                                     error);
+}
+
 void Disk::makeFolder(const QString &path)
 {
     PublishFaultPoints::next();
@@ -206,6 +214,9 @@ void Disk::link(const QString &existing, const QString &path)
     std::error_code error;
     std::filesystem::copy_file(native(existing), native(path), error);
     check(error, u"Copie impossible"_s, path);
+    // As a link would have it: see PreparedClient.
+    std::filesystem::last_write_time(
+        native(path), std::filesystem::last_write_time(native(existing), error), error);
 }
 
 void Disk::rename(const QString &from, const QString &to)

@@ -32,6 +32,8 @@ void letOthersRead();
 QStringList closedFolders(const QString &folder);
 
 QByteArray read(const QString &path);
+/// Has the file count as one that was just written to, where that can be.
+void tryTouch(const QString &path);
 /// With its parents; one that exists already is fine.
 void makeFolder(const QString &path);
 /// Readers see the old content or the new one, never a part.

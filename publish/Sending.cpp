@@ -58,7 +58,7 @@ bool isGeneration(const QString &path)
 class Run
 {
 public:
-    Run(const Workshop &workshop, const SiteListing &listing, Destination &destination)
+    Run(Workshop &workshop, const SiteListing &listing, Destination &destination)
         : m_workshop(workshop)
         , m_listing(listing)
         , m_source(workshop.generationPath(workshop.served()) + u'/')
@@ -67,12 +67,15 @@ public:
     }
 
     /// From here on nobody else sends there. Throws a Problem where nobody may, or where a
-    /// destination that `isKnown` has become an empty folder.
-    void begin(bool isKnown)
+    /// destination that was sent to before has become an empty folder.
+    void begin(const QString &address)
     {
+        const QMap<QString, QByteArray> &sums = m_listing.sums();
+        for (auto file = sums.keyBegin(); file != sums.keyEnd(); ++file)
+            m_destination.checkSendable(m_source + *file);
         const Entries top = m_destination.entries(QString());
-        if (isKnown && !top.contains(kGenerations))
-            throw Destination::gone(m_workshop.destination());
+        if (m_workshop.hasSentTo(address) && !top.contains(kGenerations))
+            throw Destination::gone(address);
         if (top.contains(u"publication.json"_s))
             throw Problem{Outcome::Refused,
                           u"La destination est un atelier ; rien n'a été changé."_s};
@@ -267,15 +270,15 @@ private:
         if (!m_present.contains(u".en-cours"_s))
             return;
         const SiteListing earlier = listingThere(kInTheMaking);
-        const QStringList folders = m_listing.folders();
-        const QStringList earlierFolders = earlier.folders();
-        const bool isOfThisKind =
-            !earlier.sums().isEmpty() &&
-            std::all_of(earlierFolders.begin(), earlierFolders.end(),
-                        [&folders](const QString &folder) { return folders.contains(folder); });
-        if (!isOfThisKind) {
+        if (earlier.sums().isEmpty()) {
             m_destination.removeTree(kInTheMaking);
             return;
+        }
+        const QStringList folders = m_listing.folders();
+        const QStringList earlierFolders = earlier.folders();
+        for (const QString &folder : earlierFolders) {
+            if (!folders.contains(folder))
+                m_destination.removeTree(pathThere(folder));
         }
         m_sizes = sizesThere(kInTheMaking);
         Progress progress(u"Vérification de ce qui est arrivé"_s,
@@ -337,8 +340,15 @@ private:
                 Console::say(u"%1 (%2)…"_s.arg(file.key(),
                                                QLocale(QLocale::French).formattedDataSize(size)));
             }
-            m_destination.send(m_source + file.key(), pathThere(file.key()), file.value(),
-                               [&progress](qint64 bytes) { progress.advance(bytes); });
+            try {
+                m_destination.send(m_source + file.key(), pathThere(file.key()), file.value(),
+                                   [&progress](qint64 bytes) { progress.advance(bytes); });
+            } catch (const Problem &problem) {
+                // Damaged without a trace. From now on whoever prepares the next site sees it.
+                if (problem.outcome == Outcome::BrokenOff)
+                    Disk::tryTouch(m_source + file.key());
+                throw;
+            }
             ++m_sentFiles;
         }
         if (m_sentFiles > 0)
@@ -377,7 +387,7 @@ private:
         return m_sizes.contains(name) && m_sizes.value(name) == sizeHere(name);
     }
 
-    const Workshop &m_workshop;
+    Workshop &m_workshop;
     const SiteListing &m_listing;
     QString m_source;
     Destination &m_destination;
@@ -496,16 +506,15 @@ Outcome Sending::run(const CommandLine &line)
     }
     const std::unique_ptr<QLockFile> lock = workshop.lock();
     const QString address = destinationOf(line, workshop);
-    const bool isKnown = address == workshop.destination();
     removeScratch(workshop);
     const SiteListing listing = SiteListing::of(workshop, workshop.served());
     const std::unique_ptr<Destination> destination =
-        Destination::open(address, workshop.path(QString()), isKnown);
+        Destination::open(address, workshop.path(QString()), workshop.hasSentTo(address));
     Run run(workshop, listing, *destination);
 
     bool isOther = false;
     try {
-        run.begin(isKnown);
+        run.begin(address);
         workshop.setDestination(address);
         isOther = run.send();
     } catch (const Problem &problem) {

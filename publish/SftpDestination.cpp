@@ -88,6 +88,12 @@ SftpDestination::SftpDestination(const Place &place, const QString &scratch, boo
     m_folder = remotePath(m_session.run(u"pwd"_s));
 }
 
+/// Its name there is the end of its name here.
+void SftpDestination::checkSendable(const QString &source) const
+{
+    SftpSession::quoted(source);
+}
+
 Destination::Entries SftpDestination::entries(const QString &folder)
 {
     // Mode, links, owner and group, of which each may have blanks; size, time, name.

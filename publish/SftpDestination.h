@@ -17,6 +17,7 @@ public:
     };
     SftpDestination(const Place &place, const QString &scratch, bool isKnown);
 
+    void checkSendable(const QString &source) const override;
     Entries entries(const QString &folder) override;
     std::optional<QByteArray> read(const QString &name) override;
     std::optional<QDateTime> modified(const QString &name) override;

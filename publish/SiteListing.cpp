@@ -1,127 +1,110 @@
 #include "publish/SiteListing.h"
 
-#include "publish/Disk.h"
 #include "publish/FileSum.h"
+#include "publish/Fingerprints.h"
 #include "publish/Interruption.h"
 #include "publish/Manifest.h"
 #include "publish/Outcome.h"
+#include "publish/PreparedClient.h"
 #include "publish/Progress.h"
 #include "publish/Site.h"
 #include "publish/Workshop.h"
 
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QDir>
 #include <QDirIterator>
-#include <QFile>
 #include <QRegularExpression>
-
-#include <filesystem>
-#include <system_error>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-constexpr auto kSuffix = ".liste"_L1;
+constexpr auto kKnownSums = "empreintes-envoi.json"_L1;
 constexpr qsizetype kIdLength = 16;
 
-QString listingPath(const Workshop &workshop, const QString &generation)
+Problem refused(const QString &text)
 {
-    return workshop.generationPath(generation) + kSuffix;
+    return {Outcome::Refused, text + u" ; rien n'a été changé."_s};
 }
 
-SiteListing load(const QString &path)
+/// Each further generation changes the entry in the file system, by its link.
+FileStamp stampOf(const QString &path)
 {
-    QFile file(path);
-    return SiteListing::parse(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray());
+    FileStamp stamp = FileStamp::of(path);
+    stamp.changed = 0;
+    return stamp;
 }
 
-bool areSameFile(const QString &a, const QString &b)
+QStringList filesIn(const QString &folder)
 {
-    std::error_code error;
-    return std::filesystem::equivalent(a.toStdU16String(), b.toStdU16String(), error);
-}
-
-/// What is known already of files: those of the client by the manifest, and those that an earlier
-/// generation shares with this one by what was listed there.
-class KnownSums
-{
-public:
-    KnownSums(const Workshop &workshop, const QString &generation)
-        : m_folder(workshop.generationPath(generation) + u'/')
-        , m_manifest(Manifest::load(m_folder + Site::kManifest))
-    {
-        const QDir generations(workshop.generationPath(QString()));
-        const QStringList listings =
-            generations.entryList({u'*' + kSuffix}, QDir::Files, QDir::Name | QDir::Reversed);
-        for (const QString &name : listings) {
-            const QString earlier = name.chopped(kSuffix.size());
-            if (!generations.exists(earlier)) {
-                QFile::remove(generations.filePath(name)); // its generation is gone
-            } else if (m_earlier.sums().isEmpty()) {
-                m_earlierFolder = workshop.generationPath(earlier) + u'/';
-                m_earlier = load(generations.filePath(name));
-            }
-        }
+    QStringList names;
+    QDirIterator entries(folder, QDir::Files | QDir::Hidden | QDir::System,
+                         QDirIterator::Subdirectories);
+    while (entries.hasNext()) {
+        Interruption::check();
+        const QString file = entries.next();
+        if (!entries.fileInfo().isSymLink())
+            names.append(QDir(folder).relativeFilePath(file));
     }
+    return names;
+}
 
-    QByteArray find(const QString &name) const
-    {
-        if (name.startsWith(Site::kFiles))
-            return m_manifest.sums.value(name.sliced(Site::kFiles.size()));
-        const QByteArray sum = m_earlier.sums().value(name);
-        return areSameFile(m_folder + name, m_earlierFolder + name) ? sum : QByteArray();
+/// What the sums of its client must be. Players would be told that it is damaged.
+void checkClient(const QMap<QString, QByteArray> &sums, const Manifest &manifest,
+                 const PreparedClient &prepared)
+{
+    QString changed;
+    if (sums.contains(Site::kClientArchive) && !prepared.isUntouched(Site::kClientArchive))
+        changed = Site::kClientArchive;
+    for (auto file = manifest.sums.begin(); file != manifest.sums.end(); ++file) {
+        if (sums.value(Site::kFiles + file.key()) != file.value())
+            changed = Site::kFiles + file.key();
     }
-
-private:
-    QString m_folder;
-    Manifest m_manifest;
-    QString m_earlierFolder;
-    SiteListing m_earlier;
-};
+    if (!changed.isEmpty()) {
+        throw refused(u"site/%1 n'est plus tel que « client » l'a préparé ; « client », puis "
+                      u"« mettre-en-ligne », le refont"_s.arg(changed));
+    }
+}
 
 } // namespace
 
 SiteListing SiteListing::of(const Workshop &workshop, const QString &generation)
 {
-    const QString path = listingPath(workshop, generation);
-    SiteListing listing = load(path);
-    if (listing.m_sums.isEmpty()) {
-        listing = made(workshop, generation);
-        Disk::write(path, listing.text());
-    }
-    return listing;
-}
-
-SiteListing SiteListing::made(const Workshop &workshop, const QString &generation)
-{
-    const KnownSums known(workshop, generation);
+    const QDir folder(workshop.generationPath(generation));
+    const Manifest manifest = Manifest::load(folder.filePath(Site::kManifest));
+    const PreparedClient prepared(folder.path());
+    Fingerprints known(workshop.path(kKnownSums));
     SiteListing listing;
     qint64 unread = 0;
-    const QDir folder(workshop.generationPath(generation));
-    QDirIterator entries(folder.path(), QDir::Files | QDir::Hidden | QDir::System,
-                         QDirIterator::Subdirectories);
-    while (entries.hasNext()) {
-        Interruption::check();
-        const QString file = entries.next();
-        if (entries.fileInfo().isSymLink())
-            continue;
-        const QString name = folder.relativeFilePath(file);
-        const QByteArray sum = known.find(name);
+    const QStringList names = filesIn(folder.path());
+    for (const QString &name : names) {
+        const FileStamp stamp = stampOf(folder.filePath(name));
+        const QByteArray listed = name.startsWith(Site::kFiles) && prepared.isUntouched(name)
+                                      ? manifest.sums.value(name.sliced(Site::kFiles.size()))
+                                      : QByteArray();
+        const QByteArray sum = listed.isEmpty() ? known.find(name, stamp) : listed;
         listing.m_sums.insert(name, sum);
-        unread += sum.isEmpty() ? entries.fileInfo().size() : 0;
+        unread += sum.isEmpty() ? stamp.size : 0;
+        if (!sum.isEmpty() && listed.isEmpty())
+            known.remember(name, stamp, sum, QDateTime::currentMSecsSinceEpoch());
+    }
+    if (!listing.m_sums.contains(Site::kNews)) {
+        throw refused(u"Dans %1, il manque %2 : ce n'est pas un site entier"_s.arg(folder.path(),
+                                                                                   Site::kNews));
     }
     Progress progress(u"Lecture"_s, unread);
     for (auto file = listing.m_sums.begin(); file != listing.m_sums.end(); ++file) {
-        if (file->isEmpty()) {
-            *file = fileSum(folder.filePath(file.key()),
-                            [&progress](qint64 bytes) { progress.advance(bytes); });
-        }
+        if (!file->isEmpty())
+            continue;
+        const QString path = folder.filePath(file.key());
+        const qint64 now = QDateTime::currentMSecsSinceEpoch();
+        const FileStamp stamp = stampOf(path);
+        *file = fileSum(path, [&progress](qint64 bytes) { progress.advance(bytes); });
+        known.remember(file.key(), stamp, *file, now);
     }
-    if (!listing.m_sums.contains(Site::kNews)) {
-        throw Problem{Outcome::Refused, u"Dans %1, il manque %2 : ce n'est pas un site entier ; "
-                                        u"rien n'a été changé."_s.arg(folder.path(), Site::kNews)};
-    }
+    known.save();
+    checkClient(listing.m_sums, manifest, prepared);
     return listing;
 }
 

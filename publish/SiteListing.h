@@ -13,8 +13,9 @@ class Workshop;
 class SiteListing
 {
 public:
-    /// Of a generation of the workshop. It is made once and kept beside that, so that a site that
-    /// is sent a second time is not read again.
+    /// Of a generation of the workshop. Only what was written since the last time is read
+    /// ("empreintes-envoi.json"). Throws a Problem (Outcome::Refused) where it is no whole site, or
+    /// where somebody has changed files of the client.
     static SiteListing of(const Workshop &workshop, const QString &generation);
     /// Empty where the text is none.
     static SiteListing parse(const QByteArray &text);
@@ -28,7 +29,5 @@ public:
     QString id() const;
 
 private:
-    static SiteListing made(const Workshop &workshop, const QString &generation);
-
     QMap<QString, QByteArray> m_sums;
 };

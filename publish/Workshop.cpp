@@ -18,6 +18,7 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QUrl>
+#include <QUuid>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -81,6 +82,8 @@ Workshop::Workshop(const QString &folder)
     m_keys = texts(settings.value("cles"_L1));
     m_target = settings.value("cible"_L1).toString(LauncherArchive::targets().first());
     m_destination = settings.value("destination"_L1).toString();
+    m_destinations = texts(settings.value("destinations"_L1));
+    m_id = settings.value("atelier"_L1).toString();
 }
 
 Workshop Workshop::create(const QString &folder, const QString &baseUrl, const QStringList &keys,
@@ -165,7 +168,10 @@ void Workshop::setDestination(const QString &destination)
     if (destination == m_destination)
         return;
     QJsonObject settings = JsonFile::read(path(kSettings)).object();
+    if (!m_destination.isEmpty() && !m_destinations.contains(m_destination))
+        m_destinations.append(m_destination);
     settings.insert("destination"_L1, destination);
+    settings.insert("destinations"_L1, QJsonArray::fromStringList(m_destinations));
     Disk::write(path(kSettings), QJsonDocument(settings));
     m_destination = destination;
 }
@@ -179,6 +185,22 @@ void Workshop::addKeys(const QStringList &keys)
     settings.insert("cles"_L1, QJsonArray::fromStringList(all));
     Disk::write(path(kSettings), QJsonDocument(settings));
     m_keys = all;
+}
+
+bool Workshop::hasSentTo(const QString &destination) const
+{
+    return destination == m_destination || m_destinations.contains(destination);
+}
+
+QString Workshop::id()
+{
+    if (m_id.isEmpty()) {
+        m_id = QUuid::createUuid().toString(QUuid::WithoutBraces);
+        QJsonObject settings = JsonFile::read(path(kSettings)).object();
+        settings.insert("atelier"_L1, m_id);
+        Disk::write(path(kSettings), QJsonDocument(settings));
+    }
+    return m_id;
 }
 
 const QStringList &Workshop::versions() const

@@ -14,7 +14,8 @@ class QLockFile;
 /// - brouillon: link to the generation that the next command starts from
 /// - site: link to the generation that the web server serves (see Disk::kMakesLinks)
 /// - etat/status.json: the server's state, apart from the generations, since it changes by itself
-/// - empreintes.json, lanceurs.json: see Fingerprints and ServedLaunchers
+/// - empreintes.json, empreintes-envoi.json, lanceurs.json: see Fingerprints, SiteListing and
+///   ServedLaunchers
 class Workshop
 {
 public:
@@ -47,7 +48,11 @@ public:
     const QString &target() const;
     /// Where the site is sent; empty where that was never told.
     const QString &destination() const { return m_destination; }
+    /// Whether it was sent there before, last or earlier.
+    bool hasSentTo(const QString &destination) const;
     void setDestination(const QString &destination);
+    /// Of no other workshop, wherever that lies. Made when it is first asked for.
+    QString id();
     QString path(const QString &name) const { return m_folder + u'/' + name; }
     QString generationPath(const QString &number) const;
     /// What a web server is to serve; where there are no links, until another generation is served.
@@ -92,4 +97,6 @@ private:
     QStringList m_keys;
     QString m_target;
     QString m_destination;
+    QStringList m_destinations; ///< those before it
+    QString m_id;
 };

@@ -127,6 +127,11 @@ void SshServer::setClientOptions(const QByteArray &options)
     QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
+bool SshServer::hasConnections() const
+{
+    return !childrenOf(m_process.processId()).isEmpty();
+}
+
 void SshServer::cutConnections() const
 {
     const QList<qint64> connections = childrenOf(m_process.processId());

@@ -28,6 +28,7 @@ public:
 
     /// From here on sftp has these options too.
     void setClientOptions(const QByteArray &options);
+    bool hasConnections() const;
     /// Ends all connections at once. New ones are taken.
     void cutConnections() const;
     /// Whoever writes files for a client stops, with the connections standing.

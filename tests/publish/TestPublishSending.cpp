@@ -23,6 +23,13 @@ namespace {
 
 constexpr int kLongEnough = 30'000; // milliseconds
 
+void setTime(const QString &path, const QDateTime &time)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QVERIFY(file.setFileTime(time, QFileDevice::FileModificationTime));
+}
+
 } // namespace
 
 /// "envoyer" to a folder of this machine. Over sftp it takes the same steps: see TestPublishSftp.
@@ -43,6 +50,10 @@ private slots:
     void aDamagedFileThereIsSentAnew();
     void aDamagedFileOfABrokenSendingIsSentAnew();
     void aDamagedListIsMadeAnew();
+    void aFileThatWasEditedHereIsSent_data();
+    void aFileThatWasEditedHereIsSent();
+    void aDamagedClientIsMadeAnew_data();
+    void aDamagedClientIsMadeAnew();
     void whatChangedSinceItWasPreparedIsNotSent();
     void noSiteIsNotSent_data();
     void noSiteIsNotSent();
@@ -55,11 +66,13 @@ private slots:
     void badDestinations();
     void foldersOfOthersAreLeftAlone();
     void aDiskThatIsNotMountedIsNotFilled();
+    void aDiskThatWasSentToEarlierIsNotFilledEither();
     void whatWasServedLastStays();
     void whatKilledRunsLeaveGoes();
     void whoeverMayNotWriteThereIsToldWhatIsServed();
     void oneRunAtATime();
     void oneWorkshopAtATime();
+    void anotherWorkshopAtTheSamePlaceIsAnother();
 
 private:
     Publisher::Result send() const { return m_publisher->run({u"envoyer"_s, m_folder}); }
@@ -174,6 +187,7 @@ void TestPublishSending::aBrokenSendingOfAnotherSiteIsNotMixedIn()
     QCOMPARE(send().code, 0);
     // Killed late in the sending of a client with a file and a folder that the next one has not.
     Files::write(m_publisher->beside(u"client/data/un"_s), "one");
+    Files::write(m_publisher->beside(u"client/data/trois"_s), "three");
     Files::write(m_publisher->beside(u"client/plus/deux"_s), "two");
     QCOMPARE(m_publisher->run({u"client"_s, m_publisher->beside(u"client"_s)}).code, 0);
     QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
@@ -188,6 +202,8 @@ void TestPublishSending::aBrokenSendingOfAnotherSiteIsNotMixedIn()
     const Publisher::Result result = send();
     QVERIFY2(result.code == 0, qPrintable(result.errors));
     QCOMPARE(served(), m_publisher->site());
+    // What is still the same had arrived: archive, manifest and the two files were sent.
+    QVERIFY2(result.output.startsWith(u"13 fichiers, 4 envoyés."_s), qPrintable(result.output));
 }
 
 void TestPublishSending::aDamagedFileThereIsSentAnew()
@@ -218,19 +234,103 @@ void TestPublishSending::aDamagedFileOfABrokenSendingIsSentAnew()
     QCOMPARE(served(), m_publisher->site());
 }
 
-/// What was listed before it is the sums of what is sent.
+/// It costs time and nothing else.
 void TestPublishSending::aDamagedListIsMadeAnew()
 {
     QCOMPARE(send().code, 0);
-    const QString list = m_publisher->path(u"publications/0002.liste"_s);
+    const QString list = m_publisher->path(u"empreintes-envoi.json"_s);
+    // Within the clock's coarseness a change would not show: the latest files are read once more.
+    QTRY_VERIFY_WITH_TIMEOUT(!send().errors.contains(u"Lecture"_s), kLongEnough);
     const QByteArray good = Files::read(list);
-    QVERIFY(good.contains("  index.html\n"));
-    Files::write(list, good.left(good.size() / 2) + '\n');
+    QVERIFY(good.contains("\"index.html\""));
+    Files::write(list, good.left(good.size() / 2));
     const Publisher::Result result =
         m_publisher->run({u"envoyer"_s, m_publisher->beside(u"ailleurs"_s)});
     QVERIFY2(result.code == 0, qPrintable(result.errors));
     QCOMPARE(SentSite::served(m_publisher->beside(u"ailleurs"_s)), m_publisher->site());
     QCOMPARE(Files::read(list), good);
+}
+
+void TestPublishSending::aFileThatWasEditedHereIsSent_data()
+{
+    QTest::addColumn<bool>("isLonger");
+    QTest::addColumn<bool>("isOld");
+    QTest::addColumn<bool>("isPublished");
+    QTest::newRow("the site that was sent") << true << false << false;
+    QTest::newRow("another site since") << true << false << true;
+    QTest::newRow("of the same size") << false << false << true;
+    QTest::newRow("in its place an older file") << true << true << false;
+}
+
+void TestPublishSending::aFileThatWasEditedHereIsSent()
+{
+    QFETCH(const bool, isLonger);
+    QFETCH(const bool, isOld);
+    QFETCH(const bool, isPublished);
+    const QString page = m_publisher->path(u"site/index.html"_s);
+    setTime(page, QDateTime::currentDateTime().addSecs(-10)); // its sum is remembered
+    QCOMPARE(send().code, 0);
+    QByteArray content = Files::read(page);
+    content[10] = content.at(10) == 'x' ? 'y' : 'x';
+    Files::write(page, isLonger ? content + '\n' : content);
+    if (isOld)
+        setTime(page, QDateTime::currentDateTime().addDays(-1));
+    if (isPublished)
+        prepareNews(u"Titre"_s);
+    const Publisher::Result result = send();
+    QVERIFY2(result.code == 0, qPrintable(result.errors));
+    QCOMPARE(served(), m_publisher->site());
+}
+
+void TestPublishSending::aDamagedClientIsMadeAnew_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("how");
+    QTest::addColumn<int>("code");
+    const auto file = u"updates/files/Dofus.exe"_s;
+    const auto archive = u"client/DofusClient.zip"_s;
+    QTest::newRow("a file, longer") << file << u"longer"_s << 2;
+    QTest::newRow("a file, of the same size") << file << u"other"_s << 2;
+    QTest::newRow("a file that is gone") << file << u"gone"_s << 2;
+    QTest::newRow("an empty file that is gone") << u"updates/files/data/vide"_s << u"gone"_s << 2;
+    QTest::newRow("a file whose time does not tell") << file << u"secret"_s << 7;
+    QTest::newRow("the archive") << archive << u"other"_s << 2;
+}
+
+void TestPublishSending::aDamagedClientIsMadeAnew()
+{
+    QFETCH(const QString, name);
+    QFETCH(const QString, how);
+    QFETCH(const int, code);
+    const QStringList client{u"client"_s, m_publisher->beside(u"client"_s)};
+    const QString path = m_publisher->path(u"site/"_s + name);
+    QVERIFY(QFile::exists(path));
+    const QByteArray good = Files::read(path);
+    const QDateTime time = QFileInfo(path).lastModified();
+    QByteArray bad = good;
+    if (how == "gone"_L1) {
+        QVERIFY(QFile::remove(path));
+    } else {
+        bad[0] = static_cast<char>(~bad.at(0));
+        Files::write(path, how == "longer"_L1 ? good + '\n' : bad);
+        if (how == "secret"_L1)
+            setTime(path, time);
+    }
+    const QString elsewhere = m_publisher->beside(u"ailleurs"_s);
+    QDir(elsewhere).removeRecursively();
+    QVERIFY(QDir().mkpath(elsewhere + u"/publications"_s));
+    const Publisher::Result refused = m_publisher->run({u"envoyer"_s, elsewhere});
+    QCOMPARE(refused.code, code);
+    QVERIFY2(refused.errors.contains(name), qPrintable(refused.errors));
+
+    const Publisher::Result again = m_publisher->run(client);
+    QVERIFY2(!again.output.contains(u"rien à préparer"_s), qPrintable(again.output));
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    const Publisher::Result result = m_publisher->run({u"envoyer"_s, elsewhere});
+    QVERIFY2(result.code == 0, qPrintable(result.errors));
+    QCOMPARE(SentSite::served(elsewhere), m_publisher->site());
+    QCOMPARE(Files::read(path), good);
+    QVERIFY(m_publisher->run(client).output.contains(u"rien à préparer"_s));
 }
 
 void TestPublishSending::whatChangedSinceItWasPreparedIsNotSent()
@@ -240,7 +340,10 @@ void TestPublishSending::whatChangedSinceItWasPreparedIsNotSent()
     Files::write(m_publisher->beside(u"client/data/un"_s), "one");
     QCOMPARE(m_publisher->run({u"client"_s, m_publisher->beside(u"client"_s)}).code, 0);
     QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
-    Files::write(m_publisher->path(u"site/updates/files/data/un"_s), "eno");
+    const QString file = m_publisher->path(u"site/updates/files/data/un"_s);
+    const QDateTime time = QFileInfo(file).lastModified();
+    Files::write(file, "eno");
+    setTime(file, time);
     const Publisher::Result result = send();
     QCOMPARE(result.code, 7);
     QVERIFY2(result.errors.contains(u"n'est plus tel qu'il a été préparé"_s) &&
@@ -321,11 +424,6 @@ void TestPublishSending::aNewerStateThereStays()
 {
     const QString here = m_publisher->path(u"etat/status.json"_s);
     const QString there = m_folder + u"/etat/status.json"_s;
-    const auto setTime = [](const QString &path, const QDateTime &time) {
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::ReadWrite));
-        QVERIFY(file.setFileTime(time, QFileDevice::FileModificationTime));
-    };
     QCOMPARE(m_publisher->run({u"etat"_s, u"en-ligne"_s, u"7"_s}).code, 0);
     QCOMPARE(send().code, 0);
     QVERIFY(Files::read(there).contains("7"));
@@ -452,6 +550,22 @@ void TestPublishSending::aDiskThatIsNotMountedIsNotFilled()
     QCOMPARE(served(), m_publisher->site());
 }
 
+void TestPublishSending::aDiskThatWasSentToEarlierIsNotFilledEither()
+{
+    QCOMPARE(send().code, 0);
+    QCOMPARE(m_publisher->run({u"envoyer"_s, m_publisher->beside(u"ailleurs"_s)}).code, 0);
+    QVERIFY(QDir(m_folder).removeRecursively());
+    const Publisher::Result gone = send();
+    QCOMPARE(gone.code, 2);
+    QVERIFY2(gone.errors.contains(u"là bas » n'est plus là"_s), qPrintable(gone.errors));
+    QVERIFY(!QFile::exists(m_folder));
+    QVERIFY(QDir().mkpath(m_folder));
+    const Publisher::Result empty = send();
+    QCOMPARE(empty.code, 2);
+    QVERIFY2(empty.errors.contains(u"là bas » n'est plus là"_s), qPrintable(empty.errors));
+    QVERIFY(Files::tree(m_folder).isEmpty());
+}
+
 /// Players may be given it back.
 void TestPublishSending::whatWasServedLastStays()
 {
@@ -546,6 +660,25 @@ void TestPublishSending::oneWorkshopAtATime()
     QVERIFY(first.waitForFinished(kLongEnough));
     QCOMPARE(first.exitCode(), 7);
     QCOMPARE(served(), other.site());
+}
+
+/// As in two containers made from one image.
+void TestPublishSending::anotherWorkshopAtTheSamePlaceIsAnother()
+{
+    QCOMPARE(send().code, 0);
+    prepareNews(u"Titre"_s);
+    QProcess first;
+    m_publisher->startUntil(first, 12, {u"envoyer"_s});
+    QTRY_VERIFY_WITH_TIMEOUT(Publisher::isStopped(first), kLongEnough);
+    QVERIFY(QDir().rename(m_publisher->path(QString()), m_publisher->beside(u"de côté"_s)));
+    QVERIFY(QDir().mkpath(m_publisher->path(QString())));
+    QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test"_s}).code, 0);
+    const Publisher::Result second = send();
+    first.kill();
+    QVERIFY(first.waitForFinished(kLongEnough));
+    QCOMPARE(second.code, 2);
+    QVERIFY2(second.errors.contains(u"Un autre atelier envoie vers cette destination"_s),
+             qPrintable(second.errors));
 }
 
 VEYRA_CORE_TEST_MAIN(TestPublishSending)
