@@ -180,19 +180,21 @@ bool ClientArchive::takeFromEarlier(qsizetype first, qsizetype count)
     const qint64 from = earlierEntry(first)->headerOffset;
     qint64 size = 0;
     for (qsizetype i = first; i < first + count; ++i) {
-        Entry taken = *earlierEntry(i);
-        const QByteArray header = ZipRecords::header(taken);
-        if (m_earlier.read(taken.headerOffset, header.size()) != header)
+        const Entry &earlier = *earlierEntry(i);
+        const QByteArray header = ZipRecords::header(earlier);
+        if (m_earlier.read(earlier.headerOffset, header.size()) != header)
             return false;
-        taken.externalAttributes = entry(i).externalAttributes;
-        entry(i) = taken;
-        size += header.size() + taken.packedSize;
+        size += header.size() + earlier.packedSize;
     }
 
     const qint64 place = waitForTurn(first);
     goOnWith(first + count, place + size);
-    for (qsizetype i = first; i < first + count; ++i)
-        entry(i).headerOffset += place - from;
+    for (qsizetype i = first; i < first + count; ++i) {
+        Entry taken = *earlierEntry(i);
+        taken.externalAttributes = entry(i).externalAttributes;
+        taken.headerOffset += place - from;
+        entry(i) = taken;
+    }
     for (qint64 done = 0; done < size; done += kMostAtOnce) {
         Interruption::check();
         m_file.copy(m_earlier, from + done, std::min(kMostAtOnce, size - done), place + done);
@@ -287,6 +289,7 @@ ClientArchive::LargeEntry::LargeEntry(ClientArchive &archive, qsizetype index, q
     , m_index(index)
 {
     entry().method = methodFor(start);
+    entry().crc = 0;
     entry().size = size;
     entry().packedSize = size;
     entry().headerOffset = archive.waitForTurn(index);

@@ -27,6 +27,15 @@ bool liesWhereTheLauncherLooks(const QString &name, QLatin1StringView file)
     return name == file || name == GameFolder::kClientSubfolder.mid(1) + u'/' + file;
 }
 
+/// The same where case does not count.
+bool liesWhereWindowsLooks(const QString &name, QLatin1StringView file)
+{
+    return name.endsWith(file, Qt::CaseInsensitive) &&
+           (name.size() == file.size() ||
+            name.compare(GameFolder::kClientSubfolder.mid(1) + u'/' + file, Qt::CaseInsensitive) ==
+                0);
+}
+
 class Exclusions
 {
 public:
@@ -35,7 +44,7 @@ public:
         , m_uses(patterns.size(), 0)
     {
         for (const QString &pattern : patterns)
-            m_expressions.append(QRegularExpression::fromWildcard(pattern));
+            append(pattern);
     }
 
     bool match(const QString &name)
@@ -47,9 +56,11 @@ public:
                 isExcluded = true;
             }
         }
+        m_count += isExcluded ? 1 : 0;
         return isExcluded;
     }
 
+    qsizetype count() const { return m_count; }
     QStringList unused() const
     {
         QStringList result;
@@ -61,16 +72,33 @@ public:
     }
 
 private:
+    /// Folders may end with a "/", as the shell completes them.
+    void append(const QString &pattern)
+    {
+        QString form = pattern;
+        while (form.endsWith(u'/'))
+            form.chop(1);
+        m_arePaths.append(form.contains(u'/'));
+        if (form.startsWith("./"_L1))
+            form.remove(0, 2);
+        m_expressions.append(QRegularExpression::fromWildcard(form, Qt::CaseSensitive));
+        if (!m_expressions.last().isValid()) {
+            throw Problem{Outcome::Usage,
+                          u"--exclure %1 : ce n'est pas un motif (* ? [abc])."_s.arg(pattern)};
+        }
+    }
+
     bool matches(qsizetype index, const QString &name) const
     {
         const QRegularExpression &expression = m_expressions.at(index);
-        const bool isPath = m_patterns.at(index).contains(u'/');
-        return expression.match(isPath ? name : name.section(u'/', -1)).hasMatch();
+        return expression.match(m_arePaths.at(index) ? name : name.section(u'/', -1)).hasMatch();
     }
 
     QStringList m_patterns;
     QList<QRegularExpression> m_expressions;
+    QList<bool> m_arePaths;
     QList<int> m_uses;
+    qsizetype m_count = 0;
 };
 
 /// Two files, or a file and a folder, that are one on a player's machine.
@@ -177,6 +205,7 @@ ClientFolder ClientFolder::scan(const QString &folder, const QStringList &exclus
             problems.append(u"« %1 » : lien ou fichier spécial"_s.arg(name));
         return true;
     });
+    client.excluded = excluded.count();
     const QStringList unused = excluded.unused();
     for (const QString &pattern : unused)
         client.warnings.append(u"--exclure %1 n'a rien exclu."_s.arg(pattern));
@@ -210,11 +239,12 @@ qint64 ClientFolder::totalSize() const
 
 QStringList ClientFolder::markers(const QStringList &names)
 {
+    // The game folder itself is where the launcher looks for the program first.
+    const bool isPlayedAtRoot = names.contains(kProgram, Qt::CaseInsensitive);
     QStringList markers;
     for (const QString &name : names) {
-        // The game folder itself is where the launcher looks for the program first.
-        const bool isPlayed = (name == kMarker) == names.contains(kProgram);
-        if (liesWhereTheLauncherLooks(name, kMarker))
+        const bool isPlayed = !name.contains(u'/') == isPlayedAtRoot;
+        if (liesWhereWindowsLooks(name, kMarker))
             markers.insert(isPlayed ? 0 : markers.size(), name);
     }
     return markers;

@@ -22,9 +22,10 @@ struct ClientFolder
 
     QList<ClientFile> files; ///< sorted by the bytes of their names
     QStringList warnings;
+    qsizetype excluded = 0; ///< files and whole folders
 
     /// Leaves out the files and whole folders that one of `exclusions` matches: a pattern with a
-    /// "/" by their whole name, others by the last part of it.
+    /// "/" by their whole name, others by the last part of it. Throws a Problem for what is none.
     static ClientFolder scan(const QString &folder, const QStringList &exclusions);
 
     qint64 totalSize() const;

@@ -58,9 +58,14 @@ void onAllProcessors(qsizetype count, const Work &work, const GiveUp &giveUp)
     };
 
     std::vector<std::thread> threads;
+    threads.reserve(kMostThreads);
     const qsizetype processors = std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
-    for (qsizetype i = 1; i < std::min(processors, count); ++i)
-        threads.emplace_back(run);
+    try {
+        for (qsizetype i = 1; i < std::min(processors, count); ++i)
+            threads.emplace_back(run);
+    } catch (const std::exception &) {
+        // Those that the system allows, and this one, do the work.
+    }
     run();
     for (std::thread &thread : threads)
         thread.join();
@@ -293,7 +298,10 @@ ClientPublication ClientPublication::make(const Workshop &workshop, const Client
         publication = compared(files);
         if (publication.isDifferent()) {
             generation.write(Site::kManifest, files.manifest().text());
+            // Before it counts: a disk that has no room for them leaves everything as it was.
+            files.saveFingerprints();
             publication.number = generation.commit();
+            return publication;
         }
     }
     files.saveFingerprints();

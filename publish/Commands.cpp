@@ -21,6 +21,7 @@
 #include <QCoreApplication>
 #include <QDate>
 #include <QDir>
+#include <QFileInfo>
 #include <QJsonObject>
 #include <QLockFile>
 #include <QRegularExpression>
@@ -120,6 +121,21 @@ Outcome makeWorkshop(const CommandLine &line)
     return Outcome::Good;
 }
 
+/// Each publication would hold all those before it. A folder of its own in the workshop is fine.
+void checkIsNoWorkshop(const QString &client, const Workshop &workshop)
+{
+    const auto within = [](const QString &outer, const QString &inner) {
+        return (inner + u'/').startsWith(outer + u'/');
+    };
+    const QString folder = QFileInfo(client).canonicalFilePath();
+    if (folder.isEmpty())
+        return;
+    if (within(folder, QFileInfo(workshop.path(QString())).canonicalFilePath()) ||
+        within(QFileInfo(workshop.generationPath(QString())).canonicalFilePath(), folder))
+        throw refused(u"L'atelier et le client se recouvrent dans %1 : donner au client un dossier "
+                      u"à lui"_s.arg(client));
+}
+
 Outcome publishClient(const CommandLine &line)
 {
     const Workshop workshop(line.workshop);
@@ -139,6 +155,7 @@ Outcome publishClient(const CommandLine &line)
     else
         sayPrepared(publication.number);
     return client.warnings.isEmpty() ? Outcome::Good : Outcome::Warnings;
+    checkIsNoWorkshop(line.operands.first(), workshop);
 }
 
 Outcome publishLauncher(const CommandLine &line)
@@ -149,6 +166,10 @@ Outcome publishLauncher(const CommandLine &line)
     const std::unique_ptr<QLockFile> lock = workshop.lock();
     const QByteArray notes = Disk::read(line.values(kNotes).last());
     if (!QUtf8StringView(notes).isValidUtf8())
+    if (client.excluded > 0) {
+        say(u"Exclus : %1."_s.arg(
+            counted(client.excluded, u"fichier ou dossier"_s, u"fichiers ou dossiers"_s)));
+    }
         throw refused(u"%1 n'est pas en UTF-8"_s.arg(line.values(kNotes).last()));
     const LauncherPublication launcher{line.operands.first(), QString::fromUtf8(notes).trimmed(),
                                        line.has(kRequired)};
@@ -367,8 +388,9 @@ Préparer :
       --cle FICHIER       clé publique qui signe les launchers ; peut se répéter
       --cible CIBLE       système des joueurs : windows-x64, à défaut, ou linux-x64
   client DOSSIER          prépare le client du jeu qui se trouve dans DOSSIER
-      --exclure MOTIF     sans les fichiers et dossiers de ce nom (* et ? permis), ou,
-                          avec un « / », sans ce chemin ; peut se répéter
+      --exclure MOTIF     sans les fichiers et dossiers de ce nom (* et ? permis, les
+                          majuscules comptent), ou, avec un « / », sans ce chemin ;
+                          peut se répéter
   lanceur ARCHIVE --notes FICHIER
                           prépare la nouvelle version du launcher que « scripts/windows
                           package » a faite et signée ; FICHIER dit ce qui change

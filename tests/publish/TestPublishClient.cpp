@@ -99,6 +99,7 @@ private slots:
     void unzipMakesTheSameFiles();
     void namesAreWrittenInOneForm();
     void aSubfolderOfTheLaunchersKeepsItsName();
+    void whatWindowsTakesForAMarkerEndsTheArchiveToo();
     void aSecondRunReadsWhatChangedAndNothingElse();
     void theSameFilesMakeTheSameArchive();
     void largeAndManyFilesComeThroughWhole();
@@ -111,11 +112,14 @@ private slots:
     void exclusionsLeaveOut_data();
     void exclusionsLeaveOut();
     void anUnusedExclusionIsToldOf();
+    void exclusionsThatAreNone_data();
+    void exclusionsThatAreNone();
     void refuses_data();
     void refuses();
     void refusesLinksAndSpecialFiles();
     void warnsOfFilesAbove2GB();
     void tellsManyProblemsShortly();
+    void theWorkshopIsNoClient();
     void whatCannotBeReadIsTheDisksFault_data();
     void whatCannotBeReadIsTheDisksFault();
     void whatIsExcludedNeedNotBeReadable();
@@ -123,6 +127,7 @@ private slots:
     void aFullDiskLeavesTheDraft();
     void anEarlierArchiveThatIsOfNoUseIsNotUsed_data();
     void anEarlierArchiveThatIsOfNoUseIsNotUsed();
+    void aFileThatChangesWhileItIsReadIsRefused_data();
     void aFileThatChangesWhileItIsReadIsRefused();
     void interruptionLeavesNothing();
     void aTerminalShowsABar();
@@ -279,6 +284,16 @@ void TestPublishClient::aSubfolderOfTheLaunchersKeepsItsName()
                 .contains("\"Client 2.51/Dofus.exe\""));
 }
 
+void TestPublishClient::whatWindowsTakesForAMarkerEndsTheArchiveToo()
+{
+    ClientFiles files = Clients::sample();
+    files.insert(u"client 2.51/dofusinvoker.swf"_s, "another marker");
+    Clients::write(folder(), files);
+    QCOMPARE(publish().code, 0);
+    QCOMPARE(archivedNames().last(2),
+             (QStringList{u"DofusInvoker.swf"_s, u"client 2.51/dofusinvoker.swf"_s}));
+}
+
 void TestPublishClient::aSecondRunReadsWhatChangedAndNothingElse()
 {
     ClientFiles files = Clients::sample();
@@ -398,7 +413,8 @@ void TestPublishClient::whatIsUnchangedIsTakenFromTheEarlierArchive()
 void TestPublishClient::anArchiveThatWasMadeInAnotherWayIsMadeAnew_data()
 {
     QTest::addColumn<QString>("way");
-    QTest::newRow("with a head that says something else") << u"head"_s;
+    QTest::newRow("with a head that says something else, behind a stored file") << u"head"_s;
+    QTest::newRow("with such a head behind a packed file") << u"later head"_s;
     QTest::newRow("no archive at all") << u"text"_s;
     QTest::newRow("none is there") << QString();
 }
@@ -406,7 +422,10 @@ void TestPublishClient::anArchiveThatWasMadeInAnotherWayIsMadeAnew_data()
 void TestPublishClient::anArchiveThatWasMadeInAnotherWayIsMadeAnew()
 {
     QFETCH(const QString, way);
-    const ClientFiles files = Clients::sample();
+    ClientFiles files = Clients::sample();
+    // Larger than what is read at once, so that their sums come about piece by piece.
+    files.insert(u"A stored.d2p"_s, Files::noise(1'000'000));
+    files.insert(u"B packed.txt"_s, QByteArray(1'000'000, 'x'));
     Clients::write(folder(), files);
     for (auto file = files.begin(); file != files.end(); ++file)
         age(folder() + u'/' + file.key());
@@ -415,6 +434,8 @@ void TestPublishClient::anArchiveThatWasMadeInAnotherWayIsMadeAnew()
     QByteArray other = archive();
     if (way == u"head"_s)
         other[other.indexOf("PK\x03\x04", 100) + 11] = 1; // another time
+    else if (way == u"later head"_s)
+        other[other.indexOf("PK\x03\x04", other.indexOf("B packed.txt")) + 11] = 1;
     else
         other = "no archive";
     QVERIFY(QFile::remove(path));
@@ -423,8 +444,10 @@ void TestPublishClient::anArchiveThatWasMadeInAnotherWayIsMadeAnew()
         age(path); // nobody else's change shows
     }
 
-    Files::write(folder() + u"/data/nouveau"_s, "new");
+    files.insert(u"data/nouveau"_s, "new");
+    Clients::write(folder(), {{u"data/nouveau"_s, "new"}});
     QCOMPARE(publish().code, 0);
+    QVERIFY(unzippedIs(files));
     QVERIFY(archive() == archiveOfAFirstRun());
 }
 
@@ -472,16 +495,22 @@ void TestPublishClient::exclusionsLeaveOut_data()
     QTest::newRow("a path") << u"data/vide"_s;
     QTest::newRow("a path by a pattern") << u"*/vide"_s;
     QTest::newRow("a folder by its path") << u"data/creux"_s;
+    QTest::newRow("a folder by its name, with a slash") << u"creux/"_s;
+    QTest::newRow("a folder by its path, with a slash") << u"data/creux/"_s;
+    QTest::newRow("a path from here") << u"./data/vide"_s;
 }
 
 void TestPublishClient::exclusionsLeaveOut()
 {
     QFETCH(const QString, pattern);
     ClientFiles files = Clients::sample();
-    if (pattern == u"data/creux"_s)
+    if (pattern.contains(u"creux"_s))
         files.insert(u"data/creux/vide"_s, files.take(u"data/vide"_s));
     Clients::write(folder(), files);
-    QCOMPARE(publish({u"--exclure"_s, pattern}).code, 0);
+    const Publisher::Result result = publish({u"--exclure"_s, pattern});
+    QCOMPARE(result.code, 0);
+    QVERIFY2(result.output.contains(u"Exclus : 1 fichier ou dossier."_s),
+             qPrintable(result.output));
     QCOMPARE(archivedNames(), (QStringList{u"Dofus.exe"_s, u"data/texte.json"_s,
                                            u"data/Île aux Cèdres.map"_s, u"DofusInvoker.swf"_s}));
 }
@@ -495,6 +524,26 @@ void TestPublishClient::anUnusedExclusionIsToldOf()
     QVERIFY2(result.errors.contains(u"--exclure *.log n'a rien exclu"_s),
              qPrintable(result.errors));
     QCOMPARE(archivedNames(), (QStringList{u"Dofus.exe"_s, u"DofusInvoker.swf"_s}));
+}
+
+void TestPublishClient::exclusionsThatAreNone_data()
+{
+    QTest::addColumn<QString>("pattern");
+    QTest::addColumn<int>("code");
+    QTest::newRow("another case") << u"VID*"_s << 4;
+    QTest::newRow("a path from here that is further down") << u"./vide"_s << 4;
+    QTest::newRow("no pattern") << u"[a"_s << 1;
+}
+
+void TestPublishClient::exclusionsThatAreNone()
+{
+    QFETCH(const QString, pattern);
+    QFETCH(const int, code);
+    Clients::write(folder(), Clients::sample());
+    const Publisher::Result result = publish({u"--exclure"_s, pattern});
+    QCOMPARE(result.code, code);
+    QVERIFY2(result.errors.contains(pattern), qPrintable(result.errors));
+    QCOMPARE(archivedNames().contains(u"data/vide"_s), code == 4);
 }
 
 void TestPublishClient::refuses_data()
@@ -588,8 +637,26 @@ void TestPublishClient::tellsManyProblemsShortly()
         QVERIFY(QFile::remove(folder() + u"/a%1:"_s.arg(i)));
     const Publisher::Result fewer = publish();
     QVERIFY2(fewer.errors.contains(u"… et 1 autre\n"_s), qPrintable(fewer.errors));
-    QCOMPARE(publish({u"--exclure"_s, u"[a"_s}).code, 2);
     QCOMPARE(m_publisher->run({u"client"_s, u"absent"_s}).code, 2);
+}
+
+/// One lies in the other: each publication would hold all those before it.
+void TestPublishClient::theWorkshopIsNoClient()
+{
+    Clients::write(m_publisher->path(u"."_s), Clients::sample());
+    Clients::write(m_publisher->beside(u"."_s), Clients::sample());
+    Clients::write(m_publisher->path(u"publications/jeu"_s), Clients::sample());
+    QVERIFY(QFile::link(m_publisher->path(u"."_s), m_publisher->beside(u"lien"_s)));
+    for (const QString &place :
+         {m_publisher->path(u"."_s), m_publisher->beside(u"."_s), m_publisher->beside(u"lien"_s),
+          m_publisher->path(u"publications/jeu"_s), m_publisher->path(u"brouillon"_s)}) {
+        const Publisher::Result result = m_publisher->run({u"client"_s, place});
+        QCOMPARE(result.code, 2);
+        QVERIFY2(result.errors.contains(u"L'atelier et le client"_s), qPrintable(result.errors));
+    }
+    // As the guide has it.
+    Clients::write(m_publisher->path(u"jeu"_s), Clients::sample());
+    QCOMPARE(m_publisher->run({u"client"_s, u"jeu"_s}).code, 0);
 }
 
 void TestPublishClient::whatCannotBeReadIsTheDisksFault_data()
@@ -672,14 +739,23 @@ void TestPublishClient::anEarlierArchiveThatIsOfNoUseIsNotUsed_data()
     QTest::newRow("it is gone") << QByteArray();
     QTest::newRow("it is no archive") << QByteArray("page");
     QTest::newRow("it is another one") << Archives::zip({{"a", "b"}});
+    const Publisher other;
+    QCOMPARE(other.run({u"init"_s, u"http://veyra.test/"_s}).code, 0);
+    Clients::write(other.beside(u"client"_s),
+                   {{u"Dofus.exe"_s, "b"}, {u"DofusInvoker.swf"_s, "c"}, {u"data/vide"_s, "d"}});
+    QCOMPARE(other.run({u"client"_s, other.beside(u"client"_s)}).code, 0);
     QTest::newRow("its files have other sizes")
-        << Archives::zip({{"Dofus.exe", "b"}, {"data/vide", "b"}});
+        << Files::read(other.path(QLatin1StringView(kArchive)));
 }
 
 void TestPublishClient::anEarlierArchiveThatIsOfNoUseIsNotUsed()
 {
     QFETCH(const QByteArray, archive);
-    Clients::write(folder(), Clients::sample());
+    const ClientFiles files = Clients::sample();
+    Clients::write(folder(), files);
+    // Otherwise they are read again, and no earlier archive is asked.
+    for (auto file = files.begin(); file != files.end(); ++file)
+        age(folder() + u'/' + file.key());
     QCOMPARE(publish().code, 0);
     const QString earlier = m_publisher->path(QLatin1StringView(kArchive));
     QVERIFY(QFile::remove(earlier));
@@ -687,21 +763,26 @@ void TestPublishClient::anEarlierArchiveThatIsOfNoUseIsNotUsed()
         Files::write(earlier, archive);
     Files::write(folder() + u"/data/texte.json"_s, "changed");
     QCOMPARE(publish().code, 0);
+    QVERIFY(this->archive() == archiveOfAFirstRun());
+}
 
-    const Publisher other;
-    QCOMPARE(other.run({u"init"_s, u"http://veyra.test/"_s}).code, 0);
-    QCOMPARE(other.run({u"client"_s, folder()}).code, 0);
-    QVERIFY(this->archive() == Files::read(other.path(QLatin1StringView(kArchive))));
+void TestPublishClient::aFileThatChangesWhileItIsReadIsRefused_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::newRow("it grows") << QByteArray("other content");
+    QTest::newRow("it shrinks") << QByteArray("other");
+    QTest::newRow("it stays as long as it was") << QByteArray("CONTENT");
 }
 
 void TestPublishClient::aFileThatChangesWhileItIsReadIsRefused()
 {
+    QFETCH(const QByteArray, content);
     Clients::write(folder(), Clients::sample());
     Files::write(folder() + u"/data/carte"_s, "content");
     QProcess process;
     m_publisher->startUntil(process, kFirstSteps, {u"client"_s, folder()});
     QTRY_VERIFY(Publisher::isStopped(process));
-    Files::write(folder() + u"/data/carte"_s, "other content");
+    Files::write(folder() + u"/data/carte"_s, content);
     QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGCONT), 0);
     QVERIFY(process.waitForFinished());
     QCOMPARE(process.exitCode(), 2);
@@ -712,14 +793,28 @@ void TestPublishClient::aFileThatChangesWhileItIsReadIsRefused()
 void TestPublishClient::interruptionLeavesNothing()
 {
     Clients::write(folder(), Clients::sample());
+    for (int i = 0; i < 100; ++i) // more than all threads have in hand at once
+        Files::write(folder() + u"/data/%1"_s.arg(i), QByteArray(10'000, 'x'));
+    // While the first files are read.
     QProcess process;
-    m_publisher->startUntil(process, kFirstSteps, {u"client"_s, folder()});
-    QTRY_VERIFY(Publisher::isStopped(process));
+    const QString first = m_publisher->path(u"publications/.en-cours/updates/files/Dofus.exe"_s);
+    for (int step = kFirstSteps; step < 100; ++step) {
+        m_publisher->startUntil(process, step, {u"client"_s, folder()});
+        QTRY_VERIFY(Publisher::isStopped(process));
+        if (QFile::exists(first))
+            break;
+        process.kill();
+        QVERIFY(process.waitForFinished());
+    }
+    QVERIFY(QFile::exists(first));
     QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGINT), 0);
     QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGCONT), 0);
     QVERIFY(process.waitForFinished());
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), 130);
+    // Not just before what was prepared would count: that may be an hour later.
+    const QByteArray errors = process.readAllStandardError();
+    QVERIFY2(!errors.contains("100 %"), errors.constData());
     QVERIFY(!QFile::exists(m_publisher->path(u"publications/.en-cours"_s)));
     QVERIFY(!QFile::exists(m_publisher->path(u"publications/0002"_s)));
 }
