@@ -74,9 +74,17 @@ int positiveNumber(const QString &text, int largest)
 }
 
 /// From the file that minisign makes: a comment, then the key.
+/// What is not there was named wrongly; what cannot be read is the disk's fault.
+const QString &existing(const QString &file)
+{
+    if (!QFileInfo::exists(file))
+        throw refused(u"%1 n'existe pas, ou se trouve là où vous n'entrez pas"_s.arg(file));
+    return file;
+}
+
 QString publicKey(const QString &file)
 {
-    QString key = QString::fromLatin1(Disk::read(file).split('\n').value(1)).trimmed();
+    QString key = QString::fromLatin1(Disk::read(existing(file)).split('\n').value(1)).trimmed();
     static const QRegularExpression kForm(u"^RW[A-Za-z0-9+/]{54}$"_s);
     if (!kForm.match(key).hasMatch())
         throw refused(u"%1 n'est pas une clé publique de minisign"_s.arg(file));
@@ -164,15 +172,15 @@ Outcome publishLauncher(const CommandLine &line)
         throw Problem{Outcome::Usage, u"« lanceur » demande --notes FICHIER."_s};
     const Workshop workshop(line.workshop);
     const std::unique_ptr<QLockFile> lock = workshop.lock();
-    const QByteArray notes = Disk::read(line.values(kNotes).last());
+    const QByteArray notes = Disk::read(existing(line.values(kNotes).last()));
     if (!QUtf8StringView(notes).isValidUtf8())
     if (client.excluded > 0) {
         say(u"Exclus : %1."_s.arg(
             counted(client.excluded, u"fichier ou dossier"_s, u"fichiers ou dossiers"_s)));
     }
         throw refused(u"%1 n'est pas en UTF-8"_s.arg(line.values(kNotes).last()));
-    const LauncherPublication launcher{line.operands.first(), QString::fromUtf8(notes).trimmed(),
-                                       line.has(kRequired)};
+    const LauncherPublication launcher{existing(line.operands.first()),
+                                       QString::fromUtf8(notes).trimmed(), line.has(kRequired)};
     sayPrepared(launcher.make(workshop));
     return Outcome::Good;
 }
@@ -393,7 +401,8 @@ Préparer :
                           peut se répéter
   lanceur ARCHIVE --notes FICHIER
                           prépare la nouvelle version du launcher que « scripts/windows
-                          package » a faite et signée ; FICHIER dit ce qui change
+                          package » a faite et signée ; FICHIER dit ce qui change ; la même
+                          archive, redonnée, change les notes
       --obligatoire       les joueurs ne peuvent pas la refuser
   nouvelles ajouter TITRE TEXTE
                           ajoute une actualité en tête, datée d'aujourd'hui ; titre et

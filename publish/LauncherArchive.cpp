@@ -35,11 +35,12 @@ private:
     bool m_isFound = false;
 };
 
-/// As a text that the program was built with stands in it: UTF-16, the low byte first.
+/// As a text that the program was built with stands in it: UTF-16, the low byte first, a zero at
+/// its end. Without that it could be the beginning of another one.
 QByteArray compiledIn(const QString &text)
 {
     QByteArray bytes;
-    for (const QChar c : text) {
+    for (const QChar c : text + QChar(u'\0')) {
         bytes.append(static_cast<char>(c.cell()));
         bytes.append(static_cast<char>(c.row()));
     }

@@ -26,12 +26,12 @@ Problem refused(const QString &reason)
     return {Outcome::Refused, u"Launcher refusé : %1 ; rien n'a été changé."_s.arg(reason)};
 }
 
-/// Those that were online have a rule of their own, but for the one that the draft offers already.
+/// Those that were online have a rule of their own. What the draft alone offers nobody has.
 QStringList versionsToBeat(const Workshop &workshop, const ServedSums &served)
 {
     QStringList versions = workshop.versions();
     versions.removeIf([&served](const QString &version) { return served.contains(version); });
-    return versions << Site::publishedVersion(workshop);
+    return versions;
 }
 
 /// What was online may be offered again, as it was: whoever has it already is not asked to take
@@ -39,7 +39,7 @@ QStringList versionsToBeat(const Workshop &workshop, const ServedSums &served)
 void checkAgainst(const ServedSums &served, const QString &version, const QString &sum)
 {
     for (auto other = served.begin(); other != served.end(); ++other) {
-        if (other.key() == version && other.value() != sum) {
+        if (other.key() == version && !other.value().isEmpty() && other.value() != sum) {
             throw refused(u"la version %1 a déjà été en ligne avec un autre contenu, que des "
                           u"joueurs ont peut-être : il lui faut un autre numéro"_s.arg(version));
         }
@@ -79,11 +79,18 @@ QString LauncherPublication::make(const Workshop &workshop) const
     if (notes.size() > kLongestNotes)
         throw refused(u"les notes dépassent %1 caractères"_s.arg(kLongestNotes));
 
-    Generation generation(workshop, {Site::kLauncherVersion});
+    if (notes.isEmpty())
+        throw refused(u"les notes sont vides"_s);
+
+    const ServedSums served = ServedLaunchers::sums(workshop);
+    QStringList without{Site::kLauncherVersion};
+    const QString drafted = Site::publishedVersion(workshop);
+    if (!drafted.isEmpty() && !served.contains(drafted))
+        without.append(Site::publishedArchive(workshop));
+    Generation generation(workshop, without);
     const QString unchecked = generation.fileFor(kUnchecked);
     // What is checked is the copy, whatever happens to the original.
     const QByteArray sum = Disk::copy(archive, unchecked, [](QByteArrayView) {});
-    const ServedSums served = ServedLaunchers::sums(workshop);
     const QString version = checkedVersion(unchecked, workshop, served);
     checkAgainst(served, version, QString::fromLatin1(sum));
 

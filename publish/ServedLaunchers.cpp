@@ -2,6 +2,7 @@
 
 #include "publish/Disk.h"
 #include "publish/JsonFile.h"
+#include "publish/Outcome.h"
 #include "publish/Site.h"
 #include "publish/Workshop.h"
 #include "update/Updater.h"
@@ -35,11 +36,17 @@ void ServedLaunchers::rememberDraft(const Workshop &workshop)
 {
     const QString version = Site::publishedVersion(workshop);
     QMap<QString, QString> served = sums(workshop);
-    if (version.isEmpty() || served.contains(version))
+    if (version.isEmpty() || !served.value(version).isEmpty())
         return;
-    served.insert(version,
-                  Updater::calculateFileHash(workshop.generationPath(workshop.draft()) + u'/' +
-                                             Site::launcherArchive(version, workshop.target())));
+    const QString archive = Site::publishedArchive(workshop);
+    const QString sum =
+        Updater::calculateFileHash(workshop.generationPath(workshop.draft()) + u'/' + archive);
+    if (sum.isEmpty()) {
+        throw Problem{Outcome::Refused,
+                      u"Le launcher %1 est annoncé, mais son archive %2 manque "
+                      u"dans ce qui est préparé ; rien n'a été changé."_s.arg(version, archive)};
+    }
+    served.insert(version, sum);
     QJsonObject launchers;
     for (auto launcher = served.begin(); launcher != served.end(); ++launcher)
         launchers.insert(launcher.key(), launcher.value());

@@ -9,7 +9,7 @@ class Workshop;
 /// may keep their archives, whatever is served now.
 namespace ServedLaunchers {
 
-/// SHA-256 of their archives in lower-case hexadecimal, by version.
+/// SHA-256 of their archives in lower-case hexadecimal, by version; empty where it is not known.
 QMap<QString, QString> sums(const Workshop &workshop);
 
 /// To be called before the draft goes online.

@@ -14,6 +14,7 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
+constexpr auto kLauncherFolder = "launcher/"_L1;
 constexpr auto kPage = R"(<!DOCTYPE html>
 <html lang="fr">
 <head>
@@ -63,6 +64,12 @@ const auto kNginxServer = uR"(server {
 }
 )"_s;
 
+QJsonDocument launcherRecord(const Workshop &workshop)
+{
+    return JsonFile::read(workshop.generationPath(workshop.draft()) + u'/' +
+                          Site::kLauncherVersion);
+}
+
 QString listening(const QUrl &url)
 {
     if (url.scheme() == "http"_L1) {
@@ -100,14 +107,18 @@ void Site::linkStatus(const Generation &generation)
 
 QString Site::publishedVersion(const Workshop &workshop)
 {
-    const QJsonDocument record =
-        JsonFile::read(workshop.generationPath(workshop.draft()) + u'/' + kLauncherVersion);
-    return record["version"_L1].toString();
+    return launcherRecord(workshop)["version"_L1].toString();
+}
+
+QString Site::publishedArchive(const Workshop &workshop)
+{
+    const QString url = launcherRecord(workshop)["download_url"_L1].toString();
+    return kLauncherFolder + url.section(u'/', -1);
 }
 
 QString Site::launcherArchive(const QString &version, const QString &target)
 {
-    return u"launcher/VeyraLauncher-%1-%2.zip"_s.arg(version, target);
+    return kLauncherFolder + u"VeyraLauncher-%1-%2.zip"_s.arg(version, target);
 }
 
 void Site::warnOfClosedFolders(const QString &folder)

@@ -26,6 +26,8 @@ void linkStatus(const Generation &generation);
 
 /// Of the launcher that the workshop's draft offers; empty where it offers none.
 QString publishedVersion(const Workshop &workshop);
+/// Its archive, whatever system the workshop is for by now.
+QString publishedArchive(const Workshop &workshop);
 /// `target` as in LauncherArchive::targets().
 QString launcherArchive(const QString &version, const QString &target);
 

@@ -9,6 +9,7 @@
 #include "publish/ServedLaunchers.h"
 #include "publish/Site.h"
 #include "publish/Status.h"
+#include "updater/Version.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -19,6 +20,8 @@
 #include <QRegularExpression>
 #include <QUrl>
 #include <QUuid>
+
+#include <algorithm>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -205,8 +208,10 @@ QString Workshop::id()
 
 const QStringList &Workshop::versions() const
 {
-    static const QRegularExpression kVersion(u"^[0-9]{1,9}(\\.[0-9]{1,9})*$"_s);
-    if (m_versions.isEmpty() || m_versions.filter(kVersion) != m_versions) {
+    const auto isValid = [](const QString &version) {
+        return Version::isValid(version.toStdString());
+    };
+    if (m_versions.isEmpty() || !std::all_of(m_versions.begin(), m_versions.end(), isValid)) {
         throw Problem{Outcome::Refused,
                       u"Dans %1, « versions » doit nommer les launchers que des joueurs ont, par "
                       u"exemple [\"1.0.0\"] ; rien n'a été changé."_s.arg(path(kSettings))};

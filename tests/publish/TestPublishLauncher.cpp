@@ -16,13 +16,13 @@ namespace {
 
 constexpr auto kBaseUrl = u"http://veyra.test/";
 
-/// The program as the compiler leaves it, with the address in UTF-16 across the place where one
-/// piece of a large file ends and the next begins.
+/// The program as the compiler leaves it, with the address in UTF-16, which a zero ends, across the
+/// place where one piece of a large file ends and the next begins.
 QByteArray program(const QString &address)
 {
     constexpr qsizetype kPiece = qsizetype{128} * 1024;
     QByteArray content = Files::noise(2 * kPiece);
-    QByteArray text(reinterpret_cast<const char *>(address.utf16()), address.size() * 2);
+    QByteArray text(reinterpret_cast<const char *>(address.utf16()), (address.size() + 1) * 2);
     content.replace(kPiece - 10, text.size(), text);
     return content;
 }
@@ -49,15 +49,21 @@ private slots:
     void offersASignedLauncher();
     void aRequiredOneIsMarked();
     void theNextOneMustBeNewer();
+    void whatNobodySawMayBeCorrected();
+    void theNotesOfTheOneOnlineMayChange();
     void whatWasOnlineStaysInService();
     void aVersionHasOneContentForEver();
     void aDraftThatNobodySawMayBeReplaced();
     void refuses_data();
     void refuses();
     void launchersForLinux();
+    void theArchiveOnlineIsKnownWhateverTheSystemIsNow();
+    void anArchiveThatIsGoneDoesNotGoOnline();
     void systemsThatThereAreNone();
     void refusesWithoutAKey();
     void refusesOtherKeys();
+    void versionsThatAreNone_data();
+    void versionsThatAreNone();
     void wantsNotes();
 
 private:
@@ -116,15 +122,53 @@ void TestPublishLauncher::theNextOneMustBeNewer()
 {
     SampleUpdate update = goodUpdate();
     QCOMPARE(publish(update.archive(m_keys)).code, 0);
-    const Publisher::Result again = publish(update.archive(m_keys));
-    QCOMPARE(again.code, 2);
-    QVERIFY2(again.errors.contains(u"n'est pas plus récente que la version 98.0.1"_s),
-             qPrintable(again.errors));
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    update.version = "98.0.0";
+    const Publisher::Result older = publish(update.archive(m_keys));
+    QCOMPARE(older.code, 2);
+    QVERIFY2(older.errors.contains(u"n'est pas plus récente que la version 98.0.1"_s),
+             qPrintable(older.errors));
     update.version = "98.0.2";
     QCOMPARE(publish(update.archive(m_keys)).code, 0);
     QCOMPARE(record().value(u"version"_s), u"98.0.2"_s);
     // For those who are just downloading it.
     QCOMPARE(Files::tree(m_publisher->path(u"brouillon/launcher"_s)).size(), 2);
+}
+
+/// Its notes, its being required, its number: as if it had never been prepared.
+void TestPublishLauncher::whatNobodySawMayBeCorrected()
+{
+    SampleUpdate update = goodUpdate();
+    const QByteArray archive = update.archive(m_keys);
+    QCOMPARE(publish(archive).code, 0);
+    Files::write(m_publisher->beside(u"notes.txt"_s), "• D'autres notes\n");
+    const Publisher::Result again = publish(archive, {u"--obligatoire"_s});
+    QVERIFY2(again.code == 0, qPrintable(again.errors));
+    QCOMPARE(record().value(u"changelog"_s), u"• D'autres notes"_s);
+    QCOMPARE(record().value(u"required"_s), true);
+
+    update.version = "98.0.0";
+    const Publisher::Result older = publish(update.archive(m_keys));
+    QVERIFY2(older.code == 0, qPrintable(older.errors));
+    QCOMPARE(Files::tree(m_publisher->path(u"brouillon/launcher"_s)),
+             QStringList{u"VeyraLauncher-98.0.0-windows-x64.zip"_s});
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+}
+
+void TestPublishLauncher::theNotesOfTheOneOnlineMayChange()
+{
+    const QByteArray archive = goodUpdate().archive(m_keys);
+    QCOMPARE(publish(archive).code, 0);
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    Files::write(m_publisher->beside(u"notes.txt"_s), "• D'autres notes\n");
+    const Publisher::Result again = publish(archive);
+    QVERIFY2(again.code == 0, qPrintable(again.errors));
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    QVERIFY(Files::read(m_publisher->path(u"site/api/launcher_version.json"_s))
+                .contains("D'autres notes"));
+    QCOMPARE(
+        Files::read(m_publisher->path(u"site/launcher/VeyraLauncher-98.0.1-windows-x64.zip"_s)),
+        archive);
 }
 
 void TestPublishLauncher::whatWasOnlineStaysInService()
@@ -210,6 +254,10 @@ void TestPublishLauncher::refuses_data()
         [](SampleUpdate &update) {
             update.files["VeyraLauncher.exe"] = program(u"http://autre.test/"_s);
         });
+    row("a program that knows a longer address", u"n'est pas construit pour http://veyra.test/"_s,
+        [](SampleUpdate &update) {
+            update.files["VeyraLauncher.exe"] = program(u"http://veyra.test/discord"_s);
+        });
     row("an address in another file", u"n'est pas construit pour http://veyra.test/"_s,
         [](SampleUpdate &update) {
             update.files["autre.dll"] = update.files["VeyraLauncher.exe"];
@@ -272,6 +320,39 @@ void TestPublishLauncher::launchersForLinux()
                 .contains(Files::sha256(archive).toLatin1()));
 }
 
+void TestPublishLauncher::theArchiveOnlineIsKnownWhateverTheSystemIsNow()
+{
+    const QByteArray archive = goodUpdate().archive(m_keys);
+    QCOMPARE(publish(archive).code, 0);
+    const QString settings = m_publisher->path(u"publication.json"_s);
+    Files::write(settings, Files::read(settings).replace("windows-x64", "linux-x64"));
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    QVERIFY(Files::read(m_publisher->path(u"lanceurs.json"_s))
+                .contains(Files::sha256(archive).toLatin1()));
+
+    // Where that was not so, its sum is not known: it is learnt now.
+    Files::write(settings, Files::read(settings).replace("linux-x64", "windows-x64"));
+    Files::write(m_publisher->path(u"lanceurs.json"_s), R"({"98.0.1": ""})");
+    QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
+    const Publisher::Result result = publish(archive);
+    QVERIFY2(result.code == 0, qPrintable(result.errors));
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    QVERIFY(Files::read(m_publisher->path(u"lanceurs.json"_s))
+                .contains(Files::sha256(archive).toLatin1()));
+}
+
+void TestPublishLauncher::anArchiveThatIsGoneDoesNotGoOnline()
+{
+    QCOMPARE(publish(goodUpdate().archive(m_keys)).code, 0);
+    const QString name = u"launcher/VeyraLauncher-98.0.1-windows-x64.zip"_s;
+    QVERIFY(QFile::remove(m_publisher->path(u"brouillon/"_s + name)));
+    const Publisher::Result result = m_publisher->run({u"mettre-en-ligne"_s});
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(name), qPrintable(result.errors));
+    QVERIFY(!QFile::exists(m_publisher->path(u"lanceurs.json"_s)));
+    QVERIFY(QFile::symLinkTarget(m_publisher->path(u"site"_s)).endsWith(u"/0001"_s));
+}
+
 void TestPublishLauncher::systemsThatThereAreNone()
 {
     const Publisher other;
@@ -315,14 +396,42 @@ void TestPublishLauncher::refusesOtherKeys()
             .code,
         2);
     QCOMPARE(other.run({u"init"_s, QString::fromUtf16(kBaseUrl), u"--cle"_s, u"absente"_s}).code,
-             6);
+             2);
+}
+
+void TestPublishLauncher::versionsThatAreNone_data()
+{
+    QTest::addColumn<QByteArray>("version");
+    QTest::newRow("a needless zero") << QByteArray("01.0");
+    QTest::newRow("five numbers") << QByteArray("1.0.0.0.0");
+}
+
+/// Nobody may leave them out unsaid: the launcher would not be compared with them.
+void TestPublishLauncher::versionsThatAreNone()
+{
+    QFETCH(const QByteArray, version);
+    Files::write(m_publisher->path(u"publication.json"_s),
+                 R"({"url": "http://veyra.test/", "versions": ["1.0", ")" + version +
+                     R"("], "cles": [")" + m_keys.publicKeyFile().split('\n').at(1) + R"("]})");
+    const Publisher::Result result = publish(goodUpdate().archive(m_keys));
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"« versions » doit nommer"_s), qPrintable(result.errors));
 }
 
 void TestPublishLauncher::wantsNotes()
 {
     const QString archive = m_publisher->beside(u"launcher.zip"_s);
     QCOMPARE(m_publisher->run({u"lanceur"_s, archive}).code, 1);
-    QCOMPARE(m_publisher->run({u"lanceur"_s, archive, u"--notes"_s, u"absentes"_s}).code, 6);
+    QCOMPARE(m_publisher->run({u"lanceur"_s, archive, u"--notes"_s, u"absentes"_s}).code, 2);
+    QCOMPARE(
+        m_publisher
+            ->run({u"lanceur"_s, u"absente"_s, u"--notes"_s, m_publisher->beside(u"notes.txt"_s)})
+            .code,
+        2);
+    Files::write(m_publisher->beside(u"notes.txt"_s), " \n");
+    const Publisher::Result empty = publish(goodUpdate().archive(m_keys));
+    QCOMPARE(empty.code, 2);
+    QVERIFY2(empty.errors.contains(u"les notes sont vides"_s), qPrintable(empty.errors));
     Files::write(m_publisher->beside(u"notes.txt"_s), QByteArray(20'001, 'x'));
     const Publisher::Result result = publish(goodUpdate().archive(m_keys));
     QCOMPARE(result.code, 2);

@@ -713,7 +713,7 @@ void TestPublishVerifier::theWholeLookReadsTheLauncher()
     SampleUpdate update;
     update.version = "99.0.0";
     update.files["VeyraLauncher.exe"] =
-        QByteArray(reinterpret_cast<const char *>(address.utf16()), address.size() * 2);
+        QByteArray(reinterpret_cast<const char *>(address.utf16()), (address.size() + 1) * 2);
     change(update);
     Site site = m_good;
     site.body("launcher/a.zip") = update.archive(keys);

@@ -140,7 +140,7 @@ void TestWindowsPublisher::aLauncherIsOffered()
     update.version = "98.0.1";
     const QString address = QString::fromUtf16(kAddress);
     update.files["VeyraLauncher.exe"] =
-        QByteArray(reinterpret_cast<const char *>(address.utf16()), address.size() * 2);
+        QByteArray(reinterpret_cast<const char *>(address.utf16()), (address.size() + 1) * 2);
     const QByteArray archive = update.archive(m_keys);
     // A folder whose name is in no code page.
     const QString place = m_publisher->beside(u"Île 𝄞/launcher.zip"_s);
