@@ -27,6 +27,7 @@
 #include <QRegularExpression>
 #include <QTextStream>
 
+#include <exception>
 #include <memory>
 #include <optional>
 
@@ -73,7 +74,6 @@ int positiveNumber(const QString &text, int largest)
     return number;
 }
 
-/// From the file that minisign makes: a comment, then the key.
 /// What is not there was named wrongly; what cannot be read is the disk's fault.
 const QString &existing(const QString &file)
 {
@@ -82,6 +82,7 @@ const QString &existing(const QString &file)
     return file;
 }
 
+/// From the file that minisign makes: a comment, then the key.
 QString publicKey(const QString &file)
 {
     QString key = QString::fromLatin1(Disk::read(existing(file)).split('\n').value(1)).trimmed();
@@ -118,6 +119,12 @@ Outcome makeWorkshop(const CommandLine &line)
                                           target, LauncherArchive::targets().join(u" ou "_s))};
     }
     const Workshop workshop = workshopFor(line, keys, target);
+    if (workshop.wasMended()) {
+        complain(u"Attention : publication.json manquait ; il est écrit de nouveau, avec les "
+                 u"versions %1. Ce qui est en ligne et ce qui est préparé n'ont pas changé. Les "
+                 u"autres versions que des joueurs ont, et les clés, sont à redonner."_s.arg(
+                     workshop.versions().join(u", "_s)));
+    }
     Site::warnOfClosedFolders(workshop.path(QString()));
     if (Disk::kMakesLinks) {
         say(u"L'atelier est prêt. Pour nginx :\n"_s);
@@ -126,7 +133,7 @@ Outcome makeWorkshop(const CommandLine &line)
         say(u"L'atelier est prêt."_s);
         sayWhatToServe(workshop);
     }
-    return Outcome::Good;
+    return workshop.wasMended() ? Outcome::Warnings : Outcome::Good;
 }
 
 /// Each publication would hold all those before it. A folder of its own in the workshop is fine.
@@ -148,6 +155,7 @@ Outcome publishClient(const CommandLine &line)
 {
     const Workshop workshop(line.workshop);
     const std::unique_ptr<QLockFile> lock = workshop.lock();
+    checkIsNoWorkshop(line.operands.first(), workshop);
     const ClientFolder client = ClientFolder::scan(line.operands.first(), line.values(kExclude));
     for (const QString &warning : client.warnings)
         complain(u"Attention : "_s + warning);
@@ -158,12 +166,15 @@ Outcome publishClient(const CommandLine &line)
         counted(publication.files, u"fichier"_s, u"fichiers"_s),
         counted(publication.changedFiles, u"nouveau ou changé"_s, u"nouveaux ou changés"_s),
         counted(publication.removedFiles, u"retiré"_s, u"retirés"_s)));
+    if (client.excluded > 0) {
+        say(u"Exclus : %1."_s.arg(
+            counted(client.excluded, u"fichier ou dossier"_s, u"fichiers ou dossiers"_s)));
+    }
     if (publication.number.isEmpty())
         say(u"Le client est le même que dans la dernière publication : rien à préparer."_s);
     else
         sayPrepared(publication.number);
     return client.warnings.isEmpty() ? Outcome::Good : Outcome::Warnings;
-    checkIsNoWorkshop(line.operands.first(), workshop);
 }
 
 Outcome publishLauncher(const CommandLine &line)
@@ -174,10 +185,6 @@ Outcome publishLauncher(const CommandLine &line)
     const std::unique_ptr<QLockFile> lock = workshop.lock();
     const QByteArray notes = Disk::read(existing(line.values(kNotes).last()));
     if (!QUtf8StringView(notes).isValidUtf8())
-    if (client.excluded > 0) {
-        say(u"Exclus : %1."_s.arg(
-            counted(client.excluded, u"fichier ou dossier"_s, u"fichiers ou dossiers"_s)));
-    }
         throw refused(u"%1 n'est pas en UTF-8"_s.arg(line.values(kNotes).last()));
     const LauncherPublication launcher{existing(line.operands.first()),
                                        QString::fromUtf8(notes).trimmed(), line.has(kRequired)};
@@ -288,14 +295,22 @@ Outcome putOnline(const CommandLine &line)
         say(u"La publication %1 est déjà en ligne."_s.arg(workshop.served()));
     if (!Disk::kMakesLinks)
         sayWhatToServe(workshop);
-    return Outcome::Good;
+    const QStringList problems = workshop.removeOld();
+    for (const QString &problem : problems)
+        complain(u"Attention, une ancienne publication reste : "_s + problem);
+    return problems.isEmpty() ? Outcome::Good : Outcome::Warnings;
 }
 
 Outcome takeBack(const CommandLine &line)
 {
     const Workshop workshop(line.workshop);
     const std::unique_ptr<QLockFile> lock = workshop.lock();
-    say(u"La publication %1 est de nouveau en ligne."_s.arg(workshop.takeBack()));
+    const Workshop::WayBack back = workshop.takeBack();
+    say(u"La publication %1 est de nouveau en ligne."_s.arg(back.number));
+    if (!back.abandoned.isEmpty()) {
+        say(u"La publication %1, préparée et pas encore en ligne, est abandonnée : ses changements "
+            u"sont à refaire."_s.arg(back.abandoned));
+    }
     if (!Disk::kMakesLinks)
         sayWhatToServe(workshop);
     return Outcome::Good;
@@ -392,7 +407,8 @@ Préparer :
   init ADRESSE            fait de l'atelier (le dossier courant, ou --atelier) la source
                           du site ADRESSE, par exemple https://play.example.org/, et
                           affiche le bloc de configuration pour nginx ; répété, affiche ce
-                          bloc et ajoute les clés données
+                          bloc et ajoute les clés données ; si publication.json manque, l'écrit
+                          de nouveau sans toucher au site
       --cle FICHIER       clé publique qui signe les launchers ; peut se répéter
       --cible CIBLE       système des joueurs : windows-x64, à défaut, ou linux-x64
   client DOSSIER          prépare le client du jeu qui se trouve dans DOSSIER
@@ -414,7 +430,8 @@ Préparer :
 
 Mettre en ligne :
   mettre-en-ligne         sert la dernière publication préparée
-  annuler                 sert de nouveau celle d'avant, et repart d'elle
+  annuler                 sert de nouveau celle d'avant, et repart d'elle ; ce qui était
+                          préparé et pas encore en ligne est abandonné
   envoyer [DESTINATION]   envoie le site en ligne vers un dossier, ou vers une autre
                           machine (sftp://NOM@HÔTE/DOSSIER), et l'y met en ligne ; la
                           destination est retenue pour la prochaine fois
@@ -447,11 +464,12 @@ Codes de fin : 0 bien · 1 commande mal tapée · 2 refusé, rien n'a été chan
 
 Outcome runPublisher(const QStringList &arguments)
 {
-    if (arguments.contains("--help"_L1)) {
+    const QStringList options = arguments.mid(0, arguments.indexOf("--"_L1));
+    if (options.contains("--help"_L1)) {
         say(helpText());
         return Outcome::Good;
     }
-    if (arguments.contains("--version"_L1)) {
+    if (options.contains("--version"_L1)) {
         say(u"veyra-publier "_s + QCoreApplication::applicationVersion());
         return Outcome::Good;
     }
@@ -461,5 +479,9 @@ Outcome runPublisher(const QStringList &arguments)
     } catch (const Problem &problem) {
         complain(problem.text);
         return problem.outcome;
+    } catch (const std::exception &exception) {
+        complain(u"Le système refuse ce qu'il faut pour continuer (%1)."_s.arg(
+            QString::fromLocal8Bit(exception.what())));
+        return Outcome::Disk;
     }
 }

@@ -49,6 +49,24 @@ void checkOwner(const QString &folder)
                   u"veyra-publier … ». Rien n'a été changé."_s.arg(folder, owner)};
 }
 
+void checkIsNone(const QString &folder)
+{
+    if (!Workshop::exists(folder))
+        return;
+    const Workshop other(folder);
+    throw Problem{Outcome::Refused, u"%1 est déjà un atelier, pour %2 ; rien n'a été changé."_s.arg(
+                                        QDir(folder).absolutePath(), other.baseUrl())};
+}
+
+/// In its "root" there is no way to write such a name.
+void checkNginxCanName(const QString &folder)
+{
+    if (Disk::kMakesLinks && folder.contains(u'$')) {
+        throw Problem{Outcome::Refused, u"%1 : nginx prendrait ce qui suit « $ » pour une "
+                                        u"variable ; rien n'a été changé."_s.arg(folder)};
+    }
+}
+
 QStringList texts(const QJsonValue &value)
 {
     QStringList result;
@@ -94,29 +112,73 @@ Workshop Workshop::create(const QString &folder, const QString &baseUrl, const Q
 {
     Workshop workshop(folder, checkedBaseUrl(baseUrl), {QCoreApplication::applicationVersion()},
                       keys, target);
-    if (exists(folder)) {
-        throw Problem{Outcome::Refused,
-                      u"%1 est déjà un atelier, pour %2 ; rien n'a été changé."_s.arg(
-                          workshop.m_folder, Workshop(folder).baseUrl())};
-    }
+    checkIsNone(folder);
     checkOwner(workshop.m_folder);
+    checkNginxCanName(workshop.m_folder);
     Disk::makeFolder(workshop.path(kGenerations));
     const std::unique_ptr<QLockFile> lock = workshop.lock();
-    Disk::makeFolder(QFileInfo(workshop.statusPath()).path());
-    ServerStatus().save(workshop.statusPath());
+    checkIsNone(folder); // Somebody else may have been quicker.
+    if (workshop.hasSite())
+        workshop.mend();
+    else
+        workshop.makeFirstGeneration();
+    // Last: with it the folder counts as a workshop.
+    workshop.saveSettings();
+    return workshop;
+}
 
-    Generation first(workshop);
+/// Whether players have something from here already.
+bool Workshop::hasSite() const
+{
+    if (numbers().contains(Disk::targetName(path(kSite))))
+        return true;
+    if (QFileInfo(path(kSite)).isDir()) {
+        throw Problem{Outcome::Refused,
+                      u"%1 est le site d'un autre outil, ou celui qu'un atelier a envoyé : choisir "
+                      u"un autre dossier pour l'atelier ; rien n'a été changé."_s.arg(path(kSite))};
+    }
+    return false;
+}
+
+/// Finds out what the lost settings said; the operator tells the rest.
+void Workshop::mend()
+{
+    const QJsonDocument record =
+        JsonFile::read(generationPath(served()) + u'/' + Site::kLauncherVersion);
+    const QString version = record["version"_L1].toString();
+    const QString url = record["download_url"_L1].toString();
+    if (!version.isEmpty() && url != m_baseUrl + Site::launcherArchive(version, m_target)) {
+        throw Problem{
+            Outcome::Refused,
+            u"%1 manque, et le launcher en ligne est %2 : donner l'adresse et la cible de "
+            u"ce site-là ; rien n'a été changé."_s.arg(path(kSettings), url)};
+    }
+    m_versions += ServedLaunchers::sums(*this).keys();
+    if (!version.isEmpty())
+        m_versions.append(version);
+    m_versions.removeDuplicates();
+    if (!numbers().contains(Disk::targetName(path(kDraft))))
+        setDraft(served());
+    m_wasMended = true;
+}
+
+void Workshop::makeFirstGeneration()
+{
+    Disk::makeFolder(QFileInfo(statusPath()).path());
+    ServerStatus().save(statusPath());
+    Generation first(*this);
     Site::writeEmpty(first);
     first.commit();
-    workshop.putOnline();
-    // Last: with it the folder counts as a workshop.
-    Disk::write(
-        workshop.path(kSettings),
-        QJsonDocument(QJsonObject{{"url"_L1, workshop.m_baseUrl},
-                                  {"versions"_L1, QJsonArray::fromStringList(workshop.m_versions)},
-                                  {"cles"_L1, QJsonArray::fromStringList(workshop.m_keys)},
-                                  {"cible"_L1, workshop.m_target}}));
-    return workshop;
+    putOnline();
+}
+
+void Workshop::saveSettings() const
+{
+    Disk::write(path(kSettings),
+                QJsonDocument(QJsonObject{{"url"_L1, m_baseUrl},
+                                          {"versions"_L1, QJsonArray::fromStringList(m_versions)},
+                                          {"cles"_L1, QJsonArray::fromStringList(m_keys)},
+                                          {"cible"_L1, m_target}}));
 }
 
 bool Workshop::exists(const QString &folder)
@@ -155,7 +217,7 @@ std::unique_ptr<QLockFile> Workshop::lock() const
 {
     auto lock = std::make_unique<QLockFile>(path(kLock));
     if (ProcessLock::take(*lock)) {
-        removeDoomed();
+        removeDoomed(); // What cannot be removed is in nobody's way; removeOld() tells of it.
         return lock;
     }
     if (lock->error() == QLockFile::LockFailedError) {
@@ -276,8 +338,10 @@ QString Workshop::linkedGeneration(const QString &linkPath) const
 
 QString Workshop::nextNumber() const
 {
+    int last = 0; // not of the last name: "9999" comes after "10000"
     const QStringList existing = numbers();
-    const int last = existing.isEmpty() ? 0 : existing.last().toInt();
+    for (const QString &number : existing)
+        last = std::max(last, number.toInt());
     return u"%1"_s.arg(last + 1, kDigits, 10, QChar(u'0'));
 }
 
@@ -308,10 +372,8 @@ bool Workshop::putOnline()
     const QString next = draft();
     // Not served(): in a new workshop nothing is yet, and a broken link is mended by this.
     const QString now = Disk::targetName(path(kSite));
-    if (next == now) {
-        removeOld(); // of a run that was killed before it could
+    if (next == now)
         return false;
-    }
     // Before anybody can have it: a run that ends in between leaves it in service too early.
     ServedLaunchers::rememberDraft(*this);
     putInService(Site::publishedVersion(*this));
@@ -319,7 +381,6 @@ bool Workshop::putOnline()
     if (!earlierThan(now).contains(next))
         Disk::write(generationPath(next) + kPreviousSuffix, now.toUtf8());
     Disk::pointTo(path(kSite), kGenerations + u'/' + next);
-    removeOld();
     return true;
 }
 
@@ -333,9 +394,11 @@ void Workshop::putInService(const QString &version)
     Disk::write(path(kSettings), QJsonDocument(settings));
 }
 
-QString Workshop::takeBack() const
+Workshop::WayBack Workshop::takeBack() const
 {
-    QString target = previous(served());
+    const QString now = served();
+    const QString prepared = Disk::targetName(path(kDraft));
+    const QString target = previous(now);
     if (target.isEmpty() || !QFile::exists(generationPath(target))) {
         throw Problem{Outcome::Refused,
                       u"Aucune publication d'avant celle-ci n'est gardée ; rien n'a été changé."_s};
@@ -344,7 +407,7 @@ QString Workshop::takeBack() const
     // goes on, whether it is this command or putOnline().
     setDraft(target);
     Disk::pointTo(path(kSite), kGenerations + u'/' + target);
-    return target;
+    return {target, prepared == now || prepared == target ? QString() : prepared};
 }
 
 /// Of what was served before `number`; empty where nothing was.
@@ -368,25 +431,37 @@ QStringList Workshop::numbers() const
     return QDir(path(kGenerations)).entryList(QDir::Dirs, QDir::Name).filter(kNumber);
 }
 
-void Workshop::removeOld() const
+QStringList Workshop::removeOld() const
 {
     const QStringList kept =
         QStringList{draft(), served()} + earlierThan(served()).mid(0, kKeptForReturn);
+    QStringList problems;
     const QStringList existing = numbers();
     for (const QString &old : existing) {
         if (kept.contains(old))
             continue;
-        Disk::removeTree(generationPath(old) + kPreviousSuffix);
-        // Half a generation must not have a number: it could be served again.
-        Disk::rename(generationPath(old), generationPath(kDoomed + old));
+        try {
+            Disk::removeTree(generationPath(old) + kPreviousSuffix);
+            // Half a generation must not have a number: it could be served again.
+            Disk::rename(generationPath(old), generationPath(kDoomed + old));
+        } catch (const Problem &problem) {
+            problems.append(problem.text);
+        }
     }
-    removeDoomed();
+    return problems + removeDoomed();
 }
 
-void Workshop::removeDoomed() const
+QStringList Workshop::removeDoomed() const
 {
+    QStringList problems;
     const QStringList names =
         QDir(path(kGenerations)).entryList({kDoomed + u'*'}, QDir::Dirs | QDir::Hidden);
-    for (const QString &name : names)
-        Disk::removeTree(generationPath(name));
+    for (const QString &name : names) {
+        try {
+            Disk::removeTree(generationPath(name));
+        } catch (const Problem &problem) {
+            problems.append(problem.text);
+        }
+    }
+    return problems;
 }

@@ -21,12 +21,15 @@ class Workshop
 public:
     /// Throws a Problem where `folder` is no workshop.
     explicit Workshop(const QString &folder);
-    /// Makes one, with a first generation that has no client yet. `keys` are those that launchers
+    /// Makes one, with a first generation that has no client yet; where there are generations
+    /// already, whose settings were lost, they stay as they are. `keys` are those that launchers
     /// are signed with, `target` is one of LauncherArchive::targets().
     static Workshop create(const QString &folder, const QString &baseUrl, const QStringList &keys,
                            const QString &target);
 
     static bool exists(const QString &folder);
+    /// Whether create() found its settings alone missing.
+    bool wasMended() const { return m_wasMended; }
     /// The state in a workshop, or in a folder that a site was sent to. Throws a Problem where
     /// `folder` is neither.
     static QString statusPathIn(const QString &folder);
@@ -71,25 +74,36 @@ public:
     /// and the served one have that state afterwards, whoever else does this at the same time.
     void spreadStatus() const;
 
-    /// Has the draft served, whose launcher is in service from then on, and removes generations
-    /// that nobody returns to. False when it is served already.
+    /// Has the draft served, whose launcher is in service from then on. False when it is served
+    /// already.
     bool putOnline();
-    /// Has the generation served that was before this one, and goes on from there. Returns its
-    /// number.
-    QString takeBack() const;
+    /// Removes generations that nobody returns to. Returns why some could not be: the next run
+    /// tries again.
+    QStringList removeOld() const;
+
+    struct WayBack
+    {
+        QString number;    ///< what is served now
+        QString abandoned; ///< what was prepared and never served; mostly empty
+    };
+    /// Has the generation served that was before this one, and goes on from there.
+    WayBack takeBack() const;
 
 private:
     Workshop(const QString &folder, const QString &baseUrl, const QStringList &versions,
              const QStringList &keys, const QString &target);
     QString linkedGeneration(const QString &linkPath) const;
+    bool hasSite() const;
+    void mend();
+    void makeFirstGeneration();
+    void saveSettings() const;
     void putInService(const QString &version);
     QString previous(const QString &number) const;
     /// Those that were served before `number`, the latest first.
     QStringList earlierThan(const QString &number) const;
     QStringList numbers() const;
-    void removeOld() const;
     /// Generations that a run was killed over when it removed them, too.
-    void removeDoomed() const;
+    QStringList removeDoomed() const;
 
     QString m_folder;
     QString m_baseUrl;
@@ -99,4 +113,5 @@ private:
     QString m_destination;
     QStringList m_destinations; ///< those before it
     QString m_id;
+    bool m_wasMended = false;
 };

@@ -17,6 +17,7 @@
 #include <QTcpSocket>
 #include <QTest>
 
+#include <signal.h>
 #include <sys/stat.h>
 
 #include <memory>
@@ -47,6 +48,11 @@ private slots:
     void addressesOfASite_data();
     void addressesOfASite();
     void aWorkshopIsMadeOnce();
+    void twoBeginningsMakeOneWorkshop();
+    void lostSettingsAreWrittenAnew();
+    void lostSettingsOfAnotherSiteAreNot();
+    void aSiteOfAnotherToolsIsLeftAlone();
+    void foldersThatNginxCannotName();
     void theBlockIsShownAgain();
     void rootTakesNobodysWorkshopOver();
     void aDraftThatIsGoneIsRefused();
@@ -62,12 +68,16 @@ private slots:
     void whatIsInTheWayIsTheDisksFault();
     void puttingOnlineSwitchesTheSite();
     void takingBackGoesOnFromThere();
+    void takingBackTellsOfWhatWasPrepared();
     void oldGenerationsAreRemoved();
+    void whatCannotBeRemovedKeepsNobodyFromPublishing();
+    void numbersGrowBeyondFourDigits();
     void oneRunAtATime();
     void theStateWaitsForNobody();
     void wrongCommands_data();
     void wrongCommands();
     void helpNamesEveryCommand();
+    void whatLooksLikeAnOptionMayBeNews();
     void nginxServesItAsTheLauncherWants();
 
 private:
@@ -201,6 +211,94 @@ void TestPublishSite::aWorkshopIsMadeOnce()
     QCOMPARE(
         none.run({u"--atelier"_s, m_publisher->path(QString()), u"nouvelles"_s, u"lister"_s}).code,
         0);
+}
+
+void TestPublishSite::twoBeginningsMakeOneWorkshop()
+{
+    const Publisher publisher;
+    QProcess first;
+    publisher.startUntil(first, 1, {u"init"_s, u"http://first.test"_s});
+    QTRY_VERIFY(Publisher::isStopped(first));
+    QCOMPARE(publisher.run({u"init"_s, u"http://second.test"_s}).code, 0);
+    QCOMPARE(publisher.run({u"nouvelles"_s, u"ajouter"_s, u"Un"_s, u"Deux"_s}).code, 0);
+    QCOMPARE(::kill(static_cast<pid_t>(first.processId()), SIGCONT), 0);
+    QVERIFY(first.waitForFinished());
+    QCOMPARE(first.exitCode(), 2);
+    const QString errors = QString::fromUtf8(first.readAllStandardError());
+    QVERIFY2(errors.contains(u"est déjà un atelier, pour http://second.test/"_s),
+             qPrintable(errors));
+    QVERIFY(Files::read(publisher.path(u"publication.json"_s)).contains("http://second.test/"));
+    QVERIFY(publisher.run({u"nouvelles"_s, u"lister"_s}).output.contains(u"Un"_s));
+}
+
+/// Players notice nothing of it.
+void TestPublishSite::lostSettingsAreWrittenAnew()
+{
+    QCOMPARE(addNews(u"En ligne"_s).code, 0);
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    QCOMPARE(addNews(u"Préparée"_s).code, 0);
+    QCOMPARE(m_publisher->run({u"etat"_s, u"en-ligne"_s, u"7"_s}).code, 0);
+    Files::write(m_publisher->path(u"lanceurs.json"_s), R"({"98.0.1": "a", "98.0.2": "b"})");
+    const QMap<QString, QByteArray> site = m_publisher->site();
+    const QString settings = m_publisher->path(u"publication.json"_s);
+    QVERIFY(QFile::remove(settings));
+
+    const Publisher::Result result = m_publisher->run({u"init"_s, u"http://veyra.test"_s});
+    QVERIFY2(result.code == 4, qPrintable(result.errors));
+    QVERIFY2(result.errors.contains(u"publication.json manquait"_s), qPrintable(result.errors));
+    QVERIFY(Nginx::blockIn(result.output).startsWith(u"server {"_s));
+    QVERIFY(m_publisher->site() == site);
+    QVERIFY(m_publisher->run({u"nouvelles"_s, u"lister"_s}).output.contains(u"Préparée"_s));
+    const QJsonObject written = json(Files::read(settings)).object();
+    QCOMPARE(written.value(u"url"_s), u"http://veyra.test/"_s);
+    QCOMPARE(written.value(u"versions"_s),
+             (QJsonArray{u"" VEYRA_VERSION ""_s, u"98.0.1"_s, u"98.0.2"_s}));
+    QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test"_s}).code, 0);
+}
+
+void TestPublishSite::lostSettingsOfAnotherSiteAreNot()
+{
+    Files::write(m_publisher->path(u"site/api/launcher_version.json"_s),
+                 R"({"version": "98.0.1", "download_url":
+                     "http://veyra.test/launcher/VeyraLauncher-98.0.1-windows-x64.zip"})");
+    const QString settings = m_publisher->path(u"publication.json"_s);
+    QVERIFY(QFile::remove(settings));
+    for (const QStringList &arguments :
+         {QStringList{u"init"_s, u"http://other.test"_s},
+          QStringList{u"init"_s, u"http://veyra.test"_s, u"--cible"_s, u"linux-x64"_s}}) {
+        const Publisher::Result result = m_publisher->run(arguments);
+        QCOMPARE(result.code, 2);
+        QVERIFY2(result.errors.contains(u"http://veyra.test/launcher/"_s),
+                 qPrintable(result.errors));
+        QVERIFY(!QFile::exists(settings));
+    }
+    QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test"_s}).code, 4);
+    QVERIFY(
+        json(Files::read(settings)).object().value(u"versions"_s).toArray().contains(u"98.0.1"_s));
+}
+
+/// A folder that a site was sent to, say.
+void TestPublishSite::aSiteOfAnotherToolsIsLeftAlone()
+{
+    const Publisher place;
+    Files::write(place.path(u"publications/0002-abc/index.html"_s), "page");
+    QVERIFY(QFile::link(u"publications/0002-abc"_s, place.path(u"site"_s)));
+    const Publisher::Result result = place.run({u"init"_s, u"http://veyra.test"_s});
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(place.path(u"site"_s)), qPrintable(result.errors));
+    QCOMPARE(Files::read(place.path(u"site/index.html"_s)), "page");
+    QVERIFY(!QFile::exists(place.path(u"publication.json"_s)));
+}
+
+void TestPublishSite::foldersThatNginxCannotName()
+{
+    const Publisher publisher;
+    const QString folder = publisher.beside(u"a$b"_s);
+    const Publisher::Result result =
+        publisher.run({u"--atelier"_s, folder, u"init"_s, u"http://veyra.test"_s});
+    QCOMPARE(result.code, 2);
+    QVERIFY2(result.errors.contains(u"« $ »"_s), qPrintable(result.errors));
+    QVERIFY(!QFile::exists(folder));
 }
 
 void TestPublishSite::theBlockIsShownAgain()
@@ -468,6 +566,23 @@ void TestPublishSite::takingBackGoesOnFromThere()
     QCOMPARE(link(u"site"_s), u"0001"_s);
 }
 
+void TestPublishSite::takingBackTellsOfWhatWasPrepared()
+{
+    for (int i = 0; i < 2; ++i) {
+        QCOMPARE(addNews(QString::number(i)).code, 0);
+        QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    }
+    QCOMPARE(addNews(u"Préparée"_s).code, 0);
+    const Publisher::Result result = m_publisher->run({u"annuler"_s});
+    QCOMPARE(result.code, 0);
+    QCOMPARE(link(u"site"_s), u"0002"_s);
+    QVERIFY2(result.output.contains(
+                 u"La publication 0004, préparée et pas encore en ligne, est abandonnée"_s),
+             qPrintable(result.output));
+    const Publisher::Result again = m_publisher->run({u"annuler"_s});
+    QCOMPARE(again.output, u"La publication 0001 est de nouveau en ligne.\n"_s);
+}
+
 void TestPublishSite::oldGenerationsAreRemoved()
 {
     for (int i = 0; i < 5; ++i) {
@@ -479,6 +594,46 @@ void TestPublishSite::oldGenerationsAreRemoved()
         QDir(m_publisher->path(u"publications"_s)).entryList(QDir::Dirs | QDir::NoDotAndDotDot),
         (QStringList{u"0007"_s, u"0009"_s, u"0011"_s}));
     QCOMPARE(link(u"site"_s), u"0011"_s);
+}
+
+void TestPublishSite::whatCannotBeRemovedKeepsNobodyFromPublishing()
+{
+    m_publisher = std::make_unique<Publisher>();
+    if (!m_publisher->runAsStranger())
+        QSKIP("A stranger cannot reach the folder: one around it keeps others out");
+    QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test"_s}).code, 0);
+    const QString old = m_publisher->path(u"publications/0001/api"_s);
+    const QFile::Permissions rights = QFile::permissions(old);
+    QVERIFY(QFile::setPermissions(old, QFile::ReadOwner | QFile::ExeOwner));
+    for (int i = 0; i < 3; ++i) {
+        QCOMPARE(addNews(QString::number(i)).code, 0);
+        const Publisher::Result result = m_publisher->run({u"mettre-en-ligne"_s});
+        QCOMPARE(result.code, i < 2 ? 0 : 4);
+        QVERIFY2(result.output.contains(u"en ligne."_s), qPrintable(result.output));
+        QCOMPARE(result.errors.contains(u"Suppression impossible"_s), i == 2);
+    }
+    QCOMPARE(link(u"site"_s), u"0004"_s);
+    // The rest of it is in nobody's way, and goes as soon as it can.
+    QCOMPARE(addNews(u"Suivante"_s).code, 0);
+    QCOMPARE(m_publisher->run({u"annuler"_s}).code, 0);
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 4);
+    const QDir publications(m_publisher->path(u"publications"_s));
+    const QStringList left =
+        publications.entryList({u".a-supprimer-*"_s}, QDir::Dirs | QDir::Hidden);
+    QCOMPARE(left, QStringList{u".a-supprimer-0001"_s});
+    QVERIFY(QFile::setPermissions(publications.filePath(left.first() + u"/api"_s), rights));
+    QCOMPARE(m_publisher->run({u"mettre-en-ligne"_s}).code, 0);
+    QVERIFY(!publications.exists(left.first()));
+}
+
+void TestPublishSite::numbersGrowBeyondFourDigits()
+{
+    Files::write(m_publisher->path(u"publications/9999/a"_s), "a");
+    for (const QString &number : {u"10000"_s, u"10001"_s}) {
+        const Publisher::Result result = addNews(number);
+        QVERIFY2(result.code == 0, qPrintable(result.errors));
+        QCOMPARE(link(u"brouillon"_s), number);
+    }
 }
 
 void TestPublishSite::oneRunAtATime()
@@ -550,6 +705,16 @@ void TestPublishSite::helpNamesEveryCommand()
     }
     QCOMPARE(m_publisher->run({u"--version"_s}).output,
              u"veyra-publier "_s + QStringLiteral(VEYRA_VERSION) + u'\n');
+}
+
+void TestPublishSite::whatLooksLikeAnOptionMayBeNews()
+{
+    for (const QString &title : {u"--help"_s, u"--version"_s})
+        QCOMPARE(m_publisher->run({u"nouvelles"_s, u"ajouter"_s, u"--"_s, title, u"Texte"_s}).code,
+                 0);
+    const QString news = m_publisher->run({u"nouvelles"_s, u"lister"_s}).output;
+    QVERIFY2(news.contains(u"] --help — Texte"_s) && news.contains(u"] --version — Texte"_s),
+             qPrintable(news));
 }
 
 void TestPublishSite::nginxServesItAsTheLauncherWants()
