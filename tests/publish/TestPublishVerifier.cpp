@@ -983,7 +983,7 @@ void TestPublishVerifier::aRehearsalOffersTheLauncherOfTheRealSite()
     SampleUpdate update;
     update.version = "99.0.0";
     update.files["VeyraLauncher.exe"] =
-        QByteArray(reinterpret_cast<const char *>(home.utf16()), home.size() * 2);
+        QByteArray(reinterpret_cast<const char *>(home.utf16()), (home.size() + 1) * 2);
     change(update);
     Site site = m_good;
     site.body("launcher/a.zip") = update.archive(keys);
