@@ -23,8 +23,10 @@ constexpr double kCostLimit = 100'000; // the panel goes to the end, or gets ano
 /// What the panel shows first is laid out three times: to be measured, in the panel's width, and
 /// beside the scroll bar that it calls for. So this is for all tables and heavy paragraphs together
 /// that may be low enough to be among it.
+constexpr double kTimesOfFirst = 3;
 constexpr double kCostLimitOfFirst = 36'000;
-constexpr double kHeavyCost = 1000; // a usual item takes 30
+constexpr double kCostLimitOfFirstWithLight = 48'000; // paragraphs, of which less is in doubt
+constexpr double kHeavyCost = 1000;                   // a usual item takes 30
 /// Pixels after which Qt interrupts the layout, unless the panel is higher.
 constexpr double kFirstHeight = 2000;
 /// For all tables and heavy paragraphs of the document. The rest is left for what becomes plain.
@@ -71,13 +73,22 @@ constexpr double kPixelsOfIndent = 40;
 
 /// Each opens font files; unknown families are looked for among all.
 constexpr qsizetype kFontLimit = 24;
-/// Once for each script that is written in it. The next font is looked for among all installed
-/// ones, and all of them are opened for a character that none has.
+/// Once for each script that is written in it, though for the first ones of a font it is less. The
+/// next font is looked for among all installed ones, and all of them are opened for a character
+/// that none has.
 constexpr double kCostOfFont = 1200;
 constexpr double kCostOfRareFont = 8000; // and twice that if its file has to come from the disk
 constexpr double kCostOfAllFonts = 16'000;
-constexpr double kCostLimitOfOtherFonts = 36'000;
-constexpr double kCostLimitOfFonts = 48'000; // with the document's own: some five rare scripts
+/// For what most fonts have, beside Latin letters, which no font is refused.
+constexpr double kCostLimitOfUsual = 24'000;
+/// For the rest: an emoji in six other fonts, and two rare scripts in the document's own even then.
+constexpr double kCostLimitOfOtherFonts = 48'000;
+constexpr double kCostLimitOfOwnFont = 40'000; // some five rare scripts, of which emoji are one
+constexpr double kCostLimitOfFonts = 64'000;
+/// Of the fonts. What goes beyond is taken from the limits of the layout, in the same hold.
+constexpr double kUsualCostOfFonts = 30'000;
+/// Runs of a text that keep their font, with others in the document's own between them.
+constexpr int kRunLimit = 16;
 constexpr qsizetype kFamilyLimit = 4;
 constexpr qsizetype kFloatLimit = 20;
 constexpr qsizetype kLabelLimit = 20; // characters before or after a list's number
@@ -166,6 +177,14 @@ bool hasUsualLines(const QTextFormat &format)
     }
 }
 
+/// A label is drawn in the fonts of all its paragraphs, so it has letters that all fonts have.
+bool isUsualLabel(const QString &label)
+{
+    return label.size() <= kLabelLimit && std::all_of(label.begin(), label.end(), [](QChar c) {
+               return c.unicode() < 0x100 && c.isPrint();
+           });
+}
+
 /// The format within the bounds.
 template <typename Format> Format bounded(Format format)
 {
@@ -184,7 +203,7 @@ template <typename Format> Format bounded(Format format)
     // A tool tip is HTML of its own, and would be laid out and fetch its pictures by itself.
     format.clearProperty(QTextFormat::TextToolTip);
     for (const auto label : {QTextFormat::ListNumberPrefix, QTextFormat::ListNumberSuffix}) {
-        if (format.stringProperty(label).size() > kLabelLimit)
+        if (!isUsualLabel(format.stringProperty(label)))
             format.clearProperty(label);
     }
     const QStringList families = format.property(QTextFormat::FontFamilies).toStringList();
@@ -225,11 +244,19 @@ double costOfRange(char32_t c)
     return std::prev(next)->cost;
 }
 
+/// Arrows, stars and the like that most fonts have, or one of those that are looked in first.
+bool isUsualSign(char32_t c)
+{
+    constexpr QStringView kSigns =
+        u"€™№ℓ℮Ω←↑→↓↔↕⇐⇒⇔∂∆∏∑−√∞∩∫≈≠≡≤≥■□▪▫▲►▶▼◄◀◊○●★☆☀☎☺☻♀♂♠♣♥♦♪♫✓✔✗✘✦❤➜";
+    return c >= 0x20ac && c < 0x10000 && kSigns.contains(QChar(static_cast<char16_t>(c)));
+}
+
 /// What it may cost to find a font for a character.
 double costOfFontFor(char32_t c)
 {
     const bool isPunctuation = c >= 0x2000 && c < 0x2070;
-    if (isPunctuation || c == U'\u20ac' || c == U'\t' || c == U'\n' || NewsBounds::isStandIn(c))
+    if (isPunctuation || isUsualSign(c) || c == U'\t' || c == U'\n' || NewsBounds::isStandIn(c))
         return kCostOfFont;
     switch (QChar::category(c)) {
     case QChar::Other_Control:
@@ -247,20 +274,23 @@ class FontCost
 public:
     static constexpr qsizetype kDefaultFont = -1;
 
-    /// False if it would be too much with a character of this cost and script.
-    bool add(qsizetype font, QChar::Script script, double cost)
+    /// False, and nothing added, if it would be too much with a character of this script.
+    bool add(qsizetype font, QChar::Script script, char32_t c)
     {
-        const Use use{font, script, cost};
+        // To Qt's fonts what belongs to no script is Latin.
+        const Use use{font, std::max(script, QChar::Script_Latin), costOfFontFor(c)};
         if (use == m_last || m_uses.contains(use)) {
             m_last = use;
             return true;
         }
-        if (m_sum + cost > (font == kDefaultFont ? kCostLimitOfFonts : kCostLimitOfOtherFonts))
+        if (!fits(use))
             return false;
         m_uses.append(use);
-        m_sum += cost;
+        sumOf(use) += use.cost;
         return true;
     }
+
+    double sum() const { return m_latin + m_usual + m_ofOwnFont + m_ofOtherFonts; }
 
 private:
     struct Use
@@ -272,9 +302,31 @@ private:
         bool operator==(const Use &) const = default;
     };
 
+    bool fits(const Use &use) const
+    {
+        const bool isOfOwnFont = use.font == kDefaultFont;
+        if (use.cost == kCostOfFont)
+            return isOfOwnFont || isLatin(use) || m_usual + use.cost <= kCostLimitOfUsual;
+        const double sum = isOfOwnFont ? m_ofOwnFont : m_ofOtherFonts;
+        return sum + use.cost <= (isOfOwnFont ? kCostLimitOfOwnFont : kCostLimitOfOtherFonts) &&
+               m_ofOwnFont + m_ofOtherFonts + use.cost <= kCostLimitOfFonts;
+    }
+
+    double &sumOf(const Use &use)
+    {
+        if (use.cost == kCostOfFont)
+            return isLatin(use) ? m_latin : m_usual;
+        return use.font == kDefaultFont ? m_ofOwnFont : m_ofOtherFonts;
+    }
+
+    static bool isLatin(const Use &use) { return use.script == QChar::Script_Latin; }
+
     QList<Use> m_uses;
     Use m_last{kDefaultFont, QChar::Script_Unknown, 0};
-    double m_sum = 0;
+    double m_latin = 0;
+    double m_usual = 0;
+    double m_ofOwnFont = 0;
+    double m_ofOtherFonts = 0;
 };
 
 /// Punctuation and the like belong to the script in front of them, and at the beginning to the
@@ -310,6 +362,9 @@ public:
         });
         m_cursor.endEditBlock();
     }
+
+    /// Beyond the usual, for the limits of the layout.
+    double excessOfFonts() const { return std::max(0.0, m_fontCost.sum() - kUsualCostOfFonts); }
 
 private:
     struct Piece
@@ -406,13 +461,22 @@ private:
             m_pictures.append({start, end, {}, {}});
             return;
         }
+        const QTextCharFormat allowed = withFewFonts(bounded(format));
+        const qsizetype font = m_fonts.indexOf(fontOf(allowed));
         const QString text = fragment.text();
-        const QTextCharFormat allowed = withFewScripts(withFewFonts(bounded(format)), text);
-        const QString allowedText = withFewScripts(text, m_fonts.indexOf(fontOf(allowed)));
-        if (allowedText != text)
-            beyond->append({start, end, allowed, allowedText});
-        else if (allowed != format)
-            beyond->append({start, end, allowed, {}});
+        const QList<Run> runs = runsOf(text, font);
+        int position = start;
+        for (const Run &run : runs) {
+            const int runEnd = position + static_cast<int>(run.text.size());
+            const bool isSame =
+                QStringView(text).mid(position - start, run.text.size()) == run.text;
+            const QTextCharFormat runFormat = run.font == font ? allowed : withoutFont(allowed);
+            if (!isSame)
+                beyond->append({position, runEnd, runFormat, run.text});
+            else if (runFormat != format)
+                beyond->append({position, runEnd, runFormat, {}});
+            position = runEnd;
+        }
     }
 
     void boundList(QTextList *list)
@@ -455,36 +519,32 @@ private:
         return format;
     }
 
-    /// In the document's own font if this one would be too much for the text.
-    QTextCharFormat withFewScripts(const QTextCharFormat &format, const QString &text)
+    struct Run
     {
-        const qsizetype font = m_fonts.indexOf(fontOf(format));
-        if (font == FontCost::kDefaultFont)
-            return format;
-        QChar::Script script = m_script;
-        const auto characters = text.toUcs4();
-        const bool fits = std::all_of(characters.begin(), characters.end(), [&](char32_t c) {
-            script = scriptOf(c, script);
-            return m_fontCost.add(font, script, costOfFontFor(c));
-        });
-        return fits ? format : withoutFont(format);
-    }
+        qsizetype font;
+        QString text;
+    };
 
-    /// With question marks for the characters of further scripts.
-    QString withFewScripts(const QString &text, qsizetype font)
+    /// The text in its font, with what would be too much for that in the document's own, and
+    /// question marks for what would be too much for both.
+    QList<Run> runsOf(const QString &text, qsizetype font)
     {
-        QString allowed;
-        allowed.reserve(text.size());
+        QList<Run> runs;
         const auto characters = text.toUcs4();
         for (const char32_t c : characters) {
-            m_script = scriptOf(c, m_script);
-            const double cost = costOfFontFor(c);
-            if (m_fontCost.add(font, m_script, cost) || cost == kCostOfFont)
-                allowed += QChar::fromUcs4(c);
-            else
-                allowed += QString(QChar::requiresSurrogates(c) ? 2 : 1, u'?');
+            const QChar::Script script = scriptOf(c, m_script);
+            const bool isOfFont = runs.size() < kRunLimit && m_fontCost.add(font, script, c);
+            const qsizetype usedFont = isOfFont ? font : FontCost::kDefaultFont;
+            if (runs.isEmpty() || runs.last().font != usedFont)
+                runs.append(Run{usedFont, QString()});
+            if (isOfFont || m_fontCost.add(usedFont, script, c)) {
+                runs.last().text += QChar::fromUcs4(c);
+                m_script = script;
+            } else {
+                runs.last().text += QString(QChar::requiresSurrogates(c) ? 2 : 1, u'?');
+            }
         }
-        return allowed;
+        return runs;
     }
 
     static QChar::Script scriptOf(char32_t c, QChar::Script before)
@@ -494,10 +554,17 @@ private:
     }
 
     static constexpr QTextFormat::Property kFontProperties[] = {
-        QTextFormat::FontFamilies,       QTextFormat::FontPixelSize, QTextFormat::FontPointSize,
-        QTextFormat::FontSizeAdjustment, QTextFormat::FontWeight,    QTextFormat::FontItalic,
-        QTextFormat::FontCapitalization, QTextFormat::FontStretch,   QTextFormat::FontStyleHint,
+        QTextFormat::FontFamilies,
+        QTextFormat::FontPixelSize,
+        QTextFormat::FontPointSize,
+        QTextFormat::FontSizeAdjustment,
+        QTextFormat::FontWeight,
+        QTextFormat::FontItalic,
+        QTextFormat::FontCapitalization,
+        QTextFormat::FontStretch,
+        QTextFormat::FontStyleHint,
         QTextFormat::FontFixedPitch,
+        QTextFormat::TextVerticalAlignment,
     };
 
     QTextDocument *m_document;
@@ -935,25 +1002,35 @@ double costOf(const QTextFrame::iterator &it)
 class HeavyThings
 {
 public:
+    explicit HeavyThings(double excessOfFonts)
+        : m_excess(excessOfFonts / kTimesOfFirst)
+    {
+    }
+
     /// False for what asks for too much, by itself or with what was before it.
     bool fits(const QTextFrame::iterator &it)
     {
         const double cost = costOf(it);
         const bool isFirst = m_height < kFirstHeight;
         // Tables may be as low as a line, and as many as lines.
-        if (it.currentFrame() || cost > kHeavyCost) {
-            const double sum = m_cost + cost;
-            if (sum > (isFirst ? kCostLimitOfFirst : kCostLimitOfHeavy))
-                return false;
-            m_cost = sum;
-        }
+        const bool isHeavy = it.currentFrame() || cost > kHeavyCost;
+        if (isHeavy &&
+            m_heavy + cost > (isFirst ? kCostLimitOfFirst - m_excess : kCostLimitOfHeavy))
+            return false;
+        if (isFirst && m_all + cost > kCostLimitOfFirstWithLight - m_excess)
+            return false;
+        m_all += cost;
+        if (isHeavy)
+            m_heavy += cost;
         if (isFirst)
             m_height += leastHeightOf(it);
         return true;
     }
 
 private:
-    double m_cost = 0;
+    double m_excess;
+    double m_all = 0;
+    double m_heavy = 0;
     double m_height = 0;
 };
 
@@ -966,7 +1043,7 @@ void cut(QTextDocument *document, int position)
 }
 
 /// True if something had to be.
-bool cutToLimit(QTextDocument *document)
+bool cutToLimit(QTextDocument *document, double limit)
 {
     double sum = 0;
     bool followsBlock = false;
@@ -974,7 +1051,7 @@ bool cutToLimit(QTextDocument *document)
     for (auto it = root->begin(); !it.atEnd(); ++it) {
         sum += costOf(it);
         const bool isFrame = it.currentFrame();
-        if (sum > kCostLimit) {
+        if (sum > limit) {
             const int start =
                 isFrame ? it.currentFrame()->firstPosition() : it.currentBlock().position();
             cut(document, isFrame || followsBlock ? start - 1 : start);
@@ -999,12 +1076,13 @@ NewsBounds::Verdict NewsBounds::apply(QTextDocument *document)
         document->setPlainText(fittingText(textOf(document->begin(), document->characterCount())));
     else
         makePlain(document, unreasonable);
-    Bounding(document).apply();
-    HeavyThings heavy;
+    Bounding bounding(document);
+    bounding.apply();
+    HeavyThings heavy(bounding.excessOfFonts());
     makePlain(document, thingsThat(document, [&heavy](const QTextFrame::iterator &it) {
                   return !heavy.fits(it);
               }));
-    const bool isCut = cutToLimit(document);
+    const bool isCut = cutToLimit(document, kCostLimit - bounding.excessOfFonts());
     if (!unreasonable.isEmpty())
         return Verdict::Unreasonable;
     return isCut ? Verdict::Cut : Verdict::Complete;

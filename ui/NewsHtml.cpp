@@ -4,6 +4,8 @@
 #include "ui/ThreadTime.h"
 
 #include <QImage>
+#include <QRegularExpression>
+#include <QSet>
 #include <QTextBlock>
 #include <QTextCursor>
 #include <QTextDocument>
@@ -22,9 +24,9 @@ const auto kItem = u"<p style='margin: 10px 0;'>• %1</p>"_s;
 /// Characters. Several hundred printed pages; the parser takes some hundred bytes for each.
 constexpr qsizetype kSourceLimit = 524'288;
 
-// Qt's parser goes through tags and ancestors, rules and tags, rows and columns in nested loops,
-// and makes every cell of a table beforehand. How much a piece of HTML can ask of it at most is
-// counted in efforts: 1 for a tag or a paragraph, and for a tag as many as there are rules.
+// Qt's parser goes through tags and ancestors, rows and columns in nested loops, and makes every
+// cell of a table beforehand. How much a piece of HTML can ask of it at most is counted in efforts:
+// 1 for a tag or a paragraph.
 /// What is parsed first. Half of it rows, half of it columns make 60,000 cells. Twice as much
 /// follows as long as all has been found within bounds.
 constexpr qsizetype kFirstEffort = 8'000;
@@ -45,9 +47,18 @@ constexpr std::chrono::nanoseconds kLongStep = 300ms * kSlowness;
 constexpr std::chrono::nanoseconds kNoticeableStep = 150ms * kSlowness;
 constexpr int kLargestGrowth = 3;
 constexpr qsizetype kEffortOfCell = 16;
-constexpr int kSpanLimit = 99;
-/// For each tag the parser looks through all style sheets, empty ones too.
-constexpr qsizetype kRulesOfStyleSheet = 4;
+constexpr int kColumnSpanLimit = 99;
+constexpr int kRowSpanLimit = 500; // which makes no rows, and long tables have them
+
+// For each tag the parser goes through all style sheets, and for rules about what lies in something
+// else through all tags around it; and it does so once more for each tag that stays open. Together
+// that is a product of characters, tags and depth, of which a billion takes several seconds.
+constexpr double kStyleEffortLimit = 2e8;
+constexpr qsizetype kStyleLimit = 4096;      // characters of all style sheets together
+constexpr qsizetype kShareOfStyleSheet = 32; // of an empty one
+constexpr qsizetype kUsualTag = 512;         // characters, attributes and all
+/// A tag in place of a style sheet's. What it holds is not shown either, and as long.
+constexpr auto kHidden = "title"_L1;
 
 // Not a character, but what Qt's documents mark frames with.
 constexpr QChar kBeginningOfFrame(0xfdd0);
@@ -154,6 +165,15 @@ qsizetype nextSpan(QStringView html, qsizetype from)
     return std::find_if(html.begin() + from, html.end(), isValue) - html.begin();
 }
 
+/// Of a number at the text's end.
+int spanLimitAfter(QStringView text)
+{
+    const auto isBetween = [](QChar c) { return c == u'=' || c == u'"' || c == u'\''; };
+    while (!text.isEmpty() && isBetween(text.back()))
+        text.chop(1);
+    return text.endsWith("rowspan"_L1, Qt::CaseInsensitive) ? kRowSpanLimit : kColumnSpanLimit;
+}
+
 /// The parser makes twenty thousand columns for one tag.
 QString withSpansBounded(const QString &html)
 {
@@ -165,9 +185,10 @@ QString withSpansBounded(const QString &html)
             std::find_if_not(text.begin() + number, text.end(), isDigit) - text.begin();
         bool ok = false;
         const int span = text.sliced(number, end - number).toInt(&ok);
-        if (number < end && (!ok || span > kSpanLimit)) {
+        const int limit = spanLimitAfter(text.first(number));
+        if (number < end && (!ok || span > limit)) {
             bounded += text.sliced(done, number - done);
-            bounded += QString::number(kSpanLimit);
+            bounded += QString::number(limit);
             done = end;
         }
         number = nextSpan(text, end);
@@ -235,26 +256,207 @@ void removeStandIns(QTextDocument *document)
     cursor.endEditBlock();
 }
 
-/// True if no parser could find another end of a tag with these attributes than the first ">".
-bool endsPlainly(QStringView attributes)
+/// The length of a tag's attributes if no parser could find another end of them than the first
+/// ">"; else -1.
+qsizetype lengthOfAttributes(QStringView attributes)
 {
     QChar quote;
     QChar last;
-    for (const QChar c : attributes) {
-        if (c == u'<' || c == u'&')
-            return false;
+    for (qsizetype i = 0; i < attributes.size(); ++i) {
+        const QChar c = attributes[i];
+        if (c == u'<' || (c == u'&' && quote.isNull()))
+            return -1;
         if (c == u'>')
-            return quote.isNull();
+            return quote.isNull() ? i : -1;
         if (c == quote) {
             quote = QChar();
         } else if (c == u'"' || c == u'\'') {
             if (!quote.isNull() || last != u'=')
-                return false;
+                return -1;
             quote = c;
         }
         last = c;
     }
-    return false;
+    return -1;
+}
+
+/// The parser skips white space in front of a tag's name, which may be in quotes.
+bool isBeforeName(QChar c)
+{
+    return c.isSpace() || c == u'"' || c == u'\'';
+}
+
+/// Where the name after an opening angle bracket begins.
+qsizetype nameOfTag(QStringView html, qsizetype bracket)
+{
+    return std::find_if_not(html.begin() + bracket + 1, html.end(), isBeforeName) - html.begin();
+}
+
+/// An upper bound of what lies around the innermost tag, and of the longest tag.
+struct Depth
+{
+    qsizetype tags = 0; // all of them
+    qsizetype most = 0;
+    qsizetype longestTag = 0;
+};
+
+/// Of tags that the parser nests as they stand: usual ones, each closed before what is around it.
+/// With anything else all tags may be in each other.
+class DepthOfTags
+{
+public:
+    explicit DepthOfTags(QStringView html)
+        : m_html(html)
+    {
+    }
+
+    Depth depth()
+    {
+        Depth depth;
+        depth.tags = m_html.count(u'<');
+        for (qsizetype at = m_html.indexOf(u'<'); at >= 0; at = m_html.indexOf(u'<', at + 1)) {
+            const qsizetype length = readTag(m_html.sliced(at + 1));
+            if (length < 0)
+                return {depth.tags, depth.tags, m_html.size()};
+            depth.most = std::max(depth.most, m_open.size());
+            depth.longestTag = std::max(depth.longestTag, length);
+        }
+        return depth;
+    }
+
+private:
+    /// -1 if the tag is not plain enough.
+    qsizetype readTag(QStringView tag)
+    {
+        const bool isEnd = tag.startsWith(u'/');
+        const QStringView rest = tag.sliced(isEnd ? 1 : 0);
+        const auto isInName = [](QChar c) { return c.isLetterOrNumber(); };
+        const qsizetype nameLength =
+            std::find_if_not(rest.begin(), rest.end(), isInName) - rest.begin();
+        const QString name = rest.first(nameLength).toString().toLower();
+        const qsizetype length = lengthOfAttributes(rest.sliced(nameLength));
+        const bool isPlain = length >= 0 && (isEnd ? close(name, length) : open(name));
+        return isPlain ? nameLength + length : -1;
+    }
+
+    bool open(const QString &name)
+    {
+        if (!kUsualNames.contains(name) || !isInPlace(name))
+            return false;
+        if (!kEmptyNames.contains(name))
+            m_open.append(name);
+        return true;
+    }
+
+    bool close(const QString &name, qsizetype length)
+    {
+        if (kEmptyNames.contains(name) || m_open.isEmpty() || m_open.last() != name || length > 0)
+            return false;
+        m_open.removeLast();
+        return true;
+    }
+
+    /// The parser puts tags around cells and rows elsewhere.
+    bool isInPlace(const QString &name) const
+    {
+        const QString around = m_open.isEmpty() ? QString() : m_open.last();
+        if (name == "tr"_L1)
+            return around == "table"_L1;
+        if (name == "td"_L1 || name == "th"_L1)
+            return around == "tr"_L1;
+        return around != "table"_L1 && around != "tr"_L1;
+    }
+
+    static inline const QSet<QString> kEmptyNames{u"br"_s, u"hr"_s, u"img"_s};
+    static inline const QSet<QString> kUsualNames{
+        u"a"_s,   u"b"_s,   u"big"_s,   u"blockquote"_s, u"br"_s,   u"center"_s, u"code"_s,
+        u"div"_s, u"em"_s,  u"font"_s,  u"h1"_s,         u"h2"_s,   u"h3"_s,     u"h4"_s,
+        u"h5"_s,  u"h6"_s,  u"hr"_s,    u"i"_s,          u"img"_s,  u"li"_s,     u"ol"_s,
+        u"p"_s,   u"pre"_s, u"s"_s,     u"small"_s,      u"span"_s, u"strong"_s, u"style"_s,
+        u"sub"_s, u"sup"_s, u"table"_s, u"td"_s,         u"th"_s,   u"tr"_s,     u"tt"_s,
+        u"u"_s,   u"ul"_s};
+
+    QStringView m_html;
+    QStringList m_open;
+};
+
+/// The style sheets of a text. Where it is in doubt there are more of them, and they ask for more.
+class StyleSheetsOf
+{
+public:
+    explicit StyleSheetsOf(QStringView html)
+        : m_html(html)
+    {
+        for (qsizetype at = html.indexOf(u'<'); at >= 0; at = html.indexOf(u'<', at + 1)) {
+            const qsizetype name = nameOfTag(html, at);
+            const bool isEnd = name < html.size() && html[name] == u'/';
+            const qsizetype place = isEnd ? nameOfTag(html, name) : name;
+            if (!html.sliced(place).startsWith(kStyle, Qt::CaseInsensitive))
+                continue;
+            m_places.append(place);
+            if (!isEnd)
+                add(html.sliced(place + kStyle.size()), name == at + 1);
+        }
+    }
+
+    /// Of the names in their tags.
+    const QList<qsizetype> &places() const { return m_places; }
+
+    bool areQuicklyApplied() const
+    {
+        if (!m_arePlain || m_length > kStyleLimit)
+            return false;
+        const Depth depth = DepthOfTags(m_html).depth();
+        const auto around = static_cast<double>(depth.most);
+        const double lookups = 1 + static_cast<double>(depth.longestTag / kUsualTag);
+        return static_cast<double>(m_length * depth.tags) * around *
+                   (m_haveRelations ? around : 1) * lookups <=
+               kStyleEffortLimit;
+    }
+
+private:
+    void add(QStringView rest, bool isPlainName)
+    {
+        // What a rule is about: names, without a word of what they lie in. In doubt it does not
+        // match.
+        static const QRegularExpression kNamesAlone(
+            u"^(?>\\s*+[\\w.#:-]++(?>\\s*+,\\s*+[\\w.#:-]++)*+\\s*+\\{[^{}]*+\\})*+\\s*+$"_s);
+        // What lies beside others, and more that is rare.
+        static const QRegularExpression kRare(u"[+~@\\[\\\\]"_s);
+
+        const qsizetype attributes = lengthOfAttributes(rest);
+        const QStringView rules = rest.sliced(attributes + 1);
+        const qsizetype end = rules.indexOf(u'<');
+        if (!isPlainName || attributes < 0 || end < 0 || end > kStyleLimit ||
+            !rules.sliced(end).startsWith("</style>"_L1, Qt::CaseInsensitive)) {
+            m_arePlain = false;
+            return;
+        }
+        const QString sheet = rules.first(end).toString();
+        m_length += sheet.size() + kShareOfStyleSheet;
+        m_arePlain = m_arePlain && !kRare.match(sheet).hasMatch();
+        m_haveRelations = m_haveRelations || !kNamesAlone.match(sheet).hasMatch();
+    }
+
+    static constexpr auto kStyle = "style"_L1;
+
+    QStringView m_html;
+    QList<qsizetype> m_places;
+    qsizetype m_length = 0;
+    bool m_arePlain = true;
+    bool m_haveRelations = false;
+};
+
+/// Without style sheets if applying them might take long.
+QString withFewStyles(QString html)
+{
+    const StyleSheetsOf sheets(html);
+    if (sheets.places().isEmpty() || sheets.areQuicklyApplied())
+        return html;
+    QString without = html;
+    for (const qsizetype place : sheets.places())
+        without.replace(place, kHidden.size(), kHidden);
+    return without;
 }
 
 /// Counts the efforts of a text from its start on. Where it is in doubt it counts more.
@@ -279,20 +481,12 @@ public:
         return m_position;
     }
 
-    /// Among what was counted.
-    bool hasStyles() const { return m_hasStyles; }
-
 private:
     qsizetype effortAt(qsizetype position)
     {
         const QChar c = m_html[position];
         if (c == u'<')
             return effortOfTag(position);
-        // In a style sheet: a rule, a selector of its own, one that asks for attributes.
-        if (m_isInStyles && (c == u'{' || c == u',' || c == u'[')) {
-            ++m_rules;
-            return 1;
-        }
         // A paragraph, or what may stand for one.
         if (c == u'\n' || c == u'\r' || c == u'&' || c == QChar::ParagraphSeparator ||
             c == kBeginningOfFrame || c == kEndOfFrame)
@@ -303,30 +497,16 @@ private:
         return 0;
     }
 
-    qsizetype effortOfTag(qsizetype position)
+    qsizetype effortOfTag(qsizetype position) const
     {
-        // The parser skips white space before the name.
-        const auto name = std::find_if_not(m_html.begin() + position + 1, m_html.end(),
-                                           [](QChar c) { return c.isSpace(); });
-        const QStringView rest = m_html.sliced(name - m_html.begin());
-        const auto begins = [rest](QLatin1StringView text) {
-            return rest.startsWith(text, Qt::CaseInsensitive);
+        const QStringView name = m_html.sliced(nameOfTag(m_html, position));
+        const auto begins = [name](QLatin1StringView text) {
+            return name.startsWith(text, Qt::CaseInsensitive);
         };
-        // Where a style sheet ends is beyond doubt only after a tag that ends beyond doubt, and a
-        // comment does not end it.
-        if (begins("/"_L1) && m_isPlainStyle)
-            m_isInStyles = false;
-        constexpr auto kStyle = "style"_L1;
-        if (begins(kStyle)) {
-            m_isInStyles = true;
-            m_hasStyles = true;
-            m_rules += kRulesOfStyleSheet;
-            m_isPlainStyle = endsPlainly(rest.sliced(kStyle.size()));
-        }
-        if (begins("td"_L1) || begins("th"_L1) || begins("tr"_L1) || begins("ta"_L1) ||
-            begins("tb"_L1) || begins("tf"_L1) || begins("cap"_L1))
-            return kEffortOfCell + m_rules;
-        return begins("/"_L1) ? 1 : 1 + m_rules;
+        const bool isOfTable = begins("td"_L1) || begins("th"_L1) || begins("tr"_L1) ||
+                               begins("ta"_L1) || begins("tb"_L1) || begins("tf"_L1) ||
+                               begins("cap"_L1);
+        return isOfTable ? kEffortOfCell : 1;
     }
 
     qsizetype effortOfSpan(qsizetype position)
@@ -347,10 +527,6 @@ private:
     qsizetype m_position = 0;
     qsizetype m_sum = 0;
     qsizetype m_spanNumber = 0;
-    qsizetype m_rules = 0;
-    bool m_isInStyles = false;
-    bool m_isPlainStyle = false;
-    bool m_hasStyles = false;
 };
 
 } // namespace
@@ -361,15 +537,16 @@ bool NewsHtml::isQuick(const QStringList &news)
     if (source.size() > kQuickLength)
         return false;
     const QString html = withSpansBounded(withLettersSpelledOut(source));
-    Efforts efforts(html);
-    // What a style sheet costs is a matter of each rule and each tag that it may be about.
-    return efforts.reach(kQuickEffort) == html.size() && !efforts.hasStyles();
+    // What a style sheet costs is a matter of all tags together.
+    return Efforts(html).reach(kQuickEffort) == html.size() &&
+           StyleSheetsOf(html).places().isEmpty();
 }
 
 std::unique_ptr<QTextDocument> NewsHtml::read(const QStringList &news, const QFont &font,
                                               const std::atomic_bool &isAbandoned)
 {
-    const QString html = withStandIns(withSpansBounded(withLettersSpelledOut(joined(news))));
+    const QString source = withSpansBounded(withLettersSpelledOut(joined(news)));
+    const QString html = withStandIns(withFewStyles(source));
     auto document = emptyDocument(font);
     Efforts efforts(html);
     std::chrono::nanoseconds longest = kLongStep;

@@ -5,6 +5,7 @@
 #include <QAbstractTextDocumentLayout>
 #include <QCoreApplication>
 #include <QFutureWatcher>
+#include <QScopeGuard>
 #include <QtConcurrentRun>
 #include <QTextDocument>
 #include <QThreadPool>
@@ -44,6 +45,8 @@ void NewsView::showNews(const QStringList &news)
     }
 
     const auto read = [reading = m_reading, news, font = font(), thread = thread()] {
+        // However it ends, the GUI thread does not wait for ever.
+        const auto done = qScopeGuard([&reading] { reading->isDone.release(); });
         try {
             auto document = NewsHtml::read(news, font, reading->isAbandoned);
             document->moveToThread(thread);
@@ -51,7 +54,6 @@ void NewsView::showNews(const QStringList &news)
         } catch (const std::bad_alloc &) {
             // Qt's documents take some hundred bytes for a character. Nothing is shown then.
         }
-        reading->isDone.release();
     };
     const QFuture<void> task = QtConcurrent::run(QThreadPool::globalInstance(), read);
     if (m_reading->isDone.try_acquire_for(kPatience)) {

@@ -58,9 +58,8 @@ int option(QCommandLineParser &parser, const QString &name)
 
 void print(const Find &find)
 {
-    QTextStream(stdout) << u"seed %1: %2 ms %3, %4 ms in all, %5 characters\n"_s.arg(find.seed)
-                               .arg(find.hold.time, 0, 'f', 1)
-                               .arg(QString::fromLatin1(find.hold.when))
+    QTextStream(stdout) << u"seed %1: %2, %3 ms in all, %4 characters\n"_s.arg(find.seed)
+                               .arg(QString::fromLatin1(find.hold.description()))
                                .arg(find.wait)
                                .arg(find.characters);
 }
@@ -114,10 +113,11 @@ int main(int argc, char **argv)
         const QJsonArray feed = QJsonDocument::fromJson(file.readAll()).array();
         const Find find = show(&view, 0, QVariant(feed.toVariantList()).toStringList());
         print(find);
-        return find.hold.time <= kNewsHoldLimit ? EXIT_SUCCESS : EXIT_FAILURE;
+        return find.hold.isTooLong() ? EXIT_FAILURE : EXIT_SUCCESS;
     }
 
     QList<Find> slowest;
+    bool hasFailed = false;
     for (int i = 0; i < documents; ++i) {
         const auto seed = static_cast<quint32>(firstSeed + i);
         const Find find = show(&view, seed, HtmlGrammar(seed).feed());
@@ -126,12 +126,13 @@ int main(int argc, char **argv)
         });
         slowest.insert(place, find);
         slowest.resize(std::min(slowest.size(), kShown));
-        if (find.hold.time > kNewsHoldLimit || find.wait > kLongWait)
+        const bool isTooLong = find.hold.isTooLong();
+        if (isTooLong || find.wait > kLongWait)
             print(find);
+        hasFailed = hasFailed || isTooLong;
     }
 
     QTextStream(stdout) << u"%1 documents; the slowest:\n"_s.arg(documents);
     std::for_each(slowest.begin(), slowest.end(), print);
-    return slowest.isEmpty() || slowest.first().hold.time <= kNewsHoldLimit ? EXIT_SUCCESS
-                                                                            : EXIT_FAILURE;
+    return hasFailed ? EXIT_FAILURE : EXIT_SUCCESS;
 }

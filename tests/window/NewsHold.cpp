@@ -23,6 +23,8 @@ constexpr auto kPatience = 200s;
 
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
+constexpr Milliseconds kLimit = 250ms;
+
 template <typename Action>
 void watch(NewsHold *hold, const char *what, Action action, Milliseconds wait = {})
 {
@@ -35,6 +37,21 @@ void watch(NewsHold *hold, const char *what, Action action, Milliseconds wait = 
     const Milliseconds time = std::min(used + wait, std::max(used, passed));
     if (time.count() > hold->time)
         *hold = {time.count(), what};
+}
+
+/// How many times as long as on the machine of the limit this one takes.
+double slowness()
+{
+    constexpr Milliseconds kUsual = 17ms;
+    constexpr double kMost = 4;
+    const auto start = threadTime();
+    QTextDocument document;
+    document.setHtml(
+        u"<p><b>Dès ce soir</b>, la saison commence avec des nouveautés"_s.repeated(600));
+    document.setTextWidth(920);
+    document.size(); // all of it
+    const Milliseconds used = threadTime() - start;
+    return std::clamp(used / kUsual, 1.0, kMost);
 }
 
 } // namespace
@@ -71,15 +88,12 @@ NewsHold NewsHold::measure(NewsView *view, const QStringList &news)
     return hold;
 }
 
-double NewsHold::slowness()
+bool NewsHold::isTooLong() const
 {
-    constexpr Milliseconds kUsual = 17ms;
-    const auto start = threadTime();
-    QTextDocument document;
-    document.setHtml(
-        u"<p><b>Dès ce soir</b>, la saison commence avec des nouveautés"_s.repeated(600));
-    document.setTextWidth(920);
-    document.size(); // all of it
-    const Milliseconds used = threadTime() - start;
-    return std::max(1.0, used / kUsual);
+    return time > kLimit.count() && time > kLimit.count() * slowness();
+}
+
+QByteArray NewsHold::description() const
+{
+    return QByteArray::number(time, 'f', 1) + " ms " + when;
 }

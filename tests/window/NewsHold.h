@@ -4,13 +4,6 @@
 
 class NewsView;
 
-/// Milliseconds for which the window may stand still; a sanitizer makes everything slower.
-#ifdef VEYRA_SANITIZED
-inline constexpr double kNewsHoldLimit = 1000;
-#else
-inline constexpr double kNewsHoldLimit = 250;
-#endif
-
 /// The longest time for which some news hold the window.
 struct NewsHold
 {
@@ -22,7 +15,10 @@ struct NewsHold
     /// Shows the news in a panel, paints, selects, goes to their end and turns the panel round.
     static NewsHold measure(NewsView *view, const QStringList &news);
 
-    /// How many times as long as on the machine of the limit this one takes at the moment, which it
-    /// may share with others; 1 at least.
-    static double slowness();
+    /// For longer than the window may stand still, on a machine as fast as this one is at the
+    /// moment: it may share its processor with others, and sanitizers make all slower.
+    bool isTooLong() const;
+
+    /// Milliseconds and what was done meanwhile.
+    QByteArray description() const;
 };

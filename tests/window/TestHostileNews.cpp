@@ -93,7 +93,8 @@ private slots:
     void allOf1500ItemsAreShown();
     void newsBeyondReasonAreReadable();
     void tablesOfManyCellsAreReadInTime();
-    void styleSheetsAreReadInTime();
+    void rulesForManyTagsAreReadInTime_data();
+    void rulesForManyTagsAreReadInTime();
     void onlyWhatIsBeyondReasonBecomesPlain_data();
     void onlyWhatIsBeyondReasonBecomesPlain();
     void tablesThatAreHeavyTogetherBecomePlain();
@@ -155,6 +156,7 @@ void TestHostileNews::newsDoNotHoldTheWindow_data()
     row("a comment of 5 MB", u"<!--"_s + QString(5'000'000, u'x'));
     row("a million empty items", QString(), 1'000'000);
     row("twenty thousand columns", times(u"<tr><td colspan=20480 rowspan=99999>", 1000));
+    row("cells over more and more rows", times(u"<tr><td rowspan=99999><td rowspan=499>", 1000));
     row("the same, spelled in references", times(u"<tr><td c&#111;lspan=&#50;0480>", 1000));
     row("the same, with nested references", times(u"<tr><td c&#1&#49;1;lspan=20480>", 1000));
     row("many rules for many tags",
@@ -180,6 +182,30 @@ void TestHostileNews::newsDoNotHoldTheWindow_data()
             text += letter + u"\u0378 "_s;
         return inSizes(text);
     }());
+    row("list labels of many scripts in many sizes", [] {
+        QString list =
+            u"<ol style=\"-qt-list-number-prefix:'%1'; -qt-list-number-suffix:'%2'\">"_s.arg(
+                kScripts.mid(6, 20), kScripts.mid(26, 20));
+        for (int size = 6; size < 24; ++size)
+            list += u"<li style='font-size:%1px'>x"_s.arg(size);
+        return list;
+    }());
+    row("superscript of many scripts", u"a "_s + kScripts.mid(8, 15) + u"<sup>"_s +
+                                           kScripts.mid(8, 15) + u"</sup><sub>"_s +
+                                           kScripts.mid(8, 15) + u"</sub>"_s);
+    row("emoji in many fonts and scripts",
+        inSizes(u"a\U0001f600 \u03b1\U0001f600 \u0430\U0001f600 \u05d0\U0001f600"_s));
+    row("emoji in many fonts between tables and paragraphs",
+        inSizes(u"a\U0001f600 "_s) + kLowTable + inSizes(u"\u16a0\u16a2 "_s.repeated(100)));
+    const auto light = [](const QString &text, const QString &attributes = {}) {
+        return QString(u"<div style='margin:0;font-size:4px;"_s + attributes + u'>' + text +
+                       u"</div>"_s)
+            .repeated(160);
+    };
+    row("many light paragraphs of runes", light(times(u"\u16a0\u16a2 ", 36), u"'"_s));
+    row("many light paragraphs of small capitals",
+        light(times(u"aA ", 125), u"font-variant:small-caps'"_s));
+    row("many light paragraphs of brackets", light(times(u"(a) ", 70), u"' dir=rtl"_s));
     row("pieces of one word", times(u"<b>x</b><i>y</i>", 10'000));
     row("marks on one letter", u"a"_s + QString(50'000, QChar(0x301)));
     row("marks on letters of many paragraphs",
@@ -267,12 +293,8 @@ void TestHostileNews::newsDoNotHoldTheWindow()
     QFETCH(const QStringList, news);
     NewsView view;
     dress(&view);
-    const double before = NewsHold::slowness();
     const NewsHold hold = NewsHold::measure(&view, news);
-    const double limit = kNewsHoldLimit * std::max(before, NewsHold::slowness());
-    const QString held =
-        u"%1 of %2 ms %3"_s.arg(hold.time).arg(limit).arg(QString::fromLatin1(hold.when));
-    QVERIFY2(hold.time < limit, qPrintable(held));
+    QVERIFY2(!hold.isTooLong(), hold.description().constData());
 }
 
 void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
@@ -309,6 +331,12 @@ void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
     row("tables in tables",
         u"<table border=1><tr><td><table border=1><tr><td>x</td></tr></table></td></tr></table>"_s);
     row("a style sheet", u"<style>b { color: yellow; margin: 4px }</style><b>Jaune</b>"_s);
+    row("a link beside a style sheet",
+        u"<style>a, .info { color: #10b981; } /* vert */ h3 { margin: 4px }</style><h3>Un</h3>"
+        "<a href='http://forum.test/?a=1&b=2' class='info'>Forum</a>"_s);
+    QTest::newRow("a style sheet for 1,500 items")
+        << QStringList{u"<style>b, i.rare { color: yellow } p span { font-weight: bold }</style>Un"_s} +
+               ordinaryItems(1500);
     row("alignment and lines",
         u"<p align=center style='line-height: 150%; margin-left: 40px'>Un<br/>Deux</p>"
         "<pre>  un\n deux</pre><blockquote>Trois</blockquote>"_s);
@@ -329,6 +357,9 @@ void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
             u"<tr bgcolor='#123456'><th colspan=2>Jour</th></tr><tr><td>Lundi</td><td><b>20 h</b></td></tr>"_s
                 .repeated(100) +
             u"</table>"_s);
+    row("a cell over many rows", u"<table border=1><tr><td rowspan=150>Lundi</td>"_s +
+                                     u"<td>20 h</td></tr><tr>"_s.repeated(150) +
+                                     u"<td>Mardi</td><td>21 h</td></tr></table>"_s);
     row("a long text in tables three deep",
         u"<table border=1><tr><td>"_s.repeated(3) +
             u"Dès ce soir, la saison commence. "_s.repeated(60) +
@@ -339,7 +370,17 @@ void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
         u"English, 中文, ひらがな, カタカナ, 한국어, ไทย, Ελληνικά, русский, עברית, العربية"_s);
     row("languages that few fonts have", u"English, हिन्दी, বাংলা, தமிழ், ქართული, አማርኛ"_s);
     row("headings with an emoji",
-        u"<h1>🎉 Un</h1><h2>🎉 Deux</h2><h3>🎉 Trois</h3><b>🎉</b> <i>🎉</i>"_s);
+        u"<h1>🎉 Un</h1><h2>🎉 Deux</h2><h3>🎉 Trois</h3><b>🎉 Quatre</b> <i>🎉 Cinq</i> 🎉"_s);
+    for (const auto &[name, sign] : {std::pair("arrows", u"→"_s), std::pair("stars", u"★"_s),
+                                     std::pair("trademarks", u"™"_s), std::pair("emoji", u"🎉"_s)})
+        row(qPrintable(QLatin1StringView(name) + u" in many fonts"_s),
+            u"%1 Un <b>%1 Deux</b> <h3>%1 Trois</h3> <i>%1 Quatre</i> <h2>Cinq</h2> "
+            "<b><i>%1 Six</i></b> <small>Sept</small>"_s.arg(sign));
+    row("bold, italics and headings after languages that few fonts have",
+        u"English, 中文, 한국어, ไทย, हिन्दी, ქართული<br/><b>[20/11]</b> <h2>Saison d'hiver</h2> "
+        "<i>penché</i>"_s);
+    row("emoji in some scripts, and languages that few fonts have",
+        u"Un 🎉<br/><h1>🎉 Deux</h1><h2>🎉 Trois</h2><h3>🎉 Quatre</h3>한국어, ไทย"_s);
     row("500 words in colours", u"<span style='color: red'>Lundi</span> soir "_s.repeated(500));
     QTest::newRow("1,500 items with an emoji")
         << ordinaryItems(1500).replaceInStrings(u"saison"_s, u"\U0001f600"_s);
@@ -413,14 +454,43 @@ void TestHostileNews::tablesOfManyCellsAreReadInTime()
     QVERIFY2(times < 5, qPrintable(u"%1 times as long"_s.arg(times)));
 }
 
-/// Qt's parser takes 50 times as long for seven times as many.
-void TestHostileNews::styleSheetsAreReadInTime()
+void TestHostileNews::rulesForManyTagsAreReadInTime_data()
 {
-    const QString html = u"Avant<style></style><b>Un</b>"_s.repeated(3500);
+    QTest::addColumn<QString>("html");
+    const auto row = [](const char *name, const QString &html) { QTest::newRow(name) << html; };
+    const auto times = [](QStringView text, qsizetype count) {
+        return text.toString().repeated(count);
+    };
+    const auto sheet = [](const QString &rules) { return u"<style>"_s + rules + u"</style>"_s; };
+
+    row("many style sheets", times(u"Un<style></style><b>Deux</b>", 3500));
+    row("a closing tag without an opening one does not end a style sheet",
+        sheet(u"</x>"_s + times(u"q{}", 400) + times(u"*{}", 400)) + times(u"<b>x", 400));
+    row("each closing tag in a style sheet adds it once more",
+        u"<style>"_s + times(u"b{}", 1400) + times(u"</x>", 1400));
+    row("the same with a text without rules",
+        u"<style>"_s + times(u"a ", 30'000) + times(u"</x>", 400));
+    row("a rule about what lies in something else", sheet(u"y *{}"_s) + times(u"<b>x", 600));
+    row("a rule about many classes",
+        sheet(times(u".a", 12'000) + u"{}"_s) + times(u"<b class=a>x", 120));
+    row("a rule of many declarations",
+        sheet(u"b{"_s + times(u"color:red;", 20'000) + u'}') + times(u"<b>x", 160));
+    row("a style sheet by a name in quotes",
+        u"<\"style\">"_s + times(u"*{}", 400) + u"</style>"_s + times(u"<b>x", 400));
+    row("a rule about neighbours", sheet(u"y~b{}"_s) + times(u"<b></b>", 1300));
+    row("a rule about a tag of many attributes", sheet(times(u".x b{}", 50)) + u"<div "_s +
+                                                     times(u"a=b ", 20'000) + u'>' +
+                                                     times(u"<b></b>", 1300));
+}
+
+void TestHostileNews::rulesForManyTagsAreReadInTime()
+{
+    QFETCH(const QString, html);
     QString text;
-    const auto times = timesAsLong(html, html.first(html.size() / 7), &text);
-    QVERIFY(text.contains(u"AvantUnAvantUn"_s));
-    QVERIFY2(times < 5, qPrintable(u"%1 times as long"_s.arg(times)));
+    const auto times =
+        timesAsLong(u"Avant"_s + html, u"<p><b>Un</b> deux trois"_s.repeated(600), &text);
+    QVERIFY(text.contains(u"Avant"_s));
+    QVERIFY2(times < 60, qPrintable(u"%1 times as long"_s.arg(times)));
 }
 
 void TestHostileNews::onlyWhatIsBeyondReasonBecomesPlain_data()
