@@ -18,8 +18,9 @@ namespace NewsHtml {
 bool isQuick(const QStringList &news);
 
 /// The news as a document without parent and layout, within what the panel lays out at once. It
-/// reads no file and no address. May take seconds for a feed made to that end, fewer when it is
-/// abandoned meanwhile: then there is only the beginning. Any thread.
+/// reads no file and no address. Style sheets that might take long to apply are left out. May take
+/// seconds for a feed made to that end, fewer when it is abandoned meanwhile: then there is only
+/// the beginning. Any thread.
 std::unique_ptr<QTextDocument> read(const QStringList &news, const QFont &font,
                                     const std::atomic_bool &isAbandoned);
 

@@ -63,6 +63,11 @@ const QStringList kSettings{u"<p style='font-variant:small-caps'>"_s,
                             u"<td dir=rtl>"_s,
                             u"<p dir=rtl style='white-space:pre-wrap; font-variant:small-caps'>"_s};
 
+const QStringList kRelations{u" "_s, u", "_s, u" > "_s, u"+"_s, u"~"_s, u" *, "_s, u".a.a "_s};
+
+// In front of a tag's name.
+const QStringList kOddBrackets{u"< "_s, u"<\n"_s, u"<\""_s, u"<'"_s};
+
 const QStringList kUnits = words("px px px pt em ex % cm"_L1);
 
 } // namespace
@@ -95,8 +100,11 @@ QString HtmlGrammar::part()
         part = u"<style>"_s;
         if (oneIn(4))
             part += oneOf(kComments);
-        part += oneOf(kTags) + u'{';
-        part += style() + u"}</style>"_s;
+        part += oneOf(kTags);
+        if (oneIn(3))
+            part += oneOf(kRelations) + u'b';
+        part += u'{' + style();
+        part += u"}</style>"_s;
         break;
     case 2:
         part = tag();
@@ -123,7 +131,7 @@ QString HtmlGrammar::tag()
 {
     const QStringList &names = oneIn(2) ? kHeavyTags : kTags;
     const QString name = spelledOddly(oneOf(names));
-    QString tag = (oneIn(30) ? u"< "_s : u"<"_s) + name;
+    QString tag = (oneIn(30) ? oneOf(kOddBrackets) : u"<"_s) + name;
     tag += attributes();
     if (!oneIn(40))
         tag += u'>';
@@ -167,6 +175,8 @@ QString HtmlGrammar::value()
 {
     if (oneIn(3))
         return oneOf(kWords);
+    if (oneIn(40))
+        return u"'\u0939\u4e2d\u1b05\u07ca\U0001f600'"_s;
     if (oneIn(20))
         return u'f' + QString::number(below(1000));
     QString number = spelledOddly(oneOf(kNumbers));
@@ -195,6 +205,8 @@ QString HtmlGrammar::text()
                                     u"\u0939\u093f"_s,
                                     u"\u4e2d"_s,
                                     u"\U0001f600"_s,
+                                    u"\u2192 "_s,
+                                    u"\u0e17\u10a0"_s,
                                     u"\ufffc"_s,
                                     u"\ufdd0"_s,
                                     u"\u2029"_s,

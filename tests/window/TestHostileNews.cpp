@@ -282,6 +282,13 @@ void TestHostileNews::newsDoNotHoldTheWindow_data()
     row("words of symbols in lists", u"<ul><li>"_s + times(u"\u4e2d", 58'000), 2);
     row("nested lists and rules for them",
         u"<style>"_s + times(u"ul ul ul ul{color:red}", 4) + u"</style>"_s + times(u"<ul>x", 8000));
+    row("symbols and small capitals in feet of nested lists",
+        u"<tr style='letter-spacing:9000000'><ol><div><ol><ol><ul>"_s +
+            times(u"<tfoot style='font-style:65535'>\u4e2d\u4e2d\u4e2d</blockquote>"
+                  "<td style='font-variant:small-caps; white-space:pre-wrap'>"
+                  "\ufffc\u00ad\u1100\u1161\ufffc\u00ad\u1100\u1161",
+                  4),
+        2);
     row("a gradient that is cut off", u"<p style='background:qlineargradient(x1:)'>x"_s);
     row("the same, with an escape", u"<p style='background:qlinear\\67 radient(x1:)'>x"_s);
     row("the same, with a reference",
