@@ -408,9 +408,9 @@ public:
             return false;
         const Depth depth = DepthOfTags(m_html).depth();
         const auto around = static_cast<double>(depth.most);
-        const double lookups = 1 + static_cast<double>(depth.longestTag / kUsualTag);
-        return static_cast<double>(m_length * depth.tags) * around *
-                   (m_haveRelations ? around : 1) * lookups <=
+        const qsizetype lookups = 1 + depth.longestTag / kUsualTag;
+        return static_cast<double>(m_length * depth.tags * lookups) * around *
+                   (m_haveRelations ? around : 1) <=
                kStyleEffortLimit;
     }
 
