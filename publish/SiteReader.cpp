@@ -124,9 +124,13 @@ SiteAnswer SiteReader::ask(QNetworkRequest request, Patience::Time limit, const 
     SiteAnswer answer;
     Waiting waiting;
     bool wantsMore = true;
+    qint64 received = 0;
     const auto takePiece = [&] {
-        if (wantsMore && reply->isOpen()) // one that was given up is not
-            wantsMore = take(reply->readAll());
+        if (wantsMore && reply->isOpen()) { // one that was given up is not
+            const QByteArray piece = reply->readAll();
+            received += piece.size();
+            wantsMore = take(piece);
+        }
         if (!wantsMore)
             waiting.done();
     };
@@ -160,6 +164,10 @@ SiteAnswer SiteReader::ask(QNetworkRequest request, Patience::Time limit, const 
         answer.problem = reply->errorString();
     answer.length = wholeLength(reply.get());
     answer.encoding = reply->rawHeader("Content-Encoding");
+    // Qt does not always mind where a connection ends.
+    const qint64 announced = reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
+    if (answer.problem.isEmpty() && wantsMore && answer.encoding.isEmpty() && received < announced)
+        answer.problem = u"%1 octets sur %2, puis plus rien"_s.arg(received).arg(announced);
     answer.cacheControl = reply->rawHeader("Cache-Control");
     reply->disconnect();
     return answer;
