@@ -22,10 +22,12 @@
 #include <QToolTip>
 
 #include <algorithm>
+#include <chrono>
 #include <optional>
 #include <utility>
 
 using namespace Qt::Literals::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -438,10 +440,12 @@ namespace {
 /// Reads a text, and compares that with how long Qt's parser takes for another.
 auto timesAsLong(const QString &html, const QString &parsed, QString *text)
 {
+    // Windows counts in ticks of its clock, and tells of none before the first.
+    constexpr std::chrono::nanoseconds kTick = Platform::kIsWindows ? 16ms : 1ms;
     auto start = threadTime();
     QTextDocument document;
     document.setHtml(parsed);
-    const auto parsing = threadTime() - start;
+    const auto parsing = std::max(threadTime() - start, kTick);
     start = threadTime();
     const std::atomic_bool isAbandoned = false;
     *text = NewsHtml::read({html}, QFont(), isAbandoned)->toPlainText();
