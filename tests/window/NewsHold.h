@@ -11,6 +11,8 @@ struct NewsHold
     /// does not count, and of its waiting for the parser.
     double time = 0;
     QByteArray when;
+    /// How many times as long as on the machine of the limit this one took just before.
+    double slowness = 1;
 
     /// Shows the news in a panel, paints, selects, goes to their end and turns the panel round.
     static NewsHold measure(NewsView *view, const QStringList &news);
