@@ -75,6 +75,8 @@ private slots:
     void anotherWorkshopAtTheSamePlaceIsAnother();
 
 private:
+    /// With a new folder that lies beside a place for a workshop.
+    bool becomeStranger();
     Publisher::Result send() const { return m_publisher->run({u"envoyer"_s, m_folder}); }
     SentSite::Files served() const { return SentSite::served(m_folder); }
     void prepareNews(const QString &title) const
@@ -363,16 +365,20 @@ void TestPublishSending::whatIsMissingThereIsSentAgain()
     QVERIFY(send().output.contains(u"est déjà en ligne là-bas"_s));
 }
 
+bool TestPublishSending::becomeStranger()
+{
+    m_publisher = std::make_unique<Publisher>();
+    m_folder = m_publisher->beside(u"là bas"_s);
+    return m_publisher->runAsStranger() && QDir().mkpath(m_folder);
+}
+
 /// Nobody links what is another's and not theirs to change.
 void TestPublishSending::whatCannotBeLinkedIsSent()
 {
     if (::geteuid() != 0 || Files::read(u"/proc/sys/fs/protected_hardlinks"_s).trimmed() != "1")
         QSKIP("every link can be made here");
-    m_publisher = std::make_unique<Publisher>();
-    if (!m_publisher->runAsStranger())
+    if (!becomeStranger())
         QSKIP("others cannot come this far here");
-    m_folder = m_publisher->beside(u"là bas"_s);
-    QVERIFY(QDir().mkpath(m_folder));
     QVERIFY(QFile::setPermissions(m_folder, QFile::Permissions(0x7777)));
     QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test"_s}).code, 0);
     QCOMPARE(send().code, 0);
@@ -599,11 +605,8 @@ void TestPublishSending::whatKilledRunsLeaveGoes()
 
 void TestPublishSending::whoeverMayNotWriteThereIsToldWhatIsServed()
 {
-    m_publisher = std::make_unique<Publisher>();
-    if (!m_publisher->runAsStranger())
+    if (!becomeStranger())
         QSKIP("others cannot come this far here");
-    m_folder = m_publisher->beside(u"là bas"_s);
-    QVERIFY(QDir().mkpath(m_folder));
     QVERIFY(QFile::setPermissions(m_folder, QFile::Permissions(0x7777)));
     QCOMPARE(m_publisher->run({u"init"_s, u"http://veyra.test"_s}).code, 0);
     QCOMPARE(send().code, 0);
