@@ -9,6 +9,7 @@
 #include <QTextBlock>
 #include <QTextCursor>
 #include <QTextDocument>
+#include <QTextTable>
 
 #include <algorithm>
 #include <chrono>
@@ -27,10 +28,16 @@ constexpr qsizetype kSourceLimit = 524'288;
 // Qt's parser goes through tags and ancestors, rows and columns in nested loops, and makes every
 // cell of a table beforehand. How much a piece of HTML can ask of it at most is counted in efforts:
 // 1 for a tag or a paragraph.
-/// What is parsed first. Half of it rows, half of it columns make 60,000 cells. Twice as much
-/// follows as long as all has been found within bounds.
-constexpr qsizetype kFirstEffort = 8'000;
+/// What is parsed first. As much is added as long as all has been found within bounds; more of it
+/// at a time could be paragraphs of one list, whose time grows with the square.
+constexpr qsizetype kStepEffort = 8'000;
 constexpr qsizetype kEffortLimit = 128'000;
+/// Of tables in one step. Half of it rows, half of it columns make 250,000 cells, and take a
+/// second.
+constexpr qsizetype kTableEffort = 16'000;
+/// What one step may add to a table that is there already and goes on.
+constexpr qsizetype kMoreCells = 500'000;
+constexpr int kStepLimit = 32;
 /// Less than what twenty items of usual news ask for, and their characters.
 constexpr qsizetype kQuickEffort = 1'000;
 constexpr qsizetype kQuickLength = 16'384;
@@ -47,6 +54,9 @@ constexpr std::chrono::nanoseconds kLongStep = 300ms * kSlowness;
 constexpr std::chrono::nanoseconds kNoticeableStep = 150ms * kSlowness;
 constexpr int kLargestGrowth = 3;
 constexpr qsizetype kEffortOfCell = 16;
+constexpr qsizetype kEffortOfSpan = 48;
+constexpr qsizetype kSpansOfGrid = 8; // cells with one take as long as the making of all cells
+constexpr qsizetype kEffortOfFontSize = 32; // "2em" opens the font, which may be another each time
 constexpr int kColumnSpanLimit = 99;
 constexpr int kRowSpanLimit = 500; // which makes no rows, and long tables have them
 
@@ -56,7 +66,8 @@ constexpr int kRowSpanLimit = 500; // which makes no rows, and long tables have 
 constexpr double kStyleEffortLimit = 2e8;
 constexpr qsizetype kStyleLimit = 4096;      // characters of all style sheets together
 constexpr qsizetype kShareOfStyleSheet = 32; // of an empty one
-constexpr qsizetype kUsualTag = 512;         // characters, attributes and all
+/// Beside a style sheet with lengths that depend on the font.
+constexpr qsizetype kFontsLimit = 200;
 /// A tag in place of a style sheet's. What it holds is not shown either, and as long.
 constexpr auto kHidden = "title"_L1;
 
@@ -168,7 +179,9 @@ qsizetype nextSpan(QStringView html, qsizetype from)
 /// Of a number at the text's end.
 int spanLimitAfter(QStringView text)
 {
-    const auto isBetween = [](QChar c) { return c == u'=' || c == u'"' || c == u'\''; };
+    const auto isBetween = [](QChar c) {
+        return c == u'=' || c == u'"' || c == u'\'' || c.isSpace();
+    };
     while (!text.isEmpty() && isBetween(text.back()))
         text.chop(1);
     return text.endsWith("rowspan"_L1, Qt::CaseInsensitive) ? kRowSpanLimit : kColumnSpanLimit;
@@ -256,28 +269,33 @@ void removeStandIns(QTextDocument *document)
     cursor.endEditBlock();
 }
 
+constexpr qsizetype kInDoubt = -1;
+constexpr qsizetype kBroken = -2;
+
 /// The length of a tag's attributes if no parser could find another end of them than the first
-/// ">"; else -1.
+/// ">", kBroken if another tag seems to begin before that, else kInDoubt.
 qsizetype lengthOfAttributes(QStringView attributes)
 {
     QChar quote;
     QChar last;
     for (qsizetype i = 0; i < attributes.size(); ++i) {
         const QChar c = attributes[i];
-        if (c == u'<' || (c == u'&' && quote.isNull()))
-            return -1;
+        if (c == u'<')
+            return quote.isNull() ? kBroken : kInDoubt;
+        if (c == u'&' && quote.isNull())
+            return kInDoubt;
         if (c == u'>')
-            return quote.isNull() ? i : -1;
+            return quote.isNull() ? i : kInDoubt;
         if (c == quote) {
             quote = QChar();
         } else if (c == u'"' || c == u'\'') {
             if (!quote.isNull() || last != u'=')
-                return -1;
+                return kInDoubt;
             quote = c;
         }
         last = c;
     }
-    return -1;
+    return kInDoubt;
 }
 
 /// The parser skips white space in front of a tag's name, which may be in quotes.
@@ -292,93 +310,164 @@ qsizetype nameOfTag(QStringView html, qsizetype bracket)
     return std::find_if_not(html.begin() + bracket + 1, html.end(), isBeforeName) - html.begin();
 }
 
-/// An upper bound of what lies around the innermost tag, and of the longest tag.
-struct Depth
+/// Upper bounds.
+struct TagCounts
 {
-    qsizetype tags = 0; // all of them
-    qsizetype most = 0;
-    qsizetype longestTag = 0;
+    qsizetype tags = 0;
+    qsizetype deepest = 0;   // how many lie around one
+    qsizetype mostWords = 0; // attributes and classes of one
 };
 
-/// Of tags that the parser nests as they stand: usual ones, each closed before what is around it.
-/// With anything else all tags may be in each other.
-class DepthOfTags
+/// Counts the tags of a text. The parser nests usual ones as they stand if each is closed before
+/// what is around it; others may stay open until the end, and bring some with them.
+class TagsOf
 {
 public:
-    explicit DepthOfTags(QStringView html)
+    explicit TagsOf(QStringView html)
         : m_html(html)
     {
     }
 
-    Depth depth()
+    TagCounts counts()
     {
-        Depth depth;
-        depth.tags = m_html.count(u'<');
+        TagCounts counts;
+        counts.tags = m_html.count(u'<');
         for (qsizetype at = m_html.indexOf(u'<'); at >= 0; at = m_html.indexOf(u'<', at + 1)) {
-            const qsizetype length = readTag(m_html.sliced(at + 1));
-            if (length < 0)
-                return {depth.tags, depth.tags, m_html.size()};
-            depth.most = std::max(depth.most, m_open.size());
-            depth.longestTag = std::max(depth.longestTag, length);
+            const qsizetype length = read(m_html.sliced(at + 1));
+            if (length == kInDoubt) // all of them may be in each other
+                return {counts.tags, counts.tags, wordsIn(m_html)};
+            counts.deepest = std::max(counts.deepest, m_open.size() + m_odd * kTagsOfOdd);
+            counts.mostWords = std::max(counts.mostWords, wordsIn(m_html.sliced(at + 1, length)));
         }
-        return depth;
+        return counts;
     }
 
 private:
-    /// -1 if the tag is not plain enough.
-    qsizetype readTag(QStringView tag)
+    /// The length of the tag whose bracket has been read, or kInDoubt.
+    qsizetype read(QStringView tag)
     {
+        if (tag.startsWith("!--"_L1))
+            return lengthOfComment(tag);
         const bool isEnd = tag.startsWith(u'/');
         const QStringView rest = tag.sliced(isEnd ? 1 : 0);
         const auto isInName = [](QChar c) { return c.isLetterOrNumber(); };
         const qsizetype nameLength =
             std::find_if_not(rest.begin(), rest.end(), isInName) - rest.begin();
         const QString name = rest.first(nameLength).toString().toLower();
-        const qsizetype length = lengthOfAttributes(rest.sliced(nameLength));
-        const bool isPlain = length >= 0 && (isEnd ? close(name, length) : open(name));
-        return isPlain ? nameLength + length : -1;
+        const QStringView attributes = rest.sliced(nameLength);
+        const qsizetype length = lengthOfAttributes(attributes);
+        if (name.isEmpty() || length == kInDoubt)
+            return kInDoubt;
+        // To the parser "b:x" and "b/x" are names.
+        const bool isName =
+            attributes[0].isSpace() || attributes[0] == u'>' || attributes.startsWith("/>"_L1);
+        if (length == kBroken || !isName) {
+            ++m_odd;
+        } else if (isEnd) {
+            close(name);
+        } else {
+            if (!kEmptyNames.contains(name) && hasSlash(attributes.first(length)))
+                ++m_odd; // it may be closed at once
+            open(name);
+        }
+        return nameLength + (length == kBroken ? attributes.indexOf(u'<') : length);
     }
 
-    bool open(const QString &name)
+    /// The parser looks for the end of one wherever it is.
+    static qsizetype lengthOfComment(QStringView comment)
+    {
+        const auto isBracket = [](QChar c) { return c == u'<' || c == u'>'; };
+        const auto bracket = std::find_if(comment.begin(), comment.end(), isBracket);
+        const QStringView text = comment.first(bracket - comment.begin());
+        const bool isPlain =
+            bracket != comment.end() && *bracket == u'>' && text.sliced(3).endsWith("--"_L1);
+        return isPlain ? text.size() : kInDoubt;
+    }
+
+    /// Outside the attributes in quotes.
+    static bool hasSlash(QStringView attributes)
+    {
+        QChar quote;
+        for (const QChar c : attributes) {
+            if (c == quote)
+                quote = QChar();
+            else if (quote.isNull() && (c == u'"' || c == u'\''))
+                quote = c;
+            else if (quote.isNull() && c == u'/')
+                return true;
+        }
+        return false;
+    }
+
+    static qsizetype wordsIn(QStringView tag)
+    {
+        const auto isBetween = [](QChar c) { return c == u'=' || c.isSpace(); };
+        return 1 + std::count_if(tag.begin(), tag.end(), isBetween);
+    }
+
+    void open(const QString &name)
     {
         if (!kUsualNames.contains(name) || !isInPlace(name))
-            return false;
+            ++m_odd;
         if (!kEmptyNames.contains(name))
             m_open.append(name);
-        return true;
     }
 
-    bool close(const QString &name, qsizetype length)
+    /// If it is not the last one, the parser ends more than that, or nothing. A cell that it then
+    /// finds without a row gets a table of its own.
+    void close(const QString &name)
     {
-        if (kEmptyNames.contains(name) || m_open.isEmpty() || m_open.last() != name || length > 0)
-            return false;
-        m_open.removeLast();
-        return true;
+        if (!m_open.isEmpty() && m_open.last() == name)
+            m_open.removeLast();
+        else if (isOfTable(name) || std::any_of(m_open.begin(), m_open.end(), isOfTable))
+            ++m_odd;
+    }
+
+    static bool isOfTable(const QString &name)
+    {
+        return name == "table"_L1 || name == "tr"_L1 || name == "td"_L1 || name == "th"_L1 ||
+               kSections.contains(name);
     }
 
     /// The parser puts tags around cells and rows elsewhere.
     bool isInPlace(const QString &name) const
     {
         const QString around = m_open.isEmpty() ? QString() : m_open.last();
-        if (name == "tr"_L1)
+        if (kSections.contains(name))
             return around == "table"_L1;
+        if (name == "tr"_L1)
+            return around == "table"_L1 || kSections.contains(around);
         if (name == "td"_L1 || name == "th"_L1)
             return around == "tr"_L1;
-        return around != "table"_L1 && around != "tr"_L1;
+        return around != "table"_L1 && around != "tr"_L1 && !kSections.contains(around);
     }
 
+    /// It stays open, it hides the end of another, or has a table and a row put around it.
+    static constexpr qsizetype kTagsOfOdd = 3;
+
     static inline const QSet<QString> kEmptyNames{u"br"_s, u"hr"_s, u"img"_s};
+    static inline const QSet<QString> kSections{u"tbody"_s, u"thead"_s, u"tfoot"_s};
     static inline const QSet<QString> kUsualNames{
-        u"a"_s,   u"b"_s,   u"big"_s,   u"blockquote"_s, u"br"_s,   u"center"_s, u"code"_s,
-        u"div"_s, u"em"_s,  u"font"_s,  u"h1"_s,         u"h2"_s,   u"h3"_s,     u"h4"_s,
-        u"h5"_s,  u"h6"_s,  u"hr"_s,    u"i"_s,          u"img"_s,  u"li"_s,     u"ol"_s,
-        u"p"_s,   u"pre"_s, u"s"_s,     u"small"_s,      u"span"_s, u"strong"_s, u"style"_s,
-        u"sub"_s, u"sup"_s, u"table"_s, u"td"_s,         u"th"_s,   u"tr"_s,     u"tt"_s,
-        u"u"_s,   u"ul"_s};
+        u"a"_s,     u"b"_s,   u"big"_s,   u"blockquote"_s, u"br"_s,   u"center"_s, u"code"_s,
+        u"div"_s,   u"em"_s,  u"font"_s,  u"h1"_s,         u"h2"_s,   u"h3"_s,     u"h4"_s,
+        u"h5"_s,    u"h6"_s,  u"hr"_s,    u"i"_s,          u"img"_s,  u"li"_s,     u"ol"_s,
+        u"p"_s,     u"pre"_s, u"s"_s,     u"small"_s,      u"span"_s, u"strong"_s, u"style"_s,
+        u"sub"_s,   u"sup"_s, u"table"_s, u"tbody"_s,      u"td"_s,   u"tfoot"_s,  u"th"_s,
+        u"thead"_s, u"tr"_s,  u"tt"_s,    u"u"_s,          u"ul"_s};
 
     QStringView m_html;
     QStringList m_open;
+    qsizetype m_odd = 0;
 };
+
+/// How many fonts the text names in its tags' styles, at most.
+qsizetype fontsIn(QStringView html)
+{
+    const auto count = [html](QLatin1StringView text) {
+        return html.count(text, Qt::CaseInsensitive);
+    };
+    return count("font"_L1) - count("<font"_L1) - count("</font"_L1);
+}
 
 /// The style sheets of a text. Where it is in doubt there are more of them, and they ask for more.
 class StyleSheetsOf
@@ -406,10 +495,11 @@ public:
     {
         if (!m_arePlain || m_length > kStyleLimit)
             return false;
-        const Depth depth = DepthOfTags(m_html).depth();
-        const auto around = static_cast<double>(depth.most);
-        const qsizetype lookups = 1 + depth.longestTag / kUsualTag;
-        return static_cast<double>(m_length * depth.tags * lookups) * around *
+        if (m_haveFontSizes && fontsIn(m_html) > kFontsLimit)
+            return false;
+        const TagCounts counts = TagsOf(m_html).counts();
+        const auto around = static_cast<double>(counts.deepest);
+        return static_cast<double>(m_length * counts.tags * counts.mostWords) * around *
                    (m_haveRelations ? around : 1) <=
                kStyleEffortLimit;
     }
@@ -421,21 +511,24 @@ private:
         // match.
         static const QRegularExpression kNamesAlone(
             u"^(?>\\s*+[\\w.#:-]++(?>\\s*+,\\s*+[\\w.#:-]++)*+\\s*+\\{[^{}]*+\\})*+\\s*+$"_s);
-        // What lies beside others, and more that is rare.
-        static const QRegularExpression kRare(u"[+~@\\[\\\\]"_s);
+        // What lies beside others, and more that is rare or hides it.
+        static const QRegularExpression kRare(u"[+~@&\\[\\\\]"_s);
+        static const QRegularExpression kFontSize(u"\\de[mx]"_s,
+                                                  QRegularExpression::CaseInsensitiveOption);
 
         const qsizetype attributes = lengthOfAttributes(rest);
-        const QStringView rules = rest.sliced(attributes + 1);
+        const QStringView rules = rest.sliced(std::max<qsizetype>(attributes, 0));
         const qsizetype end = rules.indexOf(u'<');
         if (!isPlainName || attributes < 0 || end < 0 || end > kStyleLimit ||
             !rules.sliced(end).startsWith("</style>"_L1, Qt::CaseInsensitive)) {
             m_arePlain = false;
             return;
         }
-        const QString sheet = rules.first(end).toString();
+        const QString sheet = rules.first(end).sliced(1).toString();
         m_length += sheet.size() + kShareOfStyleSheet;
         m_arePlain = m_arePlain && !kRare.match(sheet).hasMatch();
         m_haveRelations = m_haveRelations || !kNamesAlone.match(sheet).hasMatch();
+        m_haveFontSizes = m_haveFontSizes || kFontSize.match(sheet).hasMatch();
     }
 
     static constexpr auto kStyle = "style"_L1;
@@ -445,6 +538,7 @@ private:
     qsizetype m_length = 0;
     bool m_arePlain = true;
     bool m_haveRelations = false;
+    bool m_haveFontSizes = false;
 };
 
 /// Without style sheets if applying them might take long.
@@ -468,51 +562,88 @@ public:
     {
     }
 
-    /// The end of the longest piece from the start that asks for no more than `limit`: the text's
-    /// end, or an opening angle bracket or the like.
-    qsizetype reach(qsizetype limit)
+    /// The end of the longest piece from the start that asks for no more than `limit`, and whose
+    /// new tables ask for no more than `tableLimit`: the text's end, or an opening angle bracket or
+    /// the like.
+    qsizetype reach(qsizetype limit, qsizetype tableLimit)
     {
+        const qsizetype limitOfTables = m_ofTables + tableLimit;
         for (; m_position < m_html.size(); ++m_position) {
-            const qsizetype effort = effortAt(m_position);
-            if (m_sum + effort > limit)
+            const qsizetype ofTables = effortOfTableAt(m_position);
+            const qsizetype effort = ofTables > 0 ? ofTables : effortAt(m_position);
+            if (m_sum + effort > limit || m_ofTables + ofTables > limitOfTables)
                 break;
             m_sum += effort;
+            m_ofTables += ofTables;
+            if (isRow(m_position))
+                ++m_rows;
+            else if (ofTables > 0 && m_html[m_position] != u'<')
+                ++m_spans;
         }
         return m_position;
     }
 
+    /// That have been reached. Those of one table show only when it has a cell.
+    qsizetype rows() const { return m_rows; }
+
+    /// Cells over several columns or rows. The parser goes through the whole table for each.
+    qsizetype spans() const { return m_spans; }
+
 private:
-    qsizetype effortAt(qsizetype position)
+    qsizetype effortAt(qsizetype position) const
+    {
+        const QChar c = m_html[position];
+        // A tag, a paragraph, what may stand for one, or a character with a stand-in.
+        if (c == u'<' || c == u'\n' || c == u'\r' || c == u'&' || c == u'\\' ||
+            c == kBackslashStandIn || c == QChar::ParagraphSeparator || c == kBeginningOfFrame ||
+            c == kEndOfFrame)
+            return 1;
+        return isFontSize(position) ? kEffortOfFontSize : 0;
+    }
+
+    /// A number's unit that depends on the font.
+    bool isFontSize(qsizetype position) const
+    {
+        const QChar c = m_html[position];
+        if ((c != u'e' && c != u'E') || position == 0 || position + 1 == m_html.size())
+            return false;
+        const QChar next = m_html[position + 1].toLower();
+        return isDigit(m_html[position - 1]) && (next == u'm' || next == u'x');
+    }
+
+    qsizetype effortOfTableAt(qsizetype position)
     {
         const QChar c = m_html[position];
         if (c == u'<')
-            return effortOfTag(position);
-        // A paragraph, or what may stand for one.
-        if (c == u'\n' || c == u'\r' || c == u'&' || c == QChar::ParagraphSeparator ||
-            c == kBeginningOfFrame || c == kEndOfFrame)
-            return 1;
+            return isTagOfTable(position) ? kEffortOfCell : 0;
         // A cell counts as often as it has columns; its tag has been counted.
         if ((c == u's' || c == u'S') && position >= 3)
             return effortOfSpan(position);
         return 0;
     }
 
-    qsizetype effortOfTag(qsizetype position) const
+    bool isRow(qsizetype position) const
+    {
+        return m_html[position] == u'<' &&
+               m_html.sliced(nameOfTag(m_html, position)).startsWith("tr"_L1, Qt::CaseInsensitive);
+    }
+
+    bool isTagOfTable(qsizetype position) const
     {
         const QStringView name = m_html.sliced(nameOfTag(m_html, position));
         const auto begins = [name](QLatin1StringView text) {
             return name.startsWith(text, Qt::CaseInsensitive);
         };
-        const bool isOfTable = begins("td"_L1) || begins("th"_L1) || begins("tr"_L1) ||
-                               begins("ta"_L1) || begins("tb"_L1) || begins("tf"_L1) ||
-                               begins("cap"_L1);
-        return isOfTable ? kEffortOfCell : 1;
+        return begins("td"_L1) || begins("th"_L1) || begins("tr"_L1) || begins("ta"_L1) ||
+               begins("tb"_L1) || begins("tf"_L1) || begins("cap"_L1);
     }
 
     qsizetype effortOfSpan(qsizetype position)
     {
         const qsizetype name = position - 3;
         const QStringView word = m_html.sliced(name, std::min<qsizetype>(7, m_html.size() - name));
+        if (word.compare("rowspan"_L1, Qt::CaseInsensitive) == 0)
+            return kEffortOfSpan;
         if (word.compare("colspan"_L1, Qt::CaseInsensitive) != 0)
             return 0;
         // Many may lie in front of the one number.
@@ -520,14 +651,28 @@ private:
             m_spanNumber = nextSpan(m_html, name);
         const auto end = std::find_if_not(m_html.begin() + m_spanNumber, m_html.end(), isDigit);
         const auto digits = m_html.sliced(m_spanNumber, end - m_html.begin() - m_spanNumber);
-        return 1 + digits.toInt() * kEffortOfCell;
+        return kEffortOfSpan + digits.toInt() * kEffortOfCell;
     }
 
     QStringView m_html;
     qsizetype m_position = 0;
     qsizetype m_sum = 0;
+    qsizetype m_ofTables = 0;
+    qsizetype m_rows = 0;
+    qsizetype m_spans = 0;
     qsizetype m_spanNumber = 0;
 };
+
+/// The most rows or columns of a table, at least 1. Calls itself.
+qsizetype longestSideOf(const QTextFrame *frame)
+{
+    const auto *table = qobject_cast<const QTextTable *>(frame);
+    qsizetype longest = table ? std::max(table->rows(), table->columns()) : 1;
+    const auto children = frame->childFrames();
+    for (const QTextFrame *child : children)
+        longest = std::max(longest, longestSideOf(child));
+    return longest;
+}
 
 } // namespace
 
@@ -538,7 +683,7 @@ bool NewsHtml::isQuick(const QStringList &news)
         return false;
     const QString html = withSpansBounded(withLettersSpelledOut(source));
     // What a style sheet costs is a matter of all tags together.
-    return Efforts(html).reach(kQuickEffort) == html.size() &&
+    return Efforts(html).reach(kQuickEffort, kQuickEffort) == html.size() &&
            StyleSheetsOf(html).places().isEmpty();
 }
 
@@ -549,16 +694,26 @@ std::unique_ptr<QTextDocument> NewsHtml::read(const QStringList &news, const QFo
     const QString html = withStandIns(withFewStyles(source));
     auto document = emptyDocument(font);
     Efforts efforts(html);
+    qsizetype end = 0;
+    qsizetype effort = kStepEffort;
+    qsizetype tableEffort = kTableEffort;
     std::chrono::nanoseconds longest = kLongStep;
-    for (qsizetype effort = kFirstEffort; effort <= kEffortLimit && !isAbandoned; effort *= 2) {
+    for (int i = 0; i < kStepLimit && !isAbandoned; ++i) {
         const auto start = threadTime();
-        const qsizetype end = efforts.reach(effort);
+        const qsizetype before = std::exchange(end, efforts.reach(effort, tableEffort));
         document->setHtml(html.first(end));
+        // As many cells may come with one more row or column.
+        qsizetype side = longestSideOf(document->rootFrame());
         const auto verdict = NewsBounds::apply(document.get());
         const auto step = threadTime() - start;
-        if (verdict != NewsBounds::Verdict::Complete || end == html.size() || step > longest)
+        if (verdict != NewsBounds::Verdict::Complete || end == html.size() || end == before ||
+            step > longest)
             break;
         longest = std::clamp(kLargestGrowth * step, kNoticeableStep, kLongStep);
+        effort = std::min(effort + kStepEffort, kEffortLimit);
+        side = std::max(side, efforts.rows());
+        const qsizetype moreCells = kMoreCells / (1 + efforts.spans() / kSpansOfGrid);
+        tableEffort = std::min(kTableEffort, moreCells / side * kEffortOfCell);
     }
     removeStandIns(document.get());
     return document;

@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QCursor>
 #include <QDesktopServices>
+#include <QHash>
 #include <QHelpEvent>
 #include <QKeyEvent>
 #include <QMouseEvent>
@@ -12,6 +13,7 @@
 #include <QTextEdit>
 #include <QToolTip>
 
+#include <algorithm>
 #include <utility>
 
 using namespace Qt::Literals::StringLiterals;
@@ -32,23 +34,37 @@ QUrl addressUnder(const QTextCursor &link)
     return webAddress(link.charFormat().anchorHref());
 }
 
-/// All web links, in the text's order. A link may be in several pieces, one of them bold.
-QList<QTextCursor> linksIn(QTextDocument *document)
+/// Positions in the text. A cursor for each would look for its place in the layout.
+struct Link
 {
-    QList<QTextCursor> links;
+    int start = 0;
+    int end = 0;
+    QString reference;
+};
+
+/// All web links, in the text's order. A link may be in several pieces, one of them bold.
+QList<Link> linksIn(const QTextDocument *document)
+{
+    QList<Link> links;
+    QHash<QString, bool> isWeb; // looking at an address takes its time
     for (QTextBlock block = document->begin(); block.isValid(); block = block.next()) {
         for (auto piece = block.begin(); !piece.atEnd(); ++piece) {
             const QTextFragment text = piece.fragment();
-            const QUrl url = webAddress(text.charFormat().anchorHref());
-            if (!url.isValid())
+            const QString reference = text.charFormat().anchorHref();
+            if (reference.isEmpty())
                 continue;
-            const bool goesOn = !links.isEmpty() && links.last().position() == text.position() &&
-                                addressUnder(links.last()) == url;
-            if (!goesOn) {
-                links.append(QTextCursor(document));
-                links.last().setPosition(text.position());
-            }
-            links.last().setPosition(text.position() + text.length(), QTextCursor::KeepAnchor);
+            auto known = isWeb.find(reference);
+            if (known == isWeb.end())
+                known = isWeb.insert(reference, webAddress(reference).isValid());
+            if (!*known)
+                continue;
+            const int end = text.position() + text.length();
+            const bool goesOn = !links.isEmpty() && links.last().end == text.position() &&
+                                links.last().reference == reference;
+            if (goesOn)
+                links.last().end = end;
+            else
+                links.append({text.position(), end, reference});
         }
     }
     return links;
@@ -93,7 +109,8 @@ bool NewsLinks::eventFilter(QObject *watched, QEvent *event)
         break;
     case QEvent::FocusIn:
     case QEvent::FocusOut:
-        if (watched == m_text)
+        // It may lose the focus by its own end, when it is a plain widget already.
+        if (watched == m_text && qobject_cast<QTextEdit *>(watched))
             focusEvent(static_cast<const QFocusEvent *>(event));
         break;
     default:
@@ -179,13 +196,20 @@ bool NewsLinks::goOn(bool forward)
 {
     if (!isOnLink() && forward == m_cameBackwards)
         return false; // back to where the focus has come from
-    const QList<QTextCursor> links = linksIn(m_text->document());
+    const QList<Link> links = linksIn(m_text->document());
     qsizetype next = forward ? 0 : links.size() - 1;
-    if (isOnLink())
-        next = links.indexOf(m_link) + (forward ? 1 : -1);
+    if (isOnLink()) {
+        const auto isShown = [this](const Link &link) { return link.end == m_link.position(); };
+        const auto shown = std::find_if(links.begin(), links.end(), isShown);
+        if (shown == links.end())
+            return false;
+        next = shown - links.begin() + (forward ? 1 : -1);
+    }
     if (next < 0 || next >= links.size())
         return false;
-    m_link = links[next];
+    m_link = QTextCursor(m_text->document());
+    m_link.setPosition(links[next].start);
+    m_link.setPosition(links[next].end, QTextCursor::KeepAnchor);
     m_text->setTextCursor(m_link);
     m_text->ensureCursorVisible();
     return true;

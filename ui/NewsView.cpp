@@ -5,8 +5,10 @@
 #include <QAbstractTextDocumentLayout>
 #include <QCoreApplication>
 #include <QFutureWatcher>
+#include <QMimeData>
 #include <QScopeGuard>
 #include <QtConcurrentRun>
+#include <QTextCursor>
 #include <QTextDocument>
 #include <QThreadPool>
 
@@ -47,6 +49,10 @@ void NewsView::showNews(const QStringList &news)
     const auto read = [reading = m_reading, news, font = font(), thread = thread()] {
         // However it ends, the GUI thread does not wait for ever.
         const auto done = qScopeGuard([&reading] { reading->isDone.release(); });
+        // Qt's painting waits for a free thread of the pool, so this one does not count.
+        QThreadPool *pool = QThreadPool::globalInstance();
+        pool->releaseThread();
+        const auto count = qScopeGuard([pool] { pool->reserveThread(); });
         try {
             auto document = NewsHtml::read(news, font, reading->isAbandoned);
             document->moveToThread(thread);
@@ -66,6 +72,20 @@ void NewsView::showNews(const QStringList &news)
         showDocument(std::move(m_reading->document));
     });
     m_watcher->setFuture(task);
+}
+
+/// In HTML each piece of a link has its address again, and each paragraph its whole format: a few
+/// kilobytes of news make megabytes of it.
+QMimeData *NewsView::createMimeDataFromSelection() const
+{
+    QString text = textCursor().selectedText();
+    for (const QChar end : {QChar(QChar::ParagraphSeparator), QChar(QChar::LineSeparator),
+                            QChar(0xfdd0), QChar(0xfdd1)}) // the last two bound tables
+        text.replace(end, u'\n');
+    text.replace(QChar::Nbsp, u' ');
+    auto *mimeData = new QMimeData;
+    mimeData->setText(text);
+    return mimeData;
 }
 
 void NewsView::abandonReading()

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <memory>
 
+class QMimeData;
 class QTextDocument;
 template <typename T> class QFutureWatcher;
 
@@ -25,6 +26,10 @@ public:
     /// read, unless newer ones have been given by then. Where there is no memory to read them in,
     /// what was shown stays.
     void showNews(const QStringList &news);
+
+protected:
+    /// The text alone.
+    QMimeData *createMimeDataFromSelection() const override;
 
 private:
     struct Reading;

@@ -63,10 +63,14 @@ const QStringList kSettings{u"<p style='font-variant:small-caps'>"_s,
                             u"<td dir=rtl>"_s,
                             u"<p dir=rtl style='white-space:pre-wrap; font-variant:small-caps'>"_s};
 
-const QStringList kRelations{u" "_s, u", "_s, u" > "_s, u"+"_s, u"~"_s, u" *, "_s, u".a.a "_s};
+const QStringList kRelations{u" "_s, u", "_s,   u" > "_s,   u"+"_s,
+                             u"~"_s, u" *, "_s, u".a.a "_s, u"&#126;"_s};
 
 // In front of a tag's name.
 const QStringList kOddBrackets{u"< "_s, u"<\n"_s, u"<\""_s, u"<'"_s};
+
+// Behind a tag's name.
+const QStringList kOddEnds{u":x"_s, u"/x"_s, u"-x"_s, u"."_s, u"/"_s};
 
 const QStringList kUnits = words("px px px pt em ex % cm"_L1);
 
@@ -91,6 +95,8 @@ QStringList HtmlGrammar::feed()
 
 QString HtmlGrammar::part()
 {
+    if (oneIn(400))
+        return oneIn(2) ? link() : grid();
     QString part;
     switch (below(8)) {
     case 0:
@@ -127,10 +133,42 @@ QString HtmlGrammar::part()
     return part.repeated(std::min<qsizetype>(copies, 200'000 / (part.size() + 1) + 1));
 }
 
+/// In many pieces.
+QString HtmlGrammar::link()
+{
+    const QString letter = oneIn(2) ? u"a"_s : u"\u4e2d"_s;
+    const int most = oneIn(4) ? 20'000 : 300;
+    const int hostLength = 1 + below(most);
+    const QString host = letter.repeated(hostLength);
+    const int pieces = 1 + below(500);
+    QString link;
+    for (int i = oneIn(2) ? 1 : below(300); i > 0 && link.size() < 200'000; --i) {
+        const QString begin = u"<a href='http://"_s + host + QString::number(i);
+        link += begin + u"/'>"_s + u"<b>x</b> <i>y</i>"_s.repeated(pieces / i + 1) + u"</a>"_s;
+    }
+    return link;
+}
+
+/// Columns, and rows somewhat later.
+QString HtmlGrammar::grid()
+{
+    const int columns = below(3000);
+    const int rows = below(3000);
+    QString grid = oneIn(2) ? QString() : u"<b></b>"_s.repeated(columns);
+    const QString row = oneIn(2) ? u"<tr>"_s : u"<tr><td>"_s;
+    const QString cell = u"<td>"_s.repeated(columns);
+    const QString rest = row.repeated(rows);
+    grid += u"<table>"_s;
+    grid += oneIn(2) ? cell + rest : rest + cell;
+    return grid;
+}
+
 QString HtmlGrammar::tag()
 {
     const QStringList &names = oneIn(2) ? kHeavyTags : kTags;
-    const QString name = spelledOddly(oneOf(names));
+    QString name = spelledOddly(oneOf(names));
+    if (oneIn(40))
+        name += oneOf(kOddEnds);
     QString tag = (oneIn(30) ? oneOf(kOddBrackets) : u"<"_s) + name;
     tag += attributes();
     if (!oneIn(40))

@@ -19,6 +19,8 @@ public:
 
 private:
     QString part();
+    QString link();
+    QString grid();
     QString tag();
     QString attributes();
     QString style();
@@ -27,7 +29,7 @@ private:
     QString text();
     QString spelledOddly(QString text);
     QString oneOf(const QStringList &words);
-    int below(int limit) { return static_cast<int>(m_random.bounded(limit)); }
+    int below(int limit) { return m_random.bounded(limit); }
     bool oneIn(int times) { return below(times) == 0; }
 
     QRandomGenerator m_random;

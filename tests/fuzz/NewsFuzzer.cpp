@@ -1,5 +1,6 @@
 #include "tests/fuzz/HtmlGrammar.h"
 #include "tests/window/NewsHold.h"
+#include "ui/NewsLinks.h"
 #include "ui/NewsView.h"
 #include "ui/StyleSheets.h"
 
@@ -102,6 +103,7 @@ int main(int argc, char **argv)
     view.setObjectName(u"newsWidget"_s);
     view.setStyleSheet(StyleSheets::mainWindow());
     view.setReadOnly(true);
+    new NewsLinks(&view);
     view.resize(kPanel);
     view.show();
     NewsHold::measure(&view, {u"<b>Une</b> <i>nouvelle</i>"_s}); // loads the fonts

@@ -48,7 +48,7 @@ public:
     QString face() const;
 
     /// Calls a private slot of the window.
-    template <typename... Arguments> void call(const char *slot, Arguments... arguments);
+    template <typename... Arguments> void call(const char *slot, const Arguments &...arguments);
 
     HttpServer server;
 
@@ -68,7 +68,7 @@ template <typename Widget> Widget *LauncherFixture::child(const QString &objectN
 }
 
 template <typename... Arguments>
-void LauncherFixture::call(const char *slot, Arguments... arguments)
+void LauncherFixture::call(const char *slot, const Arguments &...arguments)
 {
     const bool called = QMetaObject::invokeMethod(
         m_window.get(), slot, Qt::DirectConnection,

@@ -3,9 +3,13 @@
 #include "ui/NewsView.h"
 #include "ui/ThreadTime.h"
 
+#include <QClipboard>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
+#include <QGuiApplication>
+#include <QKeyEvent>
+#include <QMimeData>
 #include <QPixmap>
 #include <QTextDocument>
 #include <QThreadPool>
@@ -88,6 +92,17 @@ NewsHold NewsHold::measure(NewsView *view, const QStringList &news)
     watch(&hold, "painting the selection", paint);
     watch(&hold, "going to the end", goToEnd);
     watch(&hold, "painting the end", paint);
+    watch(&hold, "copying", [view] {
+        view->selectAll();
+        view->copy();
+        QGuiApplication::clipboard()->mimeData()->html();
+    });
+    for (int i = 0; i < 3; ++i) {
+        watch(&hold, "going to a link", [view] {
+            QKeyEvent tab(QEvent::KeyPress, Qt::Key_Tab, Qt::NoModifier);
+            QCoreApplication::sendEvent(view, &tab);
+        });
+    }
 
     watch(&hold, "resizing", [view] { view->resize(view->size().transposed()); });
     watch(&hold, "painting the new size", paint);

@@ -14,7 +14,8 @@ struct NewsHold
     /// How many times as long as on the machine of the limit this one took just before.
     double slowness = 1;
 
-    /// Shows the news in a panel, paints, selects, goes to their end and turns the panel round.
+    /// Shows the news in a panel, paints, selects, goes to their end, copies, goes from link to
+    /// link and turns the panel round.
     static NewsHold measure(NewsView *view, const QStringList &news);
 
     /// For longer than the window may stand still, on a machine as fast as this one is at the

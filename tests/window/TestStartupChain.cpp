@@ -390,8 +390,7 @@ class Receivers : public QObject
 public:
     static int of(const QObject *sender, const QByteArray &signal)
     {
-        const auto method =
-            static_cast<int (QObject::*)(const char *) const>(&Receivers::receivers);
+        const auto method = &Receivers::receivers;
         return (sender->*method)(QByteArray('2' + signal).constData());
     }
 };
