@@ -17,6 +17,6 @@ extern "C" ssize_t write(int descriptor, const void *data, size_t size)
     struct stat status = {};
     if (rate && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode))
         std::this_thread::sleep_for(
-            std::chrono::duration<double>(static_cast<double>(size) / std::atof(rate)));
+            std::chrono::duration<double>(static_cast<double>(size) / std::strtod(rate, nullptr)));
     return realWrite(descriptor, data, size);
 }

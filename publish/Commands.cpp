@@ -75,7 +75,7 @@ int positiveNumber(const QString &text, int largest)
 }
 
 /// What is not there was named wrongly; what cannot be read is the disk's fault.
-const QString &existing(const QString &file)
+QString existing(const QString &file)
 {
     if (!QFileInfo::exists(file))
         throw refused(u"%1 n'existe pas, ou se trouve là où vous n'entrez pas"_s.arg(file));

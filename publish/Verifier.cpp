@@ -202,7 +202,7 @@ std::optional<QJsonDocument> Verifier::readJson(const QString &place)
         return {};
     }
     QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(answer.body, &error);
+    QJsonDocument document = QJsonDocument::fromJson(answer.body, &error);
     if (document.isNull()) {
         m_findings.add(u"M26"_s, place,
                        u"ce n'est pas du JSON, à partir de l'octet %1"_s.arg(error.offset),

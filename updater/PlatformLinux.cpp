@@ -347,7 +347,7 @@ Error Platform::start(const std::string &program, const std::string &workingDire
     if (child == 0) {
         ::setsid();
         const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-        for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
+        for (int stream = STDIN_FILENO; null >= 0 && stream <= STDERR_FILENO; ++stream)
             ::dup2(null, stream);
         char *const arguments[] = {const_cast<char *>(program.c_str()), nullptr};
         if (::chdir(workingDirectory.c_str()) == 0)

@@ -151,6 +151,7 @@ UpdateList UpdateList::parse(std::string_view text)
 std::string UpdateList::text() const
 {
     std::vector<const File *> sorted;
+    sorted.reserve(files.size());
     for (const File &file : files)
         sorted.push_back(&file);
     std::sort(sorted.begin(), sorted.end(),

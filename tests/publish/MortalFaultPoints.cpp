@@ -10,7 +10,7 @@ namespace {
 int numberNamedBy(const char *variable)
 {
     const char *const number = std::getenv(variable);
-    return number ? std::atoi(number) : 0;
+    return number ? static_cast<int>(std::strtol(number, nullptr, 10)) : 0;
 }
 
 } // namespace

@@ -69,8 +69,10 @@ QList<Archives::Entry> sampleEntries()
     const QMap<QString, QByteArray> files = Clients::sample();
     for (auto file = files.begin(); file != files.end(); ++file)
         entries.append({file.key().toUtf8(), file.value()});
-    std::stable_partition(entries.begin(), entries.end(),
-                          [](const auto &entry) { return entry.name != "DofusInvoker.swf"; });
+    const auto isLast = [](const auto &entry) { return entry.name == "DofusInvoker.swf"; };
+    const auto last = std::find_if(entries.begin(), entries.end(), isLast);
+    Q_ASSERT(last != entries.end());
+    std::rotate(last, last + 1, entries.end());
     return entries;
 }
 

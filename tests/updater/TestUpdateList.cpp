@@ -8,6 +8,8 @@
 
 #include <QTest>
 
+#include <string_view>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -265,7 +267,8 @@ void TestUpdateList::names()
 {
     QFETCH(const QByteArray, name);
     QFETCH(const QByteArray, expected);
-    QCOMPARE(QByteArray(FileName::problem(name.toStdString()).data()), expected);
+    const std::string_view problem = FileName::problem(name.toStdString());
+    QCOMPARE(QByteArray(problem.data(), qsizetype(problem.size())), expected);
 }
 
 void TestUpdateList::foldsLettersAlone()
