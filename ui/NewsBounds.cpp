@@ -191,13 +191,18 @@ bool isUsualLabel(const QString &label)
            });
 }
 
+/// Looks at a few hundred characters at most: each piece of a link has the whole address.
 bool isUsualAddress(QStringView address)
 {
+    if (address.size() > kAddressLimit)
+        return false;
     const qsizetype slashes = address.indexOf("//"_L1);
-    const QStringView place = slashes < 0 ? QStringView() : address.sliced(slashes + 2);
+    if (slashes < 0)
+        return true;
+    const QStringView place = address.sliced(slashes + 2);
+    const QStringView host = place.first(std::min(place.size(), kHostLimit + 1));
     const auto isEnd = [](QChar c) { return c == u'/' || c == u'?' || c == u'#'; };
-    const auto host = std::find_if(place.begin(), place.end(), isEnd) - place.begin();
-    return address.size() <= kAddressLimit && host <= kHostLimit;
+    return host.size() <= kHostLimit || std::any_of(host.begin(), host.end(), isEnd);
 }
 
 /// A bound of this format: of "0.1em" Qt makes 110 percent.

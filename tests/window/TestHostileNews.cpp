@@ -28,6 +28,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <utility>
 
@@ -481,24 +482,20 @@ void TestHostileNews::newsBeyondReasonAreReadable()
 
 namespace {
 
-/// Reads a text, and compares that with how long Qt's parser takes for another.
-auto timesAsLong(const QString &html, const QString &parsed, QString *text)
+std::chrono::nanoseconds timeOf(const std::function<void()> &action)
 {
     // Windows counts in ticks of its clock, and tells of none before the first.
     constexpr std::chrono::nanoseconds kTick = Platform::kIsWindows ? 16ms : 1ms;
-    auto start = threadTime();
-    QTextDocument document;
-    document.setHtml(parsed);
-    const auto parsing = std::max(threadTime() - start, kTick);
-    start = threadTime();
-    const std::atomic_bool isAbandoned = false;
-    *text = NewsHtml::read({html}, QFont(), isAbandoned)->toPlainText();
-    return (threadTime() - start) / parsing;
+    const auto start = threadTime();
+    action();
+    return std::max(threadTime() - start, kTick);
 }
 
-} // namespace
-
-namespace {
+QString readAsText(const QString &html)
+{
+    const std::atomic_bool isAbandoned = false;
+    return NewsHtml::read({html}, QFont(), isAbandoned)->toPlainText();
+}
 
 constexpr int kMost = 5;
 // Where all takes longer, more is begun as well.
@@ -538,11 +535,15 @@ void TestHostileNews::tablesOfManyCellsAreReadInTime()
 {
     QFETCH(const QString, table);
     QFETCH(const int, most);
-    const QString slow =
-        u"<table>"_s + u"<td>Un"_s.repeated(400) + u"<tr>"_s.repeated(400) + u"</table>"_s;
+    const auto parsing = timeOf([] {
+        QTextDocument document;
+        document.setHtml(u"<table>"_s + u"<td>Un"_s.repeated(400) + u"<tr>"_s.repeated(400) +
+                         u"</table>"_s);
+    });
     QString text;
-    const auto times = timesAsLong(u"Avant"_s + table + u"</table>"_s, slow, &text);
+    const auto reading = timeOf([&] { text = readAsText(u"Avant"_s + table + u"</table>"_s); });
     QVERIFY(text.contains(u"Avant"_s));
+    const auto times = reading / parsing;
     QVERIFY2(times < most, qPrintable(u"%1 times as long"_s.arg(times)));
 }
 
@@ -594,11 +595,13 @@ void TestHostileNews::rulesForManyTagsAreReadInTime_data()
 void TestHostileNews::rulesForManyTagsAreReadInTime()
 {
     QFETCH(const QString, html);
+    // Ours takes its part of both, which is larger where it is instrumented.
+    const auto usual = timeOf([] { readAsText(u"<p><b>Un</b> deux trois"_s.repeated(600)); });
     QString text;
-    const auto times =
-        timesAsLong(u"Avant"_s + html, u"<p><b>Un</b> deux trois"_s.repeated(600), &text);
+    const auto reading = timeOf([&] { text = readAsText(u"Avant"_s + html); });
     QVERIFY(text.contains(u"Avant"_s));
-    QVERIFY2(times < 60, qPrintable(u"%1 times as long"_s.arg(times)));
+    const auto times = reading / usual;
+    QVERIFY2(times < 20, qPrintable(u"%1 times as long"_s.arg(times)));
 }
 
 void TestHostileNews::onlyWhatIsBeyondReasonBecomesPlain_data()
