@@ -56,16 +56,18 @@ constexpr int kLargestGrowth = 3;
 constexpr qsizetype kEffortOfCell = 16;
 constexpr qsizetype kEffortOfSpan = 48;
 constexpr qsizetype kSpansOfGrid = 8; // cells with one take as long as the making of all cells
-constexpr qsizetype kEffortOfFontSize = 32; // "2em" opens the font, which may be another each time
+// "2em" opens the font, which may be another each time.
+constexpr qsizetype kEffortOfFontSize = 4;
+constexpr qsizetype kEffortOfFontSizeInHaste = 32; // on the GUI thread
 constexpr int kColumnSpanLimit = 99;
 constexpr int kRowSpanLimit = 500; // which makes no rows, and long tables have them
 
-// For each tag the parser goes through all style sheets, and for rules about what lies in something
-// else through all tags around it; and it does so once more for each tag that stays open. Together
-// that is a product of characters, tags and depth, of which a billion takes several seconds.
-constexpr double kStyleEffortLimit = 2e8;
+// For each tag, and for all tags around it, the parser goes through all style sheets, and for rules
+// about what lies in something else through all tags around those. Together that is a product of
+// names in style sheets, tags and depth, of which ten millions take up to a second.
+constexpr double kStyleEffortLimit = 1.5e7;
 constexpr qsizetype kStyleLimit = 4096;      // characters of all style sheets together
-constexpr qsizetype kShareOfStyleSheet = 32; // of an empty one
+constexpr qsizetype kWordsOfStyleSheet = 16; // of an empty one
 /// Beside a style sheet with lengths that depend on the font.
 constexpr qsizetype kFontsLimit = 200;
 /// A tag in place of a style sheet's. What it holds is not shown either, and as long.
@@ -310,15 +312,15 @@ qsizetype nameOfTag(QStringView html, qsizetype bracket)
     return std::find_if_not(html.begin() + bracket + 1, html.end(), isBeforeName) - html.begin();
 }
 
-/// Upper bounds.
-struct TagCounts
+/// How often the parser looks at a tag for the sake of a rule, at most: at each and at all that lie
+/// around it, once for each of their attributes and classes.
+struct TagVisits
 {
-    qsizetype tags = 0;
-    qsizetype deepest = 0;   // how many lie around one
-    qsizetype mostWords = 0; // attributes and classes of one
+    double forNames = 0;
+    double forRelations = 0; // rules about what lies in something else
 };
 
-/// Counts the tags of a text. The parser nests usual ones as they stand if each is closed before
+/// Follows the tags of a text. The parser nests usual ones as they stand if each is closed before
 /// what is around it; others may stay open until the end, and bring some with them.
 class TagsOf
 {
@@ -328,26 +330,47 @@ public:
     {
     }
 
-    TagCounts counts()
+    /// Reads the tag at an opening angle bracket, if that is one. To be called for each of them in
+    /// order, until isInDoubt().
+    void read(qsizetype bracket)
     {
-        TagCounts counts;
-        counts.tags = m_html.count(u'<');
+        if (m_isInDoubt || bracket < m_end)
+            return;
+        const QStringView tag = m_html.sliced(bracket + 1);
+        const qsizetype length = tag.startsWith("!--"_L1) ? lengthOfComment(tag) : lengthOfTag(tag);
+        m_isInDoubt = length == kInDoubt;
+        m_end = bracket + 1 + std::max<qsizetype>(length, 0);
+    }
+
+    bool isInDoubt() const { return m_isInDoubt; }
+
+    /// How many tables are open, one in the other; kInDoubt if that is not certain.
+    qsizetype openTables() const { return m_isInDoubt || m_odd > 0 ? kInDoubt : m_openTables; }
+
+    /// Of all tags. What has been read before does not count.
+    TagVisits visits()
+    {
         for (qsizetype at = m_html.indexOf(u'<'); at >= 0; at = m_html.indexOf(u'<', at + 1)) {
-            const qsizetype length = read(m_html.sliced(at + 1));
-            if (length == kInDoubt) // all of them may be in each other
-                return {counts.tags, counts.tags, wordsIn(m_html)};
-            counts.deepest = std::max(counts.deepest, m_open.size() + m_odd * kTagsOfOdd);
-            counts.mostWords = std::max(counts.mostWords, wordsIn(m_html.sliced(at + 1, length)));
+            read(at);
+            if (m_isInDoubt) { // all of them may be in each other
+                const auto tags = static_cast<double>(m_html.count(u'<'));
+                const double words = tags * static_cast<double>(wordsIn(m_html));
+                return {words * tags, words * tags * tags};
+            }
         }
-        return counts;
+        return m_visits;
     }
 
 private:
-    /// The length of the tag whose bracket has been read, or kInDoubt.
-    qsizetype read(QStringView tag)
+    struct OpenTag
     {
-        if (tag.startsWith("!--"_L1))
-            return lengthOfComment(tag);
+        QString name;
+        qsizetype words = 0;
+    };
+
+    /// Up to its closing bracket or the next opening one; kInDoubt if that may lie elsewhere.
+    qsizetype lengthOfTag(QStringView tag)
+    {
         const bool isEnd = tag.startsWith(u'/');
         const QStringView rest = tag.sliced(isEnd ? 1 : 0);
         const auto isInName = [](QChar c) { return c.isLetterOrNumber(); };
@@ -355,33 +378,34 @@ private:
             std::find_if_not(rest.begin(), rest.end(), isInName) - rest.begin();
         const QString name = rest.first(nameLength).toString().toLower();
         const QStringView attributes = rest.sliced(nameLength);
-        const qsizetype length = lengthOfAttributes(attributes);
+        qsizetype length = lengthOfAttributes(attributes);
         if (name.isEmpty() || length == kInDoubt)
             return kInDoubt;
         // To the parser "b:x" and "b/x" are names.
         const bool isName =
             attributes[0].isSpace() || attributes[0] == u'>' || attributes.startsWith("/>"_L1);
-        if (length == kBroken || !isName) {
-            ++m_odd;
+        const bool isBroken = length == kBroken;
+        if (isBroken)
+            length = attributes.indexOf(u'<');
+        const qsizetype words = wordsIn(attributes.first(length));
+        const bool mayClose = !kEmptyNames.contains(name) && hasSlash(attributes.first(length));
+        if (isBroken || !isName) {
+            addOdd(words);
         } else if (isEnd) {
             close(name);
         } else {
-            if (!kEmptyNames.contains(name) && hasSlash(attributes.first(length)))
-                ++m_odd; // it may be closed at once
-            open(name);
+            if (mayClose)
+                addOdd(words);
+            open(name, words);
         }
-        return nameLength + (length == kBroken ? attributes.indexOf(u'<') : length);
+        return (isEnd ? 1 : 0) + nameLength + length;
     }
 
-    /// The parser looks for the end of one wherever it is.
+    /// The parser looks for nothing but its end.
     static qsizetype lengthOfComment(QStringView comment)
     {
-        const auto isBracket = [](QChar c) { return c == u'<' || c == u'>'; };
-        const auto bracket = std::find_if(comment.begin(), comment.end(), isBracket);
-        const QStringView text = comment.first(bracket - comment.begin());
-        const bool isPlain =
-            bracket != comment.end() && *bracket == u'>' && text.sliced(3).endsWith("--"_L1);
-        return isPlain ? text.size() : kInDoubt;
+        const qsizetype end = comment.indexOf("-->"_L1, 3);
+        return end < 0 ? comment.size() : end + 2;
     }
 
     /// Outside the attributes in quotes.
@@ -399,28 +423,79 @@ private:
         return false;
     }
 
-    static qsizetype wordsIn(QStringView tag)
+    /// The tag itself, its attributes and its classes, at most.
+    static qsizetype wordsIn(QStringView attributes)
     {
-        const auto isBetween = [](QChar c) { return c == u'=' || c.isSpace(); };
-        return 1 + std::count_if(tag.begin(), tag.end(), isBetween);
+        qsizetype words = 1;
+        QChar quote;
+        bool isClass = false;
+        for (qsizetype i = 0; i < attributes.size(); ++i) {
+            const QChar c = attributes[i];
+            if (c == quote) {
+                quote = QChar();
+            } else if (!quote.isNull()) {
+                if (isClass && (c.isSpace() || c == u'&'))
+                    ++words;
+            } else if (c == u'=') {
+                ++words;
+                isClass = endsWithClass(attributes.first(i));
+            } else if (c.isSpace()) {
+                ++words;
+            } else if (c == u'"' || c == u'\'') {
+                quote = c;
+            }
+        }
+        return words;
     }
 
-    void open(const QString &name)
+    static bool endsWithClass(QStringView attributes)
+    {
+        while (!attributes.isEmpty() && attributes.back().isSpace())
+            attributes.chop(1);
+        return attributes.endsWith("class"_L1, Qt::CaseInsensitive);
+    }
+
+    void addOdd(qsizetype words)
+    {
+        ++m_odd;
+        m_oddWords += words - 1 + kTagsOfOdd;
+        count(0);
+    }
+
+    void open(const QString &name, qsizetype words)
     {
         if (!kUsualNames.contains(name) || !isInPlace(name))
-            ++m_odd;
-        if (!kEmptyNames.contains(name))
-            m_open.append(name);
+            addOdd(words);
+        count(words);
+        if (kEmptyNames.contains(name))
+            return;
+        m_open.append({name, words});
+        m_wordsAround += words;
+        m_openOfTables += isOfTable(name) ? 1 : 0;
+        m_openTables += name == "table"_L1 ? 1 : 0;
+    }
+
+    /// The visits for a tag with so many words.
+    void count(qsizetype words)
+    {
+        const auto all = static_cast<double>(words + m_wordsAround + m_oddWords);
+        m_visits.forNames += all;
+        m_visits.forRelations += all * static_cast<double>(1 + m_open.size() + m_odd * kTagsOfOdd);
     }
 
     /// If it is not the last one, the parser ends more than that, or nothing. A cell that it then
     /// finds without a row gets a table of its own.
     void close(const QString &name)
     {
-        if (!m_open.isEmpty() && m_open.last() == name)
-            m_open.removeLast();
-        else if (isOfTable(name) || std::any_of(m_open.begin(), m_open.end(), isOfTable))
-            ++m_odd;
+        if (m_open.isEmpty() || m_open.last().name != name) {
+            if (isOfTable(name) || m_openOfTables > 0)
+                addOdd(1);
+            return;
+        }
+        m_wordsAround -= m_open.last().words;
+        m_open.removeLast();
+        m_openOfTables -= isOfTable(name) ? 1 : 0;
+        m_openTables -= name == "table"_L1 ? 1 : 0;
     }
 
     static bool isOfTable(const QString &name)
@@ -432,13 +507,15 @@ private:
     /// The parser puts tags around cells and rows elsewhere.
     bool isInPlace(const QString &name) const
     {
-        const QString around = m_open.isEmpty() ? QString() : m_open.last();
-        if (kSections.contains(name))
+        const QString around = m_open.isEmpty() ? QString() : m_open.last().name;
+        if (kSections.contains(name) || name == "caption"_L1)
             return around == "table"_L1;
         if (name == "tr"_L1)
             return around == "table"_L1 || kSections.contains(around);
         if (name == "td"_L1 || name == "th"_L1)
             return around == "tr"_L1;
+        if (name == "dt"_L1 || name == "dd"_L1)
+            return around == "dl"_L1;
         return around != "table"_L1 && around != "tr"_L1 && !kSections.contains(around);
     }
 
@@ -447,26 +524,43 @@ private:
 
     static inline const QSet<QString> kEmptyNames{u"br"_s, u"hr"_s, u"img"_s};
     static inline const QSet<QString> kSections{u"tbody"_s, u"thead"_s, u"tfoot"_s};
+    /// Those that the parser does not know nest as well.
     static inline const QSet<QString> kUsualNames{
-        u"a"_s,     u"b"_s,   u"big"_s,   u"blockquote"_s, u"br"_s,   u"center"_s, u"code"_s,
-        u"div"_s,   u"em"_s,  u"font"_s,  u"h1"_s,         u"h2"_s,   u"h3"_s,     u"h4"_s,
-        u"h5"_s,    u"h6"_s,  u"hr"_s,    u"i"_s,          u"img"_s,  u"li"_s,     u"ol"_s,
-        u"p"_s,     u"pre"_s, u"s"_s,     u"small"_s,      u"span"_s, u"strong"_s, u"style"_s,
-        u"sub"_s,   u"sup"_s, u"table"_s, u"tbody"_s,      u"td"_s,   u"tfoot"_s,  u"th"_s,
-        u"thead"_s, u"tr"_s,  u"tt"_s,    u"u"_s,          u"ul"_s};
+        u"a"_s,      u"abbr"_s,   u"address"_s, u"article"_s, u"aside"_s,      u"b"_s,
+        u"big"_s,    u"br"_s,     u"caption"_s, u"center"_s,  u"blockquote"_s, u"cite"_s,
+        u"code"_s,   u"dd"_s,     u"del"_s,     u"div"_s,     u"dl"_s,         u"dt"_s,
+        u"em"_s,     u"figure"_s, u"font"_s,    u"footer"_s,  u"figcaption"_s, u"h1"_s,
+        u"h2"_s,     u"h3"_s,     u"h4"_s,      u"h5"_s,      u"h6"_s,         u"header"_s,
+        u"hr"_s,     u"i"_s,      u"img"_s,     u"ins"_s,     u"kbd"_s,        u"li"_s,
+        u"main"_s,   u"mark"_s,   u"nav"_s,     u"ol"_s,      u"p"_s,          u"pre"_s,
+        u"q"_s,      u"s"_s,      u"section"_s, u"small"_s,   u"span"_s,       u"strike"_s,
+        u"strong"_s, u"style"_s,  u"sub"_s,     u"sup"_s,     u"table"_s,      u"tbody"_s,
+        u"td"_s,     u"tfoot"_s,  u"th"_s,      u"thead"_s,   u"time"_s,       u"tr"_s,
+        u"tt"_s,     u"u"_s,      u"ul"_s,      u"var"_s};
 
     QStringView m_html;
-    QStringList m_open;
+    qsizetype m_end = 0; // of what has been read
+    bool m_isInDoubt = false;
+    QList<OpenTag> m_open;
+    qsizetype m_wordsAround = 0;  // of the open ones
+    qsizetype m_openOfTables = 0; // tables, rows, cells
+    qsizetype m_openTables = 0;
     qsizetype m_odd = 0;
+    qsizetype m_oddWords = 0;
+    TagVisits m_visits;
 };
 
-/// How many fonts the text names in its tags' styles, at most.
-qsizetype fontsIn(QStringView html)
+/// How many fonts the text names in its tags' styles, at most: neither "<font" nor "font-style" nor
+/// the French word, which something else follows than the name of a property.
+qsizetype fontsIn(const QString &html)
 {
-    const auto count = [html](QLatin1StringView text) {
-        return html.count(text, Qt::CaseInsensitive);
-    };
-    return count("font"_L1) - count("<font"_L1) - count("</font"_L1);
+    static const QRegularExpression kFont(
+        u"(?<!<)(?<!</)font(?!-style|-variant|-weight\\s*+:\\s*+[a-z]|\\s*+[\\p{L}.,;!?)<])"_s,
+        QRegularExpression::CaseInsensitiveOption | QRegularExpression::UseUnicodePropertiesOption);
+    qsizetype count = 0;
+    for (auto fonts = kFont.globalMatch(html); fonts.hasNext(); fonts.next())
+        ++count;
+    return count;
 }
 
 /// The style sheets of a text. Where it is in doubt there are more of them, and they ask for more.
@@ -495,12 +589,11 @@ public:
     {
         if (!m_arePlain || m_length > kStyleLimit)
             return false;
-        if (m_haveFontSizes && fontsIn(m_html) > kFontsLimit)
+        if (m_haveFontSizes && fontsIn(m_html.toString()) > kFontsLimit)
             return false;
-        const TagCounts counts = TagsOf(m_html).counts();
-        const auto around = static_cast<double>(counts.deepest);
-        return static_cast<double>(m_length * counts.tags * counts.mostWords) * around *
-                   (m_haveRelations ? around : 1) <=
+        const TagVisits visits = TagsOf(m_html).visits();
+        return static_cast<double>(m_words) *
+                   (m_haveRelations ? visits.forRelations : visits.forNames) <=
                kStyleEffortLimit;
     }
 
@@ -525,10 +618,25 @@ private:
             return;
         }
         const QString sheet = rules.first(end).sliced(1).toString();
-        m_length += sheet.size() + kShareOfStyleSheet;
+        m_length += sheet.size();
+        m_words += wordsIn(sheet) + kWordsOfStyleSheet;
         m_arePlain = m_arePlain && !kRare.match(sheet).hasMatch();
         m_haveRelations = m_haveRelations || !kNamesAlone.match(sheet).hasMatch();
         m_haveFontSizes = m_haveFontSizes || kFontSize.match(sheet).hasMatch();
+    }
+
+    /// Names of tags, classes, properties and values.
+    static qsizetype wordsIn(const QString &sheet)
+    {
+        const auto isBetween = [](QChar c) { return c.isSpace() || ",{};:.#>*"_L1.contains(c); };
+        qsizetype words = 0;
+        bool isInWord = false;
+        for (const QChar c : sheet) {
+            const bool wasInWord = std::exchange(isInWord, !isBetween(c));
+            if ((isInWord && !wasInWord) || c == u'*')
+                ++words;
+        }
+        return words;
     }
 
     static constexpr auto kStyle = "style"_L1;
@@ -536,6 +644,7 @@ private:
     QStringView m_html;
     QList<qsizetype> m_places;
     qsizetype m_length = 0;
+    qsizetype m_words = 0;
     bool m_arePlain = true;
     bool m_haveRelations = false;
     bool m_haveFontSizes = false;
@@ -557,8 +666,10 @@ QString withFewStyles(QString html)
 class Efforts
 {
 public:
-    explicit Efforts(QStringView html)
+    explicit Efforts(QStringView html, qsizetype effortOfFontSize)
         : m_html(html)
+        , m_tags(html)
+        , m_effortOfFontSize(effortOfFontSize)
     {
     }
 
@@ -575,21 +686,42 @@ public:
                 break;
             m_sum += effort;
             m_ofTables += ofTables;
-            if (isRow(m_position))
-                ++m_rows;
-            else if (ofTables > 0 && m_html[m_position] != u'<')
-                ++m_spans;
+            if (m_html[m_position] == u'<')
+                follow(m_position);
+            else if (ofTables > 0)
+                ++m_inOpen.spans;
         }
         return m_position;
     }
 
-    /// That have been reached. Those of one table show only when it has a cell.
-    qsizetype rows() const { return m_rows; }
+    /// That have been reached in tables that may go on, one in the other. Those of one table show
+    /// only when it has a cell.
+    qsizetype rows() const { return m_inOpen.rows; }
 
     /// Cells over several columns or rows. The parser goes through the whole table for each.
-    qsizetype spans() const { return m_spans; }
+    qsizetype spans() const { return m_inOpen.spans; }
 
 private:
+    struct RowsAndSpans
+    {
+        qsizetype rows = 0;
+        qsizetype spans = 0;
+    };
+
+    void follow(qsizetype bracket)
+    {
+        if (isRow(bracket))
+            ++m_inOpen.rows;
+        m_tags.read(bracket);
+        const qsizetype tables = m_tags.openTables();
+        if (tables == kInDoubt)
+            return; // for good: any of them may go on
+        if (tables > m_around.size())
+            m_around.append(m_inOpen);
+        else if (tables < m_around.size())
+            m_inOpen = m_around.takeLast();
+    }
+
     qsizetype effortAt(qsizetype position) const
     {
         const QChar c = m_html[position];
@@ -598,7 +730,7 @@ private:
             c == kBackslashStandIn || c == QChar::ParagraphSeparator || c == kBeginningOfFrame ||
             c == kEndOfFrame)
             return 1;
-        return isFontSize(position) ? kEffortOfFontSize : 0;
+        return isFontSize(position) ? m_effortOfFontSize : 0;
     }
 
     /// A number's unit that depends on the font.
@@ -658,9 +790,11 @@ private:
     qsizetype m_position = 0;
     qsizetype m_sum = 0;
     qsizetype m_ofTables = 0;
-    qsizetype m_rows = 0;
-    qsizetype m_spans = 0;
     qsizetype m_spanNumber = 0;
+    TagsOf m_tags;
+    RowsAndSpans m_inOpen;
+    QList<RowsAndSpans> m_around; // of the tables that are open, before each
+    qsizetype m_effortOfFontSize;
 };
 
 /// The most rows or columns of a table, at least 1. Calls itself.
@@ -683,7 +817,8 @@ bool NewsHtml::isQuick(const QStringList &news)
         return false;
     const QString html = withSpansBounded(withLettersSpelledOut(source));
     // What a style sheet costs is a matter of all tags together.
-    return Efforts(html).reach(kQuickEffort, kQuickEffort) == html.size() &&
+    return Efforts(html, kEffortOfFontSizeInHaste).reach(kQuickEffort, kQuickEffort) ==
+               html.size() &&
            StyleSheetsOf(html).places().isEmpty();
 }
 
@@ -693,7 +828,7 @@ std::unique_ptr<QTextDocument> NewsHtml::read(const QStringList &news, const QFo
     const QString source = withSpansBounded(withLettersSpelledOut(joined(news)));
     const QString html = withStandIns(withFewStyles(source));
     auto document = emptyDocument(font);
-    Efforts efforts(html);
+    Efforts efforts(html, kEffortOfFontSize);
     qsizetype end = 0;
     qsizetype effort = kStepEffort;
     qsizetype tableEffort = kTableEffort;

@@ -368,6 +368,14 @@ void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
                 11) +
             u"</table>"_s,
         50);
+    const auto schedule =
+        u"<table border=1><tr><th colspan=3>Horaires</th></tr>"_s +
+        u"<tr><td rowspan=2>Lundi</td><td colspan=2>20 h, Combat</td></tr><tr><td>21 h</td><td>Paris</td></tr>"_s
+            .repeated(6) +
+        u"</table>"_s;
+    row("60 tables with spans", schedule, 60);
+    row("8 tables with spans in one around all",
+        u"<table border=1><tr><td>"_s + schedule.repeated(8) + u"</td></tr></table>"_s);
     row("tables in tables",
         u"<table border=1><tr><td><table border=1><tr><td>x</td></tr></table></td></tr></table>"_s);
     row("a style sheet", u"<style>b { color: yellow; margin: 4px }</style><b>Jaune</b>"_s);
@@ -382,12 +390,39 @@ void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
                QStringList(30,
                            u"<!-- horaires --><table><thead><tr><th>Jour</th></tr></thead><tbody>"
                            "<tr><td>Lundi</td></tr></tbody></table><b>Deux</b> <b>trois</b>"_s);
+    const auto sheetOf = [](const QString &first, const QString &rule, int length) {
+        return QStringList{u"<style>"_s + first + rule.repeated(length / rule.size()) +
+                           u"</style>Un"_s};
+    };
+    QTest::newRow("style sheets of 2 KB for 900 items")
+        << sheetOf(u"b { color: yellow }"_s, u".rare i { color: #10b981; margin: 4px }"_s, 1000) +
+               ordinaryItems(800) +
+               sheetOf(u"span { font-weight: bold }"_s, u".a, h3 { margin: 4px }"_s, 1000) +
+               ordinaryItems(100);
+    QTest::newRow("a style sheet for items with long tags")
+        << sheetOf(u".titre { color: yellow }"_s, u".rare1 b { color: #10b981; margin: 4px }"_s,
+                   1000) +
+               QStringList(100, u"<div class='item rare'><h3 class='titre'>Saison</h3><p>Dès "
+                                "<a href='https://jeu.test/news?id=3' class='lien' "
+                                "title='Lire la suite de la nouvelle'>ce soir</a>, "
+                                "<b>la saison</b></p></div>"_s);
+    QTest::newRow("a style sheet with sizes for a text with the word font")
+        << sheetOf(u"h3 { font-size: 1.2em; color: yellow }"_s, u"u { margin: 1em }"_s, 100) +
+               QStringList(250, u"<h3>Un</h3>Les joueurs font la fête, d'autres le font."
+                                "<span style='font-weight: bold'>Deux</span>"_s);
+    row("a style sheet beside names that are new to the parser",
+        u"<style>b { color: yellow }</style><!-- <b>ancien -->"_s +
+            u"<article><header><b>Un</b></header><time>20/11</time> <del>Deux</del></article>"
+            "<dl><dt>Trois</dt><dd>Quatre</dd></dl>"_s.repeated(300));
     row("letters further apart",
         u"<span style='letter-spacing: 0.1em'>Dès ce soir</span>, "
         "<span style='letter-spacing: -0.05em'>la saison</span> "
         "<span style='letter-spacing: 2px; word-spacing: 3px'>commence demain</span>"_s);
     row("lengths in the units of a font",
         u"<p style='margin: 1em 2ex; text-indent: 1.5em'>Saison</p>"_s, 300);
+    row("lengths in the units of a font in 1,500 items",
+        u"<p style='margin: 0.5em 1em'><span style='font-size: 1.2em'>La 2eme saison</span></p>"_s,
+        1500);
     row("alignment and lines",
         u"<p align=center style='line-height: 150%; margin-left: 40px'>Un<br/>Deux</p>"
         "<pre>  un\n deux</pre><blockquote>Trois</blockquote>"_s);
@@ -579,6 +614,14 @@ void TestHostileNews::rulesForManyTagsAreReadInTime_data()
         sheet(times(u"y&#126;b{}", 50)) + times(u"<b></b>", 1300));
     row("a rule about one of many classes",
         sheet(times(u".a{}", 900)) + times(u"<b class='"_s + times(u"b ", 240) + u"'></b>"_s, 400));
+    row("a tag of blanks and many values",
+        u"<style>b{}</style><b"_s + times(u" ", 200'000) + times(u"=", 200'000) + u'>');
+    row("fonts of many weights", [&sheet] {
+        QString weights;
+        for (int i = 1; i < 1000; ++i)
+            weights += u"<p style='/**/font-weight:%1'>x"_s.arg(i);
+        return sheet(u"p{margin:1em}"_s) + weights;
+    }());
     QString fonts;
     for (int i = 0; i < 3000; ++i)
         fonts += u"<p style='font:%1px f%2'>x"_s.arg(9 + i % 90).arg(i);
