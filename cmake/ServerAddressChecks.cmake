@@ -16,9 +16,10 @@ function(veyra_check_server_url url)
 endfunction()
 
 function(veyra_check_discord_url url)
-    if(NOT url MATCHES "^https?://[^/ \"]+[^ \"]*$")
+    # What follows a semicolon would get lost: it separates the items of CMake's lists.
+    if(NOT url MATCHES "^https?://[^/ \";]+[^ \";]*$")
         message(FATAL_ERROR
-            "VEYRA_DISCORD_URL is \"${url}\". It must be a web address, for example "
+            "VEYRA_DISCORD_URL is \"${url}\". It must be a web address without \";\", for example "
             "-DVEYRA_DISCORD_URL=https://discord.gg/invite")
     endif()
 endfunction()

@@ -113,6 +113,9 @@ foreach(address IN ITEMS
     ftp://discord.gg/veyra
     "https://discord.gg/ve yra"
     "https://discord.gg/ve\"yra"
+    "https://discord.gg/ve;yra"
+    "https://discord.gg/veyra;"
+    "https://discord.gg;/veyra"
     "javascript:alert(1)")
     expect(discord refused "${address}")
 endforeach()
