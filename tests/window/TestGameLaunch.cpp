@@ -52,6 +52,7 @@ private slots:
     void doesNothingWhileBusy_data();
     void doesNothingWhileBusy();
     void startsTheGameAfterAFailedExtraction();
+    void startsTheGameAfterAFailedVerification();
     void looksForTheGameAfterADownloadThatFailedAtOnce();
 
 private:
@@ -270,6 +271,19 @@ void TestGameLaunch::startsTheGameAfterAFailedExtraction()
     BoxAnswers boxes;
     boxes.click(QMessageBox::Ok);
     m_launcher->call("onClientExtractionFinished", false, u"Raté"_s);
+    clickPlay();
+    QCOMPARE(m_launcher->label(u"progressLabel"_s)->text(), u"Jeu lancé !"_s);
+    QTRY_COMPARE(game.starts().size(), 1);
+}
+
+void TestGameLaunch::startsTheGameAfterAFailedVerification()
+{
+    const StandIn game(gamePath());
+    m_launcher->server.answer("/updates/version.json", HttpAnswer::ok("[]"));
+    m_launcher->open();
+    m_launcher->call("onClientExtractionFinished", true, u"Fini"_s);
+    QTRY_COMPARE(face(),
+                 u"Erreur: Format de version invalide | color: #f44336; | 0/100 | JOUER on"_s);
     clickPlay();
     QCOMPARE(m_launcher->label(u"progressLabel"_s)->text(), u"Jeu lancé !"_s);
     QTRY_COMPARE(game.starts().size(), 1);
