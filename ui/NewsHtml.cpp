@@ -274,30 +274,67 @@ void removeStandIns(QTextDocument *document)
 constexpr qsizetype kInDoubt = -1;
 constexpr qsizetype kBroken = -2;
 
-/// The length of a tag's attributes if no parser could find another end of them than the first
-/// ">", kBroken if another tag seems to begin before that, else kInDoubt.
-qsizetype lengthOfAttributes(QStringView attributes)
+/// What follows a tag's name.
+struct Attributes
 {
-    QChar quote;
-    QChar last;
-    for (qsizetype i = 0; i < attributes.size(); ++i) {
-        const QChar c = attributes[i];
-        if (c == u'<')
-            return quote.isNull() ? kBroken : kInDoubt;
-        if (c == u'&' && quote.isNull())
+    /// Up to the tag's ">"; kBroken if another tag seems to begin before that, kInDoubt if the
+    /// parser may find another end.
+    qsizetype length = kInDoubt;
+    bool mayCloseTag = false; // with "/", which the parser heeds wherever it reads no attribute
+};
+
+bool isBetweenNames(QChar c)
+{
+    return c.isSpace() || u"=<>/&\"'"_s.contains(c);
+}
+
+/// Where the value at `start` ends, or kInDoubt.
+qsizetype endOfValue(QStringView text, qsizetype start)
+{
+    if (start < text.size() && (text[start] == u'"' || text[start] == u'\'')) {
+        const qsizetype end = text.indexOf(text[start], start + 1);
+        const bool isPlain = end >= 0 && !text.sliced(start, end - start).contains(u'<');
+        return isPlain ? end + 1 : kInDoubt;
+    }
+    for (qsizetype i = start; i < text.size(); ++i) {
+        const QChar c = text[i];
+        if (c == u'&' || c == u'"' || c == u'\'')
             return kInDoubt;
-        if (c == u'>')
-            return quote.isNull() ? i : kInDoubt;
-        if (c == quote) {
-            quote = QChar();
-        } else if (c == u'"' || c == u'\'') {
-            if (!quote.isNull() || last != u'=')
-                return kInDoubt;
-            quote = c;
-        }
-        last = c;
+        const bool isSlashInIt = c == u'/' && !text.sliced(i + 1).startsWith(u'>');
+        if (isBetweenNames(c) && !isSlashInIt)
+            return i;
     }
     return kInDoubt;
+}
+
+Attributes attributesIn(QStringView text)
+{
+    const auto skip = [text](qsizetype from, auto isSkipped) {
+        return std::find_if_not(text.begin() + from, text.end(), isSkipped) - text.begin();
+    };
+    const auto isBlank = [](QChar c) { return c.isSpace(); };
+    const auto isInName = [](QChar c) { return !isBetweenNames(c); };
+    qsizetype at = skip(0, isBlank);
+    for (qsizetype end; (end = skip(at, isInName)) > at; at = skip(at, isBlank)) {
+        at = skip(end, isBlank);
+        if (at == text.size() || text[at] != u'=')
+            continue;
+        at = endOfValue(text, skip(at + 1, isBlank));
+        if (at == kInDoubt)
+            return {};
+    }
+    // The parser reads no further attribute, and looks for the tag's end alone.
+    for (bool mayCloseTag = false; at < text.size(); ++at) {
+        const QChar c = text[at];
+        if (c == u'>')
+            return {at, mayCloseTag};
+        if (c == u'<')
+            return {kBroken, mayCloseTag};
+        if (c == u'&' || c == u'"' || c == u'\'')
+            return {};
+        mayCloseTag = mayCloseTag || c == u'/';
+    }
+    return {};
 }
 
 /// The parser skips white space in front of a tag's name, which may be in quotes.
@@ -337,7 +374,7 @@ public:
         if (m_isInDoubt || bracket < m_end)
             return;
         const QStringView tag = m_html.sliced(bracket + 1);
-        const qsizetype length = tag.startsWith("!--"_L1) ? lengthOfComment(tag) : lengthOfTag(tag);
+        const qsizetype length = tag.startsWith(u'!') ? lengthOfComment(tag) : lengthOfTag(tag);
         m_isInDoubt = length == kInDoubt;
         m_end = bracket + 1 + std::max<qsizetype>(length, 0);
     }
@@ -377,50 +414,37 @@ private:
         const qsizetype nameLength =
             std::find_if_not(rest.begin(), rest.end(), isInName) - rest.begin();
         const QString name = rest.first(nameLength).toString().toLower();
-        const QStringView attributes = rest.sliced(nameLength);
-        qsizetype length = lengthOfAttributes(attributes);
-        if (name.isEmpty() || length == kInDoubt)
+        const QStringView text = rest.sliced(nameLength);
+        Attributes attributes = attributesIn(text);
+        if (name.isEmpty() || attributes.length == kInDoubt)
             return kInDoubt;
         // To the parser "b:x" and "b/x" are names.
-        const bool isName =
-            attributes[0].isSpace() || attributes[0] == u'>' || attributes.startsWith("/>"_L1);
-        const bool isBroken = length == kBroken;
+        const bool isName = text[0].isSpace() || text[0] == u'>' || text.startsWith("/>"_L1);
+        const bool isBroken = attributes.length == kBroken;
         if (isBroken)
-            length = attributes.indexOf(u'<');
-        const qsizetype words = wordsIn(attributes.first(length));
-        const bool mayClose = !kEmptyNames.contains(name) && hasSlash(attributes.first(length));
+            attributes.length = text.indexOf(u'<');
+        const qsizetype words = wordsIn(text.first(attributes.length));
         if (isBroken || !isName) {
             addOdd(words);
         } else if (isEnd) {
             close(name);
         } else {
-            if (mayClose)
-                addOdd(words);
+            if (attributes.mayCloseTag && !kEmptyNames.contains(name))
+                addOdd(words); // it may be closed at once
             open(name, words);
         }
-        return (isEnd ? 1 : 0) + nameLength + length;
+        return (isEnd ? 1 : 0) + nameLength + attributes.length;
     }
 
-    /// The parser looks for nothing but its end.
+    /// A comment, or "<!DOCTYPE html>". The parser looks for nothing but its end.
     static qsizetype lengthOfComment(QStringView comment)
     {
-        const qsizetype end = comment.indexOf("-->"_L1, 3);
-        return end < 0 ? comment.size() : end + 2;
-    }
-
-    /// Outside the attributes in quotes.
-    static bool hasSlash(QStringView attributes)
-    {
-        QChar quote;
-        for (const QChar c : attributes) {
-            if (c == quote)
-                quote = QChar();
-            else if (quote.isNull() && (c == u'"' || c == u'\''))
-                quote = c;
-            else if (quote.isNull() && c == u'/')
-                return true;
+        if (comment.startsWith("!--"_L1)) {
+            const qsizetype end = comment.indexOf("-->"_L1, 3);
+            return end < 0 ? comment.size() : end + 2;
         }
-        return false;
+        const qsizetype end = comment.indexOf(u'>');
+        return end < 0 || comment.first(end).contains(u'<') ? kInDoubt : end;
     }
 
     /// The tag itself, its attributes and its classes, at most.
@@ -609,7 +633,7 @@ private:
         static const QRegularExpression kFontSize(u"\\de[mx]"_s,
                                                   QRegularExpression::CaseInsensitiveOption);
 
-        const qsizetype attributes = lengthOfAttributes(rest);
+        const qsizetype attributes = attributesIn(rest).length;
         const QStringView rules = rest.sliced(std::max<qsizetype>(attributes, 0));
         const qsizetype end = rules.indexOf(u'<');
         if (!isPlainName || attributes < 0 || end < 0 || end > kStyleLimit ||

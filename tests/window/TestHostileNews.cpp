@@ -402,10 +402,11 @@ void TestHostileNews::ordinaryNewsLookAsTheyAre_data()
     QTest::newRow("a style sheet for items with long tags")
         << sheetOf(u".titre { color: yellow }"_s, u".rare1 b { color: #10b981; margin: 4px }"_s,
                    1000) +
-               QStringList(100, u"<div class='item rare'><h3 class='titre'>Saison</h3><p>Dès "
-                                "<a href='https://jeu.test/news?id=3' class='lien' "
-                                "title='Lire la suite de la nouvelle'>ce soir</a>, "
-                                "<b>la saison</b></p></div>"_s);
+               QStringList(
+                   100, u"<div class='item rare'><h3 class='titre'>Saison</h3><p>Dès "
+                        "<a href='https://jeu.test/news?id=3' class='lien' "
+                        "title=\"Lire l'article > ici\">ce soir</a> à <b class = 'lieu'>Paris</b>, "
+                        "<b>la saison</b></p></div>"_s);
     QTest::newRow("a style sheet with sizes for a text with the word font")
         << sheetOf(u"h3 { font-size: 1.2em; color: yellow }"_s, u"u { margin: 1em }"_s, 100) +
                QStringList(250, u"<h3>Un</h3>Les joueurs font la fête, d'autres le font."
@@ -558,6 +559,13 @@ void TestHostileNews::tablesOfManyCellsAreReadInTime_data()
     row("the same, with something open in between", u"<table>"_s + rows(900) + u"<b title='"_s +
                                                         u"\n"_s.repeated(20'000) + u"'>"_s +
                                                         columns(900));
+    const auto closed = u" = y=\"/\""_s; // which the parser takes for the end of the tag, in fact
+    row("rows of tables that only seem to be closed",
+        u"<table><tr"_s + closed + u"><td></td></tr></table>"_s +
+            (u"<table"_s + closed + u'>' + u"<tr></tr>"_s.repeated(1200) + u"<tr"_s + closed +
+             u"><td></td></tr></table>"_s)
+                .repeated(4) +
+            u"<table"_s + closed + u"><tr>"_s + columns(470));
     row("cells over many rows", u"<b></b>"_s.repeated(12'000) + u"<table>"_s +
                                     u"<td rowspan=500>x"_s.repeated(499) + rows(499));
     row("a table behind what takes no time",
@@ -632,6 +640,10 @@ void TestHostileNews::rulesForManyTagsAreReadInTime_data()
     row("rows that are closed before their cells",
         many + u"<table>"_s + times(u"<tr><td></tr></td><td></td></tr>", 120) + u"<tr><td>"_s +
             times(u"<b></b>", 500));
+    // Where a name is missing the parser reads no attributes, and takes a slash for the tag's end.
+    row("rows that a slash in quotes closes at once",
+        sheet(times(u"i table{}", 260)) +
+            times(u"<table><tr = y=\"/\"><td></td></tr></table>", 80) + times(u"<b></b>", 800));
     row("lengths in the units of many fonts", sheet(u"p{margin:1em}"_s) + fonts);
 }
 
