@@ -368,7 +368,7 @@ public:
     }
 
     /// Reads the tag at an opening angle bracket, if that is one. To be called for each of them in
-    /// order, until isInDoubt().
+    /// order.
     void read(qsizetype bracket)
     {
         if (m_isInDoubt || bracket < m_end)
@@ -378,8 +378,6 @@ public:
         m_isInDoubt = length == kInDoubt;
         m_end = bracket + 1 + std::max<qsizetype>(length, 0);
     }
-
-    bool isInDoubt() const { return m_isInDoubt; }
 
     /// How many tables are open, one in the other; kInDoubt if that is not certain.
     qsizetype openTables() const { return m_isInDoubt || m_odd > 0 ? kInDoubt : m_openTables; }
