@@ -10,6 +10,7 @@ date.
 import argparse
 import hashlib
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -133,7 +134,18 @@ def parse_arguments():
     parser.add_argument("--update", type=pathlib.Path, metavar="FOLDER",
                         help="offer a newer launcher: the one in FOLDER, with its signed list")
     parser.add_argument("--key", type=pathlib.Path, help="the public key of that signature")
-    return parser.parse_args()
+    arguments = parser.parse_args()
+    if arguments.update and not arguments.key:
+        parser.error("--update wants --key")
+    files = [arguments.publisher, arguments.game]
+    if arguments.update:
+        files += [arguments.key, arguments.update / "liste.txt"]
+    for file in files:
+        if not file.is_file():
+            parser.error(f"there is no file {file}")
+    if not re.fullmatch("https?://[^/]+/", arguments.base_url):
+        parser.error(f"{arguments.base_url} is no address of a site")
+    return arguments
 
 
 def main():

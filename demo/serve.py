@@ -95,7 +95,12 @@ def parse_arguments():
                         help="limit of each transfer; 0 (default): none")
     parser.add_argument("--delay", type=float, default=0.0, metavar="SECONDS",
                         help="time before each answer, as if the server were far away")
-    return parser.parse_args()
+    arguments = parser.parse_args()
+    if not 0 <= arguments.port <= 65535:
+        parser.error(f"there is no port {arguments.port}")
+    if not (arguments.rate >= 0 and arguments.delay >= 0):
+        parser.error("neither --rate nor --delay is below 0")
+    return arguments
 
 
 def main():
